@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# Installs, with apt-get, the Debian 12 packages that building and testing Stashwell needs,
+# skipping the work when every package is already there.
+set -euo pipefail
+
+packages=(cmake ninja-build g++ pkg-config libsqlite3-dev libssl-dev libgtest-dev)
+if [ "${1:-}" = "--bench" ]; then
+    packages+=(time coreutils)
+fi
+
+missing=()
+for p in "${packages[@]}"; do
+    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+echo "Installing: ${missing[*]}"
+sudo=""
+[ "$(id -u)" -eq 0 ] || sudo="sudo"
+export DEBIAN_FRONTEND=noninteractive
+$sudo apt-get update -q
+$sudo apt-get install -y -q --no-install-recommends "${missing[@]}"

@@ -1,0 +1,23 @@
+#pragma once
+
+// The backup path (the one program setting) and the folders beneath it:
+//   <backup path>/db/Backup.db   the catalogue (its journal <catalogue>-journal is the crash sign)
+//   <backup path>/Files          the store
+//   <backup path>/Logs           daily logs QRV-yyyymmdd.LOG
+
+#include <string>
+
+std::string ReadRegSetting(const std::string& name);
+void WriteRegSetting(const std::string& name, const std::string& value);
+
+std::string GetBackupPath();
+bool IsBackupPathSet();
+// "" when no backup path is set.
+std::string GetDBPath();
+std::string GetFilesPath();
+std::string GetLogsPath();
+// The backup path exists as a folder (an unplugged drive's folder is gone).
+bool IsBackupDriveReady();
+bool DBJournalExists();
+// Deletes the journal and logs "Killed DB Journal. Possible previous crash"; false when none.
+bool KillDBJournal();

@@ -1,0 +1,34 @@
+#pragma once
+
+// The catalogue connection of one backup run: one ADOSQLite connected once, holding one
+// transaction, through which the run records its Backups, Paths and Files rows.
+// Operations called while not connected do nothing and return 0 or "".
+
+#include "catalogue/ADOSQLite.h"
+
+#include <cstdint>
+#include <string>
+
+class CDatabase {
+public:
+    void Connect(const std::string& db);
+    void Begin() { m_db.Begin(); }
+    void Commit() { m_db.Commit(); }
+    void Rollback() { m_db.Rollback(); }
+    // INSERT INTO Paths (bid, path) SELECT 12, '<encoded path>'; a SQL error shows "Error: ".
+    void AddPath(int32_t bid, const std::string& path);
+    // The new bid; -1 after a SQL error (shown), 0 when not connected.
+    int32_t BackupRun(const std::string& source);
+    // INSERT INTO Files (md5, file, backup, path, bid, size) ...; a SQL error is dropped.
+    void AddBackupRecord(int32_t run, const std::string& sig, const std::string& source,
+                         const std::string& target, const std::string& size);
+    // The stored (encoded) file of some row with that signature, or "".
+    std::string GetFileFromMD5(const std::string& md5);
+
+    bool Connected() const { return m_connected; }
+    ADOSQLite& Connection() { return m_db; }
+
+private:
+    ADOSQLite m_db;
+    bool m_connected = false;
+};

@@ -1,0 +1,52 @@
+#pragma once
+
+// Small file-system helpers that the rest of the program calls instead of the platform.
+// Paths are byte strings with "/" as separator; names that are not valid UTF-8 pass through
+// unchanged. The string helpers cut by fixed textual rules that other modules rely on
+// (FSGetExtension does not stop at "/"). Helpers that "report" hand an error to the shared
+// error handler under their own procedure name and return their default; the others let a
+// CRuntimeError reach their caller.
+
+#include <string>
+
+// Free bytes of the file system that holds `drive` (a mount point); reports and gives 0 on error.
+double FSGetFreeDiskSpace(const std::string& drive);
+// Creates one folder (mode 0700); reports on error.
+void FSCreateFolder(const std::string& path);
+// `path` and `name` joined with exactly one "/"; `name` alone when `path` is empty.
+std::string FSBuildPath(const std::string& path, const std::string& name);
+// A fresh temporary file name (no folder) ending in ".tmp".
+std::string FSGetTempName();
+// Deletes a file; every error is swallowed.
+void FSDeleteFile(const std::string& path);
+// Deletes a folder and its content (links are removed, never followed); errors swallowed.
+void FSDeleteFolder(const std::string& path);
+// Copies with retries through the three copy modes and a size check (see modFileCopy.h).
+// A destination that does not exist yet is written under a temporary name in its folder and
+// renamed into place once complete. False, with "Failed copy on " logged, when all tries fail.
+bool FSCopyFile(const std::string& source, const std::string& destination);
+// Moves a file; true once the destination exists. Error 10005 (handled inside) after 4 tries.
+bool FSMoveFile(const std::string& source, const std::string& destination);
+bool FSFileExists(const std::string& path);
+bool FSFolderExists(const std::string& path);
+// Size in bytes; 0 on any error, silently.
+double FSGetFileSize(const std::string& path);
+// True when the regular file opens for reading and its first 8193 bytes (fewer when shorter)
+// can be read. FIFOs, sockets and devices are never opened.
+bool FSIsReadable(const std::string& path);
+// Everything up to and including the last "/"; empty when there is none.
+std::string FSGetPathPart(const std::string& path);
+// The mount point that holds the path; empty for a relative path.
+std::string FSDriveFromPath(const std::string& path);
+// True when the path exists as a folder.
+bool FSDriveExists(const std::string& drive);
+// Everything after the last "/"; the whole text when there is none.
+std::string FSGetNamePart(const std::string& path);
+// Creates every missing folder of FSGetPathPart(filePath).
+void FSCreatePath(const std::string& filePath);
+// Creates every missing prefix of `folderPath` that ends in "/" (at most 1024).
+void FSCreateFolderTree(const std::string& folderPath);
+// Everything after the last "." of the whole text, ASCII letters upper-cased; empty without ".".
+std::string FSGetExtension(const std::string& path);
+// Flushes everything written to the file system that holds `path` (syncfs); false on error.
+bool FSSyncFileSystem(const std::string& path);

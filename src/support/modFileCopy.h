@@ -1,0 +1,26 @@
+#pragma once
+
+// Copies one file in one of three ways. FSCopyFile tries mode 3, then 2, then 1, so the copy
+// mode equals the tries left:
+//   3  stream copy: an existing destination is written over without being truncated;
+//   2  copy that overwrites (truncates) the destination;
+//   1  copy that fails if the destination exists; its result is true whatever happened.
+// Every call logs at level 3: "CopyMode = <mode>. Returned: True|False".
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+bool CopyFileByMode(const std::string& source, const std::string& destination, int32_t mode);
+
+// The three methods behind the modes, replaceable so that a test can break one of them
+// (wrap the default and change one call). Each returns false on error (mode 1's result is
+// ignored by CopyFileByMode).
+using CopyMethod = std::function<bool(const std::string& source, const std::string& destination)>;
+struct CopyMethods {
+    CopyMethod mode1; // create-exclusive copy
+    CopyMethod mode2; // overwriting copy
+    CopyMethod mode3; // stream copy without truncation
+};
+CopyMethods DefaultCopyMethods();
+CopyMethods& ActiveCopyMethods();

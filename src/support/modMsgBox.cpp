@@ -1,0 +1,38 @@
+#include "support/modMsgBox.h"
+
+#include "support/modServices.h"
+
+#include <iostream>
+
+namespace {
+IMessageBoxService* g_service = nullptr;
+} // namespace
+
+int FirstButton(int style) {
+    switch (style & 7) {
+    case mb::kAbortRetryIgnore: return mb::kAbort;
+    case mb::kYesNoCancel:
+    case mb::kYesNo: return mb::kYes;
+    case mb::kRetryCancel: return mb::kRetry;
+    default: return mb::kOK;
+    }
+}
+
+int CHeadlessMessageBox::Show(const std::string& text, int style, const std::string& /*title*/) {
+    std::cerr << text << std::endl;
+    Logger().Log(1, text);
+    return FirstButton(style);
+}
+
+void SetMessageBoxService(IMessageBoxService* service) { g_service = service; }
+
+IMessageBoxService& MessageBoxService() {
+    static CHeadlessMessageBox headless;
+    return g_service ? *g_service : headless;
+}
+
+int MsgBox(const std::string& text, int style, const std::string& title) {
+    return MessageBoxService().Show(text, style, title);
+}
+
+void Beep() { MessageBoxService().Beep(); }

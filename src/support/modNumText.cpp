@@ -1,0 +1,97 @@
+#include "support/modNumText.h"
+
+#include "support/CRuntimeError.h"
+
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <limits>
+
+std::string NumText(double value) {
+    if (value == 0) return "0";
+    char buf[64];
+    std::snprintf(buf, sizeof buf, "%.15g", value);
+    std::string text = buf;
+    auto e = text.find('e');
+    if (e != std::string::npos) {
+        // 1e+20 is written 1E+20, as the runtime writes large numbers.
+        text[e] = 'E';
+        if (text[e + 2] == '0') text.erase(e + 2, 1);
+    }
+    return text;
+}
+
+std::string NumTextSigned(double value) {
+    return value < 0 ? NumText(value) : " " + NumText(value);
+}
+
+double RoundHalfEven(double value, int decimals) {
+    const double scale = std::pow(10.0, decimals);
+    return std::nearbyint(value * scale) / scale; // the default rounding mode is to nearest even
+}
+
+std::string FormatGrouped(double value) {
+    const double whole = RoundHalfEven(value);
+    if (whole == 0) return "";
+    char buf[64];
+    std::snprintf(buf, sizeof buf, "%.0f", std::fabs(whole));
+    std::string digits = buf;
+    std::string out;
+    for (size_t i = 0; i < digits.size(); ++i) {
+        if (i > 0 && (digits.size() - i) % 3 == 0) out += ',';
+        out += digits[i];
+    }
+    return whole < 0 ? "-" + out : out;
+}
+
+int16_t ToInt16(double value) {
+    const double r = RoundHalfEven(value);
+    if (!(r >= std::numeric_limits<int16_t>::min() && r <= std::numeric_limits<int16_t>::max()))
+        Raise(err::kOverflow);
+    return static_cast<int16_t>(r);
+}
+
+int32_t ToInt32(double value) {
+    const double r = RoundHalfEven(value);
+    if (!(r >= std::numeric_limits<int32_t>::min() && r <= std::numeric_limits<int32_t>::max()))
+        Raise(err::kOverflow);
+    return static_cast<int32_t>(r);
+}
+
+double TextToNumber(const std::string& text) {
+    const char* begin = text.c_str();
+    while (*begin == ' ') ++begin;
+    if (*begin == '\0') Raise(err::kTypeMismatch);
+    char* end = nullptr;
+    errno = 0;
+    const double value = std::strtod(begin, &end);
+    while (*end == ' ') ++end;
+    if (*end != '\0' || end == begin || std::isnan(value)) Raise(err::kTypeMismatch);
+    if (errno == ERANGE && std::isinf(value)) Raise(err::kOverflow);
+    return value;
+}
+
+int16_t TextToInt16(const std::string& text) { return ToInt16(TextToNumber(text)); }
+
+double Divide(double numerator, double denominator) {
+    if (denominator == 0) Raise(numerator == 0 ? err::kOverflow : err::kDivisionByZero);
+    return numerator / denominator;
+}
+
+std::string TwoDigits(long value) {
+    char buf[32];
+    std::snprintf(buf, sizeof buf, "%02ld", value);
+    return buf;
+}
+
+std::string FormatElapsed(int32_t seconds) {
+    const int32_t hours = seconds / 3600;
+    // The hour and minute products are 16-bit: from 10 hours on they overflow.
+    if (hours * 3600L > std::numeric_limits<int16_t>::max() ||
+        hours * 3600L < std::numeric_limits<int16_t>::min())
+        Raise(err::kOverflow);
+    const int32_t minutes = (seconds - hours * 3600) / 60;
+    const int32_t rest = seconds - hours * 3600 - minutes * 60;
+    return TwoDigits(hours) + ":" + TwoDigits(minutes) + ":" + TwoDigits(rest);
+}

@@ -1,0 +1,56 @@
+#include "support/modPlatformPaths.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+std::string EnvOrHome(const char* name, const char* fallbackBelowHome) {
+    const char* value = std::getenv(name);
+    if (value && *value) return value;
+    const char* home = std::getenv("HOME");
+    return std::string(home ? home : "") + fallbackBelowHome;
+}
+
+bool IsFolder(const std::string& path) {
+    struct stat st{};
+    return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+} // namespace
+
+std::string ConfigHome() { return EnvOrHome("XDG_CONFIG_HOME", "/.config"); }
+
+std::string StateFolder() { return EnvOrHome("XDG_STATE_HOME", "/.local/state") + "/Korvex/QRV"; }
+
+std::string StateFile(const std::string& name) {
+    const std::string folder = StateFolder();
+    MakePrivateFolders(folder);
+    return folder + "/" + name;
+}
+
+std::string ProgramFolder() {
+    char buf[PATH_MAX];
+    const ssize_t n = ::readlink("/proc/self/exe", buf, sizeof buf - 1);
+    if (n <= 0) return CurrentFolder();
+    std::string path(buf, static_cast<size_t>(n));
+    return path.substr(0, path.rfind('/'));
+}
+
+std::string CurrentFolder() {
+    char buf[PATH_MAX];
+    return ::getcwd(buf, sizeof buf) ? std::string(buf) : std::string();
+}
+
+bool MakePrivateFolders(const std::string& path) {
+    if (path.empty()) return false;
+    for (size_t pos = path.find('/', 1); ; pos = path.find('/', pos + 1)) {
+        const std::string prefix = path.substr(0, pos);
+        if (!prefix.empty() && !IsFolder(prefix) && ::mkdir(prefix.c_str(), kPrivateFolderMode) != 0 &&
+            errno != EEXIST)
+            return false;
+        if (pos == std::string::npos) break;
+    }
+    return IsFolder(path);
+}

@@ -1,0 +1,75 @@
+#pragma once
+
+// Helpers shared by every test: a private temporary folder with XDG folders inside it and fresh
+// process-wide services, a scripted message box that records every call, trees built from a
+// literal, and small file and SQL readers.
+
+#include "support/modMsgBox.h"
+
+#include <deque>
+#include <string>
+#include <utility>
+#include <vector>
+
+std::string ReadFile(const std::string& path);
+void WriteFile(const std::string& path, const std::string& content);
+bool Exists(const std::string& path);
+// The test content of length n: byte i is (i * 31 + 7) mod 251.
+std::string PatternContent(size_t n);
+// Every file and folder below root, relative, sorted; folders end in "/".
+std::vector<std::string> ListTree(const std::string& root);
+// The rows of a query on a SQLite file, every value as text ("" for NULL).
+std::vector<std::vector<std::string>> SqlRows(const std::string& dbPath, const std::string& sql);
+// Log lines without their "dd/MM/yyyy HH:mm:ss: " stamp; each keeps its CR LF.
+std::vector<std::string> LogMessages(const std::string& logText);
+
+// A message box that answers from a script (first button when the script is empty).
+class CScriptedMessageBox : public IMessageBoxService {
+public:
+    struct Call {
+        std::string text;
+        int style;
+        std::string title;
+        bool operator==(const Call&) const = default;
+    };
+    int Show(const std::string& text, int style, const std::string& title) override;
+    void Beep() override { ++beeps; }
+    void Answer(int answer) { answers.push_back(answer); }
+
+    std::vector<Call> calls;
+    std::deque<int> answers;
+    int beeps = 0;
+};
+
+// A temporary folder for one test, with XDG_CONFIG_HOME and XDG_STATE_HOME inside it, fresh
+// error handler and logger, the scripted message box installed and no yield hook. All of it
+// is undone and the folder removed when the object goes.
+class ScopedTestEnv {
+public:
+    ScopedTestEnv();
+    ~ScopedTestEnv();
+    ScopedTestEnv(const ScopedTestEnv&) = delete;
+    ScopedTestEnv& operator=(const ScopedTestEnv&) = delete;
+
+    const std::string& Root() const { return m_root; }
+    std::string Path(const std::string& relative) const { return m_root + "/" + relative; }
+    std::string ConfigHome() const { return Path("config"); }
+    std::string StateHome() const { return Path("state"); }
+
+    CScriptedMessageBox box;
+
+private:
+    std::string m_root;
+    std::vector<std::pair<std::string, std::string>> m_savedEnv;
+};
+
+// Trees from a literal:
+//   CreateTree(root, Dir({{"sub", Dir({{"f.txt", File("hello")}})}, {"a.txt", File("x")}}));
+struct TestNode {
+    bool isDir = false;
+    std::string content;
+    std::vector<std::pair<std::string, TestNode>> children;
+};
+TestNode File(std::string content);
+TestNode Dir(std::vector<std::pair<std::string, TestNode>> children = {});
+void CreateTree(const std::string& root, const TestNode& tree);
