@@ -1,0 +1,47 @@
+#include "app/modPaths.h"
+
+#include "app/CProgramSettings.h"
+#include "support/modFSCommon.h"
+#include "support/modServices.h"
+
+namespace {
+CProgramSettings ProgramSettings() {
+    CProgramSettings settings;
+    settings.RootKey(CProgramSettings::kLocalMachine);
+    settings.MainBranch("SOFTWARE");
+    settings.RegBase("Korvex");
+    settings.Program("QRV");
+    settings.Section("Settings");
+    return settings;
+}
+} // namespace
+
+std::string ReadRegSetting(const std::string& name) { return ProgramSettings().ReadEntry(name, ""); }
+
+void WriteRegSetting(const std::string& name, const std::string& value) {
+    ProgramSettings().WriteEntry(name, value);
+}
+
+std::string GetBackupPath() { return ReadRegSetting("BackupPath"); }
+
+bool IsBackupPathSet() { return !GetBackupPath().empty(); }
+
+std::string GetDBPath() {
+    const std::string backupPath = GetBackupPath();
+    return backupPath.empty() ? std::string() : FSBuildPath(backupPath, "db/Backup.db");
+}
+
+std::string GetFilesPath() { return FSBuildPath(GetBackupPath(), "Files"); }
+
+std::string GetLogsPath() { return FSBuildPath(GetBackupPath(), "Logs"); }
+
+bool IsBackupDriveReady() { return FSDriveExists(GetBackupPath()); }
+
+bool DBJournalExists() { return FSFileExists(GetDBPath() + "-journal"); }
+
+bool KillDBJournal() {
+    if (!DBJournalExists()) return false;
+    FSDeleteFile(GetDBPath() + "-journal");
+    Log(1, "Killed DB Journal. Possible previous crash");
+    return true;
+}

@@ -1,0 +1,213 @@
+#include "engine/CBackup.h"
+
+#include "engine/CDriveMap.h"
+#include "engine/kvCryptDriver.h"
+#include "support/CProcTrap.h"
+#include "support/modFSCommon.h"
+#include "support/modMsgBox.h"
+#include "support/modNumText.h"
+#include "support/modServices.h"
+#include "support/modYield.h"
+
+namespace {
+constexpr double kDisplayMegabyte = 1024000.0;
+constexpr const char* kSupportAddress = "support@korvex.invalid";
+} // namespace
+
+CBackup::CBackup() { m_timer.ScaleFactor(1000); }
+
+void CBackup::Verify(bool /*value*/) {
+    // The accessor stores the flag's own value back: verification after a copy stays off.
+    m_verify = m_verify;
+}
+
+std::string CBackup::GetBackupFileName(const std::string& signature) {
+    CProcTrap trap("CBackup_GetBackupFileName");
+    if (!signature.empty()) return signature + ".QRV";
+    const std::string temp = FSGetTempName();
+    return temp.substr(0, temp.size() - 4) + ".QRV";
+}
+
+CBackup::Result CBackup::Exec() {
+    CProcTrap trap("CBackup_Exec");
+    try {
+        trap.Check();
+        if (!FSFolderExists(m_source)) {
+            Log(1, m_source + " not accessible. Skipping");
+            trap.KeepOnStack(); // this exit does not pop
+            return Result::kFalse;
+        }
+        m_timer.StartTimer();
+        m_db.Connect(m_dbPath);
+        CDriveMap map;
+        m_filesFound = 0;
+        m_bytes = 0;
+        m_duplicates = 0;
+        m_duplicateBytes = 0;
+        m_duplicateList.clear();
+        m_db.Begin();
+        m_bid = m_db.BackupRun(m_source);
+
+        Operation("Finding Files");
+        Log(1, "Finding files in source : " + m_source);
+        map.Reset();
+        map.Database(&m_db);
+        map.Hidden(m_includeHidden);
+        map.System(m_includeSystem);
+        map.SourcePath(m_source);
+        map.BackupID(m_bid);
+        map.ExcludeFiles(m_exclude);
+        map.ExcludeDirs(m_exDirs);
+        map.Exec();
+        m_filesFound = map.FileCount();
+        Log(1, "Elapsed time : " + FormatElapsed(ToInt32(m_timer.ElapsedTime())));
+        Log(1, "Files found  : " + NumText(m_filesFound));
+        if (OnStart) OnStart(m_filesFound);
+        map.MoveFirst();
+
+        // The stored flag is set once per run, not per file: a file that meets a full disk
+        // after an earlier file was stored is still recorded. This carry-over is intended.
+        bool stored = false;
+        m_backupDrive = FSDriveFromPath(m_backupPath);
+        while (!map.Eof()) {
+            BackupOneFile(map.FilePath(), stored);
+            const float rate = Rate();
+            if (OnFileProgress) OnFileProgress(map.Idx(), rate);
+            if (m_cancel) {
+                m_db.Rollback();
+                trap.KeepOnStack(); // this exit does not pop
+                return Result::kCancel;
+            }
+            map.MoveNext();
+        }
+
+        FSSyncFileSystem(m_backupPath); // the store's content is on disk before rows refer to it
+        m_db.Commit();
+        m_timer.StopTimer();
+        if (OnFinish) OnFinish(m_bytes);
+        DoEvents();
+        Operation("Source backup complete");
+        Log(2, "List of duplicates");
+        for (const std::string& entry : m_duplicateList) Log(2, entry);
+        LogTotals();
+        return Result::kEmpty;
+    } catch (...) {
+        trap.Handle();
+        return Result::kEmpty;
+    }
+}
+
+void CBackup::BackupOneFile(const std::string& path, bool& stored) {
+    Operation("Check File is readable");
+    if (!FSIsReadable(path)) return;
+
+    const double size = FSGetFileSize(path);
+    m_bytes += size;
+    Log(2, "FIL: " + path);
+    Log(2, "SIZ: " + NumText(size));
+
+    Operation("Calculate MD5 signature");
+    const std::string signature = MD5File(path);
+    if (signature.empty()) {
+        Log(2, "Skipping " + path);
+        return;
+    }
+    Log(2, "MD5: " + signature);
+    DoEvents();
+
+    Operation("Backup file");
+    const std::string name = GetBackupFileName(signature);
+    const std::string folder =
+        FSBuildPath(FSBuildPath(m_backupPath, signature.substr(0, 2)), signature.substr(2, 2));
+    const std::string target = FSBuildPath(folder, name);
+    const std::string legacy = FSBuildPath(m_backupPath, name);
+
+    Operation("Is zero length?");
+    if (size <= 0) {
+        Log(2, "Skipping " + path + ". Zero length file");
+        return;
+    }
+
+    Operation("Already backed up?");
+    if (FSFileExists(target)) {
+        Operation("Check if 2 files have same MD5");
+        const double sourceSize = FSGetFileSize(path);
+        const double targetSize = FSGetFileSize(target);
+        Log(3, "File size: " + NumText(sourceSize));
+        Log(3, "File size: " + NumText(targetSize));
+        if (sourceSize != targetSize) ReportCollision(path, target);
+        Log(2, "File already in backup collection");
+        stored = true;
+        if (++m_duplicates > kMaxListEntries) Raise(err::kSubscript);
+        m_duplicateBytes += size;
+        m_duplicateList.push_back("Duplicate: " + path);
+    } else {
+        Operation("Enough disk space?");
+        if (FSGetFreeDiskSpace(m_backupDrive) <= size) {
+            Log(1, "Insufficient disk space on backup drive");
+        } else {
+            StoreNew(path, signature, target, legacy, stored);
+            if (!stored) return;
+        }
+    }
+
+    if (stored) {
+        Operation("AddBackupRecord");
+        m_db.AddBackupRecord(m_bid, signature, path, target, NumTextSigned(size));
+        DoEvents();
+    }
+}
+
+void CBackup::StoreNew(const std::string& path, const std::string& signature,
+                       const std::string& target,
+                       const std::string& legacy, bool& stored) {
+    Operation("Make backup");
+    FSCreatePath(target);
+    Log(2, "COP: " + path);
+    // Content left in the earlier flat layout is moved into its folder instead of copied.
+    stored = FSFileExists(legacy) ? FSMoveFile(legacy, target) : FSCopyFile(path, target);
+    if (!stored) {
+        Log(1, "Failed to copy. Disk could be full");
+        DoEvents();
+        return;
+    }
+    DoEvents();
+
+    if (m_verify) {
+        Log(2, "VER: " + path);
+        Operation("Verify backup file");
+        if (MD5File(target) != signature) {
+            Log(1, path + " failed verification");
+            FSDeleteFile(target);
+        }
+    }
+}
+
+void CBackup::ReportCollision(const std::string& path, const std::string& target) {
+    Log(1, "WARNING: two different files share one MD5 signature");
+    Log(1, path);
+    Log(1, target);
+    Log(1, "These two files have the same MD5 and are different");
+    MsgBox(std::string("Woah! MD5 signature found 2 different files with same signature. ") +
+               "Please send both files to " + kSupportAddress + " so that we can look into it: " +
+               "'" + path + "' and '" + target,
+           mb::kCritical | mb::kOKOnly, "QRV");
+}
+
+float CBackup::Rate() {
+    // Bytes per second since the run began; a run younger than the clock's millisecond
+    // resolution counts as one millisecond old.
+    const double elapsed = m_timer.ElapsedTime();
+    return static_cast<float>(m_bytes / (elapsed < 0.001 ? 0.001 : elapsed));
+}
+
+void CBackup::LogTotals() {
+    Log(1, "Total Files : " + FormatGrouped(m_filesFound));
+    Log(1, "Tot Filesize: " + FormatGrouped(m_bytes));
+    Log(1, "Fil not copd: " + FormatGrouped(m_duplicates));
+    Log(1, "Siz not copd: " + FormatGrouped(m_duplicateBytes));
+    const double elapsed = m_timer.ElapsedTime();
+    Log(1, "Elapsed time: " + FormatElapsed(ToInt32(elapsed)));
+    const double megabytes = Divide(Divide(m_bytes, elapsed), kDisplayMegabyte);
+    Log(1, "Throughput  : " + NumText(RoundHalfEven(megabytes, 2)) + " MB/s");
+}

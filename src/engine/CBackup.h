@@ -1,0 +1,92 @@
+#pragma once
+
+// The backup of one source into the content-addressed store. One Exec is one run: a Backups
+// row, a Paths row per folder (written by the enumerator), and a Files row for every file
+// whose content ends up in the store. Each distinct content is stored once, as
+// <store>/ab/cd/<signature>.QRV; a file whose signature is already stored is only recorded.
+//
+// Every catalogue write of the run is one transaction. Store files are written under a
+// temporary name and renamed into place, and the store's file system is flushed before the
+// Commit, so a killed run leaves no partial store file and no row that refers to lost content.
+// Progress reaches the caller through three events; Cancel is seen after the current file.
+
+#include "catalogue/CDatabase.h"
+#include "support/CMMTimer.h"
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+class CBackup {
+public:
+    // What Exec returns: nothing after a complete run (or an error), "Cancel" when cancelled,
+    // false when the source folder does not exist.
+    enum class Result { kEmpty, kCancel, kFalse };
+
+    CBackup();
+
+    void Source(const std::string& value) { m_source = value; }
+    const std::string& BackupDB() const { return m_dbPath; }
+    void BackupDB(const std::string& value) { m_dbPath = value; }
+    const std::string& BackupPath() const { return m_backupPath; }
+    void BackupPath(const std::string& value) { m_backupPath = value; }
+    bool IncludeHidden() const { return m_includeHidden; }
+    void IncludeHidden(bool value) { m_includeHidden = value; }
+    bool IncludeSystem() const { return m_includeSystem; }
+    void IncludeSystem(bool value) { m_includeSystem = value; }
+    bool Verify() const { return m_verify; }
+    // Has no effect: the flag keeps its own value, so the verification stage never runs.
+    void Verify(bool value);
+    void Exclude(const std::string& value) { m_exclude = value; }
+    void ExDirs(const std::string& value) { m_exDirs = value; }
+    int32_t MD5CalcMethod() const { return m_calcMethod; }
+    void MD5CalcMethod(int32_t value) { m_calcMethod = value; }
+
+    void Cancel() { m_cancel = true; }
+    Result Exec();
+
+    // Run statistics of the last Exec.
+    int32_t FilesFound() const { return m_filesFound; }
+    double BytesProcessed() const { return m_bytes; }
+    int32_t Duplicates() const { return m_duplicates; }
+    double DuplicateBytes() const { return m_duplicateBytes; }
+
+    // Events, in their declared order.
+    std::function<void(int32_t done, float bytesPerSecond)> OnFileProgress;
+    std::function<void(int32_t fileCount)> OnStart;
+    std::function<void(double bytes)> OnFinish;
+
+    // The store file name of a signature, or a fresh temporary one without it.
+    static std::string GetBackupFileName(const std::string& signature = {});
+
+private:
+    void BackupOneFile(const std::string& path, bool& stored);
+    void StoreNew(const std::string& path, const std::string& signature, const std::string& target,
+                  const std::string& legacy, bool& stored);
+    void ReportCollision(const std::string& path, const std::string& target);
+    void LogTotals();
+    float Rate();
+
+    std::string m_source;
+    std::string m_dbPath;
+    std::string m_backupPath;
+    bool m_includeHidden = false;
+    bool m_includeSystem = false;
+    bool m_verify = false;
+    std::string m_exclude;
+    std::string m_exDirs;
+    int32_t m_calcMethod = 0;
+    int32_t m_filesFound = 0;
+    double m_bytes = 0;
+    int32_t m_duplicates = 0;
+    double m_duplicateBytes = 0;
+    bool m_cancel = false;
+    CMMTimer m_timer;
+    CDatabase m_db;
+
+    // Per run.
+    int32_t m_bid = 0;
+    std::vector<std::string> m_duplicateList;
+    std::string m_backupDrive;
+};

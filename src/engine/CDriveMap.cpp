@@ -1,0 +1,137 @@
+#include "engine/CDriveMap.h"
+
+#include "catalogue/CDatabase.h"
+#include "support/CRuntimeError.h"
+#include "support/modFSCommon.h"
+#include "support/modServices.h"
+#include "support/modYield.h"
+
+#include <algorithm>
+
+namespace {
+std::vector<std::string> SplitAtBlanks(const std::string& text) {
+    std::vector<std::string> items;
+    size_t start = 0;
+    for (size_t blank; (blank = text.find(' ', start)) != std::string::npos; start = blank + 1)
+        items.push_back(text.substr(start, blank - start));
+    items.push_back(text.substr(start));
+    return items;
+}
+
+std::string Lower(std::string text) {
+    for (char& c : text)
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    return text;
+}
+} // namespace
+
+void CDriveMap::Reset() {
+    m_fileCount = 0;
+    m_cursor = 1;
+    m_folderCursor = 1;
+    m_folderCount = 0;
+    m_bid = 0;
+    m_hidden = false;
+    m_system = false;
+    m_patternsActive = false;
+    m_foldersActive = false;
+    m_db = nullptr;
+    m_limitExceeded = false;
+    // The lists keep their content, as the fixed arrays they stand in for; the counts govern.
+    m_files.resize(0);
+    m_folders.resize(0);
+}
+
+void CDriveMap::ExcludeFiles(const std::string& patterns) {
+    if (patterns.empty()) return;
+    m_patternExts.clear();
+    // Only a pattern's extension counts: *.tmp, .tmp and x.tmp all exclude the extension tmp.
+    for (const std::string& pattern : SplitAtBlanks(patterns))
+        m_patternExts.push_back(Lower(FSGetExtension(pattern)));
+    m_patternsActive = true;
+}
+
+void CDriveMap::ExcludeDirs(const std::string& folders) {
+    if (folders.empty()) return;
+    m_exFolders.clear();
+    for (const std::string& folder : SplitAtBlanks(folders)) m_exFolders.push_back(Lower(folder));
+    m_foldersActive = true;
+}
+
+bool CDriveMap::Exec() {
+    Log(3, "FindFiles " + m_source);
+    Search(m_source);
+    while (m_folderCursor <= m_folderCount) {
+        DoEvents();
+        if (m_folderCursor > kMaxListEntries) Raise(err::kSubscript);
+        Search(m_folders[static_cast<size_t>(m_folderCursor - 1)]);
+        ++m_folderCursor;
+    }
+    if (m_limitExceeded) Log(1, "Max file/folder limit exceeded in " + m_source);
+    if (m_bid > 0 && m_db) {
+        m_db->AddPath(m_bid, FSBuildPath(m_source, "/"));
+        for (const std::string& folder : m_folders) m_db->AddPath(m_bid, folder + "/");
+    }
+    return false;
+}
+
+void CDriveMap::Search(const std::string& folder) {
+    CFileFind finder;
+    // FSBuildPath leaves exactly one "/" before the "*.*" that FindFile appends.
+    for (bool found = finder.FindFile(FSBuildPath(folder, "/")); found;
+         found = finder.FindNextFile())
+        TestEntry(finder);
+    finder.FindClose();
+}
+
+void CDriveMap::TestEntry(const CFileFind& finder) {
+    if (finder.IsDots()) return;
+    if (finder.IsDirectory()) {
+        // Hidden folders are always walked; only their files are filtered.
+        if (m_foldersActive && ExcludedFolder(FSGetNamePart(finder.GetFileName()))) return;
+        std::string path = finder.GetFilePath();
+        if (path == m_source) return;
+        ++m_folderCount;
+        if (m_folderCount > kMaxListEntries) {
+            m_limitExceeded = true;
+            return;
+        }
+        m_folders.push_back(std::move(path));
+        return;
+    }
+    if (!m_hidden && finder.IsHidden()) return;
+    if (!m_system && finder.IsSystem()) return;
+    if (m_patternsActive && ExcludedFile(finder.GetFileName())) return;
+    ++m_fileCount;
+    if (m_fileCount <= kMaxListEntries)
+        m_files.push_back(finder.GetFilePath());
+    else
+        m_limitExceeded = true;
+}
+
+bool CDriveMap::ExcludedFolder(const std::string& name) const {
+    return std::find(m_exFolders.begin(), m_exFolders.end(), Lower(name)) != m_exFolders.end();
+}
+
+bool CDriveMap::ExcludedFile(const std::string& name) const {
+    const std::string ext = Lower(FSGetExtension(name));
+    return std::find(m_patternExts.begin(), m_patternExts.end(), ext) != m_patternExts.end();
+}
+
+void CDriveMap::MoveNext() {
+    if (m_cursor <= m_fileCount) ++m_cursor;
+}
+
+bool CDriveMap::Eof() {
+    if (m_cursor > m_fileCount) {
+        m_cursor = m_fileCount;
+        return true;
+    }
+    return false;
+}
+
+const std::string& CDriveMap::FilePath() const {
+    if (m_cursor < 1 || m_cursor > kMaxListEntries || m_cursor > static_cast<int32_t>(m_files.size()))
+        Raise(err::kSubscript);
+    return m_files[static_cast<size_t>(m_cursor - 1)];
+}

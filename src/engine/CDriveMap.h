@@ -1,0 +1,72 @@
+#pragma once
+
+// Lists what a backup run must look at: walks a source breadth-first (the folder list is the
+// walk's queue), applies the hidden, extension and folder exclusions, keeps the files in
+// discovery order for the run to step through, and records one Paths row per folder.
+// Each list holds at most 512000 entries; past that "Max file/folder limit exceeded in " is
+// logged, FileCount keeps counting, and a folder past the limit makes the walk fail with
+// error 9. EOF is spelled Eof() here (EOF is a C macro).
+
+#include "engine/CFileFind.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+class CDatabase;
+
+inline constexpr int32_t kMaxListEntries = 512000;
+
+class CDriveMap {
+public:
+    CDriveMap() { Reset(); }
+
+    void Reset();
+    // "" changes nothing; any other text is split at every single blank and replaces the list.
+    void ExcludeFiles(const std::string& patterns);
+    void ExcludeDirs(const std::string& folders);
+    void SourcePath(const std::string& path) { m_source = path; }
+    void Database(CDatabase* db) { m_db = db; }
+    int32_t FileCount() const { return m_fileCount; }
+    int32_t Idx() const { return m_cursor; }
+    void BackupID(int32_t bid) { m_bid = bid; }
+    int32_t BackupID() const { return m_bid; }
+    void Hidden(bool value) { m_hidden = value; }
+    bool Hidden() const { return m_hidden; }
+    void System(bool value) { m_system = value; }
+    bool System() const { return m_system; }
+    // Walks the source; the result carries no information (always false).
+    bool Exec();
+    void MoveFirst() { m_cursor = 1; }
+    void MoveNext();
+    bool Eof();
+    // The file at the cursor; a cursor of 0 or past 512000 raises error 9.
+    const std::string& FilePath() const;
+    bool LimitExceeded() const { return m_limitExceeded; }
+
+    // The folders found, in discovery order (the walk's queue).
+    const std::vector<std::string>& Folders() const { return m_folders; }
+
+private:
+    void Search(const std::string& folder);
+    void TestEntry(const CFileFind& finder);
+    bool ExcludedFolder(const std::string& name) const;
+    bool ExcludedFile(const std::string& name) const;
+
+    std::vector<std::string> m_files;
+    int32_t m_fileCount = 0;
+    int32_t m_cursor = 1;
+    std::vector<std::string> m_folders;
+    int32_t m_folderCursor = 1;
+    int32_t m_folderCount = 0;
+    int32_t m_bid = 0;
+    bool m_hidden = false;
+    bool m_system = false;
+    std::vector<std::string> m_patternExts; // lower-case extensions of the excluded patterns
+    bool m_patternsActive = false;
+    std::vector<std::string> m_exFolders; // lower-case excluded folder names
+    bool m_foldersActive = false;
+    CDatabase* m_db = nullptr;
+    bool m_limitExceeded = false;
+    std::string m_source;
+};

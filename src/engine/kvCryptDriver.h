@@ -1,0 +1,19 @@
+#pragma once
+
+// File signatures: the text that names a content's store file and fills Files.md5.
+//
+// The signature follows a fixed block rule: the file is fed to MD5 in pieces of 8193 bytes per
+// 8192-byte block (reads run ahead of the 8192 grid) plus one piece of rest + 1 bytes, bytes past
+// the end of the file being zero. The result equals the plain MD5 of the file's bytes followed by
+// ceil(L / 8192) zero bytes, so it is computed here in one streaming pass with any read size.
+// Hex digits are lower case everywhere.
+
+#include <cstdint>
+#include <string>
+
+inline constexpr int32_t kAlgorithmMD5 = 3;
+
+// HashFile with MD5; the entry point of the backup run and the restore.
+std::string MD5File(const std::string& path);
+// The signature, or "" after any error (reported under "HashFile").
+std::string HashFile(int32_t algorithm, const std::string& path);
