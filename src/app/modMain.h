@@ -1,4 +1,23 @@
 #pragma once
 
-// The start-up sequence of the program (process entry).
+// The process entry and start-up sequence: the error handler first, the logger second, the
+// daily log under the backup path, unattended mode for a non-empty command line, one instance
+// at a time (an exclusive lock in the state folder), the integrity check after an interrupted
+// run, then the main window's load. Without a window, an empty command line exits 2; the
+// unattended path exits 0 when it completes and 1, with the reason on stderr, when no backup
+// path is set or the backup drive is not ready.
+
+#include <string>
+
+inline constexpr int kExitDone = 0;
+inline constexpr int kExitCannotRun = 1;
+inline constexpr int kExitNoWindow = 2;
+inline constexpr int kExitOtherInstance = 3;
+
 int Main(int argc, char** argv);
+
+// Opens today's log Logs/QRV-yyyymmdd.LOG at level 1 and writes "QRV x.y.z Started".
+void StartDailyLog();
+bool InitControls();
+// The command line as one text: the words joined by single blanks.
+std::string CommandLine(int argc, char** argv);

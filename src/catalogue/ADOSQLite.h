@@ -72,6 +72,9 @@ public:
     void Field(const std::string& name, const std::string& value);
     void Dump() const {}
 
+    // The engine connection, for bulk readers that stream a large result (modBulkQuery.h).
+    sqlite3* Handle() const { return m_db; }
+
     // The running SQLite version number, replaceable so that tests can simulate a mismatch.
     static void SetLibVersionProbe(std::function<int()> probe);
 

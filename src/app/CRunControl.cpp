@@ -1,0 +1,185 @@
+#include "app/CRunControl.h"
+
+#include "app/modPaths.h"
+#include "app/modRetention.h"
+#include "support/CProcTrap.h"
+#include "support/modNumText.h"
+#include "support/modServices.h"
+#include "support/modYield.h"
+
+#include <cctype>
+
+namespace {
+constexpr double kDisplayMegabyte = 1024000.0;
+constexpr const char* kCancel = "Cancel";
+
+std::string LowerAscii(std::string text) {
+    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+} // namespace
+
+std::string BackupSummary(double totalBytes, int32_t seconds) {
+    const double megabytes = RoundHalfEven(totalBytes / kDisplayMegabyte, 2);
+    return "Backup Complete. " + FormatGrouped(megabytes) + "MB in " + FormatElapsed(seconds);
+}
+
+CRunControl::CRunControl(std::vector<std::string> sources, BackupOptions options)
+    : m_sources(std::move(sources)), m_options(std::move(options)) {}
+
+void CRunControl::Changed() {
+    if (OnViewChanged) OnViewChanged(m_view);
+}
+
+void CRunControl::cmdBackup_Click() {
+    CProcTrap trap("cmdBackup_Click");
+    try {
+        trap.Check();
+        if (m_running)
+            RequestCancel();
+        else
+            StartRun();
+    } catch (...) {
+        trap.Handle();
+        if (m_running) SetIdle();
+    }
+}
+
+void CRunControl::RequestCancel() {
+    m_view.lblSource = "Cancel requested. Stopping...";
+    Changed();
+    Log(1, m_view.lblSource);
+    m_bkup->Cancel();
+    DoEvents();
+    ClosingSteps();
+}
+
+void CRunControl::StartRun() {
+    m_totalBytes = 0;
+    m_running = true;
+    m_view.sourceButtonsEnabled = false;
+    m_view.tabsEnabled = false;
+    m_view.cmdBackupCaption = kCancel;
+    m_view.cmdBackupToolTip = "Cancel backup in progress";
+    Changed();
+    Logger().BlankLine();
+    Log(1, "Backup started");
+
+    m_bkup = std::make_unique<CBackup>();
+    m_bkup->OnStart = [this](int32_t count) { Bkup_Start(count); };
+    m_bkup->OnFileProgress = [this](int32_t done, float rate) { Bkup_FileProgress(done, rate); };
+    m_bkup->OnFinish = [this](double bytes) { Bkup_Finish(bytes); };
+    m_timer = std::make_unique<CMMTimer>();
+    m_timer->StartTimer();
+
+    CBackup::Result result = CBackup::Result::kEmpty;
+    const int32_t count = static_cast<int32_t>(m_sources.size());
+    for (int32_t row = 0; row < count; ++row) {
+        BackupSource(ToInt16(row), result);
+        // A cancelled source gets no retention, and no further source starts.
+        if (result == CBackup::Result::kCancel) break;
+        int16_t limit = TextToInt16(m_options.maxBackups);
+        PruneSource(m_sources[static_cast<size_t>(row)], limit);
+    }
+    Finish(result);
+}
+
+void CRunControl::BackupSource(int16_t row, CBackup::Result& result) {
+    const std::string& source = m_sources[static_cast<size_t>(row)];
+    m_view.progress = 0;
+    m_view.lblCount.clear();
+    m_view.lblDone.clear();
+    m_view.lblThruPut = "MB/s";
+    m_view.selectedSource = row;
+    m_bkup->Source(source);
+    Logger().BlankLine();
+    Log(1, "Source: " + source);
+    m_view.lblSource = "Processing " + NumText(row + 1) + " of " + NumText(double(m_sources.size()));
+    m_view.lblProcessing = source;
+    Changed();
+    DoEvents();
+
+    m_bkup->IncludeHidden(m_options.hidden != 0);
+    m_bkup->IncludeSystem(m_options.system != 0);
+    m_bkup->Exclude(m_options.exclude);
+    std::string exDirs = m_options.exDirs;
+    if (m_options.exclRecycler == 1) exDirs += " recycler";
+    m_bkup->ExDirs(exDirs);
+    m_bkup->BackupDB(GetDBPath());
+    m_bkup->BackupPath(GetFilesPath());
+    result = m_bkup->Exec();
+}
+
+void CRunControl::Finish(CBackup::Result result) {
+    m_timer->StopTimer();
+    DoEvents();
+    Logger().BlankLine();
+    if (result == CBackup::Result::kCancel)
+        m_view.lblSource = "Backup cancelled";
+    else
+        m_view.lblSource = BackupSummary(m_totalBytes, ToInt32(m_timer->ElapsedTime()));
+    Changed();
+    Log(1, m_view.lblSource);
+    Log(1, "Backup complete");
+    SetIdle();
+    ClosingSteps();
+}
+
+void CRunControl::SetIdle() {
+    m_view.sourceButtonsEnabled = true;
+    m_view.tabsEnabled = true;
+    m_view.cmdBackupCaption = "Backup";
+    m_view.cmdBackupToolTip = "Commence backup run";
+    m_running = false;
+    Changed();
+}
+
+void CRunControl::ClosingSteps() {
+    PurgeOldLogs();
+    if (ErrHandler().DisplayMsgOnError()) {
+        Logger().StopLogger();
+        if (OnShowReport) OnShowReport();
+        Logger().StartLogger();
+    }
+}
+
+void CRunControl::Bkup_Start(int32_t fileCount) {
+    m_view.lblCount = NumText(fileCount);
+    Changed();
+    DoEvents();
+}
+
+void CRunControl::Bkup_FileProgress(int32_t done, float bytesPerSecond) {
+    m_view.lblDone = NumText(done);
+    // The file count is read back from its label, the only place that keeps it.
+    m_view.progress = ToInt32(Divide(done, TextToNumber(m_view.lblCount)) * 100);
+    m_view.lblThruPut =
+        NumText(RoundHalfEven(double(bytesPerSecond) / kDisplayMegabyte, 2)) + " MB/s";
+    Changed();
+    DoEvents();
+}
+
+void CRunControl::Bkup_Finish(double bytes) {
+    m_totalBytes += bytes;
+    Log(3, "RaiseEvent: CBackup_Finish " + NumText(bytes));
+}
+
+void CRunControl::RunUnattended(const std::string& commandLine) {
+    ErrHandler().DisplayMsgOnError(false);
+    size_t start = 0;
+    while (true) {
+        const size_t blank = commandLine.find(' ', start);
+        const std::string word = LowerAscii(commandLine.substr(start, blank - start));
+        if (word == "backup") {
+            cmdBackup_Click();
+        } else if (word == "compact") {
+            Log(1, "Compacting database");
+            PruneDBTree();
+            KillOrphans();
+            VacuumDB();
+        }
+        if (blank == std::string::npos) break;
+        start = blank + 1;
+    }
+    Log(1, "Unattended backup complete");
+}

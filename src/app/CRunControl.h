@@ -1,0 +1,78 @@
+#pragma once
+
+// The window's side of a backup run, without the window: the Backup button that starts a run
+// over all sources or, while one is going, asks it to cancel; the engine's three events; the
+// labels, progress and totals the window shows (exposed as RunView for an observer); retention
+// after each source; and the unattended words of the command line.
+//
+// Everything runs on one thread. A Cancel click arrives by re-entry: the window's event
+// processing (the yield hook) calls cmdBackup_Click while Exec is running.
+
+#include "app/modOptions.h"
+#include "engine/CBackup.h"
+#include "support/CMMTimer.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+// What the window shows of a run.
+struct RunView {
+    std::string lblSource;
+    std::string lblProcessing;
+    std::string lblCount;
+    std::string lblDone;
+    std::string lblThruPut;
+    int32_t progress = 0; // XP_PB1, 0 to 100
+    std::string cmdBackupCaption = "Backup";
+    std::string cmdBackupToolTip = "Commence backup run";
+    bool sourceButtonsEnabled = true; // cmdAddSrc, cmdRemove
+    bool tabsEnabled = true;          // tabs 1 and 2
+    int32_t selectedSource = -1;      // the row of lstSources being backed up
+};
+
+class CRunControl {
+public:
+    CRunControl(std::vector<std::string> sources, BackupOptions options);
+
+    // Starts a run when none is going; requests cancellation when one is.
+    void cmdBackup_Click();
+    // Performs the words of a non-empty command line ("backup", "compact", any case).
+    void RunUnattended(const std::string& commandLine);
+
+    void Bkup_Start(int32_t fileCount);
+    void Bkup_FileProgress(int32_t done, float bytesPerSecond);
+    void Bkup_Finish(double bytes);
+
+    bool Running() const { return m_running; }
+    double TotalBytes() const { return m_totalBytes; }
+    const RunView& View() const { return m_view; }
+
+    // Called after every change of the view.
+    std::function<void(const RunView&)> OnViewChanged;
+    // Shows the run's report (the current log file); the logger is stopped meanwhile.
+    std::function<void()> OnShowReport;
+
+private:
+    void StartRun();
+    void RequestCancel();
+    void BackupSource(int16_t row, CBackup::Result& result);
+    void Finish(CBackup::Result result);
+    void SetIdle();
+    void ClosingSteps();
+    void Changed();
+
+    std::vector<std::string> m_sources;
+    BackupOptions m_options;
+    bool m_running = false;
+    double m_totalBytes = 0;
+    std::unique_ptr<CBackup> m_bkup;
+    std::unique_ptr<CMMTimer> m_timer;
+    RunView m_view;
+};
+
+// The summary line of a complete run: "Backup Complete. " + megabytes (1,024,000 bytes,
+// "###,###,###", nothing for 0) + "MB in " + hh:mm:ss.
+std::string BackupSummary(double totalBytes, int32_t seconds);

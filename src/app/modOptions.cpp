@@ -1,0 +1,57 @@
+#include "app/modOptions.h"
+
+#include "app/modPaths.h"
+#include "app/modSetup.h"
+#include "catalogue/ADOSQLite.h"
+#include "support/modMsgBox.h"
+#include "support/modNumText.h"
+#include "support/modServices.h"
+
+namespace {
+int32_t CheckValue(const std::string& key) {
+    const std::string stored = GetSetupValue(key);
+    return stored.empty() ? 0 : ToInt32(TextToNumber(stored));
+}
+
+void KeepUnlessEmpty(std::string& option, const std::string& key) {
+    const std::string stored = GetSetupValue(key);
+    if (!stored.empty()) option = stored;
+}
+} // namespace
+
+int32_t LogLevelOf(const std::string& word) {
+    if (word == "Advanced") return 2;
+    if (word == "Trace") return 3;
+    return 1;
+}
+
+BackupOptions LoadOptions() {
+    BackupOptions options;
+    const std::string log = GetSetupValue("Log");
+    options.log = log == "Advanced" || log == "Trace" ? log : "Basic";
+    if (LogLevelOf(options.log) != Logger().LogLevel()) Logger().LogLevel(LogLevelOf(options.log));
+    options.hidden = CheckValue("Hidden");
+    options.system = CheckValue("System");
+    options.backup = CheckValue("Backup");
+    options.restore = CheckValue("Restore");
+    options.exclRecycler = CheckValue("ExclRecycler");
+    KeepUnlessEmpty(options.exclude, "Exclude");
+    KeepUnlessEmpty(options.maxBackups, "MaxBackups");
+    KeepUnlessEmpty(options.exDirs, "ExDirs");
+    return options;
+}
+
+std::vector<std::string> FillSources() {
+    std::vector<std::string> sources;
+    ADOSQLite db;
+    db.Connect(GetDBPath());
+    db.Table("Sources");
+    db.Action(sqlaction::kSelect);
+    db.Exec();
+    if (db.Err()) {
+        MsgBox("Error: Repaint," + db.ErrMsg(), mb::kCritical | mb::kOKOnly, "QRV - Stashwell");
+        return sources;
+    }
+    for (db.MoveFirst(); !db.Eof(); db.MoveNext()) sources.push_back(db.Field("source"));
+    return sources;
+}
