@@ -1,0 +1,136 @@
+#!/usr/bin/env bash
+# Measures Stashwell's first and second backup against md5sum and cp -a + sync -f of the same
+# data, in the same invocation, and prints medians and ratios.
+#
+#   bench/run.sh [large|small|all]      (default all)
+#
+# Environment: BENCH_DIR (default /tmp/stashwell-bench; needs about 8 GiB free),
+# BENCH_REPEAT (3), LARGE_FILES (32) x LARGE_MIB (64), SMALL_FILES (50000).
+# Data sets: "large", a few large files; "small", many files of 1 to 64 KiB; in both about 20%
+# of the files repeat the content of another file.
+set -euo pipefail
+here="$(cd "$(dirname "$0")/.." && pwd)"
+"$here/scripts/install-deps.sh" --bench
+cmake -S "$here" -B "$here/build-release" -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake --build "$here/build-release" --target stashwell >/dev/null
+bin="$here/build-release/stashwell"
+
+which="${1:-all}"
+root="${BENCH_DIR:-/tmp/stashwell-bench}"
+repeat="${BENCH_REPEAT:-3}"
+large_files="${LARGE_FILES:-32}"
+large_mib="${LARGE_MIB:-64}"
+small_files="${SMALL_FILES:-50000}"
+run_id="$(date +%s)"
+work="$root/run-$run_id"
+mkdir -p "$work"
+
+median() { sort -g | awk '{a[NR]=$1} END {print (NR%2 ? a[(NR+1)/2] : (a[NR/2]+a[NR/2+1])/2)}'; }
+
+# timed OUT CMD...: runs CMD, appends "seconds peak_kib" to OUT.
+timed() {
+    local out="$1"; shift
+    /usr/bin/time -f "%e %M" -o "$work/time.txt" "$@" >/dev/null
+    cat "$work/time.txt" >>"$out"
+}
+
+make_large() {
+    local dir="$1"; mkdir -p "$dir"
+    local unique=$(( large_files - large_files / 5 ))
+    for i in $(seq 1 "$unique"); do
+        head -c $(( large_mib * 1024 * 1024 )) /dev/urandom >"$dir/large$i.bin"
+    done
+    for i in $(seq $(( unique + 1 )) "$large_files"); do
+        cp "$dir/large$(( i - unique )).bin" "$dir/large$i.bin"
+    done
+}
+
+make_small() {
+    local dir="$1"; mkdir -p "$dir"
+    # Unique files from one random pool, cut at varying offsets and sizes; every fifth file
+    # repeats an earlier one.
+    head -c $(( 64 * 1024 * 1024 )) /dev/urandom >"$work/pool.bin"
+    python_free_small "$dir"
+}
+
+python_free_small() {
+    local dir="$1" n=0 d
+    for ((i = 0; i < small_files; i++)); do
+        d="$dir/d$(( i / 500 ))"
+        [ -d "$d" ] || mkdir -p "$d"
+        if (( i % 5 == 4 )); then
+            cp "$dir/d$(( (i - 1) / 500 ))/f$(( i - 1 )).dat" "$d/f$i.dat"
+        else
+            size=$(( (RANDOM % 64 + 1) * 1024 ))
+            dd if="$work/pool.bin" of="$d/f$i.dat" bs=1024 count=$(( size / 1024 )) \
+                skip=$(( (i * 7) % 65000 )) status=none
+        fi
+        n=$((n + 1))
+    done
+}
+
+# A backup folder of its own for one repetition, with the data set as its one source.
+prepare_backup() {
+    local home="$1" data="$2"
+    mkdir -p "$home/config/Korvex" "$home/state"
+    printf '[SOFTWARE\\Korvex\\QRV\\Settings]\nBackupPath=%s\n' "$home/backup" >"$home/config/Korvex/QRV.conf"
+    mkdir -p "$home/backup"
+    XDG_CONFIG_HOME="$home/config" XDG_STATE_HOME="$home/state" "$bin" nothing
+    sqlite3 "$home/backup/db/Backup.db" "INSERT INTO Sources (source) VALUES ('$data');"
+}
+
+stashwell_in() {
+    local home="$1"; shift
+    XDG_CONFIG_HOME="$home/config" XDG_STATE_HOME="$home/state" "$@"
+}
+
+bench_set() {
+    local name="$1" data="$work/$name-data"
+    echo "== $name: making the data set"
+    "make_$name" "$data"
+    sync -f "$data"
+    local bytes files
+    bytes=$(du -sb "$data" | cut -f1)
+    files=$(find "$data" -type f | wc -l)
+    echo "   $files files, $(( bytes / 1024 / 1024 )) MiB"
+    cat "$data"/*/* "$data"/* >/dev/null 2>&1 || true   # same page-cache state for every tool
+
+    : >"$work/$name.md5" ; : >"$work/$name.cp"; : >"$work/$name.first"; : >"$work/$name.second"
+    for r in $(seq 1 "$repeat"); do
+        timed "$work/$name.md5" bash -c "cd '$data' && find . -type f -print0 | xargs -0 md5sum"
+        timed "$work/$name.cp" bash -c "cp -a '$data' '$work/$name-cp$r' && sync -f '$work/$name-cp$r'"
+        local home="$work/$name-home$r"
+        prepare_backup "$home" "$data"
+        timed "$work/$name.first" stashwell_in "$home" "$bin" backup
+        timed "$work/$name.second" stashwell_in "$home" "$bin" backup
+    done
+
+    local md5 cp first second first_mem second_mem
+    md5=$(cut -d' ' -f1 "$work/$name.md5" | median)
+    cp=$(cut -d' ' -f1 "$work/$name.cp" | median)
+    first=$(cut -d' ' -f1 "$work/$name.first" | median)
+    second=$(cut -d' ' -f1 "$work/$name.second" | median)
+    first_mem=$(cut -d' ' -f2 "$work/$name.first" | median)
+    second_mem=$(cut -d' ' -f2 "$work/$name.second" | median)
+    awk -v n="$name" -v b="$bytes" -v f="$files" -v md5="$md5" -v cp="$cp" -v first="$first" \
+        -v second="$second" -v fm="$first_mem" -v sm="$second_mem" -v r="$repeat" 'BEGIN {
+        mb = b / 1048576
+        printf "-- %s: %d files, %.0f MiB, medians of %d runs\n", n, f, mb, r
+        printf "   %-22s %8s %10s %10s %10s\n", "", "wall s", "MiB/s", "files/s", "peak MiB"
+        printf "   %-22s %8.2f %10.1f %10.0f\n", "md5sum", md5, mb / md5, f / md5
+        printf "   %-22s %8.2f %10.1f %10.0f\n", "cp -a + sync -f", cp, mb / cp, f / cp
+        printf "   %-22s %8.2f %10.1f %10.0f %10.1f\n", "stashwell first", first, mb / first, f / first, fm / 1024
+        printf "   %-22s %8.2f %10.1f %10.0f %10.1f\n", "stashwell second", second, mb / second, f / second, sm / 1024
+        printf "   first / (md5sum + cp)      = %.2f\n", first / (md5 + cp)
+        printf "   second / md5sum            = %.2f\n", second / md5
+        printf "   first files/s / cp files/s = %.2f\n", (f / first) / (f / cp)
+    }'
+}
+
+case "$which" in
+    large) bench_set large ;;
+    small) bench_set small ;;
+    all) bench_set large; bench_set small ;;
+    *) echo "usage: bench/run.sh [large|small|all]" >&2; exit 2 ;;
+esac
+echo "(data and copies left in $work; remove it when done)"

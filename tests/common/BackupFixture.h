@@ -1,0 +1,35 @@
+#pragma once
+
+// A backup folder for end-to-end tests: the backup path set through the settings file, a new
+// catalogue, sources and options written into it, and readers for what a run leaves behind.
+
+#include "TestSupport.h"
+
+#include <string>
+#include <vector>
+
+class BackupFixture {
+public:
+    BackupFixture();
+
+    ScopedTestEnv env;
+    std::string backup; // the backup path
+    std::string db;     // its catalogue
+
+    void AddSource(const std::string& source);
+    void SetOption(const std::string& key, const std::string& value);
+    // Today's daily log, or "" when there is none.
+    std::string TodaysLog() const;
+    std::string TodaysLogPath() const;
+    std::vector<std::string> Rows(const std::string& sql) const;
+    // Rows flattened into "a|b|c" texts.
+    std::vector<std::string> RowTexts(const std::string& sql) const;
+};
+
+// The store's signature of some content, computed independently: MD5 of the content followed
+// by one zero byte per started 8192-byte block, in lower-case hex.
+std::string TestSignature(const std::string& content);
+// Where the store keeps that content: <backup>/Files/ab/cd/<sig>.QRV.
+std::string StoreFile(const std::string& backup, const std::string& content);
+// The files and folders below `root` in the order a breadth-first walk meets them with readdir.
+std::vector<std::string> WalkOrder(const std::string& root);
