@@ -16,17 +16,26 @@ std::string Escape(const std::string& text, bool isName) {
     std::string out;
     for (char c : text) {
         switch (c) {
-        case '\\': out += "\\\\"; break;
-        case '\n': out += "\\n"; break;
-        case '\r': out += "\\r"; break;
-        case '\0': out += "\\0"; break;
+        case '\\':
+            out += "\\\\";
+            break;
+        case '\n':
+            out += "\\n";
+            break;
+        case '\r':
+            out += "\\r";
+            break;
+        case '\0':
+            out += "\\0";
+            break;
         case '=':
             if (isName) {
                 out += "\\=";
                 break;
             }
             [[fallthrough]];
-        default: out += c;
+        default:
+            out += c;
         }
     }
     return out;
@@ -59,7 +68,8 @@ size_t NameEnd(const std::string& line) {
 std::vector<std::string> ReadLines(const std::string& path) {
     std::vector<std::string> lines;
     std::ifstream in(path, std::ios::binary);
-    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    for (std::string line; std::getline(in, line);)
+        lines.push_back(line);
     return lines;
 }
 
@@ -69,7 +79,9 @@ bool IsSection(const std::string& line) {
 
 } // namespace
 
-std::string CProgramSettings::FilePath() { return ConfigHome() + "/Korvex/QRV.conf"; }
+std::string CProgramSettings::FilePath() {
+    return ConfigHome() + "/Korvex/QRV.conf";
+}
 
 std::string CProgramSettings::KeyPath() const {
     std::string path = m_mainBranch + "\\" + m_regBase + "\\" + m_program + "\\" + m_section;
@@ -87,7 +99,8 @@ std::string CProgramSettings::ReadEntry(const std::string& entry,
             continue;
         }
         const size_t eq = NameEnd(line);
-        if (!inSection || eq == std::string::npos || Unescape(line.substr(0, eq)) != entry) continue;
+        if (!inSection || eq == std::string::npos || Unescape(line.substr(0, eq)) != entry)
+            continue;
         std::string value = Unescape(line.substr(eq + 1));
         // A value stored with its terminating zero reads the same as one stored without.
         if (!value.empty() && value.back() == '\0') value.pop_back();
@@ -134,7 +147,8 @@ void CProgramSettings::WriteEntry(const std::string& entry, const std::string& v
     const int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kPrivateFileMode);
     if (fd < 0) return;
     std::string text;
-    for (const std::string& line : lines) text += line + "\n";
+    for (const std::string& line : lines)
+        text += line + "\n";
     const bool ok = ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
     ::close(fd);
     if (!ok || std::rename(temp.c_str(), path.c_str()) != 0) ::unlink(temp.c_str());

@@ -14,7 +14,8 @@ constexpr double kDisplayMegabyte = 1024000.0;
 constexpr const char* kCancel = "Cancel";
 
 std::string LowerAscii(std::string text) {
-    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    for (char& c : text)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return text;
 }
 } // namespace
@@ -94,7 +95,8 @@ void CRunControl::BackupSource(int16_t row, CBackup::Result& result) {
     m_bkup->Source(source);
     Logger().BlankLine();
     Log(1, "Source: " + source);
-    m_view.lblSource = "Processing " + NumText(row + 1) + " of " + NumText(double(m_sources.size()));
+    m_view.lblSource =
+        "Processing " + NumText(row + 1) + " of " + NumText(double(m_sources.size()));
     m_view.lblProcessing = source;
     Changed();
     DoEvents();

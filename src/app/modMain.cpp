@@ -23,7 +23,8 @@ namespace {
 
 // Held for the process's life: a second instance finds the lock taken.
 bool TakeInstanceLock() {
-    const int fd = ::open(StateFile("QRV.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kPrivateFileMode);
+    const int fd =
+        ::open(StateFile("QRV.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kPrivateFileMode);
     return fd >= 0 && ::flock(fd, LOCK_EX | LOCK_NB) == 0;
 }
 
@@ -74,7 +75,8 @@ int LoadWithoutWindow(const std::string& commandLine) {
 
 std::string CommandLine(int argc, char** argv) {
     std::string line;
-    for (int i = 1; i < argc; ++i) line += (i > 1 ? " " : "") + std::string(argv[i]);
+    for (int i = 1; i < argc; ++i)
+        line += (i > 1 ? " " : "") + std::string(argv[i]);
     return line;
 }
 
@@ -88,7 +90,9 @@ void StartDailyLog() {
                NumText(version::kRevision) + " Started");
 }
 
-bool InitControls() { return true; } // no common-controls library to prepare here
+bool InitControls() {
+    return true;
+} // no common-controls library to prepare here
 
 int Main(int argc, char** argv) {
     SetUpErrorHandler();

@@ -52,6 +52,7 @@ std::vector<std::string> FillSources() {
         MsgBox("Error: Repaint," + db.ErrMsg(), mb::kCritical | mb::kOKOnly, "QRV - Stashwell");
         return sources;
     }
-    for (db.MoveFirst(); !db.Eof(); db.MoveNext()) sources.push_back(db.Field("source"));
+    for (db.MoveFirst(); !db.Eof(); db.MoveNext())
+        sources.push_back(db.Field("source"));
     return sources;
 }

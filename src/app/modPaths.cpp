@@ -16,28 +16,42 @@ CProgramSettings ProgramSettings() {
 }
 } // namespace
 
-std::string ReadRegSetting(const std::string& name) { return ProgramSettings().ReadEntry(name, ""); }
+std::string ReadRegSetting(const std::string& name) {
+    return ProgramSettings().ReadEntry(name, "");
+}
 
 void WriteRegSetting(const std::string& name, const std::string& value) {
     ProgramSettings().WriteEntry(name, value);
 }
 
-std::string GetBackupPath() { return ReadRegSetting("BackupPath"); }
+std::string GetBackupPath() {
+    return ReadRegSetting("BackupPath");
+}
 
-bool IsBackupPathSet() { return !GetBackupPath().empty(); }
+bool IsBackupPathSet() {
+    return !GetBackupPath().empty();
+}
 
 std::string GetDBPath() {
     const std::string backupPath = GetBackupPath();
     return backupPath.empty() ? std::string() : FSBuildPath(backupPath, "db/Backup.db");
 }
 
-std::string GetFilesPath() { return FSBuildPath(GetBackupPath(), "Files"); }
+std::string GetFilesPath() {
+    return FSBuildPath(GetBackupPath(), "Files");
+}
 
-std::string GetLogsPath() { return FSBuildPath(GetBackupPath(), "Logs"); }
+std::string GetLogsPath() {
+    return FSBuildPath(GetBackupPath(), "Logs");
+}
 
-bool IsBackupDriveReady() { return FSDriveExists(GetBackupPath()); }
+bool IsBackupDriveReady() {
+    return FSDriveExists(GetBackupPath());
+}
 
-bool DBJournalExists() { return FSFileExists(GetDBPath() + "-journal"); }
+bool DBJournalExists() {
+    return FSFileExists(GetDBPath() + "-journal");
+}
 
 bool KillDBJournal() {
     if (!DBJournalExists()) return false;

@@ -28,9 +28,10 @@ std::string FirstRowField(ADOSQLite& db, const std::string& field) {
 // The store file of a backup value: its name in the store's two-level layout.
 std::string StoreFileOf(const std::string& backup) {
     const std::string name = FSGetNamePart(backup);
-    return FSBuildPath(FSBuildPath(FSBuildPath(GetFilesPath(), name.substr(0, std::min<size_t>(2, name.size()))),
-                                   name.size() > 2 ? name.substr(2, 2) : std::string()),
-                       name);
+    return FSBuildPath(
+        FSBuildPath(FSBuildPath(GetFilesPath(), name.substr(0, std::min<size_t>(2, name.size()))),
+                    name.size() > 2 ? name.substr(2, 2) : std::string()),
+        name);
 }
 } // namespace
 

@@ -93,7 +93,9 @@ void DeleteIfOrphan(const std::string& path, const StoreReferences& refs) {
 
 } // namespace
 
-void SetMaintenanceView(MaintenanceView view) { g_view = std::move(view); }
+void SetMaintenanceView(MaintenanceView view) {
+    g_view = std::move(view);
+}
 
 void PruneAllSources() {
     ADOSQLite db;
@@ -235,14 +237,16 @@ void PurgeOldLogs() {
         runDates.push_back(db.Field("datebk"));
     }
     std::unordered_set<std::string> runDays;
-    for (const std::string& date : runDates) runDays.insert(date.substr(0, 10));
+    for (const std::string& date : runDates)
+        runDays.insert(date.substr(0, 10));
 
     finder.MoveFirst();
     while (!finder.Eof()) {
         const std::string& path = finder.FilePath();
         const size_t found = path.find("QRV-");
         const size_t p = found == std::string::npos ? 0 : found + 1;
-        const std::string day = Mid(path, p + 10, 2) + "/" + Mid(path, p + 8, 2) + "/" + Mid(path, p + 4, 4);
+        const std::string day =
+            Mid(path, p + 10, 2) + "/" + Mid(path, p + 8, 2) + "/" + Mid(path, p + 4, 4);
         bool backupDay = day.size() == 10 && runDays.count(day);
         if (day.size() != 10)
             for (const std::string& date : runDates)

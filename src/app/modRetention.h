@@ -29,4 +29,3 @@ bool KillOrphans();
 bool IsBackupFolderUnused(const std::string& folder);
 void PurgeOldLogs();
 void VacuumDB();
-

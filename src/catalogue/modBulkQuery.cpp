@@ -21,10 +21,11 @@ bool ForEachRow(const ADOSQLite& db, const std::string& statement,
     while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) {
         for (size_t c = 0; c < values.size(); ++c) {
             const auto* text = sqlite3_column_text(stmt, static_cast<int>(c));
-            values[c] = text ? std::string_view(reinterpret_cast<const char*>(text),
-                                                static_cast<size_t>(sqlite3_column_bytes(
-                                                    stmt, static_cast<int>(c))))
-                             : std::string_view();
+            values[c] =
+                text ? std::string_view(
+                           reinterpret_cast<const char*>(text),
+                           static_cast<size_t>(sqlite3_column_bytes(stmt, static_cast<int>(c))))
+                     : std::string_view();
         }
         row(values);
         DoEvents();

@@ -35,12 +35,15 @@ std::string BackupFixture::TodaysLogPath() const {
     return backup + "/Logs/QRV-" + DateStamp(std::time(nullptr)) + ".LOG";
 }
 
-std::string BackupFixture::TodaysLog() const { return ReadFile(TodaysLogPath()); }
+std::string BackupFixture::TodaysLog() const {
+    return ReadFile(TodaysLogPath());
+}
 
 std::vector<std::string> BackupFixture::Rows(const std::string& sql) const {
     std::vector<std::string> out;
     for (const auto& row : SqlRows(db, sql))
-        for (const auto& value : row) out.push_back(value);
+        for (const auto& value : row)
+            out.push_back(value);
     return out;
 }
 
@@ -48,7 +51,8 @@ std::vector<std::string> BackupFixture::RowTexts(const std::string& sql) const {
     std::vector<std::string> out;
     for (const auto& row : SqlRows(db, sql)) {
         std::string text;
-        for (size_t i = 0; i < row.size(); ++i) text += (i ? "|" : "") + row[i];
+        for (size_t i = 0; i < row.size(); ++i)
+            text += (i ? "|" : "") + row[i];
         out.push_back(text);
     }
     return out;

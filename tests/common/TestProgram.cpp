@@ -1,9 +1,9 @@
 #include "TestProgram.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <fcntl.h>
 #include <poll.h>
 #include <stdexcept>
@@ -16,7 +16,8 @@ namespace {
 void Drain(int fd, std::string& into) {
     char buf[4096];
     ssize_t n;
-    while ((n = ::read(fd, buf, sizeof buf)) > 0) into.append(buf, static_cast<size_t>(n));
+    while ((n = ::read(fd, buf, sizeof buf)) > 0)
+        into.append(buf, static_cast<size_t>(n));
 }
 
 ProgramRun Run(const std::vector<std::string>& args, const std::function<bool()>& killWhen,
@@ -39,7 +40,8 @@ ProgramRun Run(const std::vector<std::string>& args, const std::function<bool()>
         std::vector<char*> argv;
         static std::string bin = STASHWELL_BIN;
         argv.push_back(bin.data());
-        for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+        for (const std::string& a : args)
+            argv.push_back(const_cast<char*>(a.c_str()));
         argv.push_back(nullptr);
         ::execv(bin.c_str(), argv.data());
         ::_exit(127);

@@ -7,8 +7,8 @@
 #include <vector>
 
 struct ProgramRun {
-    int exitCode = -1;     // -1 when killed by a signal
-    int signal = 0;        // the signal that ended it, if any
+    int exitCode = -1; // -1 when killed by a signal
+    int signal = 0;    // the signal that ended it, if any
     std::string out;
     std::string err;
 };
@@ -18,5 +18,5 @@ ProgramRun RunStashwell(const std::vector<std::string>& args, int timeoutSeconds
 
 // Starts the program and kills it with SIGKILL once `killWhen` returns true (polled every
 // millisecond) or the program ends by itself; returns how it ended.
-ProgramRun RunStashwellUntil(const std::vector<std::string>& args, const std::function<bool()>& killWhen,
-                             int timeoutSeconds = 120);
+ProgramRun RunStashwellUntil(const std::vector<std::string>& args,
+                             const std::function<bool()>& killWhen, int timeoutSeconds = 120);

@@ -28,13 +28,14 @@ void WriteFile(const std::string& path, const std::string& content) {
 }
 
 bool Exists(const std::string& path) {
-    struct stat st{};
+    struct stat st {};
     return ::lstat(path.c_str(), &st) == 0;
 }
 
 std::string PatternContent(size_t n) {
     std::string s(n, '\0');
-    for (size_t i = 0; i < n; ++i) s[i] = static_cast<char>((i * 31 + 7) % 251);
+    for (size_t i = 0; i < n; ++i)
+        s[i] = static_cast<char>((i * 31 + 7) % 251);
     return s;
 }
 
@@ -84,7 +85,8 @@ std::vector<std::string> LogMessages(const std::string& logText) {
         end = end == std::string::npos ? logText.size() : end + 2;
         std::string line = logText.substr(pos, end - pos);
         // "dd/MM/yyyy HH:mm:ss: " is 21 characters.
-        if (line.size() >= 21 && line[2] == '/' && line.compare(19, 2, ": ") == 0) line.erase(0, 21);
+        if (line.size() >= 21 && line[2] == '/' && line.compare(19, 2, ": ") == 0)
+            line.erase(0, 21);
         out.push_back(line);
         pos = end;
     }
@@ -135,7 +137,9 @@ ScopedTestEnv::~ScopedTestEnv() {
     fs::remove_all(m_root, ec);
 }
 
-TestNode File(std::string content) { return TestNode{false, std::move(content), {}}; }
+TestNode File(std::string content) {
+    return TestNode{false, std::move(content), {}};
+}
 
 TestNode Dir(std::vector<std::pair<std::string, TestNode>> children) {
     return TestNode{true, {}, std::move(children)};
@@ -147,5 +151,6 @@ void CreateTree(const std::string& root, const TestNode& tree) {
         return;
     }
     fs::create_directories(root);
-    for (const auto& [name, child] : tree.children) CreateTree(root + "/" + name, child);
+    for (const auto& [name, child] : tree.children)
+        CreateTree(root + "/" + name, child);
 }

@@ -1,0 +1,73 @@
+#include "catalogue/CDatabase.h"
+
+// Each operation resets the access object, builds one insert or select and runs it on the
+// run's one connection; the texts are put between apostrophes here, numbers go in bare.
+
+#include "catalogue/modSQLQuote.h"
+#include "support/modDateText.h"
+#include "support/modFSCommon.h"
+#include "support/modMsgBox.h"
+
+namespace {
+std::string Quoted(const std::string& text) {
+    return "'" + text + "'";
+}
+} // namespace
+
+void CDatabase::Connect(const std::string& db) {
+    m_db.Connect(db);
+    m_connected = !m_db.Err();
+}
+
+void CDatabase::AddPath(int32_t bid, const std::string& path) {
+    if (!m_connected) return;
+    m_db.Reset();
+    m_db.Table("Paths");
+    m_db.Field("bid", std::to_string(bid));
+    m_db.Field("path", Quoted(SQLQuoteEncode(path)));
+    m_db.Action(sqlaction::kInsert);
+    m_db.Exec();
+    if (m_db.Err()) MsgBox("Error: " + m_db.ErrMsg(), mb::kOKOnly);
+}
+
+int32_t CDatabase::BackupRun(const std::string& source) {
+    if (!m_connected) return 0;
+    const std::string now = NowText();
+    m_db.Reset();
+    m_db.Table("Backups");
+    m_db.Action(sqlaction::kInsert);
+    m_db.Field("source", Quoted(source));
+    m_db.Field("datebk", Quoted(now));
+    m_db.Exec();
+    if (m_db.Err()) {
+        MsgBox("Error: " + m_db.ErrMsg(), mb::kOKOnly);
+        return -1;
+    }
+    return static_cast<int32_t>(m_db.LastRowID());
+}
+
+void CDatabase::AddBackupRecord(int32_t run, const std::string& sig, const std::string& source,
+                                const std::string& target, const std::string& size) {
+    if (!m_connected) return;
+    m_db.Reset();
+    m_db.Table("Files");
+    m_db.Action(sqlaction::kInsert);
+    m_db.Field("md5", Quoted(sig));
+    m_db.Field("file", Quoted(SQLQuoteEncode(source)));
+    m_db.Field("backup", Quoted(target));
+    m_db.Field("path", Quoted(SQLQuoteEncode(FSGetPathPart(source))));
+    m_db.Field("bid", std::to_string(run));
+    m_db.Field("size", size);
+    m_db.Exec();
+    // A failed row is dropped without a word and the run goes on.
+}
+
+std::string CDatabase::GetFileFromMD5(const std::string& md5) {
+    if (!m_connected) return {};
+    m_db.Reset();
+    m_db.Table("Files");
+    m_db.Action(sqlaction::kSelect);
+    m_db.Where("md5 = '" + md5 + "'");
+    m_db.Exec();
+    return m_db.RecordCount() >= 1 ? m_db.Field("file") : std::string();
+}
