@@ -37,17 +37,6 @@ void SetUpErrorHandler() {
     handler.MaxProcStackItems(100);
 }
 
-void CheckInterruptedRun(bool unattended) {
-    if (!DBJournalExists()) return;
-    Log(1, "Previous Backup process interrupted. Running Integrity Check");
-    if (IntegrityCheck()) return; // the database engine deals with the journal itself
-    // The warning is for unattended runs only, and only when a journal was deleted.
-    if (KillDBJournal() && unattended) {
-        MsgBox("Possible QRV database corruption", mb::kCritical | mb::kOKOnly, "QRV - Stashwell");
-        Log(1, "Possible QRV database corruption");
-    }
-}
-
 // The main window's load for a process without a window: the unattended path.
 int LoadWithoutWindow(const std::string& commandLine) {
     CProcTrap trap("frmMain Form_Load");
@@ -90,9 +79,20 @@ void StartDailyLog() {
                NumText(version::kRevision) + " Started");
 }
 
+void CheckInterruptedRun(bool unattended) {
+    if (!DBJournalExists()) return;
+    Log(1, "Previous Backup process interrupted. Running Integrity Check");
+    if (IntegrityCheck()) return; // the database engine deals with the journal itself
+    // The warning is for unattended runs only, and only when a journal was deleted.
+    if (KillDBJournal() && unattended) {
+        MsgBox("Possible QRV database corruption", mb::kCritical | mb::kOKOnly, "QRV - Stashwell");
+        Log(1, "Possible QRV database corruption");
+    }
+}
+
 bool InitControls() {
-    return true;
-} // no common-controls library to prepare here
+    return true; // there is no common-controls library to prepare on this platform
+}
 
 int Main(int argc, char** argv) {
     SetUpErrorHandler();

@@ -19,5 +19,8 @@ int Main(int argc, char** argv);
 // Opens today's log Logs/QRV-yyyymmdd.LOG at level 1 and writes "QRV x.y.z Started".
 void StartDailyLog();
 bool InitControls();
+// After an interrupted run (the catalogue's journal is there): logs it, runs the integrity
+// check and, when the check fails, deletes the journal; an unattended start then warns.
+void CheckInterruptedRun(bool unattended);
 // The command line as one text: the words joined by single blanks.
 std::string CommandLine(int argc, char** argv);

@@ -24,16 +24,16 @@ void WriteAll(int fd, const std::string& text) {
 } // namespace
 
 CErrHandler::CErrHandler()
-    : m_destination(StateFolder() + "/ERRORS.TXT"), m_stack(static_cast<size_t>(m_upper) + 1) {}
+    : m_destination(StateFile("ERRORS.TXT")), m_stack(static_cast<size_t>(kDefaultMaxItems) + 3) {}
 
 CErrHandler::~CErrHandler() {
     if (m_traceFd >= 0) ::close(m_traceFd);
 }
 
 void CErrHandler::MaxProcStackItems(int16_t value) {
+    m_maxItems = value; // stored before the upper bound's overflow is raised
     const int upper = value + 2;
     if (upper > std::numeric_limits<int16_t>::max()) Raise(err::kOverflow);
-    m_maxItems = value;
     m_upper = static_cast<int16_t>(upper);
     m_stack.assign(static_cast<size_t>(upper < 0 ? 0 : upper + 1), std::string());
 }
@@ -43,7 +43,10 @@ void CErrHandler::TraceExecution(bool value) {
     if (!value) return; // writing false leaves the file open
     m_tracePath = StateFile("trace.log");
     ::unlink(m_tracePath.c_str());
-    m_traceFd = ::open(m_tracePath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kPrivateFileMode);
+    // Switching on again starts a new file; the old handle would only leak.
+    if (m_traceFd >= 0) ::close(m_traceFd);
+    m_traceFd =
+        ::open(m_tracePath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kPrivateFileMode);
 }
 
 bool CErrHandler::ClearLog() {
@@ -60,7 +63,7 @@ void CErrHandler::Push(const std::string& procedure) {
     if (slot < 0 || slot > m_upper) Raise(err::kSubscript);
     m_stack[static_cast<size_t>(slot)] = procedure;
     if (m_trace) {
-        if (m_traceFd < 0) Raise(52, "Bad file name or number");
+        if (m_traceFd < 0) Raise(err::kBadFileName);
         WriteAll(m_traceFd, procedure + kCrLf);
     }
 }
@@ -116,8 +119,8 @@ std::string CErrHandler::StackBlock() const {
 
 void CErrHandler::WriteReport() const {
     ::unlink(m_destination.c_str());
-    const int fd = ::open(m_destination.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC,
-                          kPrivateFileMode);
+    const int fd =
+        ::open(m_destination.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, kPrivateFileMode);
     if (fd < 0) return;
     std::string r;
     r += m_appTitle + " Application Error Information" + kCrLf;

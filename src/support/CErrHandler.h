@@ -58,9 +58,11 @@ public:
     std::string StackBlock() const;
 
 private:
+    static constexpr int16_t kDefaultMaxItems = 100;
+
     void WriteReport() const;
 
-    int16_t m_maxItems = 100;
+    int16_t m_maxItems = kDefaultMaxItems;
     bool m_expandedInfo = true;
     bool m_displayMsg = true;
     int32_t m_errNumber = 0;
@@ -71,9 +73,9 @@ private:
     std::string m_destination;
     std::string m_operation;
     bool m_trace = false;
-    std::vector<std::string> m_stack;
     int16_t m_pointer = 0;
-    int16_t m_upper = 102;
+    int16_t m_upper = kDefaultMaxItems + 2;
+    std::vector<std::string> m_stack; // indexes 0 to m_upper
     std::string m_tracePath;
     int m_traceFd = -1;
 };

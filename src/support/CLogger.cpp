@@ -9,11 +9,12 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-CLogger::CLogger() : m_path(StateFolder() + "/LOGGER.TXT") {}
+CLogger::CLogger() : m_path(StateFile("LOGGER.TXT")) {}
 
 CLogger::~CLogger() {
     StopLogger();
-    for (int fd : m_earlierFds) ::close(fd);
+    for (int fd : m_earlierFds)
+        ::close(fd);
 }
 
 void CLogger::LogLevel(int32_t level) {
@@ -22,7 +23,8 @@ void CLogger::LogLevel(int32_t level) {
 }
 
 bool CLogger::StartLogger() {
-    const int fd = ::open(m_path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, kPrivateFileMode);
+    const int fd =
+        ::open(m_path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, kPrivateFileMode);
     if (fd < 0) return false;
     if (m_fd >= 0) m_earlierFds.push_back(m_fd);
     m_fd = fd;
@@ -54,8 +56,9 @@ void CLogger::WriteLine(const std::string& line) {
     size_t done = 0;
     while (done < line.size()) {
         const ssize_t n = ::write(m_fd, line.data() + done, line.size() - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) Raise(errno == ENOSPC ? err::kDiskFull : err::kDeviceIO);
+        const int error = n < 0 ? errno : 0;
+        if (error == EINTR) continue;
+        if (n <= 0) Raise(error == ENOSPC || error == EDQUOT ? err::kDiskFull : err::kDeviceIO);
         done += static_cast<size_t>(n);
     }
 }

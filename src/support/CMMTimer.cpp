@@ -21,7 +21,9 @@ void ShowError(const CRuntimeError& e) {
 }
 } // namespace
 
-void CMMTimer::SetTickSource(std::function<uint32_t()> source) { g_tickSource = std::move(source); }
+void CMMTimer::SetTickSource(std::function<uint32_t()> source) {
+    g_tickSource = std::move(source);
+}
 
 uint32_t CMMTimer::Now() {
     if (g_tickSource) return g_tickSource();

@@ -21,7 +21,9 @@ void CProcTrap::Check() {
     if (m_pushError) std::rethrow_exception(std::exchange(m_pushError, nullptr));
 }
 
-void CProcTrap::Handle() { ErrHandler().HandleError(CurrentRuntimeError()); }
+void CProcTrap::Handle() {
+    ErrHandler().HandleError(CurrentRuntimeError());
+}
 
 CRuntimeError CurrentRuntimeError() {
     try {
@@ -37,4 +39,6 @@ CRuntimeError CurrentRuntimeError() {
     }
 }
 
-void Operation(const std::string& text) { ErrHandler().CurrentOperation(text); }
+void Operation(const std::string& text) {
+    ErrHandler().CurrentOperation(text);
+}

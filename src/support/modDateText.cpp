@@ -10,7 +10,9 @@ std::string Format(std::time_t when, const char* pattern) {
 }
 } // namespace
 
-std::string DateTimeText(std::time_t when) { return Format(when, "%d/%m/%Y %H:%M:%S"); }
+std::string DateTimeText(std::time_t when) {
+    return Format(when, "%d/%m/%Y %H:%M:%S");
+}
 
 std::string NowText() {
     // Log lines come by the thousand per second; format each second once.
@@ -24,4 +26,6 @@ std::string NowText() {
     return cached;
 }
 
-std::string DateStamp(std::time_t when) { return Format(when, "%Y%m%d"); }
+std::string DateStamp(std::time_t when) {
+    return Format(when, "%Y%m%d");
+}

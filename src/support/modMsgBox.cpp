@@ -10,21 +10,31 @@ IMessageBoxService* g_service = nullptr;
 
 int FirstButton(int style) {
     switch (style & 7) {
-    case mb::kAbortRetryIgnore: return mb::kAbort;
+    case mb::kAbortRetryIgnore:
+        return mb::kAbort;
     case mb::kYesNoCancel:
-    case mb::kYesNo: return mb::kYes;
-    case mb::kRetryCancel: return mb::kRetry;
-    default: return mb::kOK;
+    case mb::kYesNo:
+        return mb::kYes;
+    case mb::kRetryCancel:
+        return mb::kRetry;
+    default:
+        return mb::kOK;
     }
 }
 
 int CHeadlessMessageBox::Show(const std::string& text, int style, const std::string& /*title*/) {
     std::cerr << text << std::endl;
-    Logger().Log(1, text);
+    try {
+        Logger().Log(1, text);
+    } catch (...) {
+        // A box never raises: a log that cannot be written leaves the text on stderr only.
+    }
     return FirstButton(style);
 }
 
-void SetMessageBoxService(IMessageBoxService* service) { g_service = service; }
+void SetMessageBoxService(IMessageBoxService* service) {
+    g_service = service;
+}
 
 IMessageBoxService& MessageBoxService() {
     static CHeadlessMessageBox headless;
@@ -35,4 +45,6 @@ int MsgBox(const std::string& text, int style, const std::string& title) {
     return MessageBoxService().Show(text, style, title);
 }
 
-void Beep() { MessageBoxService().Beep(); }
+void Beep() {
+    MessageBoxService().Beep();
+}

@@ -3,16 +3,37 @@
 #include "support/CRuntimeError.h"
 
 #include <cerrno>
+#include <charconv>
+#include <clocale>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
+#include <regex>
+
+// The texts never follow the user's locale (the window build's toolkit switches the C library
+// to it, and a German locale would write and read a decimal comma), so numbers are written
+// with std::to_chars and read with the "C" locale.
+
+namespace {
+locale_t CLocale() {
+    static const locale_t c = ::newlocale(LC_ALL_MASK, "C", locale_t{});
+    return c;
+}
+
+// Optional sign, digits with at most one decimal point, optional exponent: the only texts
+// that are numbers. Infinity, NaN and hexadecimal, which the C library reads, are not.
+bool IsDecimalText(const std::string& text) {
+    static const std::regex decimal(R"([+-]?(\d+\.?\d*|\.\d+)([eE][+-]?\d+)?)");
+    return std::regex_match(text, decimal);
+}
+} // namespace
 
 std::string NumText(double value) {
     if (value == 0) return "0";
     char buf[64];
-    std::snprintf(buf, sizeof buf, "%.15g", value);
-    std::string text = buf;
+    const auto result = std::to_chars(buf, buf + sizeof buf, value, std::chars_format::general, 15);
+    std::string text(buf, result.ptr);
     auto e = text.find('e');
     if (e != std::string::npos) {
         // 1e+20 is written 1E+20, as the runtime writes large numbers.
@@ -60,19 +81,20 @@ int32_t ToInt32(double value) {
 }
 
 double TextToNumber(const std::string& text) {
-    const char* begin = text.c_str();
-    while (*begin == ' ') ++begin;
-    if (*begin == '\0') Raise(err::kTypeMismatch);
-    char* end = nullptr;
+    const size_t begin = text.find_first_not_of(' ');
+    if (begin == std::string::npos) Raise(err::kTypeMismatch);
+    const size_t end = text.find_last_not_of(' ') + 1;
+    const std::string number = text.substr(begin, end - begin);
+    if (!IsDecimalText(number)) Raise(err::kTypeMismatch);
     errno = 0;
-    const double value = std::strtod(begin, &end);
-    while (*end == ' ') ++end;
-    if (*end != '\0' || end == begin || std::isnan(value)) Raise(err::kTypeMismatch);
+    const double value = ::strtod_l(number.c_str(), nullptr, CLocale());
     if (errno == ERANGE && std::isinf(value)) Raise(err::kOverflow);
     return value;
 }
 
-int16_t TextToInt16(const std::string& text) { return ToInt16(TextToNumber(text)); }
+int16_t TextToInt16(const std::string& text) {
+    return ToInt16(TextToNumber(text));
+}
 
 double Divide(double numerator, double denominator) {
     if (denominator == 0) Raise(numerator == 0 ? err::kOverflow : err::kDivisionByZero);
@@ -80,9 +102,12 @@ double Divide(double numerator, double denominator) {
 }
 
 std::string TwoDigits(long value) {
-    char buf[32];
-    std::snprintf(buf, sizeof buf, "%02ld", value);
-    return buf;
+    // The "00" pattern pads the digits, not the sign: -5 is written -05.
+    const unsigned long magnitude =
+        value < 0 ? 0ul - static_cast<unsigned long>(value) : static_cast<unsigned long>(value);
+    std::string digits = std::to_string(magnitude);
+    if (digits.size() < 2) digits.insert(0, "0");
+    return value < 0 ? "-" + digits : digits;
 }
 
 std::string FormatElapsed(int32_t seconds) {

@@ -1,0 +1,241 @@
+// The run over all sources as the window drives it: labels, button states, totals, cancel by
+// re-entry, retention after each source, the report, and the unattended words.
+
+#include "BackupFixture.h"
+#include "app/CRunControl.h"
+#include "app/modOptions.h"
+#include "app/modPaths.h"
+#include "catalogue/CDatabase.h"
+#include "support/modServices.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+struct RunControl : ::testing::Test {
+    BackupFixture f;
+    std::string log = f.env.Path("run.log");
+    void SetUp() override {
+        Logger().LogFile(log);
+        Logger().LogLevel(3);
+        ASSERT_TRUE(Logger().StartLogger());
+    }
+    Lines LogLines() const { return LogMessages(ReadFile(log)); }
+    bool Logged(const std::string& line) const {
+        const Lines lines = LogLines();
+        return std::find(lines.begin(), lines.end(), line + "\r\n") != lines.end();
+    }
+    // Earlier runs of a source, made directly in the catalogue.
+    void AddRuns(const std::string& source, int count) {
+        CDatabase db;
+        db.Connect(f.db);
+        for (int i = 0; i < count; ++i)
+            db.BackupRun(source);
+    }
+};
+
+TEST(BackupSummaryText, WholeMegabytesWithGroupingAndNothingForZero) {
+    EXPECT_EQ(BackupSummary(1536000, 4), "Backup Complete. 2MB in 00:00:04");
+    EXPECT_EQ(BackupSummary(400000, 4), "Backup Complete. MB in 00:00:04");
+    EXPECT_EQ(BackupSummary(0, 0), "Backup Complete. MB in 00:00:00");
+    EXPECT_EQ(BackupSummary(5.12e9, 3725), "Backup Complete. 5,000MB in 01:02:05");
+}
+
+TEST_F(RunControl, EmptySourceListCompletesWithAnEmptySummary) {
+    CRunControl run({}, BackupOptions{});
+    run.cmdBackup_Click();
+    EXPECT_EQ(run.View().lblSource, "Backup Complete. MB in 00:00:00");
+    // The closing log purge walks the logs folder.
+    EXPECT_EQ(LogLines(),
+              (Lines{" \r\n", "Backup started\r\n", " \r\n", "Backup Complete. MB in 00:00:00\r\n",
+                     "Backup complete\r\n", "FindFiles " + f.backup + "/Logs\r\n"}));
+    EXPECT_FALSE(run.Running());
+}
+
+TEST_F(RunControl, ButtonTurnsIntoCancelDuringTheRunAndBackAfter) {
+    CreateTree(f.env.Path("s"), Dir({{"a.txt", File("alpha")}}));
+    CRunControl run({f.env.Path("s")}, BackupOptions{});
+    std::vector<RunView> views;
+    run.OnViewChanged = [&](const RunView& v) { views.push_back(v); };
+    run.cmdBackup_Click();
+    ASSERT_GE(views.size(), 3u);
+    EXPECT_EQ(views.front().cmdBackupCaption, "Cancel");
+    EXPECT_EQ(views.front().cmdBackupToolTip, "Cancel backup in progress");
+    EXPECT_FALSE(views.front().sourceButtonsEnabled);
+    EXPECT_FALSE(views.front().tabsEnabled);
+    EXPECT_EQ(run.View().cmdBackupCaption, "Backup");
+    EXPECT_EQ(run.View().cmdBackupToolTip, "Commence backup run");
+    EXPECT_TRUE(run.View().sourceButtonsEnabled);
+    EXPECT_TRUE(run.View().tabsEnabled);
+}
+
+TEST_F(RunControl, LabelsFollowEachSourceAndFile) {
+    CreateTree(f.env.Path("s1"), Dir({{"a.txt", File("alpha")}}));
+    CreateTree(f.env.Path("s2"),
+               Dir({{"b.txt", File(std::string(2048000, 'b'))}, {"c.txt", File("c")}}));
+    CRunControl run({f.env.Path("s1"), f.env.Path("s2")}, BackupOptions{});
+    std::vector<RunView> views;
+    run.OnViewChanged = [&](const RunView& v) { views.push_back(v); };
+    run.cmdBackup_Click();
+
+    auto starting = std::find_if(views.begin(), views.end(),
+                                 [](auto& v) { return v.lblSource == "Processing 2 of 2"; });
+    ASSERT_NE(starting, views.end());
+    EXPECT_EQ(starting->lblProcessing, f.env.Path("s2"));
+    EXPECT_EQ(starting->lblThruPut, "MB/s");
+    EXPECT_EQ(starting->lblCount, "");
+    EXPECT_EQ(starting->lblDone, "");
+    EXPECT_EQ(starting->progress, 0);
+    EXPECT_EQ(starting->selectedSource, 1);
+    auto counted = std::find_if(starting, views.end(), [](auto& v) { return v.lblCount == "2"; });
+    ASSERT_NE(counted, views.end());
+    auto done = std::find_if(counted, views.end(), [](auto& v) { return v.lblDone == "1"; });
+    ASSERT_NE(done, views.end());
+    EXPECT_EQ(done->progress, 50);
+    EXPECT_TRUE(done->lblThruPut.ends_with(" MB/s")) << done->lblThruPut;
+    EXPECT_NE(done->lblThruPut, "MB/s");
+    EXPECT_EQ(run.View().progress, 100);
+    EXPECT_EQ(run.TotalBytes(), 5 + 2048000 + 1);
+    EXPECT_TRUE(run.View().lblSource.starts_with("Backup Complete. 2MB in 00:00:0"));
+    EXPECT_TRUE(Logged("RaiseEvent: CBackup_Finish 2048001"));
+    EXPECT_TRUE(Logged("Source: " + f.env.Path("s2")));
+}
+
+TEST_F(RunControl, CancelDuringTheSecondOfThreeSources) {
+    std::vector<std::string> sources;
+    for (const char* name : {"one", "two", "three"}) {
+        sources.push_back(f.env.Path(name));
+        CreateTree(sources.back(), Dir({{"a.txt", File(std::string(name) + " a")},
+                                        {"b.txt", File(std::string(name) + " b")}}));
+        AddRuns(sources.back(), 2); // earlier runs: retention with a limit of 1 would drop them
+    }
+    BackupOptions options;
+    options.maxBackups = "1";
+    CRunControl run(sources, options);
+    int reports = 0;
+    run.OnShowReport = [&] {
+        ++reports;
+        EXPECT_FALSE(Logger().Started());
+    };
+    bool clicked = false;
+    run.OnViewChanged = [&](const RunView& v) {
+        // The Cancel click arrives while the second source's first file is done.
+        if (!clicked && v.lblProcessing == sources[1] && v.lblDone == "1") {
+            clicked = true;
+            run.cmdBackup_Click();
+        }
+    };
+    run.cmdBackup_Click();
+
+    EXPECT_TRUE(clicked);
+    EXPECT_EQ(run.View().lblSource, "Backup cancelled");
+    EXPECT_EQ(reports, 2);
+    EXPECT_TRUE(Logger().Started());
+    // Source one ran and was pruned to one run; source two was rolled back and not pruned;
+    // source three never started.
+    EXPECT_EQ(f.RowTexts("SELECT bid, source FROM Backups ORDER BY bid"),
+              (Lines{"3|" + sources[1], "4|" + sources[1], "5|" + sources[2], "6|" + sources[2],
+                     "7|" + sources[0]}));
+    const Lines lines = LogLines();
+    const auto cancel = std::find(lines.begin(), lines.end(), "Cancel requested. Stopping...\r\n");
+    ASSERT_NE(cancel, lines.end());
+    EXPECT_EQ(Lines(lines.end() - 4, lines.end()),
+              (Lines{" \r\n", "Backup cancelled\r\n", "Backup complete\r\n",
+                     "FindFiles " + f.backup + "/Logs\r\n"}));
+    // The cancel click ran the closing steps too: its log purge came right after the request.
+    EXPECT_EQ(*(cancel + 1), "FindFiles " + f.backup + "/Logs\r\n");
+    EXPECT_FALSE(Logged("Source: " + sources[2]));
+    EXPECT_FALSE(run.Running());
+}
+
+TEST_F(RunControl, ReportIsNotShownWhenMessagesAreOff) {
+    ErrHandler().DisplayMsgOnError(false);
+    CRunControl run({}, BackupOptions{});
+    int reports = 0;
+    run.OnShowReport = [&] { ++reports; };
+    run.cmdBackup_Click();
+    EXPECT_EQ(reports, 0);
+}
+
+TEST_F(RunControl, RecyclerTickedWithNoFoldersExcludesOnlyRecycler) {
+    CreateTree(f.env.Path("s"), Dir({{"RECYCLER", Dir({{"gone.txt", File("deleted")}})},
+                                     {"cvs", Dir({{"kept.txt", File("kept")}})}}));
+    BackupOptions options;
+    options.exDirs = "";
+    options.exclRecycler = 1;
+    CRunControl run({f.env.Path("s")}, options);
+    run.cmdBackup_Click();
+    EXPECT_EQ(f.Rows("SELECT file FROM Files"), Lines{f.env.Path("s/cvs/kept.txt")});
+}
+
+TEST_F(RunControl, RecyclerIsAddedToTheDesignFolders) {
+    CreateTree(f.env.Path("s"), Dir({{"Recycler", Dir({{"r.txt", File("r")}})},
+                                     {"tmp", Dir({{"t.txt", File("t")}})},
+                                     {"keep", Dir({{"k.txt", File("k")}})}}));
+    BackupOptions options;
+    options.exclRecycler = 1;
+    CRunControl run({f.env.Path("s")}, options);
+    run.cmdBackup_Click();
+    EXPECT_EQ(f.Rows("SELECT file FROM Files"), Lines{f.env.Path("s/keep/k.txt")});
+}
+
+TEST_F(RunControl, RecyclerValueOtherThanOneAddsNothing) {
+    CreateTree(f.env.Path("s"), Dir({{"recycler", Dir({{"r.txt", File("r")}})}}));
+    BackupOptions options;
+    options.exclRecycler = 2;
+    CRunControl run({f.env.Path("s")}, options);
+    run.cmdBackup_Click();
+    EXPECT_EQ(f.Rows("SELECT file FROM Files"), Lines{f.env.Path("s/recycler/r.txt")});
+}
+
+TEST_F(RunControl, HiddenOptionIncludesHiddenFiles) {
+    CreateTree(f.env.Path("s"), Dir({{".secret", File("s")}}));
+    BackupOptions options;
+    options.hidden = 1;
+    CRunControl run({f.env.Path("s")}, options);
+    run.cmdBackup_Click();
+    EXPECT_EQ(f.Rows("SELECT file FROM Files"), Lines{f.env.Path("s/.secret")});
+}
+
+TEST_F(RunControl, InvalidBackupLimitIsReportedThroughTheErrorHandler) {
+    CreateTree(f.env.Path("s"), Dir({{"a.txt", File("a")}}));
+    BackupOptions options;
+    options.maxBackups = "lots";
+    CRunControl run({f.env.Path("s")}, options);
+    run.cmdBackup_Click();
+    EXPECT_EQ(ErrHandler().ErrNumber(), 13);
+    EXPECT_EQ(ErrHandler().ErrProcedure(), "cmdBackup_Click");
+    ASSERT_EQ(f.env.box.calls.size(), 1u);
+    EXPECT_EQ(f.env.box.calls[0].style, 16);
+    EXPECT_FALSE(run.Running());
+    EXPECT_EQ(ErrHandler().StackPointer(), 0);
+}
+
+TEST_F(RunControl, UnattendedWordsActAsOftenAsGiven) {
+    CreateTree(f.env.Path("s"), Dir({{"a.txt", File("a")}}));
+    CRunControl run({f.env.Path("s")}, BackupOptions{});
+    run.RunUnattended("backup Backup  BACKUP");
+    EXPECT_EQ(f.Rows("SELECT bid FROM Backups ORDER BY bid"), (Lines{"1", "2", "3"}));
+    EXPECT_FALSE(ErrHandler().DisplayMsgOnError());
+    EXPECT_EQ(LogLines().back(), "Unattended backup complete\r\n");
+}
+
+TEST_F(RunControl, UnattendedCompactRunsTheCompactSequence) {
+    CRunControl run({}, BackupOptions{});
+    run.RunUnattended("COMPACT");
+    EXPECT_EQ(LogLines(),
+              (Lines{"Compacting database\r\n", "Pruning DB tree\r\n", " Prune DB Files tree\r\n",
+                     " Prune DB Paths tree\r\n", "Running Integrity Check\r\n", "Kill orphans\r\n",
+                     "FindFiles " + f.backup + "/Files\r\n", "Vacuum DB\r\n",
+                     "Unattended backup complete\r\n"}));
+}
+
+TEST_F(RunControl, UnattendedUnknownWordDoesNothingButEnds) {
+    CRunControl run({}, BackupOptions{});
+    run.RunUnattended("-backup");
+    EXPECT_EQ(LogLines(), Lines{"Unattended backup complete\r\n"});
+}
+
+} // namespace
