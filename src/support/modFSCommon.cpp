@@ -1,0 +1,409 @@
+// File-system helpers over POSIX calls. Paths are byte strings handed to the kernel unchanged.
+//
+// Drives are mount points: the drive of a path is found by walking up its folders while the
+// device number stays the same. Deletion opens every folder with O_NOFOLLOW and works relative
+// to the open folder, so a symbolic link is removed as a link and never followed out of the
+// tree. FSCopyFile keeps the three-mode retry loop with its size check, and writes a new
+// destination under a temporary name beside it that is renamed into place only when the copy
+// is complete: no partial file ever stands under the destination's name.
+
+#include "support/modFSCommon.h"
+
+#include "support/CProcTrap.h"
+#include "support/CRuntimeError.h"
+#include "support/modFileCopy.h"
+#include "support/modNumText.h"
+#include "support/modPlatformPaths.h"
+#include "support/modServices.h"
+#include "support/modYield.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <dirent.h>
+#include <fcntl.h>
+#include <random>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+constexpr int kDeviceUnavailable = 68;
+constexpr int kFileExists = 58;
+constexpr int kBadFileName = 52;
+constexpr size_t kMaxNameBytes = 255;
+constexpr int kMaxTreeSteps = 1024;
+constexpr int kMaxMoveTries = 3;
+
+// Raises the run-time error that stands for an errno value, as the Windows helpers would.
+[[noreturn]] void RaiseErrno(int error, int notFound) {
+    switch (error) {
+    case ENOENT:
+        Raise(notFound);
+    case ENOTDIR:
+        Raise(err::kPathNotFound);
+    case EACCES:
+    case EPERM:
+    case EROFS:
+        Raise(err::kPermissionDenied);
+    case EEXIST:
+    case ENOTEMPTY:
+        Raise(kFileExists, "File already exists");
+    case ENOSPC:
+    case EDQUOT:
+        Raise(err::kDiskFull);
+    case EIO:
+        Raise(err::kDeviceIO);
+    case ENAMETOOLONG:
+        Raise(kBadFileName, "Bad file name or number");
+    default:
+        Raise(err::kPathFileAccess);
+    }
+}
+
+std::mt19937& Random() {
+    static std::mt19937 generator{std::random_device{}()};
+    return generator;
+}
+
+std::string Hex(uint32_t value, int digits) {
+    static constexpr char kDigits[] = "0123456789ABCDEF";
+    std::string text(static_cast<size_t>(digits), '0');
+    for (int i = digits - 1; i >= 0; --i, value >>= 4)
+        text[static_cast<size_t>(i)] = kDigits[value & 0xF];
+    return text;
+}
+
+bool EntryExists(const std::string& path) {
+    struct stat st {};
+    return ::lstat(path.c_str(), &st) == 0;
+}
+
+// `path` without its trailing "/" characters; "/" stays "/".
+std::string WithoutTrailingSlashes(const std::string& path) {
+    const size_t last = path.find_last_not_of('/');
+    if (last == std::string::npos) return path.empty() ? path : "/";
+    return path.substr(0, last + 1);
+}
+
+// The folder that holds `path` (no trailing "/"), "/" for a top-level entry, "" at the root.
+std::string ParentFolder(const std::string& path) {
+    if (path == "/") return "";
+    const std::string trimmed = WithoutTrailingSlashes(path);
+    const size_t slash = trimmed.rfind('/');
+    if (slash == std::string::npos) return "";
+    return WithoutTrailingSlashes(trimmed.substr(0, slash + 1));
+}
+
+// A fresh name for writing `destination` in its own folder: ".<name>.<random>.tmp", with the
+// name cut so that the whole stays within the file system's name limit.
+std::string TempBeside(const std::string& destination) {
+    const std::string folder = FSGetPathPart(destination);
+    const std::string name = FSGetNamePart(destination);
+    const size_t room = kMaxNameBytes - std::string(".." + Hex(0, 8) + ".tmp").size();
+    std::string temp;
+    do {
+        temp = folder + "." + name.substr(0, room) + "." + Hex(Random()(), 8) + ".tmp";
+    } while (EntryExists(temp));
+    return temp;
+}
+
+// Gives the owner full rights on an open folder, so that its entries can be listed and removed
+// (the "force" of a delete).
+void MakeOwnerFull(int folder) {
+    struct stat st {};
+    if (::fstat(folder, &st) == 0 && (st.st_mode & S_IRWXU) != S_IRWXU)
+        ::fchmod(folder, (st.st_mode & 07777) | S_IRWXU);
+}
+
+int OpenFolderNoFollow(int parent, const char* name) {
+    constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+    int fd = ::openat(parent, name, kFlags);
+    if (fd < 0 && errno == EACCES && ::fchmodat(parent, name, S_IRWXU, 0) == 0)
+        fd = ::openat(parent, name, kFlags);
+    if (fd >= 0) MakeOwnerFull(fd);
+    return fd;
+}
+
+void RemoveEntry(int parent, const char* name);
+
+// Removes everything inside the open folder `folder` (the descriptor is taken over). Errors
+// are ignored: whatever cannot be removed stays, and so does the folder that holds it.
+void RemoveContent(int folder) {
+    DIR* dir = ::fdopendir(folder);
+    if (!dir) {
+        ::close(folder);
+        return;
+    }
+    std::vector<std::string> names;
+    while (const dirent* entry = ::readdir(dir)) {
+        const std::string name = entry->d_name;
+        if (name != "." && name != "..") names.push_back(name);
+    }
+    for (const std::string& name : names)
+        RemoveEntry(::dirfd(dir), name.c_str());
+    ::closedir(dir);
+}
+
+void RemoveEntry(int parent, const char* name) {
+    if (::unlinkat(parent, name, 0) == 0 || errno != EISDIR) return;
+    const int folder = OpenFolderNoFollow(parent, name);
+    if (folder < 0) return;
+    RemoveContent(folder);
+    ::unlinkat(parent, name, AT_REMOVEDIR);
+}
+
+// Renames without replacing an existing destination, as a Windows move does. Gives 0 or the
+// errno value of the failure.
+int RenameNoReplace(const std::string& source, const std::string& destination) {
+    if (::renameat2(AT_FDCWD, source.c_str(), AT_FDCWD, destination.c_str(), RENAME_NOREPLACE) == 0)
+        return 0;
+    if (errno != EINVAL && errno != ENOSYS) return errno;
+    // This file system cannot refuse a replace by itself.
+    if (EntryExists(destination)) return EEXIST;
+    return ::rename(source.c_str(), destination.c_str()) == 0 ? 0 : errno;
+}
+
+// A move to another file system: a complete copy beside the destination, renamed into place,
+// then the source deleted.
+void MoveAcrossFileSystems(const std::string& source, const std::string& destination) {
+    if (EntryExists(destination)) RaiseErrno(EEXIST, err::kFileNotFound);
+    const std::string temp = TempBeside(destination);
+    int error = 0;
+    if (!DefaultCopyMethods().mode1(source, temp) || FSGetFileSize(temp) != FSGetFileSize(source))
+        error = EIO;
+    else
+        error = RenameNoReplace(temp, destination);
+    if (error != 0) {
+        ::unlink(temp.c_str());
+        RaiseErrno(error, err::kFileNotFound);
+    }
+    if (::unlink(source.c_str()) != 0) RaiseErrno(errno, err::kFileNotFound);
+}
+
+void MoveOnce(const std::string& source, const std::string& destination) {
+    const int error = RenameNoReplace(source, destination);
+    if (error == EXDEV)
+        MoveAcrossFileSystems(source, destination);
+    else if (error != 0)
+        RaiseErrno(error, err::kFileNotFound);
+}
+
+} // namespace
+
+double FSGetFreeDiskSpace(const std::string& drive) {
+    return Trapped("FSGetFreeDiskSpace", 0.0, [&] {
+        if (drive.empty() || drive[0] != '/') Raise(err::kInvalidCall);
+        struct statvfs info {};
+        if (::statvfs(drive.c_str(), &info) != 0) RaiseErrno(errno, kDeviceUnavailable);
+        return static_cast<double>(info.f_bavail) * static_cast<double>(info.f_frsize);
+    });
+}
+
+void FSCreateFolder(const std::string& path) {
+    Trapped("FSCreateFolder", false, [&] {
+        if (::mkdir(path.c_str(), kPrivateFolderMode) != 0) RaiseErrno(errno, err::kPathNotFound);
+        return true;
+    });
+}
+
+std::string FSBuildPath(const std::string& path, const std::string& name) {
+    CProcTrap trap("FSBuildPath");
+    trap.Check();
+    if (path.empty()) return name;
+    const size_t last = path.find_last_not_of('/');
+    const size_t first = name.find_first_not_of('/');
+    const std::string head = last == std::string::npos ? std::string() : path.substr(0, last + 1);
+    const std::string tail = first == std::string::npos ? std::string() : name.substr(first);
+    return head + "/" + tail;
+}
+
+std::string FSGetTempName() {
+    static uint32_t last = 0x100000; // outside the range, so the first name is always accepted
+    uint32_t value = 0;
+    do {
+        value = Random()() & 0xFFFFF;
+    } while (value == last);
+    last = value;
+    return "rad" + Hex(value, 5) + ".tmp";
+}
+
+void FSDeleteFile(const std::string& path) {
+    ::unlink(path.c_str()); // every error is swallowed: a file that cannot go stays
+}
+
+void FSDeleteFolder(const std::string& path) {
+    // Every error is swallowed: whatever cannot be removed stays.
+    const std::string folder = WithoutTrailingSlashes(path);
+    struct stat st {};
+    if (folder.empty() || folder == "/" || ::lstat(folder.c_str(), &st) != 0) return;
+    if (S_ISLNK(st.st_mode)) {
+        ::unlink(folder.c_str()); // the link goes, what it points to stays
+        return;
+    }
+    if (!S_ISDIR(st.st_mode)) return;
+    const int fd = OpenFolderNoFollow(AT_FDCWD, folder.c_str());
+    if (fd < 0) return;
+    RemoveContent(fd);
+    ::rmdir(folder.c_str());
+}
+
+bool FSCopyFile(const std::string& source, const std::string& destination) {
+    CProcTrap trap("FSCopyFile");
+    std::string target = destination;
+    bool viaTemp = false;
+    try {
+        trap.Check();
+        viaTemp = !EntryExists(destination);
+        if (viaTemp) target = TempBeside(destination);
+        int32_t tries = 3;
+        for (;;) {
+            if (tries < 3) {
+                Log(1, "Retry copy of " + source + "...");
+                Log(1, "Using Copy mode=" + NumText(tries));
+            }
+            // The copy mode is the number of tries left: 3 stream, 2 overwrite, 1 exclusive.
+            CopyFileByMode(source, target, tries);
+            if (--tries < 1) Raise(err::kCopyFailed); // whatever the last mode achieved
+            DoEvents();
+            if (FSGetFileSize(target) == FSGetFileSize(source)) break;
+        }
+        if (viaTemp && ::rename(target.c_str(), destination.c_str()) != 0)
+            RaiseErrno(errno, err::kFileNotFound);
+        Log(3, "OK on " + NumText(3 - tries) + " tries");
+        return true;
+    } catch (...) {
+        if (viaTemp) ::unlink(target.c_str());
+        trap.Handle();
+        Log(1, "Failed copy on " + source);
+        return false;
+    }
+}
+
+bool FSMoveFile(const std::string& source, const std::string& destination) {
+    return Trapped("FSMoveFile", false, [&] {
+        int count = 0;
+        do {
+            MoveOnce(source, destination);
+            if (++count > kMaxMoveTries) Raise(err::kNoDestination);
+        } while (!FSFileExists(destination));
+        return true;
+    });
+}
+
+bool FSFileExists(const std::string& path) {
+    CProcTrap trap("FSFileExists");
+    trap.Check();
+    struct stat st {};
+    return ::stat(path.c_str(), &st) == 0 && !S_ISDIR(st.st_mode);
+}
+
+bool FSFolderExists(const std::string& path) {
+    struct stat st {};
+    return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+double FSGetFileSize(const std::string& path) {
+    CProcTrap trap("FSGetFileSize");
+    try {
+        trap.Check();
+        struct stat st {};
+        if (::stat(path.c_str(), &st) != 0 || S_ISDIR(st.st_mode)) return 0;
+        return static_cast<double>(st.st_size);
+    } catch (...) {
+        return 0; // nothing reported: an unknown size is 0
+    }
+}
+
+bool FSIsReadable(const std::string& path) {
+    // Only regular files are opened, and without blocking, so a FIFO or device never hangs.
+    struct stat st {};
+    if (::stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return false;
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0) return false;
+    bool readable = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
+    char buffer[8193];
+    size_t got = 0;
+    while (readable && got < sizeof buffer) {
+        const ssize_t n = ::read(fd, buffer + got, sizeof buffer - got);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) readable = false;
+        if (n <= 0) break;
+        got += static_cast<size_t>(n);
+    }
+    ::close(fd);
+    return readable;
+}
+
+std::string FSGetPathPart(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
+}
+
+std::string FSDriveFromPath(const std::string& path) {
+    if (path.empty() || path[0] != '/') return "";
+    // Start from the nearest folder that exists, then climb while the device stays the same.
+    std::string current = WithoutTrailingSlashes(path);
+    struct stat st {};
+    while (::stat(current.c_str(), &st) != 0) {
+        current = ParentFolder(current);
+        if (current.empty()) return "";
+    }
+    const dev_t device = st.st_dev;
+    for (std::string parent = ParentFolder(current); !parent.empty();
+         parent = ParentFolder(current)) {
+        if (::stat(parent.c_str(), &st) != 0 || st.st_dev != device) break;
+        current = parent;
+    }
+    return current;
+}
+
+bool FSDriveExists(const std::string& drive) {
+    return FSFolderExists(drive);
+}
+
+std::string FSGetNamePart(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+void FSCreatePath(const std::string& filePath) {
+    FSCreateFolderTree(FSGetPathPart(filePath));
+}
+
+void FSCreateFolderTree(const std::string& folderPath) {
+    size_t start = 0;
+    if (folderPath.compare(0, 2, "//") == 0) {
+        // A network path: the server's own name is not a folder to create.
+        const size_t afterServer = folderPath.find('/', 2);
+        if (afterServer == std::string::npos) return;
+        start = afterServer + 1;
+    }
+    for (int step = 0; step < kMaxTreeSteps; ++step) {
+        const size_t slash = folderPath.find('/', start);
+        if (slash == std::string::npos) break;
+        const std::string prefix = folderPath.substr(0, slash + 1);
+        if (!FSFolderExists(prefix)) FSCreateFolder(prefix);
+        start = slash + 1;
+    }
+}
+
+std::string FSGetExtension(const std::string& path) {
+    return Trapped("FSGetExtension", std::string(), [&] {
+        const size_t dot = path.rfind('.');
+        if (dot == std::string::npos) return std::string();
+        std::string extension = path.substr(dot + 1);
+        for (char& c : extension)
+            if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+        return extension;
+    });
+}
+
+bool FSSyncFileSystem(const std::string& path) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0) return false;
+    const bool synced = ::syncfs(fd) == 0;
+    ::close(fd);
+    return synced;
+}
