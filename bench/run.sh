@@ -12,7 +12,7 @@ set -euo pipefail
 here="$(cd "$(dirname "$0")/.." && pwd)"
 "$here/scripts/install-deps.sh" --bench
 cmake -S "$here" -B "$here/build-release" -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build "$here/build-release" --target stashwell >/dev/null
+cmake --build "$here/build-release" --target stashwell make_data >/dev/null
 bin="$here/build-release/stashwell"
 
 which="${1:-all}"
@@ -34,40 +34,8 @@ timed() {
     cat "$work/time.txt" >>"$out"
 }
 
-make_large() {
-    local dir="$1"; mkdir -p "$dir"
-    local unique=$(( large_files - large_files / 5 ))
-    for i in $(seq 1 "$unique"); do
-        head -c $(( large_mib * 1024 * 1024 )) /dev/urandom >"$dir/large$i.bin"
-    done
-    for i in $(seq $(( unique + 1 )) "$large_files"); do
-        cp "$dir/large$(( i - unique )).bin" "$dir/large$i.bin"
-    done
-}
-
-make_small() {
-    local dir="$1"; mkdir -p "$dir"
-    # Unique files from one random pool, cut at varying offsets and sizes; every fifth file
-    # repeats an earlier one.
-    head -c $(( 64 * 1024 * 1024 )) /dev/urandom >"$work/pool.bin"
-    python_free_small "$dir"
-}
-
-python_free_small() {
-    local dir="$1" n=0 d
-    for ((i = 0; i < small_files; i++)); do
-        d="$dir/d$(( i / 500 ))"
-        [ -d "$d" ] || mkdir -p "$d"
-        if (( i % 5 == 4 )); then
-            cp "$dir/d$(( (i - 1) / 500 ))/f$(( i - 1 )).dat" "$d/f$i.dat"
-        else
-            size=$(( (RANDOM % 64 + 1) * 1024 ))
-            dd if="$work/pool.bin" of="$d/f$i.dat" bs=1024 count=$(( size / 1024 )) \
-                skip=$(( (i * 7) % 65000 )) status=none
-        fi
-        n=$((n + 1))
-    done
-}
+make_large() { "$here/build-release/make_data" "$1" large "$large_files" "$large_mib"; }
+make_small() { "$here/build-release/make_data" "$1" small "$small_files"; }
 
 # A backup folder of its own for one repetition, with the data set as its one source.
 prepare_backup() {
@@ -93,7 +61,7 @@ bench_set() {
     bytes=$(du -sb "$data" | cut -f1)
     files=$(find "$data" -type f | wc -l)
     echo "   $files files, $(( bytes / 1024 / 1024 )) MiB"
-    cat "$data"/*/* "$data"/* >/dev/null 2>&1 || true   # same page-cache state for every tool
+    find "$data" -type f -exec cat {} + >/dev/null   # the same page-cache state for every tool
 
     : >"$work/$name.md5" ; : >"$work/$name.cp"; : >"$work/$name.first"; : >"$work/$name.second"
     for r in $(seq 1 "$repeat"); do
