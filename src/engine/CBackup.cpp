@@ -14,7 +14,9 @@ constexpr double kDisplayMegabyte = 1024000.0;
 constexpr const char* kSupportAddress = "support@korvex.invalid";
 } // namespace
 
-CBackup::CBackup() { m_timer.ScaleFactor(1000); }
+CBackup::CBackup() {
+    m_timer.ScaleFactor(1000);
+}
 
 void CBackup::Verify(bool /*value*/) {
     // The accessor stores the flag's own value back: verification after a copy stays off.
@@ -88,7 +90,8 @@ CBackup::Result CBackup::Exec() {
         DoEvents();
         Operation("Source backup complete");
         Log(2, "List of duplicates");
-        for (const std::string& entry : m_duplicateList) Log(2, entry);
+        for (const std::string& entry : m_duplicateList)
+            Log(2, entry);
         LogTotals();
         return Result::kEmpty;
     } catch (...) {
@@ -159,8 +162,7 @@ void CBackup::BackupOneFile(const std::string& path, bool& stored) {
 }
 
 void CBackup::StoreNew(const std::string& path, const std::string& signature,
-                       const std::string& target,
-                       const std::string& legacy, bool& stored) {
+                       const std::string& target, const std::string& legacy, bool& stored) {
     Operation("Make backup");
     FSCreatePath(target);
     Log(2, "COP: " + path);
@@ -189,8 +191,8 @@ void CBackup::ReportCollision(const std::string& path, const std::string& target
     Log(1, target);
     Log(1, "These two files have the same MD5 and are different");
     MsgBox(std::string("Woah! MD5 signature found 2 different files with same signature. ") +
-               "Please send both files to " + kSupportAddress + " so that we can look into it: " +
-               "'" + path + "' and '" + target,
+               "Please send both files to " + kSupportAddress +
+               " so that we can look into it: " + "'" + path + "' and '" + target,
            mb::kCritical | mb::kOKOnly, "QRV");
 }
 

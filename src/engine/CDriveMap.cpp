@@ -54,7 +54,8 @@ void CDriveMap::ExcludeFiles(const std::string& patterns) {
 void CDriveMap::ExcludeDirs(const std::string& folders) {
     if (folders.empty()) return;
     m_exFolders.clear();
-    for (const std::string& folder : SplitAtBlanks(folders)) m_exFolders.push_back(Lower(folder));
+    for (const std::string& folder : SplitAtBlanks(folders))
+        m_exFolders.push_back(Lower(folder));
     m_foldersActive = true;
 }
 
@@ -70,7 +71,8 @@ bool CDriveMap::Exec() {
     if (m_limitExceeded) Log(1, "Max file/folder limit exceeded in " + m_source);
     if (m_bid > 0 && m_db) {
         m_db->AddPath(m_bid, FSBuildPath(m_source, "/"));
-        for (const std::string& folder : m_folders) m_db->AddPath(m_bid, folder + "/");
+        for (const std::string& folder : m_folders)
+            m_db->AddPath(m_bid, folder + "/");
     }
     return false;
 }
@@ -131,7 +133,8 @@ bool CDriveMap::Eof() {
 }
 
 const std::string& CDriveMap::FilePath() const {
-    if (m_cursor < 1 || m_cursor > kMaxListEntries || m_cursor > static_cast<int32_t>(m_files.size()))
+    if (m_cursor < 1 || m_cursor > kMaxListEntries ||
+        m_cursor > static_cast<int32_t>(m_files.size()))
         Raise(err::kSubscript);
     return m_files[static_cast<size_t>(m_cursor - 1)];
 }

@@ -6,7 +6,9 @@
 #include <fcntl.h>
 #include <fnmatch.h>
 
-CFileFind::~CFileFind() { FindClose(); }
+CFileFind::~CFileFind() {
+    FindClose();
+}
 
 bool CFileFind::FindFile(std::string name) {
     FindClose();
@@ -25,7 +27,9 @@ bool CFileFind::FindFile(std::string name) {
     return false;
 }
 
-bool CFileFind::FindNextFile() { return m_dir && NextListed(); }
+bool CFileFind::FindNextFile() {
+    return m_dir && NextListed();
+}
 
 void CFileFind::FindClose() {
     if (m_dir) ::closedir(m_dir);
@@ -70,11 +74,19 @@ uint32_t CFileFind::GetAttributes() const {
     return attributes == 0 ? kNormal : attributes;
 }
 
-bool CFileFind::IsDots() const { return m_isDir && (m_name == "." || m_name == ".."); }
+bool CFileFind::IsDots() const {
+    return m_isDir && (m_name == "." || m_name == "..");
+}
 
-std::time_t CFileFind::GetLastWriteTime() const { return Stat().st_mtim.tv_sec; }
-std::time_t CFileFind::GetLastAccessTime() const { return Stat().st_atim.tv_sec; }
-std::time_t CFileFind::GetCreationDate() const { return Stat().st_ctim.tv_sec; }
+std::time_t CFileFind::GetLastWriteTime() const {
+    return Stat().st_mtim.tv_sec;
+}
+std::time_t CFileFind::GetLastAccessTime() const {
+    return Stat().st_atim.tv_sec;
+}
+std::time_t CFileFind::GetCreationDate() const {
+    return Stat().st_ctim.tv_sec;
+}
 
 uint64_t CFileFind::FileTime(const timespec& t) {
     std::tm local{};

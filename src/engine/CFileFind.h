@@ -51,7 +51,9 @@ public:
     uint32_t GetLastWriteTimeHigh() const { return FileTime(Stat().st_mtim) >> 32; }
     uint32_t GetLastWriteTimeLow() const { return static_cast<uint32_t>(FileTime(Stat().st_mtim)); }
     uint32_t GetLastAccessTimeHigh() const { return FileTime(Stat().st_atim) >> 32; }
-    uint32_t GetLastAccessTimeLow() const { return static_cast<uint32_t>(FileTime(Stat().st_atim)); }
+    uint32_t GetLastAccessTimeLow() const {
+        return static_cast<uint32_t>(FileTime(Stat().st_atim));
+    }
     uint32_t GetCreationDateHigh() const { return FileTime(Stat().st_ctim) >> 32; }
     uint32_t GetCreationDateLow() const { return static_cast<uint32_t>(FileTime(Stat().st_ctim)); }
 
@@ -77,5 +79,5 @@ private:
     std::string m_name;
     bool m_isDir = false;
     mutable bool m_statDone = false;
-    mutable struct stat m_stat{};
+    mutable struct stat m_stat {};
 };

@@ -45,7 +45,7 @@ std::string Hex(const unsigned char* digest, unsigned size) {
 std::string Signature(const std::string& path) {
     FdCloser file{::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)};
     if (file.fd < 0) Raise(errno == ENOENT ? err::kFileNotFound : err::kPathFileAccess);
-    struct stat st{};
+    struct stat st {};
     if (::fstat(file.fd, &st) != 0 || !S_ISREG(st.st_mode)) Raise(err::kPathFileAccess);
     ::posix_fadvise(file.fd, 0, 0, POSIX_FADV_SEQUENTIAL);
 
@@ -82,7 +82,9 @@ std::string Signature(const std::string& path) {
 
 } // namespace
 
-std::string MD5File(const std::string& path) { return HashFile(kAlgorithmMD5, path); }
+std::string MD5File(const std::string& path) {
+    return HashFile(kAlgorithmMD5, path);
+}
 
 std::string HashFile(int32_t algorithm, const std::string& path) {
     return Trapped("HashFile", std::string(), [&] {

@@ -1,0 +1,743 @@
+// The backup of one source: what reaches the store (each content once, under its signature,
+// private modes), the rows of the run, the events, the log lines, duplicates, collisions, the
+// legacy flat layout, cancel, and the Linux behaviour (links, FIFOs, sockets, odd names,
+// hidden and unreadable files).
+
+#include "TestSupport.h"
+
+#include "app/modPaths.h"
+#include "app/modSetup.h"
+#include "engine/CBackup.h"
+#include "support/CMMTimer.h"
+#include "support/modFileCopy.h"
+#include "support/modServices.h"
+#include "support/modYield.h"
+
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <deque>
+#include <dirent.h>
+#include <regex>
+#include <string>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using Strings = std::vector<std::string>;
+using Rows = std::vector<Strings>;
+
+// The signature the store uses: MD5 of the content followed by one zero byte per started
+// 8192-byte block.
+std::string Signature(const std::string& content) {
+    const std::string data = content + std::string((content.size() + 8191) / 8192, '\0');
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned size = 0;
+    EVP_Digest(data.data(), data.size(), digest, &size, EVP_md5(), nullptr);
+    static const char* digits = "0123456789abcdef";
+    std::string hex;
+    for (unsigned i = 0; i < size; ++i) {
+        hex += digits[digest[i] >> 4];
+        hex += digits[digest[i] & 15];
+    }
+    return hex;
+}
+
+// Every apostrophe of a stored path becomes a backslash (paths here never begin with one).
+std::string Encoded(std::string path) {
+    for (char& c : path)
+        if (c == '\'') c = '\\';
+    return path;
+}
+
+mode_t Mode(const std::string& path) {
+    struct stat st {};
+    if (::lstat(path.c_str(), &st) != 0) return 0;
+    return st.st_mode & 07777;
+}
+
+// The folders below `root`, breadth-first in the order the file system lists them.
+Strings FoldersBreadthFirst(const std::string& root) {
+    Strings folders;
+    std::deque<std::string> queue{root};
+    while (!queue.empty()) {
+        const std::string folder = queue.front();
+        queue.pop_front();
+        DIR* dir = ::opendir(folder.c_str());
+        if (!dir) continue;
+        while (const dirent* entry = ::readdir(dir)) {
+            const std::string name = entry->d_name;
+            struct stat st {};
+            const std::string path = folder + "/" + name;
+            if (name == "." || name == ".." || ::lstat(path.c_str(), &st) != 0) continue;
+            if (!S_ISDIR(st.st_mode)) continue;
+            folders.push_back(path);
+            queue.push_back(path);
+        }
+        ::closedir(dir);
+    }
+    return folders;
+}
+
+class CBackupTest : public ::testing::Test {
+protected:
+    CBackupTest() : source(env.Path("src")) {
+        WriteRegSetting("BackupPath", env.Path("bk"));
+        CreateDB();
+        Logger().LogFile(env.Path("t.log"));
+        Logger().StartLogger();
+        Logger().LogLevel(3);
+        // The run's clock stands still except where a test moves it: elapsed times and rates
+        // are exact.
+        CMMTimer::SetTickSource([this] { return now; });
+    }
+    ~CBackupTest() override {
+        CMMTimer::SetTickSource(nullptr);
+        ActiveCopyMethods() = DefaultCopyMethods();
+    }
+
+    // Points the engine at the source and the catalogue, and records its events. The clock
+    // moves 3 seconds when the file loop starts, so rates divide by 3.
+    void Prepare(CBackup& backup, const std::string& folder) {
+        backup.Source(folder);
+        backup.BackupDB(GetDBPath());
+        backup.BackupPath(GetFilesPath());
+        backup.OnStart = [this](int32_t count) {
+            events.push_back("Start(" + std::to_string(count) + ")");
+            now += 3000;
+        };
+        backup.OnFileProgress = [this](int32_t done, float rate) {
+            events.push_back("FileProgress(" + std::to_string(done) + ")");
+            rates.push_back(rate);
+        };
+        backup.OnFinish = [this](double bytes) {
+            events.push_back("Finish(" + std::to_string(static_cast<int64_t>(bytes)) + ")");
+        };
+    }
+
+    CBackup::Result Run(CBackup& backup) {
+        Prepare(backup, source);
+        return backup.Exec();
+    }
+
+    CBackup::Result Run() {
+        CBackup backup;
+        return Run(backup);
+    }
+
+    std::string StoreFile(const std::string& content) const {
+        const std::string sig = Signature(content);
+        return GetFilesPath() + "/" + sig.substr(0, 2) + "/" + sig.substr(2, 2) + "/" + sig +
+               ".QRV";
+    }
+
+    Strings StoreListing() const { return ListTree(GetFilesPath()); }
+
+    // The store entries that a set of contents needs: two folder levels and the file.
+    static Strings StoreEntries(const Strings& contents) {
+        Strings entries;
+        for (const std::string& content : contents) {
+            const std::string sig = Signature(content);
+            for (const std::string& entry :
+                 {sig.substr(0, 2) + "/", sig.substr(0, 2) + "/" + sig.substr(2, 2) + "/",
+                  sig.substr(0, 2) + "/" + sig.substr(2, 2) + "/" + sig + ".QRV"})
+                if (std::find(entries.begin(), entries.end(), entry) == entries.end())
+                    entries.push_back(entry);
+        }
+        std::sort(entries.begin(), entries.end());
+        return entries;
+    }
+
+    // Log messages without stamp and line end.
+    Strings LogLines() const {
+        Strings lines;
+        for (std::string line : LogMessages(ReadFile(env.Path("t.log")))) {
+            if (line.size() >= 2 && line.compare(line.size() - 2, 2, "\r\n") == 0)
+                line.resize(line.size() - 2);
+            lines.push_back(line);
+        }
+        return lines;
+    }
+
+    size_t CountLines(const std::string& prefix) const {
+        size_t count = 0;
+        for (const std::string& line : LogLines())
+            if (line.compare(0, prefix.size(), prefix) == 0) ++count;
+        return count;
+    }
+
+    bool HasLine(const std::string& line) const {
+        const Strings lines = LogLines();
+        return std::find(lines.begin(), lines.end(), line) != lines.end();
+    }
+
+    Rows Query(const std::string& sql) const { return SqlRows(GetDBPath(), sql); }
+
+    Rows FileRows() const {
+        return Query("SELECT bid, md5, path, file, backup, size, filedate FROM Files ORDER BY fid");
+    }
+
+    Rows FileRow(const std::string& path, const std::string& content, int bid = 1) const {
+        return {{std::to_string(bid), Signature(content),
+                 Encoded(path.substr(0, path.rfind('/') + 1)), Encoded(path), StoreFile(content),
+                 std::to_string(content.size()), ""}};
+    }
+
+    ScopedTestEnv env;
+    std::string source;
+    uint32_t now = 5000;
+    Strings events;
+    std::vector<float> rates;
+};
+
+// ---- Backing up a source ----
+
+TEST_F(CBackupTest, EveryFileIsCopiedIntoItsTwoLevelStoreFolder) {
+    const std::string a = "first content", b = PatternContent(20000);
+    CreateTree(source, Dir({{"a.txt", File(a)}, {"sub", Dir({{"b.bin", File(b)}})}}));
+    EXPECT_EQ(Run(), CBackup::Result::kEmpty);
+    EXPECT_EQ(StoreListing(), StoreEntries({a, b}));
+    EXPECT_EQ(ReadFile(StoreFile(a)), a);
+    EXPECT_EQ(ReadFile(StoreFile(b)), b);
+    Rows expected = FileRow(source + "/a.txt", a);
+    expected.push_back(FileRow(source + "/sub/b.bin", b)[0]);
+    EXPECT_EQ(FileRows(), expected);
+    EXPECT_EQ(env.box.calls.size(), 0u);
+}
+
+TEST_F(CBackupTest, OneBackupsRowHoldsTheSourceAndTheDate) {
+    CreateTree(source, Dir({{"a.txt", File("a")}}));
+    Run();
+    const Rows rows = Query("SELECT bid, source, datebk FROM Backups");
+    ASSERT_EQ(rows.size(), 1u);
+    EXPECT_EQ(rows[0][0], "1");
+    EXPECT_EQ(rows[0][1], source);
+    EXPECT_TRUE(std::regex_match(rows[0][2], std::regex(R"(\d\d/\d\d/\d{4} \d\d:\d\d:\d\d)")))
+        << rows[0][2];
+}
+
+TEST_F(CBackupTest, TwoIdenticalFilesCopyTheFirstAndRecordTheSecondAgainstTheSameBackupFile) {
+    const std::string content = PatternContent(9000);
+    CreateTree(source,
+               Dir({{"one.dat", File(content)}, {"sub", Dir({{"two.dat", File(content)}})}}));
+    CBackup backup;
+    Run(backup);
+    EXPECT_EQ(StoreListing(), StoreEntries({content}));
+    EXPECT_EQ(CountLines("COP: "), 1u);
+    EXPECT_TRUE(HasLine("COP: " + source + "/one.dat"));
+    EXPECT_EQ(CountLines("File already in backup collection"), 1u);
+    EXPECT_EQ(backup.Duplicates(), 1);
+    EXPECT_EQ(backup.DuplicateBytes(), 9000);
+    Rows expected = FileRow(source + "/one.dat", content);
+    expected.push_back(FileRow(source + "/sub/two.dat", content)[0]);
+    EXPECT_EQ(FileRows(), expected);
+    EXPECT_TRUE(HasLine("Duplicate: " + source + "/sub/two.dat"));
+    EXPECT_TRUE(HasLine("Fil not copd: 1"));
+    EXPECT_TRUE(HasLine("Siz not copd: 9,000"));
+}
+
+TEST_F(CBackupTest, SecondRunOfSameSourceCopiesNothing) {
+    const std::string a = "alpha", b = PatternContent(70000), c = "gamma";
+    CreateTree(source, Dir({{"a", File(a)}, {"d", Dir({{"b", File(b)}, {"c", File(c)}})}}));
+    Run();
+    const Strings storeAfterFirst = StoreListing();
+    const size_t copiesAfterFirst = CountLines("COP: ");
+    ASSERT_EQ(copiesAfterFirst, 3u);
+
+    CBackup second;
+    EXPECT_EQ(Run(second), CBackup::Result::kEmpty);
+    EXPECT_EQ(StoreListing(), storeAfterFirst);
+    EXPECT_EQ(CountLines("COP: "), copiesAfterFirst);
+    EXPECT_EQ(second.Duplicates(), 3);
+    EXPECT_EQ(CountLines("Fil not copd: "), 2u);
+    EXPECT_TRUE(HasLine("Fil not copd: 3"));
+    EXPECT_TRUE(HasLine("Siz not copd: 70,010"));
+    EXPECT_EQ(Query("SELECT bid, COUNT(*) FROM Files GROUP BY bid"),
+              (Rows{{"1", "3"}, {"2", "3"}}));
+    EXPECT_EQ(Query("SELECT COUNT(DISTINCT backup) FROM Files"), (Rows{{"3"}}));
+}
+
+TEST_F(CBackupTest, LegacyFlatLayoutFileIsMovedIntoItsFolderNotCopied) {
+    const std::string content = "content that an earlier version stored flat";
+    CreateTree(source, Dir({{"doc.txt", File(content)}}));
+    const std::string sig = Signature(content);
+    const std::string legacy = GetFilesPath() + "/" + sig + ".QRV";
+    // Marked so that a copy of the source could not pass for the moved file.
+    WriteFile(legacy, "legacy marker");
+    Run();
+    EXPECT_FALSE(Exists(legacy));
+    EXPECT_EQ(ReadFile(StoreFile(content)), "legacy marker");
+    EXPECT_EQ(StoreListing(), StoreEntries({content}));
+    EXPECT_TRUE(HasLine("COP: " + source + "/doc.txt"));
+    EXPECT_EQ(FileRows(), FileRow(source + "/doc.txt", content));
+}
+
+TEST_F(CBackupTest, EmptySourceLogsZeroFilesAndRaisesStartAndFinishWithZero) {
+    CreateTree(source, Dir());
+    CBackup backup;
+    Prepare(backup, source);
+    backup.OnStart = [this](int32_t count) {
+        events.push_back("Start(" + std::to_string(count) + ")");
+        now += 2000;
+    };
+    EXPECT_EQ(backup.Exec(), CBackup::Result::kEmpty);
+    EXPECT_EQ(events, (Strings{"Start(0)", "Finish(0)"}));
+    EXPECT_EQ(backup.FilesFound(), 0);
+    const Strings lines = LogLines();
+    const Strings expected{
+        "Finding files in source : " + source,
+        "Elapsed time : 00:00:00",
+        "Files found  : 0",
+        "List of duplicates",
+        "Total Files : ",
+        "Tot Filesize: ",
+        "Fil not copd: ",
+        "Siz not copd: ",
+        "Elapsed time: 00:00:02",
+        "Throughput  : 0 MB/s",
+    };
+    // After "LogLevel switched to 3" and the enumerator's trace line.
+    ASSERT_EQ(lines.size(), expected.size() + 2);
+    EXPECT_EQ(lines[2], "FindFiles " + source);
+    EXPECT_EQ(lines[1], expected[0]);
+    EXPECT_EQ(Strings(lines.begin() + 3, lines.end()),
+              Strings(expected.begin() + 1, expected.end()));
+    EXPECT_EQ(Query("SELECT COUNT(*) FROM Backups"), (Rows{{"1"}}));
+    EXPECT_EQ(Query("SELECT path FROM Paths"), (Rows{{source + "/"}}));
+    EXPECT_TRUE(FileRows().empty());
+    EXPECT_TRUE(env.box.calls.empty());
+}
+
+TEST_F(CBackupTest, SameSignatureWithDifferentSizesShowsTheBoxAndTheRunContinues) {
+    const std::string content = "the file in the source";
+    const std::string other = PatternContent(3000);
+    CreateTree(source, Dir({{"a.txt", File(content)}, {"sub", Dir({{"b.txt", File(other)}})}}));
+    const std::string target = StoreFile(content);
+    CreateTree(GetFilesPath(),
+               Dir({{target.substr(GetFilesPath().size() + 1, 2),
+                     Dir({{target.substr(GetFilesPath().size() + 4, 2), Dir()}})}}));
+    WriteFile(target, "a different, longer content under the same name");
+    const std::string path = source + "/a.txt";
+
+    CBackup backup;
+    EXPECT_EQ(Run(backup), CBackup::Result::kEmpty);
+
+    ASSERT_EQ(env.box.calls.size(), 1u);
+    const CScriptedMessageBox::Call& box = env.box.calls[0];
+    EXPECT_EQ(box.style, 16);
+    EXPECT_EQ(box.title, "QRV");
+    const std::string opening = "Woah! MD5 signature found 2 different files with same signature. ";
+    EXPECT_EQ(box.text.compare(0, opening.size(), opening), 0) << box.text;
+    const std::string closing = "'" + path + "' and '" + target;
+    ASSERT_GE(box.text.size(), closing.size());
+    EXPECT_EQ(box.text.substr(box.text.size() - closing.size()), closing);
+
+    const Strings lines = LogLines();
+    const auto at =
+        std::find(lines.begin(), lines.end(), "File size: " + std::to_string(content.size()));
+    ASSERT_NE(at, lines.end());
+    ASSERT_GE(lines.end() - at, 7);
+    EXPECT_EQ(at[1], "File size: " + std::to_string(ReadFile(target).size()));
+    EXPECT_FALSE(at[2].empty()); // the warning line
+    EXPECT_EQ(at[3], path);
+    EXPECT_EQ(at[4], target);
+    EXPECT_EQ(at[5], "These two files have the same MD5 and are different");
+    EXPECT_EQ(at[6], "File already in backup collection");
+
+    // The collision is recorded against the existing backup file, which stays as it was.
+    EXPECT_EQ(ReadFile(target), "a different, longer content under the same name");
+    Rows expected = FileRow(path, content);
+    expected.push_back(FileRow(source + "/sub/b.txt", other)[0]);
+    EXPECT_EQ(FileRows(), expected);
+    EXPECT_EQ(ReadFile(StoreFile(other)), other);
+    EXPECT_EQ(backup.Duplicates(), 1);
+}
+
+TEST_F(CBackupTest, VerifySetToTrueNeverWritesVerLines) {
+    CreateTree(source, Dir({{"a.txt", File("verify me")}, {"b.txt", File("and me")}}));
+    CBackup backup;
+    backup.Verify(true);
+    EXPECT_FALSE(backup.Verify());
+    Run(backup);
+    EXPECT_EQ(CountLines("COP: "), 2u);
+    EXPECT_EQ(CountLines("VER: "), 0u);
+}
+
+TEST_F(CBackupTest, CancelDuringTheFirstFileRaisesItsProgressThenRollsTheRunBack) {
+    const std::string first = PatternContent(100000);
+    CreateTree(source, Dir({{"first.bin", File(first)}, {"sub", Dir({{"second", File("2")}})}}));
+    CBackup backup;
+    Prepare(backup, source);
+    // The engine lets pending window messages run while it works on the first file; the
+    // window's Cancel click arrives there.
+    backup.OnStart = [this, &backup](int32_t count) {
+        events.push_back("Start(" + std::to_string(count) + ")");
+        now += 3000;
+        SetYieldHook([&backup] { backup.Cancel(); });
+    };
+    EXPECT_EQ(backup.Exec(), CBackup::Result::kCancel);
+    EXPECT_EQ(events, (Strings{"Start(2)", "FileProgress(1)"}));
+    EXPECT_TRUE(Query("SELECT * FROM Backups").empty());
+    EXPECT_TRUE(Query("SELECT * FROM Files").empty());
+    EXPECT_TRUE(Query("SELECT * FROM Paths").empty());
+    // A file copied before the cancel stays in the store.
+    EXPECT_EQ(StoreListing(), StoreEntries({first}));
+    EXPECT_EQ(CountLines("Total Files : "), 0u);
+    // The cancelled run leaves without popping its procedure name.
+    EXPECT_EQ(ErrHandler().StackPointer(), 1);
+}
+
+TEST_F(CBackupTest, CancelIsNeverClearedSoTheNextRunStopsAfterItsFirstFile) {
+    CreateTree(source, Dir({{"a", File("a")}, {"sub", Dir({{"b", File("b")}})}}));
+    CBackup backup;
+    backup.Cancel();
+    EXPECT_EQ(Run(backup), CBackup::Result::kCancel);
+    events.clear();
+    EXPECT_EQ(Run(backup), CBackup::Result::kCancel);
+    EXPECT_EQ(events, (Strings{"Start(2)", "FileProgress(1)"}));
+    EXPECT_TRUE(Query("SELECT * FROM Backups").empty());
+}
+
+TEST_F(CBackupTest, MissingSourceIsSkippedWithoutRowsOrEvents) {
+    const std::string missing = env.Path("missing");
+    CBackup backup;
+    Prepare(backup, missing);
+    EXPECT_EQ(backup.Exec(), CBackup::Result::kFalse);
+    EXPECT_TRUE(events.empty());
+    EXPECT_TRUE(HasLine(missing + " not accessible. Skipping"));
+    EXPECT_TRUE(Query("SELECT * FROM Backups").empty());
+    // This exit does not pop its procedure name.
+    EXPECT_EQ(ErrHandler().StackPointer(), 1);
+}
+
+TEST_F(CBackupTest, ProgressIsRaisedForEveryListedFileIncludingSkippedOnes) {
+    CreateTree(source,
+               Dir({{"empty", File("")}, {"sub", Dir({{"full", File(PatternContent(3000))}})}}));
+    CBackup backup;
+    Run(backup);
+    EXPECT_EQ(events, (Strings{"Start(2)", "FileProgress(1)", "FileProgress(2)", "Finish(3000)"}));
+    // Bytes per second since the run began: 3000 bytes in 3 seconds.
+    ASSERT_EQ(rates.size(), 2u);
+    EXPECT_FLOAT_EQ(rates[0], 0.0f);
+    EXPECT_FLOAT_EQ(rates[1], 1000.0f);
+    EXPECT_EQ(backup.FilesFound(), 2);
+    EXPECT_EQ(backup.BytesProcessed(), 3000);
+}
+
+TEST_F(CBackupTest, ZeroLengthFileIsSkippedWithItsLogLine) {
+    CreateTree(source, Dir({{"empty.txt", File("")}}));
+    Run();
+    EXPECT_TRUE(HasLine("Skipping " + source + "/empty.txt. Zero length file"));
+    EXPECT_TRUE(FileRows().empty());
+    EXPECT_TRUE(StoreListing().empty());
+}
+
+TEST_F(CBackupTest, ExcludedPatternsAndFoldersAreNotBackedUp) {
+    CreateTree(source, Dir({{"keep.txt", File("k")},
+                            {"skip.tmp", File("t")},
+                            {"CVS", Dir({{"Entries.txt", File("e")}})}}));
+    CBackup backup;
+    backup.Exclude("*.tmp");
+    backup.ExDirs("cvs");
+    Run(backup);
+    EXPECT_EQ(FileRows(), FileRow(source + "/keep.txt", "k"));
+    EXPECT_EQ(Query("SELECT path FROM Paths ORDER BY pid"), (Rows{{source + "/"}}));
+}
+
+TEST_F(CBackupTest, MD5CalcMethodIsOnlyStored) {
+    CreateTree(source, Dir({{"a", File("abc")}}));
+    CBackup backup;
+    backup.MD5CalcMethod(7);
+    EXPECT_EQ(backup.MD5CalcMethod(), 7);
+    Run(backup);
+    EXPECT_EQ(FileRows(), FileRow(source + "/a", "abc"));
+}
+
+TEST_F(CBackupTest, CopyThatFailsEveryTryIsLoggedAndNotRecorded) {
+    CreateTree(source, Dir({{"a", File("will not copy")}}));
+    const CopyMethods broken{[](const std::string&, const std::string&) { return false; },
+                             [](const std::string&, const std::string&) { return false; },
+                             [](const std::string&, const std::string&) { return false; }};
+    ActiveCopyMethods() = broken;
+    ErrHandler().DisplayMsgOnError(false);
+    EXPECT_EQ(Run(), CBackup::Result::kEmpty);
+    EXPECT_TRUE(HasLine("Failed copy on " + source + "/a"));
+    EXPECT_TRUE(HasLine("Failed to copy. Disk could be full"));
+    EXPECT_TRUE(FileRows().empty());
+    EXPECT_TRUE(HasLine("Total Files : 1"));
+}
+
+TEST_F(CBackupTest, ZeroElapsedTimeAtTheThroughputLineEndsTheRunThroughTheErrorHandler) {
+    CreateTree(source, Dir({{"a", File("some bytes")}}));
+    CBackup backup;
+    Prepare(backup, source);
+    backup.OnStart = [this](int32_t count) {
+        events.push_back("Start(" + std::to_string(count) + ")");
+    };
+    EXPECT_EQ(backup.Exec(), CBackup::Result::kEmpty);
+    EXPECT_EQ(events, (Strings{"Start(1)", "FileProgress(1)", "Finish(10)"}));
+    EXPECT_EQ(ErrHandler().ErrProcedure(), "CBackup_Exec");
+    EXPECT_EQ(ErrHandler().ErrNumber(), 11);
+    EXPECT_EQ(ErrHandler().CurrentOperation(), "Source backup complete");
+    ASSERT_EQ(env.box.calls.size(), 1u);
+    EXPECT_EQ(env.box.calls[0].style, 16);
+    EXPECT_TRUE(HasLine("Elapsed time: 00:00:00"));
+    EXPECT_EQ(CountLines("Throughput  : "), 0u);
+    // The error came after the commit: the run's rows stay.
+    EXPECT_EQ(FileRows(), FileRow(source + "/a", "some bytes"));
+    EXPECT_EQ(ErrHandler().StackPointer(), 0);
+}
+
+TEST_F(CBackupTest, FileProgressOfARunYoungerThanTheClockResolutionIsNotAnError) {
+    // A rate of bytes per second before the first millisecond has passed counts the run as one
+    // millisecond old; it never ends the run.
+    CreateTree(source, Dir({{"a", File("")}, {"b", File("bytes")}}));
+    CBackup backup;
+    Prepare(backup, source);
+    backup.OnStart = [this](int32_t count) {
+        events.push_back("Start(" + std::to_string(count) + ")");
+    };
+    backup.OnFileProgress = [this](int32_t done, float) {
+        events.push_back("FileProgress(" + std::to_string(done) + ")");
+        if (done == 2) now += 1000; // so that the throughput line has a time to divide by
+    };
+    EXPECT_EQ(backup.Exec(), CBackup::Result::kEmpty);
+    EXPECT_EQ(events, (Strings{"Start(2)", "FileProgress(1)", "FileProgress(2)", "Finish(5)"}));
+    EXPECT_TRUE(env.box.calls.empty());
+}
+
+TEST_F(CBackupTest, ApostropheInTheSourceBreaksTheRunRowAndFilesAreRecordedUnderRunMinusOne) {
+    // Source names are written unencoded, so the Backups insert fails; its error is shown and
+    // the run goes on with the id -1, for which no folder is recorded.
+    const std::string odd = env.Path("it's");
+    CreateTree(odd, Dir({{"a", File("abc")}}));
+    CBackup backup;
+    Prepare(backup, odd);
+    EXPECT_EQ(backup.Exec(), CBackup::Result::kEmpty);
+    ASSERT_EQ(env.box.calls.size(), 1u);
+    EXPECT_EQ(env.box.calls[0].text.compare(0, 7, "Error: "), 0) << env.box.calls[0].text;
+    EXPECT_EQ(env.box.calls[0].style, 0);
+    EXPECT_TRUE(Query("SELECT * FROM Backups").empty());
+    EXPECT_TRUE(Query("SELECT * FROM Paths").empty());
+    EXPECT_EQ(FileRows(), FileRow(odd + "/a", "abc", -1));
+}
+
+TEST_F(CBackupTest, PropertiesKeepWhatTheCallerSets) {
+    CBackup backup;
+    EXPECT_FALSE(backup.IncludeHidden());
+    EXPECT_FALSE(backup.IncludeSystem());
+    EXPECT_FALSE(backup.Verify());
+    EXPECT_EQ(backup.MD5CalcMethod(), 0);
+    backup.IncludeSystem(true);
+    backup.BackupDB("/some/db");
+    backup.BackupPath("/some/store");
+    EXPECT_TRUE(backup.IncludeSystem());
+    EXPECT_EQ(backup.BackupDB(), "/some/db");
+    EXPECT_EQ(backup.BackupPath(), "/some/store");
+}
+
+TEST_F(CBackupTest, BackupFileNameIsTheSignatureWithQrvOrAFreshTemporaryName) {
+    EXPECT_EQ(CBackup::GetBackupFileName("0123456789abcdef0123456789abcdef"),
+              "0123456789abcdef0123456789abcdef.QRV");
+    const std::string fresh = CBackup::GetBackupFileName();
+    ASSERT_GT(fresh.size(), 4u);
+    EXPECT_EQ(fresh.substr(fresh.size() - 4), ".QRV");
+    EXPECT_EQ(fresh.find(".tmp"), std::string::npos);
+}
+
+// ---- Linux behaviour ----
+
+TEST_F(CBackupTest, SymbolicLinksAreNeverBackedUpOrFollowed) {
+    CreateTree(env.Path("outside"), Dir({{"far.txt", File("far away")}}));
+    CreateTree(source, Dir({{"real.txt", File("real")}, {"sub", Dir()}}));
+    ASSERT_EQ(::symlink("real.txt", (source + "/link-to-file").c_str()), 0);
+    ASSERT_EQ(::symlink(env.Path("outside").c_str(), (source + "/link-to-folder").c_str()), 0);
+    ASSERT_EQ(::symlink("..", (source + "/sub/loop").c_str()), 0);
+    Run();
+    EXPECT_EQ(FileRows(), FileRow(source + "/real.txt", "real"));
+    EXPECT_EQ(Query("SELECT path FROM Paths ORDER BY pid"),
+              (Rows{{source + "/"}, {source + "/sub/"}}));
+    EXPECT_EQ(StoreListing(), StoreEntries({"real"}));
+}
+
+TEST_F(CBackupTest, FifoAndSocketAreNeverListedAndTheRunDoesNotHang) {
+    CreateTree(source, Dir({{"a.txt", File("a")}, {"sub", Dir()}}));
+    ASSERT_EQ(::mkfifo((source + "/sub/fifo").c_str(), 0600), 0);
+    const int sock = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    ASSERT_GE(sock, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::string socketPath = source + "/socket";
+    ASSERT_LT(socketPath.size(), sizeof(address.sun_path));
+    socketPath.copy(address.sun_path, socketPath.size());
+    ASSERT_EQ(::bind(sock, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+    CBackup backup;
+    EXPECT_EQ(Run(backup), CBackup::Result::kEmpty);
+    ::close(sock);
+    EXPECT_EQ(backup.FilesFound(), 1);
+    EXPECT_EQ(FileRows(), FileRow(source + "/a.txt", "a"));
+}
+
+TEST_F(CBackupTest, OddNamesAreBackedUpByteForByte) {
+    const std::vector<std::pair<std::string, std::string>> files{
+        {"bad\xff\xfe name.bin", "invalid utf-8"},
+        {"new\nline.txt", "new line"},
+        {"it's.txt", "apostrophe"},
+        {"back\\slash.txt", "backslash"},
+        {"Bob's dir/x'y.txt", "apostrophes in folder and name"},
+    };
+    CreateTree(source, Dir({{"Bob's dir", Dir()}}));
+    for (const auto& [name, content] : files)
+        WriteFile(source + "/" + name, content);
+    Run();
+    for (const auto& [name, content] : files) {
+        const std::string path = source + "/" + name;
+        const Rows rows =
+            Query("SELECT file, path, backup FROM Files WHERE md5 = '" + Signature(content) + "'");
+        ASSERT_EQ(rows.size(), 1u) << name;
+        EXPECT_EQ(rows[0][0], Encoded(path));
+        EXPECT_EQ(rows[0][1], Encoded(path.substr(0, path.rfind('/') + 1)));
+        EXPECT_EQ(rows[0][2], StoreFile(content));
+        EXPECT_EQ(ReadFile(rows[0][2]), ReadFile(path));
+    }
+    EXPECT_EQ(Query("SELECT path FROM Paths WHERE path LIKE '%Bob%'"),
+              (Rows{{source + "/Bob\\s dir/"}}));
+}
+
+TEST_F(CBackupTest, HiddenFilesAreSkippedUnlessIncluded) {
+    CreateTree(source, Dir({{".hidden", File("hidden")},
+                            {"shown", File("shown")},
+                            {".dir", Dir({{"inner", File("inner")}, {".deep", File("deep")}})}}));
+    Run();
+    EXPECT_EQ(Query("SELECT file FROM Files ORDER BY file"),
+              (Rows{{source + "/.dir/inner"}, {source + "/shown"}}));
+
+    CBackup withHidden;
+    withHidden.IncludeHidden(true);
+    EXPECT_TRUE(withHidden.IncludeHidden());
+    Run(withHidden);
+    EXPECT_EQ(Query("SELECT file FROM Files WHERE bid = 2 ORDER BY file"),
+              (Rows{{source + "/.dir/.deep"},
+                    {source + "/.dir/inner"},
+                    {source + "/.hidden"},
+                    {source + "/shown"}}));
+}
+
+TEST_F(CBackupTest, UnreadableFileIsSkippedSilently) {
+    CreateTree(source, Dir({{"locked", File("secret")}, {"sub", Dir({{"open", File("open")}})}}));
+    ASSERT_EQ(::chmod((source + "/locked").c_str(), 0), 0);
+    if (::access((source + "/locked").c_str(), R_OK) == 0)
+        GTEST_SKIP() << "running as root: every file is readable";
+    CBackup backup;
+    Run(backup);
+    EXPECT_EQ(FileRows(), FileRow(source + "/sub/open", "open"));
+    EXPECT_EQ(events, (Strings{"Start(2)", "FileProgress(1)", "FileProgress(2)", "Finish(4)"}));
+    for (const std::string& line : LogLines())
+        EXPECT_EQ(line.find("locked"), std::string::npos) << line;
+    EXPECT_TRUE(env.box.calls.empty());
+}
+
+TEST_F(CBackupTest, FileThatVanishesAfterTheWalkIsSkippedSilently) {
+    CreateTree(source, Dir({{"stays", File("stays")}, {"sub", Dir({{"goes", File("goes")}})}}));
+    CBackup backup;
+    Prepare(backup, source);
+    backup.OnStart = [this](int32_t count) {
+        events.push_back("Start(" + std::to_string(count) + ")");
+        now += 3000;
+        ::unlink((source + "/sub/goes").c_str());
+    };
+    EXPECT_EQ(backup.Exec(), CBackup::Result::kEmpty);
+    EXPECT_EQ(events, (Strings{"Start(2)", "FileProgress(1)", "FileProgress(2)", "Finish(5)"}));
+    EXPECT_EQ(FileRows(), FileRow(source + "/stays", "stays"));
+    EXPECT_EQ(CountLines("FIL: "), 1u);
+    EXPECT_TRUE(env.box.calls.empty());
+}
+
+TEST_F(CBackupTest, StoreFilesAreMode0600AndStoreFoldersMode0700) {
+    const std::string content = "public content";
+    CreateTree(source, Dir({{"script.sh", File(content)}}));
+    ASSERT_EQ(::chmod((source + "/script.sh").c_str(), 0755), 0);
+    Run();
+    const std::string file = StoreFile(content);
+    const std::string inner = file.substr(0, file.rfind('/'));
+    const std::string outer = inner.substr(0, inner.rfind('/'));
+    EXPECT_EQ(Mode(file), 0600u);
+    EXPECT_EQ(Mode(inner), 0700u);
+    EXPECT_EQ(Mode(outer), 0700u);
+}
+
+TEST_F(CBackupTest, PathsRowsAreTheSourceThenEveryFolderBreadthFirst) {
+    CreateTree(source, Dir({{"a", Dir({{"a1", Dir()}, {"f", File("f")}})},
+                            {"b", Dir({{"b1", Dir({{"b2", Dir()}})}})},
+                            {"top", File("t")}}));
+    Run();
+    Rows expected{{"1", source + "/"}};
+    for (const std::string& folder : FoldersBreadthFirst(source))
+        expected.push_back({"1", folder + "/"});
+    ASSERT_EQ(expected.size(), 6u);
+    EXPECT_EQ(Query("SELECT bid, path FROM Paths ORDER BY pid"), expected);
+}
+
+TEST_F(CBackupTest, SourceWithTrailingSlashBacksUpPathsWithOneSlash) {
+    CreateTree(source, Dir({{"a.txt", File("a")}, {"sub", Dir({{"b.txt", File("b")}})}}));
+    CBackup backup;
+    Prepare(backup, source + "/");
+    backup.Exec();
+    EXPECT_EQ(Query("SELECT file FROM Files ORDER BY fid"),
+              (Rows{{source + "/a.txt"}, {source + "/sub/b.txt"}}));
+    EXPECT_EQ(Query("SELECT source FROM Backups"), (Rows{{source + "/"}}));
+    // The source's own row has one "/" at its end, like the folder part of its files' rows.
+    EXPECT_EQ(Query("SELECT path FROM Paths ORDER BY pid"),
+              (Rows{{source + "/"}, {source + "/sub/"}}));
+    EXPECT_EQ(Query("SELECT DISTINCT path FROM Files WHERE file LIKE '%a.txt'"),
+              (Rows{{source + "/"}}));
+}
+
+TEST_F(CBackupTest, FullLogOfASmallFirstRunAtLevelTwo) {
+    Logger().LogLevel(2);
+    const std::string big = PatternContent(2048000);
+    CreateTree(source,
+               Dir({{"a.bin", File(big)},
+                    {"sub", Dir({{"b.bin", File(big)}, {"z", Dir({{"empty", File("")}})}})}}));
+    CBackup backup;
+    EXPECT_EQ(Run(backup), CBackup::Result::kEmpty);
+    const std::string sig = Signature(big);
+    const Strings expected{
+        "LogLevel switched to 3",
+        "LogLevel switched to 2",
+        "Finding files in source : " + source,
+        "Elapsed time : 00:00:00",
+        "Files found  : 3",
+        "FIL: " + source + "/a.bin",
+        "SIZ: 2048000",
+        "MD5: " + sig,
+        "COP: " + source + "/a.bin",
+        "FIL: " + source + "/sub/b.bin",
+        "SIZ: 2048000",
+        "MD5: " + sig,
+        "File already in backup collection",
+        "FIL: " + source + "/sub/z/empty",
+        "SIZ: 0",
+        "MD5: d41d8cd98f00b204e9800998ecf8427e",
+        "Skipping " + source + "/sub/z/empty. Zero length file",
+        "List of duplicates",
+        "Duplicate: " + source + "/sub/b.bin",
+        "Total Files : 3",
+        "Tot Filesize: 4,096,000",
+        "Fil not copd: 1",
+        "Siz not copd: 2,048,000",
+        "Elapsed time: 00:00:03",
+        "Throughput  : 1.33 MB/s",
+    };
+    EXPECT_EQ(LogLines(), expected);
+    EXPECT_EQ(events, (Strings{"Start(3)", "FileProgress(1)", "FileProgress(2)", "FileProgress(3)",
+                               "Finish(4096000)"}));
+}
+
+} // namespace

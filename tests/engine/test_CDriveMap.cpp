@@ -1,0 +1,480 @@
+// The walk of a source: breadth-first in the order the file system lists entries, the source's
+// own files first; hidden files, excluded extensions and excluded folders left out; links,
+// FIFOs and sockets never listed or followed; one Paths row per folder of the run.
+
+#include "TestSupport.h"
+
+#include "app/modPaths.h"
+#include "app/modSetup.h"
+#include "catalogue/CDatabase.h"
+#include "engine/CDriveMap.h"
+#include "support/CRuntimeError.h"
+#include "support/modServices.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <deque>
+#include <dirent.h>
+#include <fcntl.h>
+#include <string>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using Strings = std::vector<std::string>;
+
+// The files and folders below `root` in the order the walk must find them: each folder's
+// regular files in the order the file system lists them, folders queued as they are met.
+struct Walk {
+    Strings files;
+    Strings folders;
+};
+
+Walk ExpectedWalk(const std::string& root) {
+    Walk walk;
+    std::deque<std::string> queue{root};
+    while (!queue.empty()) {
+        const std::string folder = queue.front();
+        queue.pop_front();
+        DIR* dir = ::opendir(folder.c_str());
+        if (!dir) continue;
+        while (const dirent* entry = ::readdir(dir)) {
+            const std::string name = entry->d_name;
+            if (name == "." || name == "..") continue;
+            const std::string path = folder + "/" + name;
+            struct stat st {};
+            if (::lstat(path.c_str(), &st) != 0) continue;
+            if (S_ISDIR(st.st_mode)) {
+                walk.folders.push_back(path);
+                queue.push_back(path);
+            } else if (S_ISREG(st.st_mode)) {
+                walk.files.push_back(path);
+            }
+        }
+        ::closedir(dir);
+    }
+    return walk;
+}
+
+Strings Listed(CDriveMap& map) {
+    Strings files;
+    map.MoveFirst();
+    while (!map.Eof()) {
+        files.push_back(map.FilePath());
+        map.MoveNext();
+    }
+    return files;
+}
+
+Strings Sorted(Strings items) {
+    std::sort(items.begin(), items.end());
+    return items;
+}
+
+class CDriveMapTest : public ::testing::Test {
+protected:
+    CDriveMapTest() : source(env.Path("src")) {}
+
+    Strings Walked(const TestNode& tree, const std::string& excludeFiles = {},
+                   const std::string& excludeDirs = {}, bool hidden = false) {
+        CreateTree(source, tree);
+        CDriveMap map;
+        map.SourcePath(source);
+        map.Hidden(hidden);
+        map.ExcludeFiles(excludeFiles);
+        map.ExcludeDirs(excludeDirs);
+        map.Exec();
+        return Sorted(Listed(map));
+    }
+
+    Strings Under(const Strings& relative) const {
+        Strings paths;
+        for (const std::string& name : relative)
+            paths.push_back(source + "/" + name);
+        return Sorted(paths);
+    }
+
+    ScopedTestEnv env;
+    std::string source;
+};
+
+TEST_F(CDriveMapTest, EmptySourceHasNoFilesAndEofSetsTheCursorToZero) {
+    CreateTree(source, Dir());
+    CDriveMap map;
+    map.SourcePath(source);
+    map.Exec();
+    EXPECT_EQ(map.FileCount(), 0);
+    map.MoveFirst();
+    EXPECT_EQ(map.Idx(), 1);
+    EXPECT_TRUE(map.Eof());
+    EXPECT_EQ(map.Idx(), 0);
+}
+
+TEST_F(CDriveMapTest, NewMapIsReset) {
+    CDriveMap map;
+    EXPECT_EQ(map.FileCount(), 0);
+    EXPECT_EQ(map.Idx(), 1);
+    EXPECT_EQ(map.BackupID(), 0);
+    EXPECT_FALSE(map.Hidden());
+    EXPECT_FALSE(map.System());
+    EXPECT_FALSE(map.LimitExceeded());
+}
+
+TEST_F(CDriveMapTest, SourceFilesComeFirstThenEachFolderBreadthFirst) {
+    CreateTree(source, Dir({{"a", Dir({{"a1.txt", File("1")},
+                                       {"deep", Dir({{"d.txt", File("d")}})},
+                                       {"a2.txt", File("2")}})},
+                            {"top1.txt", File("t")},
+                            {"b", Dir({{"b1.txt", File("b")}, {"bb", Dir({{"x", File("x")}})}})},
+                            {"top2.txt", File("u")}}));
+    CDriveMap map;
+    map.SourcePath(source);
+    map.Exec();
+    const Walk expected = ExpectedWalk(source);
+    EXPECT_EQ(Listed(map), expected.files);
+    EXPECT_EQ(map.Folders(), expected.folders);
+    EXPECT_EQ(map.FileCount(), 7);
+    // The walk is breadth-first: both top files first, the deepest files last.
+    const Strings files = Listed(map);
+    EXPECT_EQ(Sorted({files[0], files[1]}), Under({"top1.txt", "top2.txt"}));
+    EXPECT_EQ(Sorted({files[5], files[6]}), Under({"a/deep/d.txt", "b/bb/x"}));
+}
+
+TEST_F(CDriveMapTest, MoveNextStopsOnePastTheLastFile) {
+    CreateTree(source, Dir({{"a", File("a")}, {"b", File("b")}}));
+    CDriveMap map;
+    map.SourcePath(source);
+    map.Exec();
+    map.MoveFirst();
+    for (int i = 0; i < 5; ++i)
+        map.MoveNext();
+    EXPECT_EQ(map.Idx(), 3);
+    EXPECT_TRUE(map.Eof());
+    EXPECT_EQ(map.Idx(), 2);
+    EXPECT_FALSE(map.Eof());
+}
+
+TEST_F(CDriveMapTest, FilePathAtCursorZeroIsSubscriptError) {
+    CreateTree(source, Dir());
+    CDriveMap map;
+    map.SourcePath(source);
+    map.Exec();
+    map.MoveFirst();
+    ASSERT_TRUE(map.Eof());
+    try {
+        (void)map.FilePath();
+        FAIL() << "no error raised";
+    } catch (const CRuntimeError& e) {
+        EXPECT_EQ(e.Number(), 9);
+    }
+}
+
+TEST_F(CDriveMapTest, FoldersNamedCvsOrRecyclerAreSkippedAtAnyDepthInAnyCase) {
+    const Strings files = Walked(
+        Dir({{"keep.txt", File("k")},
+             {"CVS", Dir({{"Entries", File("e")}, {"inner", Dir({{"i", File("i")}})}})},
+             {"Recycler", Dir({{"gone.txt", File("g")}})},
+             {"work", Dir({{"cvs", Dir({{"Root", File("r")}})},
+                           {"deeper",
+                            Dir({{"RECYCLER", Dir({{"x", File("x")}})}, {"kept.txt", File("k")}})},
+                           {"recyclers", Dir({{"y", File("y")}})}})}}),
+        {}, "cvs recycler");
+    EXPECT_EQ(files, Under({"keep.txt", "work/deeper/kept.txt", "work/recyclers/y"}));
+}
+
+TEST_F(CDriveMapTest, ExcludedFoldersAreNeitherWalkedNorQueued) {
+    CreateTree(source, Dir({{"CVS", Dir({{"sub", Dir()}})}, {"keep", Dir()}}));
+    CDriveMap map;
+    map.SourcePath(source);
+    map.ExcludeDirs("cvs");
+    map.Exec();
+    EXPECT_EQ(map.Folders(), Strings{source + "/keep"});
+}
+
+TEST_F(CDriveMapTest, PatternsTmpAndBakSkipTmpFilesAndFilesWithoutExtensionButKeepBak) {
+    const Strings files =
+        Walked(Dir({{"a.tmp", File("1")},
+                    {"B.TMP", File("2")},
+                    {"c.Tmp", File("3")},
+                    {"README", File("4")},
+                    {"x.bak", File("5")},
+                    {"y.BAK", File("6")},
+                    {"z.txt", File("7")},
+                    {"tmp", File("8")},
+                    {"d.tmp.txt", File("9")},
+                    {"e.txt.tmp", File("10")},
+                    {"sub.d", Dir({{"noext", File("11")}, {"f.bak", File("12")}})}}),
+               "*.tmp bak");
+    EXPECT_EQ(files, Under({"x.bak", "y.BAK", "z.txt", "d.tmp.txt", "sub.d/f.bak"}));
+}
+
+TEST_F(CDriveMapTest, OnlyThePatternsExtensionCounts) {
+    const Strings files = Walked(Dir({{"a.tmp", File("1")},
+                                      {"b.log", File("2")},
+                                      {"c.old", File("3")},
+                                      {"d.txt", File("4")},
+                                      {"e", File("5")}}),
+                                 ".tmp x.log anything.OLD");
+    EXPECT_EQ(files, Under({"d.txt", "e"}));
+}
+
+TEST_F(CDriveMapTest, TwoBlanksInPatternsLeaveAnEmptyItemThatSkipsFilesWithoutExtension) {
+    const Strings files = Walked(
+        Dir({{"a.tmp", File("1")}, {"noext", File("2")}, {"c.txt", File("3")}}), "*.tmp  *.log");
+    EXPECT_EQ(files, Under({"c.txt"}));
+}
+
+TEST_F(CDriveMapTest, EmptyExcludeTextLeavesTheEarlierListInPlace) {
+    CreateTree(source, Dir({{"a.tmp", File("1")}, {"b.txt", File("2")}}));
+    CDriveMap map;
+    map.SourcePath(source);
+    map.ExcludeFiles("*.tmp");
+    map.ExcludeFiles("");
+    map.Exec();
+    EXPECT_EQ(Listed(map), Strings{source + "/b.txt"});
+}
+
+TEST_F(CDriveMapTest, NewExcludeTextReplacesTheEarlierList) {
+    CreateTree(source, Dir({{"a.tmp", File("1")}, {"b.txt", File("2")}}));
+    CDriveMap map;
+    map.SourcePath(source);
+    map.ExcludeFiles("*.tmp");
+    map.ExcludeFiles("*.txt");
+    map.Exec();
+    EXPECT_EQ(Listed(map), Strings{source + "/a.tmp"});
+}
+
+TEST_F(CDriveMapTest, HiddenFolderIsWalkedAndItsNormalFileListedWithHiddenExcluded) {
+    const Strings files =
+        Walked(Dir({{".config", Dir({{"settings.ini", File("s")}, {".secret", File("x")}})},
+                    {".profile", File("p")},
+                    {"visible.txt", File("v")}}));
+    EXPECT_EQ(files, Under({".config/settings.ini", "visible.txt"}));
+}
+
+TEST_F(CDriveMapTest, HiddenFilesAreListedWhenHiddenIsIncluded) {
+    const Strings files =
+        Walked(Dir({{".config", Dir({{"settings.ini", File("s")}, {".secret", File("x")}})},
+                    {".profile", File("p")},
+                    {"visible.txt", File("v")}}),
+               {}, {}, true);
+    EXPECT_EQ(files, Under({".config/settings.ini", ".config/.secret", ".profile", "visible.txt"}));
+}
+
+TEST_F(CDriveMapTest, SourceWithTrailingSlashGivesPathsWithOneSlash) {
+    CreateTree(source, Dir({{"a.txt", File("a")}, {"sub", Dir({{"b.txt", File("b")}})}}));
+    CDriveMap map;
+    map.SourcePath(source + "/");
+    map.Exec();
+    EXPECT_EQ(Sorted(Listed(map)), Under({"a.txt", "sub/b.txt"}));
+    EXPECT_EQ(map.Folders(), Strings{source + "/sub"});
+}
+
+TEST_F(CDriveMapTest, SymbolicLinksAreNeitherListedNorFollowed) {
+    CreateTree(env.Path("outside"), Dir({{"far.txt", File("far")}, {"farsub", Dir()}}));
+    CreateTree(source, Dir({{"a.txt", File("a")}, {"sub", Dir({{"b.txt", File("b")}})}}));
+    ASSERT_EQ(::symlink("a.txt", (source + "/link-to-file").c_str()), 0);
+    ASSERT_EQ(::symlink(env.Path("outside").c_str(), (source + "/link-to-folder").c_str()), 0);
+    ASSERT_EQ(::symlink("..", (source + "/sub/loop").c_str()), 0);
+    ASSERT_EQ(::symlink("missing", (source + "/dangling").c_str()), 0);
+    CDriveMap map;
+    map.SourcePath(source);
+    map.Exec();
+    EXPECT_EQ(Sorted(Listed(map)), Under({"a.txt", "sub/b.txt"}));
+    EXPECT_EQ(map.Folders(), Strings{source + "/sub"});
+}
+
+TEST_F(CDriveMapTest, FifoAndSocketAreNotListedAndTheWalkDoesNotHang) {
+    CreateTree(source, Dir({{"a.txt", File("a")}, {"sub", Dir()}}));
+    ASSERT_EQ(::mkfifo((source + "/sub/fifo").c_str(), 0600), 0);
+    const int sock = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    ASSERT_GE(sock, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::string socketPath = source + "/socket";
+    ASSERT_LT(socketPath.size(), sizeof(address.sun_path));
+    socketPath.copy(address.sun_path, socketPath.size());
+    ASSERT_EQ(::bind(sock, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+    CDriveMap map;
+    map.SourcePath(source);
+    map.Exec();
+    ::close(sock);
+    EXPECT_EQ(Listed(map), Strings{source + "/a.txt"});
+}
+
+TEST_F(CDriveMapTest, NamesAreListedByteForByte) {
+    const std::string odd = std::string("n\xff\xfe\nl'ine\\x");
+    const Strings files = Walked(Dir({{odd, Dir({{odd + ".txt", File("o")}})}}));
+    EXPECT_EQ(files, Strings{source + "/" + odd + "/" + odd + ".txt"});
+}
+
+TEST_F(CDriveMapTest, UnreadableFolderContributesNothing) {
+    CreateTree(source, Dir({{"a.txt", File("a")}, {"locked", Dir({{"b.txt", File("b")}})}}));
+    ASSERT_EQ(::chmod((source + "/locked").c_str(), 0), 0);
+    if (::access((source + "/locked").c_str(), R_OK) == 0)
+        GTEST_SKIP() << "running as root: every folder opens";
+    CDriveMap map;
+    map.SourcePath(source);
+    map.Exec();
+    EXPECT_EQ(Listed(map), Strings{source + "/a.txt"});
+}
+
+TEST_F(CDriveMapTest, MissingSourceListsNothing) {
+    CDriveMap map;
+    map.SourcePath(env.Path("missing"));
+    map.Exec();
+    EXPECT_EQ(map.FileCount(), 0);
+    EXPECT_TRUE(map.Folders().empty());
+}
+
+TEST_F(CDriveMapTest, SecondExecWithoutResetAppends) {
+    CreateTree(source, Dir({{"a", File("a")}, {"b", File("b")}}));
+    CDriveMap map;
+    map.SourcePath(source);
+    map.Exec();
+    map.Exec();
+    EXPECT_EQ(map.FileCount(), 4);
+    const Strings files = Listed(map);
+    EXPECT_EQ(Strings(files.begin(), files.begin() + 2), Strings(files.begin() + 2, files.end()));
+}
+
+TEST_F(CDriveMapTest, ResetStartsTheListsAgainAndKeepsTheSourcePath) {
+    CreateTree(source, Dir({{"a", File("a")}, {"b", File("b")}}));
+    CDriveMap map;
+    map.SourcePath(source);
+    map.Hidden(true);
+    map.BackupID(4);
+    map.Exec();
+    map.Reset();
+    EXPECT_EQ(map.FileCount(), 0);
+    EXPECT_EQ(map.Idx(), 1);
+    EXPECT_FALSE(map.Hidden());
+    EXPECT_EQ(map.BackupID(), 0);
+    map.Exec();
+    EXPECT_EQ(Sorted(Listed(map)), Under({"a", "b"}));
+}
+
+TEST_F(CDriveMapTest, ResetClearsTheExclusionsButEmptyTextNeverDoes) {
+    CreateTree(source, Dir({{"a.tmp", File("a")}, {"CVS", Dir({{"b", File("b")}})}}));
+    CDriveMap map;
+    map.SourcePath(source);
+    map.ExcludeFiles("*.tmp");
+    map.ExcludeDirs("cvs");
+    map.Reset();
+    map.Exec();
+    EXPECT_EQ(Sorted(Listed(map)), Under({"CVS/b", "a.tmp"}));
+}
+
+TEST_F(CDriveMapTest, PastTheFileLimitOnlyThe512000FirstAreListedButAllAreCounted) {
+    CreateTree(source, Dir());
+    for (int i = 0; i <= kMaxListEntries; ++i) {
+        const int fd = ::open((source + "/" + std::to_string(i)).c_str(),
+                              O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
+        ASSERT_GE(fd, 0);
+        ::close(fd);
+    }
+    Logger().LogFile(env.Path("t.log"));
+    Logger().StartLogger();
+    CDriveMap map;
+    map.SourcePath(source);
+    map.Exec();
+    EXPECT_EQ(map.FileCount(), 512001);
+    EXPECT_TRUE(map.LimitExceeded());
+    EXPECT_EQ(LogMessages(ReadFile(env.Path("t.log"))),
+              Strings{"Max file/folder limit exceeded in " + source + "\r\n"});
+    map.MoveFirst();
+    for (int i = 1; i < kMaxListEntries; ++i)
+        map.MoveNext();
+    ASSERT_EQ(map.Idx(), 512000);
+    EXPECT_EQ(map.FilePath().compare(0, source.size() + 1, source + "/"), 0);
+    map.MoveNext();
+    ASSERT_FALSE(map.Eof());
+    try {
+        (void)map.FilePath();
+        FAIL() << "no error raised";
+    } catch (const CRuntimeError& e) {
+        EXPECT_EQ(e.Number(), 9);
+    }
+}
+
+TEST_F(CDriveMapTest, WalkIsLoggedAtTraceLevel) {
+    CreateTree(source, Dir());
+    Logger().LogFile(env.Path("t.log"));
+    Logger().StartLogger();
+    Logger().LogLevel(3);
+    CDriveMap map;
+    map.SourcePath(source);
+    map.Exec();
+    EXPECT_EQ(LogMessages(ReadFile(env.Path("t.log"))),
+              (Strings{"LogLevel switched to 3\r\n", "FindFiles " + source + "\r\n"}));
+}
+
+class CDriveMapPathsTest : public CDriveMapTest {
+protected:
+    CDriveMapPathsTest() {
+        WriteRegSetting("BackupPath", env.Path("bk"));
+        CreateDB();
+        db.Connect(GetDBPath());
+    }
+
+    std::vector<Strings> PathRows() const {
+        return SqlRows(GetDBPath(), "SELECT bid, path FROM Paths ORDER BY pid");
+    }
+
+    CDatabase db;
+};
+
+TEST_F(CDriveMapPathsTest, SourceAndEveryFolderAreRecordedBreadthFirst) {
+    CreateTree(source, Dir({{"a", Dir({{"deep", Dir({{"d.txt", File("d")}})}})},
+                            {"f.txt", File("f")},
+                            {"b", Dir()}}));
+    CDriveMap map;
+    map.SourcePath(source);
+    map.BackupID(7);
+    map.Database(&db);
+    map.Exec();
+    const Walk walk = ExpectedWalk(source);
+    ASSERT_EQ(walk.folders.size(), 3u);
+    EXPECT_EQ(walk.folders[2], source + "/a/deep");
+    std::vector<Strings> expected{{"7", source + "/"}};
+    for (const std::string& folder : walk.folders)
+        expected.push_back({"7", folder + "/"});
+    EXPECT_EQ(PathRows(), expected);
+}
+
+TEST_F(CDriveMapPathsTest, ExcludedFoldersAreNotRecorded) {
+    CreateTree(source, Dir({{"CVS", Dir({{"sub", Dir()}})}, {"keep", Dir()}}));
+    CDriveMap map;
+    map.SourcePath(source);
+    map.BackupID(2);
+    map.ExcludeDirs("cvs");
+    map.Database(&db);
+    map.Exec();
+    EXPECT_EQ(PathRows(), (std::vector<Strings>{{"2", source + "/"}, {"2", source + "/keep/"}}));
+}
+
+TEST_F(CDriveMapPathsTest, NoBackupIdRecordsNothing) {
+    CreateTree(source, Dir({{"sub", Dir()}}));
+    CDriveMap map;
+    map.SourcePath(source);
+    map.Database(&db);
+    map.Exec();
+    EXPECT_TRUE(PathRows().empty());
+}
+
+TEST_F(CDriveMapPathsTest, ApostropheInAFolderNameIsStoredAsBackslash) {
+    CreateTree(source, Dir({{"Bob's", Dir()}}));
+    CDriveMap map;
+    map.SourcePath(source);
+    map.BackupID(1);
+    map.Database(&db);
+    map.Exec();
+    EXPECT_EQ(PathRows(), (std::vector<Strings>{{"1", source + "/"}, {"1", source + "/Bob\\s/"}}));
+}
+
+} // namespace

@@ -1,0 +1,178 @@
+// File signatures: the block rule (8193 bytes added per 8192-byte block, rest + 1 bytes for the
+// last piece, unfilled bytes zero, lower-case hex) reproduced against known vectors and against
+// a plain MD5 of the padded content, and the empty result after an error.
+
+#include "TestSupport.h"
+
+#include "engine/kvCryptDriver.h"
+#include "support/modServices.h"
+
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+struct Vector {
+    size_t length;
+    const char* signature;
+};
+
+// Signatures of PatternContent(length), computed with the block rule as written.
+const std::vector<Vector> kSmallVectors = {
+    {0, "d41d8cd98f00b204e9800998ecf8427e"},      {1, "6264a30ebd7d7c8e62f4981f64601d33"},
+    {2, "6d32aa6cc90a1ec2509ebc9785b10036"},      {100, "fdfb779e400e106cbdb2835fa45b7950"},
+    {8191, "f213284222638f62f999b9e05c24ee4a"},   {8192, "dfae56b34800ec4c96cc33ac9507c66e"},
+    {8193, "d3b90f2dd35c46f66adb5a478929a1eb"},   {8194, "9d696e178fd5776348dcbb84e16ca2f8"},
+    {16383, "98d49627320edf56605541331c811ebe"},  {16384, "8eb0ccbaa6c8ecddb01b6b302882b6e7"},
+    {16385, "2ff7f12840514c5a691e76dfcd68919d"},  {16386, "cba12baa9e28515cf332195d3a9614aa"},
+    {24576, "a9132198bc008f086397065333aee389"},  {65536, "2307867273451cecc1891905e620ce0c"},
+    {100000, "63119aeb3a867b57a558f1fbd87c6a81"}, {1048576, "9c5232473db3a4cf089e4ba6d6af3626"},
+};
+
+// Longest first: each is a prefix of the one before, so one file is written and cut shorter.
+const std::vector<Vector> kLargeVectors = {
+    {67125253, "42880f2f3b2f0d533be477f8d5538e61"},
+    {67117057, "ea2ed6e92b065a68184bb3f2dfac350c"},
+    {67117056, "3d7922c35c3b709bce7be7028ea210c6"},
+    {67117055, "09ce0af732b7076e194af5f4e25d1657"},
+};
+
+std::string PlainMD5(const std::string& data) {
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned size = 0;
+    EVP_Digest(data.data(), data.size(), digest, &size, EVP_md5(), nullptr);
+    static const char* digits = "0123456789abcdef";
+    std::string hex;
+    for (unsigned i = 0; i < size; ++i) {
+        hex += digits[digest[i] >> 4];
+        hex += digits[digest[i] & 15];
+    }
+    return hex;
+}
+
+class HashFileTest : public ::testing::Test {
+protected:
+    std::string Write(const std::string& name, const std::string& content) {
+        const std::string path = env.Path(name);
+        WriteFile(path, content);
+        return path;
+    }
+
+    ScopedTestEnv env;
+};
+
+TEST_F(HashFileTest, EveryListedSignatureUpToOneMebibyteIsReproduced) {
+    for (const Vector& v : kSmallVectors) {
+        const std::string path = Write("v" + std::to_string(v.length), PatternContent(v.length));
+        EXPECT_EQ(MD5File(path), v.signature) << "length " << v.length;
+    }
+    EXPECT_TRUE(env.box.calls.empty());
+}
+
+TEST_F(HashFileTest, EveryListedSignatureOfLargeFilesIsReproduced) {
+    const std::string path = Write("large", PatternContent(kLargeVectors.front().length));
+    for (const Vector& v : kLargeVectors) {
+        ASSERT_EQ(::truncate(path.c_str(), static_cast<off_t>(v.length)), 0);
+        EXPECT_EQ(MD5File(path), v.signature) << "length " << v.length;
+    }
+}
+
+TEST_F(HashFileTest, EmptyFileYieldsTheDigestOfNoData) {
+    EXPECT_EQ(MD5File(Write("empty", "")), "d41d8cd98f00b204e9800998ecf8427e");
+    EXPECT_TRUE(env.box.calls.empty());
+}
+
+TEST_F(HashFileTest, FileOf8191BytesAddsOnePieceOf8192BytesEndingInZero) {
+    const std::string content = PatternContent(8191);
+    EXPECT_EQ(MD5File(Write("f", content)), PlainMD5(content + std::string(1, '\0')));
+}
+
+TEST_F(HashFileTest, FileOfExactly8192BytesAddsOneBlockOf8193BytesAndNothingMore) {
+    const std::string content = PatternContent(8192);
+    EXPECT_EQ(MD5File(Write("f", content)), PlainMD5(content + std::string(1, '\0')));
+}
+
+TEST_F(HashFileTest, EveryStartedBlockAddsOneZeroByteAtTheEnd) {
+    for (size_t length : {1u, 8193u, 16384u, 16385u, 40000u}) {
+        const std::string content = PatternContent(length);
+        const size_t pieces = (length + 8191) / 8192;
+        EXPECT_EQ(MD5File(Write("f", content)), PlainMD5(content + std::string(pieces, '\0')))
+            << "length " << length;
+    }
+}
+
+TEST_F(HashFileTest, SignatureIsNotThePlainMD5OfTheContent) {
+    const std::string content = PatternContent(100);
+    EXPECT_NE(MD5File(Write("f", content)), PlainMD5(content));
+}
+
+TEST_F(HashFileTest, SignatureIs32LowerCaseHexDigits) {
+    const std::string signature = MD5File(Write("f", "some content"));
+    ASSERT_EQ(signature.size(), 32u);
+    for (char c : signature)
+        EXPECT_TRUE((c >= '0' && c <= '9') || (c >= 'a' && c <= 'f')) << c;
+}
+
+TEST_F(HashFileTest, SameContentInTwoFilesYieldsTheSameSignature) {
+    const std::string content = PatternContent(30000);
+    EXPECT_EQ(MD5File(Write("a", content)), MD5File(Write("b", content)));
+}
+
+TEST_F(HashFileTest, OneByteChangeYieldsAnotherSignature) {
+    std::string content = PatternContent(30000);
+    const std::string first = MD5File(Write("a", content));
+    content[12345] = static_cast<char>(content[12345] ^ 1);
+    EXPECT_NE(MD5File(Write("b", content)), first);
+}
+
+TEST_F(HashFileTest, TrailingZeroByteChangesTheSignature) {
+    // The zero padding is added by the rule, not read from the file: a real zero differs.
+    EXPECT_NE(MD5File(Write("a", "abc")), MD5File(Write("b", std::string("abc\0", 4))));
+}
+
+TEST_F(HashFileTest, HashFileWithAlgorithmThreeEqualsMD5File) {
+    const std::string path = Write("f", PatternContent(9000));
+    EXPECT_EQ(HashFile(kAlgorithmMD5, path), MD5File(path));
+}
+
+TEST_F(HashFileTest, MissingFileYieldsEmptyTextReportedUnderHashFile) {
+    EXPECT_EQ(MD5File(env.Path("missing")), "");
+    EXPECT_EQ(ErrHandler().ErrProcedure(), "HashFile");
+    EXPECT_EQ(ErrHandler().ErrNumber(), 53);
+    ASSERT_EQ(env.box.calls.size(), 1u);
+    EXPECT_EQ(env.box.calls[0].style, 16);
+    EXPECT_EQ(ErrHandler().StackPointer(), 0);
+}
+
+TEST_F(HashFileTest, UnreadableFileYieldsEmptyText) {
+    const std::string path = Write("locked", "secret");
+    ASSERT_EQ(::chmod(path.c_str(), 0), 0);
+    if (::access(path.c_str(), R_OK) == 0)
+        GTEST_SKIP() << "running as root: every file is readable";
+    EXPECT_EQ(MD5File(path), "");
+    EXPECT_EQ(ErrHandler().ErrProcedure(), "HashFile");
+}
+
+TEST_F(HashFileTest, FolderYieldsEmptyText) {
+    EXPECT_EQ(MD5File(env.Root()), "");
+    EXPECT_EQ(ErrHandler().ErrProcedure(), "HashFile");
+}
+
+TEST_F(HashFileTest, FifoWithoutWriterYieldsEmptyTextWithoutWaiting) {
+    const std::string path = env.Path("fifo");
+    ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+    EXPECT_EQ(MD5File(path), "");
+}
+
+TEST_F(HashFileTest, NameWithInvalidUtf8AndNewLineIsHashedByItsBytes) {
+    const std::string content = PatternContent(5000);
+    const std::string path = Write(std::string("n\xff\xfe\nme'\\x"), content);
+    EXPECT_EQ(MD5File(path), PlainMD5(content + std::string(1, '\0')));
+}
+
+} // namespace
