@@ -5,12 +5,16 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <linux/capability.h>
 #include <sqlite3.h>
 #include <sstream>
 #include <stdexcept>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -153,4 +157,27 @@ void CreateTree(const std::string& root, const TestNode& tree) {
     fs::create_directories(root);
     for (const auto& [name, child] : tree.children)
         CreateTree(root + "/" + name, child);
+}
+
+ScopedNoPermissionOverride::ScopedNoPermissionOverride() {
+    if (::geteuid() != 0) {
+        m_ok = true;
+        return;
+    }
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct saved[2]{};
+    if (::syscall(SYS_capget, &header, saved) != 0) return;
+    static_assert(sizeof saved == sizeof m_saved);
+    std::memcpy(m_saved, saved, sizeof saved);
+    __user_cap_data_struct reduced[2] = {saved[0], saved[1]};
+    reduced[0].effective &= ~((1u << CAP_DAC_OVERRIDE) | (1u << CAP_DAC_READ_SEARCH));
+    m_ok = m_changed = ::syscall(SYS_capset, &header, reduced) == 0;
+}
+
+ScopedNoPermissionOverride::~ScopedNoPermissionOverride() {
+    if (!m_changed) return;
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct saved[2]{};
+    std::memcpy(saved, m_saved, sizeof saved);
+    ::syscall(SYS_capset, &header, saved);
 }

@@ -63,6 +63,23 @@ private:
     std::vector<std::pair<std::string, std::string>> m_savedEnv;
 };
 
+// The test process runs as root on some machines; a file without read permission is only
+// unreadable while the capabilities that bypass permissions are dropped. Ok() is false when
+// they could not be dropped (the test should then skip).
+class ScopedNoPermissionOverride {
+public:
+    ScopedNoPermissionOverride();
+    ~ScopedNoPermissionOverride();
+    ScopedNoPermissionOverride(const ScopedNoPermissionOverride&) = delete;
+    ScopedNoPermissionOverride& operator=(const ScopedNoPermissionOverride&) = delete;
+    bool Ok() const { return m_ok; }
+
+private:
+    unsigned m_saved[6] = {};
+    bool m_ok = false;
+    bool m_changed = false;
+};
+
 // Trees from a literal:
 //   CreateTree(root, Dir({{"sub", Dir({{"f.txt", File("hello")}})}, {"a.txt", File("x")}}));
 struct TestNode {

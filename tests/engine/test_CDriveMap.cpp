@@ -316,8 +316,8 @@ TEST_F(CDriveMapTest, NamesAreListedByteForByte) {
 TEST_F(CDriveMapTest, UnreadableFolderContributesNothing) {
     CreateTree(source, Dir({{"a.txt", File("a")}, {"locked", Dir({{"b.txt", File("b")}})}}));
     ASSERT_EQ(::chmod((source + "/locked").c_str(), 0), 0);
-    if (::access((source + "/locked").c_str(), R_OK) == 0)
-        GTEST_SKIP() << "running as root: every folder opens";
+    ScopedNoPermissionOverride noOverride;
+    if (!noOverride.Ok()) GTEST_SKIP() << "permissions cannot be enforced here";
     CDriveMap map;
     map.SourcePath(source);
     map.Exec();

@@ -49,32 +49,6 @@ struct CopyMethodsGuard {
     ~CopyMethodsGuard() { ActiveCopyMethods() = DefaultCopyMethods(); }
 };
 
-// The test process runs as root on some machines; a file without read permission is only
-// unreadable once the capabilities that bypass permissions are dropped for a while.
-class ScopedNoPermissionOverride {
-public:
-    ScopedNoPermissionOverride() {
-        if (::geteuid() != 0) {
-            m_ok = true;
-            return;
-        }
-        if (::syscall(SYS_capget, &m_header, m_saved) != 0) return;
-        __user_cap_data_struct reduced[2] = {m_saved[0], m_saved[1]};
-        reduced[0].effective &= ~((1u << CAP_DAC_OVERRIDE) | (1u << CAP_DAC_READ_SEARCH));
-        m_ok = m_changed = ::syscall(SYS_capset, &m_header, reduced) == 0;
-    }
-    ~ScopedNoPermissionOverride() {
-        if (m_changed) ::syscall(SYS_capset, &m_header, m_saved);
-    }
-    bool Ok() const { return m_ok; }
-
-private:
-    __user_cap_header_struct m_header{_LINUX_CAPABILITY_VERSION_3, 0};
-    __user_cap_data_struct m_saved[2]{};
-    bool m_ok = false;
-    bool m_changed = false;
-};
-
 // Runs `work` and fails the test when it does not finish within five seconds; a FIFO that
 // blocks it is then opened from the other side so that the test can end.
 template <class Work> void ExpectFinishesWithoutBlockingOn(const std::string& fifo, Work work) {
