@@ -14,6 +14,9 @@
 #include "support/modYield.h"
 
 #include <algorithm>
+#include <map>
+#include <sqlite3.h>
+#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -45,32 +48,115 @@ std::string Mid(const std::string& text, size_t start, size_t length) {
     return text.substr(start - 1, length);
 }
 
-// What the store's rows refer to, read once: the signatures in use and, for the folder test,
-// every backup location in lower case, sorted.
-struct StoreReferences {
-    std::unordered_set<std::string> signatures;
-    std::vector<std::string> backupsLower;
+// SQLite's LIKE walks text as UTF-8: a byte from 0xC0 up takes every continuation byte (0x80
+// to 0xBF) after it. Where the character that starts at `i` ends.
+size_t NextLikeChar(const std::string& text, size_t i) {
+    if (static_cast<unsigned char>(text[i++]) >= 0xC0)
+        while (i < text.size() && (static_cast<unsigned char>(text[i]) & 0xC0) == 0x80)
+            ++i;
+    return i;
+}
 
+size_t LikeChars(const std::string& text) {
+    size_t count = 0;
+    for (size_t i = 0; i < text.size(); i = NextLikeChar(text, i))
+        ++count;
+    return count;
+}
+
+// The bytes that the first `count` characters of `text` take.
+size_t LikeCharBytes(const std::string& text, size_t count) {
+    size_t i = 0;
+    for (; count > 0 && i < text.size(); --count)
+        i = NextLikeChar(text, i);
+    return i;
+}
+
+// The signatures that keep a store file, read once. The per-file rule asks for the rows with
+// md5 = '<signature>' and keeps the file when the first of them (the lowest fid: the engine
+// scans the table in that order) has a non-empty `file`. Only text equals a quoted text, so
+// NULL and blob values keep nothing.
+class SignaturesInUse {
+public:
     bool Load(const ADOSQLite& db, std::string& error) {
-        const bool ok =
-            ForEachRow(
-                db, "SELECT DISTINCT md5 FROM Files",
-                [&](const auto& row) { signatures.emplace(row[0]); }, error) &&
-            ForEachRow(
-                db, "SELECT DISTINCT backup FROM Files",
-                [&](const auto& row) { backupsLower.push_back(LowerAscii(std::string(row[0]))); },
-                error);
-        std::sort(backupsLower.begin(), backupsLower.end());
-        return ok;
+        std::unordered_map<std::string, bool> firstRow;
+        if (!ForEachRow(
+                db, "SELECT md5, file FROM Files WHERE typeof(md5) = 'text' ORDER BY fid",
+                [&](const auto& row) {
+                    firstRow.try_emplace(std::string(row[0]), !row[1].empty());
+                },
+                error))
+            return false;
+        for (const auto& [signature, hasFile] : firstRow)
+            if (hasFile) m_used.insert(signature);
+        return true;
     }
 
-    // The same answer as IsBackupFolderUnused: no backup value is LIKE 'folder/%'.
-    bool FolderUnused(const std::string& folder) const {
-        if (folder.find_first_of("_%") != std::string::npos) return IsBackupFolderUnused(folder);
-        const std::string prefix = LowerAscii(folder) + "/";
-        auto it = std::lower_bound(backupsLower.begin(), backupsLower.end(), prefix);
-        return it == backupsLower.end() || it->compare(0, prefix.size(), prefix) != 0;
+    bool Keeps(const std::string& signature, CDatabase& db) const {
+        // An apostrophe ends the quoted text early: only the literal lookup answers as it does.
+        if (signature.find('\'') != std::string::npos) return !db.GetFileFromMD5(signature).empty();
+        return m_used.count(signature) > 0;
     }
+
+private:
+    std::unordered_set<std::string> m_used;
+};
+
+// Answers IsBackupFolderUnused, "no backup value is LIKE 'folder/%'", from one read of the
+// backup column. LIKE compares ASCII letters without case and every other character exactly as
+// decoded (see LikeChars), and "_" stands for any one character. A folder is split after its
+// last "_" or non-ASCII byte: the engine's own LIKE matches that head against each value once
+// (one character of the value per character of the head), and the plain ASCII tail is looked up
+// among the sorted, lowered rests of the values that matched. A folder with an apostrophe (a SQL
+// error, shown) or a "%" in its head is asked literally. sqlite3_strlike is the engine's LIKE as
+// the catalogue uses it (no ICU, case_sensitive_like off).
+class FolderReferences {
+public:
+    bool Load(const ADOSQLite& db, std::string& error) {
+        std::string statement = "SELECT DISTINCT backup FROM Files WHERE typeof(backup) = 'text'";
+        if (!sqlite3_compileoption_used("LIKE_DOESNT_MATCH_BLOBS"))
+            statement += " OR typeof(backup) = 'blob'";
+        return ForEachRow(
+            db, statement,
+            // LIKE reads a value as C text, up to its first NUL.
+            [&](const auto& row) { m_values.emplace_back(row[0].substr(0, row[0].find('\0'))); },
+            error);
+    }
+
+    bool Unused(const std::string& folder) {
+        if (folder.find('\'') != std::string::npos) return IsBackupFolderUnused(folder);
+        size_t split = 0;
+        for (size_t i = 0; i < folder.size(); ++i) {
+            const auto c = static_cast<unsigned char>(folder[i]);
+            if (c >= 0x80 || c == '_' || c == '%') split = i + 1;
+        }
+        const std::string head = folder.substr(0, split);
+        if (head.find('%') != std::string::npos) return IsBackupFolderUnused(folder);
+        const std::string tail = LowerAscii(folder.substr(split)) + "/";
+        const std::vector<std::string>& rests = RestsAfter(head);
+        const auto it = std::lower_bound(rests.begin(), rests.end(), tail);
+        return it == rests.end() || it->compare(0, tail.size(), tail) != 0;
+    }
+
+private:
+    const std::vector<std::string>& RestsAfter(const std::string& head) {
+        auto [entry, fresh] = m_rests.try_emplace(head);
+        std::vector<std::string>& rests = entry->second;
+        if (!fresh) return rests;
+        const std::string pattern = head + "%";
+        const size_t chars = LikeChars(head);
+        for (const std::string& value : m_values) {
+            if (head.empty())
+                rests.push_back(LowerAscii(value));
+            else if (sqlite3_strlike(pattern.c_str(), value.c_str(), 0) == 0)
+                rests.push_back(LowerAscii(value.substr(LikeCharBytes(value, chars))));
+        }
+        std::sort(rests.begin(), rests.end());
+        return rests;
+    }
+
+    std::vector<std::string> m_values;
+    std::map<std::string, std::vector<std::string>> m_rests;
 };
 
 // The signature a store file is named after: its name less the extension and the dot.
@@ -79,16 +165,17 @@ std::string SignatureOfName(const std::string& name) {
     return name.substr(0, name.size() >= extension + 1 ? name.size() - extension - 1 : 0);
 }
 
-void DeleteIfOrphan(const std::string& path, const StoreReferences& refs) {
-    if (refs.signatures.count(SignatureOfName(FSGetNamePart(path)))) return;
+void DeleteIfOrphan(const std::string& path, const SignaturesInUse& signatures,
+                    FolderReferences& folders, CDatabase& db) {
+    if (signatures.Keeps(SignatureOfName(FSGetNamePart(path)), db)) return;
     FSDeleteFile(path);
     std::string folder = FSGetPathPart(path);
     folder.pop_back();
-    if (!refs.FolderUnused(folder)) return;
+    if (!folders.Unused(folder)) return;
     FSDeleteFolder(folder);
     // One level up: less "/" and the two-character folder name.
     const std::string parent = folder.substr(0, folder.size() >= 3 ? folder.size() - 3 : 0);
-    if (refs.FolderUnused(parent)) FSDeleteFolder(parent);
+    if (folders.Unused(parent)) FSDeleteFolder(parent);
 }
 
 } // namespace
@@ -183,9 +270,10 @@ bool KillOrphans() {
         Operation("KillOrphans main loop");
         Status("Del. unused files");
         DoEvents();
-        StoreReferences refs;
+        SignaturesInUse signatures;
+        FolderReferences folders;
         std::string error;
-        if (!refs.Load(db.Connection(), error)) {
+        if (!signatures.Load(db.Connection(), error) || !folders.Load(db.Connection(), error)) {
             // Without the full list of references nothing can be called an orphan.
             Log(1, "Kill orphans stopped: " + error);
             return false;
@@ -194,11 +282,11 @@ bool KillOrphans() {
         const int32_t count = finder.FileCount();
         finder.MoveFirst();
         while (!finder.Eof()) {
-            DeleteIfOrphan(finder.FilePath(), refs);
+            DeleteIfOrphan(finder.FilePath(), signatures, folders, db);
+            finder.MoveNext();
             const int32_t percent = static_cast<int32_t>(int64_t{finder.Idx()} * 100 / count);
             if (percent < 100 && g_view.progress) g_view.progress(percent);
             DoEvents();
-            finder.MoveNext();
         }
         return true;
     } catch (...) {

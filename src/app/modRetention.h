@@ -4,7 +4,9 @@
 // deletes Backups rows; the Files and Paths rows and the store files of dropped runs go only at
 // Compact (PruneDBTree, KillOrphans, VacuumDB). A store file is an orphan when no Files row
 // holds the signature in its name. KillOrphans and PurgeOldLogs find their victims in one pass
-// over the folder and one query, whatever the size of the store.
+// over the folder and one read of the columns they need, whatever the size of the store, and
+// KillOrphans deletes exactly what one lookup per file and one LIKE query per orphan folder
+// would (names and folders that SQL text cannot hold as written are asked that way).
 
 #include <cstdint>
 #include <functional>
