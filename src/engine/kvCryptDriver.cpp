@@ -47,7 +47,8 @@ std::string Signature(const std::string& path) {
     if (file.fd < 0) Raise(errno == ENOENT ? err::kFileNotFound : err::kPathFileAccess);
     struct stat st {};
     if (::fstat(file.fd, &st) != 0 || !S_ISREG(st.st_mode)) Raise(err::kPathFileAccess);
-    ::posix_fadvise(file.fd, 0, 0, POSIX_FADV_SEQUENTIAL);
+    if (st.st_size > static_cast<off_t>(kReadSize))
+        ::posix_fadvise(file.fd, 0, 0, POSIX_FADV_SEQUENTIAL);
 
     std::unique_ptr<EVP_MD_CTX, DigestDeleter> ctx(EVP_MD_CTX_new());
     if (!ctx || EVP_DigestInit_ex(ctx.get(), EVP_md5(), nullptr) != 1)
@@ -57,21 +58,23 @@ std::string Signature(const std::string& path) {
     // the file does not fill are zero.
     const uint64_t length = static_cast<uint64_t>(st.st_size);
     uint64_t remaining = length + (length + kGrid - 1) / kGrid;
-    std::vector<char> buffer(kReadSize);
+    // One read buffer for the process: allocating and clearing it per file costs more than
+    // hashing a small file.
+    static thread_local std::unique_ptr<char[]> buffer(new char[kReadSize]);
     while (remaining > 0) {
-        const size_t want = static_cast<size_t>(std::min<uint64_t>(remaining, buffer.size()));
-        const ssize_t got = ::read(file.fd, buffer.data(), want);
+        const size_t want = static_cast<size_t>(std::min<uint64_t>(remaining, kReadSize));
+        const ssize_t got = ::read(file.fd, buffer.get(), want);
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) Raise(err::kDeviceIO);
         if (got == 0) break;
-        Update(ctx.get(), buffer.data(), static_cast<size_t>(got));
+        Update(ctx.get(), buffer.get(), static_cast<size_t>(got));
         remaining -= static_cast<uint64_t>(got);
         DoEvents();
     }
-    std::fill(buffer.begin(), buffer.end(), 0);
+    static const char zeros[4096] = {};
     while (remaining > 0) {
-        const size_t piece = static_cast<size_t>(std::min<uint64_t>(remaining, buffer.size()));
-        Update(ctx.get(), buffer.data(), piece);
+        const size_t piece = static_cast<size_t>(std::min<uint64_t>(remaining, sizeof zeros));
+        Update(ctx.get(), zeros, piece);
         remaining -= piece;
     }
     unsigned char digest[EVP_MAX_MD_SIZE];

@@ -17,6 +17,7 @@
 #include "support/modServices.h"
 #include "support/modYield.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <dirent.h>
@@ -324,9 +325,11 @@ bool FSIsReadable(const std::string& path) {
     if (fd < 0) return false;
     bool readable = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
     char buffer[8193];
+    // A file shorter than the probe is read to its known end, without a read that finds none.
+    const size_t want = std::min(sizeof buffer, static_cast<size_t>(st.st_size));
     size_t got = 0;
-    while (readable && got < sizeof buffer) {
-        const ssize_t n = ::read(fd, buffer + got, sizeof buffer - got);
+    while (readable && got < want) {
+        const ssize_t n = ::read(fd, buffer + got, want - got);
         if (n < 0 && errno == EINTR) continue;
         if (n < 0) readable = false;
         if (n <= 0) break;
@@ -380,13 +383,21 @@ void FSCreateFolderTree(const std::string& folderPath) {
         if (afterServer == std::string::npos) return;
         start = afterServer + 1;
     }
+    std::vector<size_t> ends; // the prefixes ending in "/", shallowest first
     for (int step = 0; step < kMaxTreeSteps; ++step) {
         const size_t slash = folderPath.find('/', start);
         if (slash == std::string::npos) break;
-        const std::string prefix = folderPath.substr(0, slash + 1);
-        if (!FSFolderExists(prefix)) FSCreateFolder(prefix);
+        ends.push_back(slash + 1);
         start = slash + 1;
     }
+    // Every prefix above an existing folder exists too: find the deepest existing one from
+    // the bottom, then create the rest in order. One test per level that is missing, instead
+    // of one per level of the whole path.
+    size_t missing = ends.size();
+    while (missing > 0 && !FSFolderExists(folderPath.substr(0, ends[missing - 1])))
+        --missing;
+    for (; missing < ends.size(); ++missing)
+        FSCreateFolder(folderPath.substr(0, ends[missing]));
 }
 
 std::string FSGetExtension(const std::string& path) {

@@ -72,7 +72,7 @@ bool RangeCopyUnsupported(int error) {
 
 // Copies from the current offset of `in` to the current offset of `out` until the end of `in`.
 bool CopyData(int in, int out, off_t expected) {
-    ::posix_fadvise(in, 0, 0, POSIX_FADV_SEQUENTIAL);
+    if (expected > static_cast<off_t>(kBlockSize)) ::posix_fadvise(in, 0, 0, POSIX_FADV_SEQUENTIAL);
     std::unique_ptr<char[]> buffer;
     bool useRange = true;
     off_t done = 0;
