@@ -1,6 +1,7 @@
 #include "engine/CBackup.h"
 
 #include "engine/CDriveMap.h"
+#include "engine/CSignatureAhead.h"
 #include "engine/kvCryptDriver.h"
 #include "support/CProcTrap.h"
 #include "support/modFSCommon.h"
@@ -71,8 +72,9 @@ CBackup::Result CBackup::Exec() {
         // after an earlier file was stored is still recorded. This carry-over is intended.
         bool stored = false;
         m_backupDrive = FSDriveFromPath(m_backupPath);
+        CSignatureAhead ahead(map.Files());
         while (!map.Eof()) {
-            BackupOneFile(map.FilePath(), stored);
+            BackupOneFile(map.FilePath(), ahead, static_cast<size_t>(map.Idx() - 1), stored);
             const float rate = Rate();
             if (OnFileProgress) OnFileProgress(map.Idx(), rate);
             if (m_cancel) {
@@ -100,7 +102,8 @@ CBackup::Result CBackup::Exec() {
     }
 }
 
-void CBackup::BackupOneFile(const std::string& path, bool& stored) {
+void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, size_t index,
+                            bool& stored) {
     Operation("Check File is readable");
     if (!FSIsReadable(path)) return;
 
@@ -110,7 +113,7 @@ void CBackup::BackupOneFile(const std::string& path, bool& stored) {
     Log(2, "SIZ: " + NumText(size));
 
     Operation("Calculate MD5 signature");
-    const std::string signature = MD5File(path);
+    const std::string signature = ahead.Signature(index); // as MD5File(path) gives it
     if (signature.empty()) {
         Log(2, "Skipping " + path);
         return;

@@ -18,6 +18,8 @@
 #include <string>
 #include <vector>
 
+class CSignatureAhead;
+
 class CBackup {
 public:
     // What Exec returns: nothing after a complete run (or an error), "Cancel" when cancelled,
@@ -61,7 +63,7 @@ public:
     static std::string GetBackupFileName(const std::string& signature = {});
 
 private:
-    void BackupOneFile(const std::string& path, bool& stored);
+    void BackupOneFile(const std::string& path, CSignatureAhead& ahead, size_t index, bool& stored);
     void StoreNew(const std::string& path, const std::string& signature, const std::string& target,
                   const std::string& legacy, bool& stored);
     void ReportCollision(const std::string& path, const std::string& target);

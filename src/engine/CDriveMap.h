@@ -44,6 +44,8 @@ public:
     const std::string& FilePath() const;
     bool LimitExceeded() const { return m_limitExceeded; }
 
+    // The files listed, in discovery order (at most 512000).
+    const std::vector<std::string>& Files() const { return m_files; }
     // The folders found, in discovery order (the walk's queue).
     const std::vector<std::string>& Folders() const { return m_folders; }
 

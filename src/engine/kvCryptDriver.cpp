@@ -42,7 +42,7 @@ std::string Hex(const unsigned char* digest, unsigned size) {
     return out;
 }
 
-std::string Signature(const std::string& path) {
+std::string Signature(const std::string& path, bool yield) {
     FdCloser file{::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)};
     if (file.fd < 0) Raise(errno == ENOENT ? err::kFileNotFound : err::kPathFileAccess);
     struct stat st {};
@@ -60,7 +60,7 @@ std::string Signature(const std::string& path) {
     uint64_t remaining = length + (length + kGrid - 1) / kGrid;
     // One read buffer for the process: allocating and clearing it per file costs more than
     // hashing a small file.
-    static thread_local std::unique_ptr<char[]> buffer(new char[kReadSize]);
+    thread_local std::unique_ptr<char[]> buffer(new char[kReadSize]);
     while (remaining > 0) {
         const size_t want = static_cast<size_t>(std::min<uint64_t>(remaining, kReadSize));
         const ssize_t got = ::read(file.fd, buffer.get(), want);
@@ -69,7 +69,7 @@ std::string Signature(const std::string& path) {
         if (got == 0) break;
         Update(ctx.get(), buffer.get(), static_cast<size_t>(got));
         remaining -= static_cast<uint64_t>(got);
-        DoEvents();
+        if (yield) DoEvents();
     }
     static const char zeros[4096] = {};
     while (remaining > 0) {
@@ -92,6 +92,14 @@ std::string MD5File(const std::string& path) {
 std::string HashFile(int32_t algorithm, const std::string& path) {
     return Trapped("HashFile", std::string(), [&] {
         if (algorithm != kAlgorithmMD5) Raise(err::kInvalidCall);
-        return Signature(path);
+        return Signature(path, true);
     });
+}
+
+std::optional<std::string> ComputeSignature(const std::string& path) {
+    try {
+        return Signature(path, false);
+    } catch (...) {
+        return std::nullopt; // the caller hashes again where the error can be reported
+    }
 }

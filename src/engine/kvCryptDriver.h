@@ -9,6 +9,7 @@
 // Hex digits are lower case everywhere.
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 inline constexpr int32_t kAlgorithmMD5 = 3;
@@ -17,3 +18,7 @@ inline constexpr int32_t kAlgorithmMD5 = 3;
 std::string MD5File(const std::string& path);
 // The signature, or "" after any error (reported under "HashFile").
 std::string HashFile(int32_t algorithm, const std::string& path);
+
+// The same signature without the error handler and without letting window messages run, for
+// use off the window's thread; nullopt after any error.
+std::optional<std::string> ComputeSignature(const std::string& path);

@@ -1,0 +1,40 @@
+#pragma once
+
+// Signatures computed ahead of a run on a second thread: while the run copies and records one
+// file, the worker hashes the next few, so hashing and copying use both cores. The run still
+// asks for each signature in its own order and sees exactly what MD5File would give: a file
+// the worker could not hash is hashed again on the run's thread, where the error is reported
+// as usual. The worker touches no shared service (no log, no error handler, no window).
+
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+class CSignatureAhead {
+public:
+    // `files` must stay unchanged while this object lives.
+    explicit CSignatureAhead(const std::vector<std::string>& files, size_t window = 8);
+    ~CSignatureAhead();
+    CSignatureAhead(const CSignatureAhead&) = delete;
+    CSignatureAhead& operator=(const CSignatureAhead&) = delete;
+
+    // The signature of files[index], as MD5File gives it; "" after a reported error.
+    std::string Signature(size_t index);
+
+private:
+    void Work();
+
+    const std::vector<std::string>& m_files;
+    const size_t m_window;
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    size_t m_next = 0;     // the next file the worker takes
+    size_t m_consumer = 0; // the file the run is at
+    bool m_stop = false;
+    std::map<size_t, std::optional<std::string>> m_ready;
+    std::thread m_thread;
+};
