@@ -14,5 +14,5 @@ ctest --test-dir build-release --output-on-failure -j "$jobs"
 cmake -S . -B build-sanitize -G Ninja -DCMAKE_BUILD_TYPE=Debug \
     -DSTASHWELL_CORE_ONLY=ON -DSTASHWELL_SANITIZE=ON
 cmake --build build-sanitize -j "$jobs"
-ASAN_OPTIONS=detect_leaks=0 UBSAN_OPTIONS=print_stacktrace=1 \
+UBSAN_OPTIONS=print_stacktrace=1 \
     ctest --test-dir build-sanitize --output-on-failure -j "$jobs" -L core

@@ -47,13 +47,9 @@ prepare_backup() {
     sqlite3 "$home/backup/db/Backup.db" "INSERT INTO Sources (source) VALUES ('$data');"
 }
 
-stashwell_in() {
-    local home="$1"; shift
-    XDG_CONFIG_HOME="$home/config" XDG_STATE_HOME="$home/state" "$@"
-}
-
 bench_set() {
-    local name="$1" data="$work/$name-data"
+    local name="$1"
+    local data="$work/$name-data"
     echo "== $name: making the data set"
     "make_$name" "$data"
     sync -f "$data"
@@ -69,8 +65,9 @@ bench_set() {
         timed "$work/$name.cp" bash -c "cp -a '$data' '$work/$name-cp$r' && sync -f '$work/$name-cp$r'"
         local home="$work/$name-home$r"
         prepare_backup "$home" "$data"
-        timed "$work/$name.first" stashwell_in "$home" "$bin" backup
-        timed "$work/$name.second" stashwell_in "$home" "$bin" backup
+        local xdg=(env XDG_CONFIG_HOME="$home/config" XDG_STATE_HOME="$home/state")
+        timed "$work/$name.first" "${xdg[@]}" "$bin" backup
+        timed "$work/$name.second" "${xdg[@]}" "$bin" backup
     done
 
     local md5 cp first second first_mem second_mem
