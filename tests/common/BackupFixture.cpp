@@ -8,7 +8,6 @@
 #include <ctime>
 #include <deque>
 #include <dirent.h>
-#include <openssl/evp.h>
 #include <stdexcept>
 
 BackupFixture::BackupFixture() : backup(env.Path("backup")) {
@@ -59,17 +58,7 @@ std::vector<std::string> BackupFixture::RowTexts(const std::string& sql) const {
 }
 
 std::string TestSignature(const std::string& content) {
-    std::string data = content + std::string((content.size() + 8191) / 8192, '\0');
-    unsigned char digest[EVP_MAX_MD_SIZE];
-    unsigned size = 0;
-    EVP_Digest(data.data(), data.size(), digest, &size, EVP_md5(), nullptr);
-    static const char* hex = "0123456789abcdef";
-    std::string out;
-    for (unsigned i = 0; i < size; ++i) {
-        out += hex[digest[i] >> 4];
-        out += hex[digest[i] & 15];
-    }
-    return out;
+    return PlainMD5(content + std::string((content.size() + 8191) / 8192, '\0'));
 }
 
 std::string StoreFile(const std::string& backup, const std::string& content) {

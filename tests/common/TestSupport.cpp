@@ -9,11 +9,14 @@
 #include <filesystem>
 #include <fstream>
 #include <linux/capability.h>
+#include <openssl/evp.h>
 #include <sqlite3.h>
 #include <sstream>
 #include <stdexcept>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -180,4 +183,38 @@ ScopedNoPermissionOverride::~ScopedNoPermissionOverride() {
     __user_cap_data_struct saved[2]{};
     std::memcpy(saved, m_saved, sizeof saved);
     ::syscall(SYS_capset, &header, saved);
+}
+
+std::string StartTestLog(const ScopedTestEnv& env, int level) {
+    const std::string path = env.Path("t.log");
+    Logger().LogFile(path);
+    Logger().LogLevel(level);
+    Logger().StartLogger();
+    return path;
+}
+
+std::string PlainMD5(const std::string& data) {
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned size = 0;
+    EVP_Digest(data.data(), data.size(), digest, &size, EVP_md5(), nullptr);
+    static const char* digits = "0123456789abcdef";
+    std::string hex;
+    for (unsigned i = 0; i < size; ++i) {
+        hex += digits[digest[i] >> 4];
+        hex += digits[digest[i] & 15];
+    }
+    return hex;
+}
+
+int MakeUnixSocket(const std::string& path) {
+    const int sock = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (sock < 0 || path.size() >= sizeof(address.sun_path)) return -1;
+    path.copy(address.sun_path, path.size());
+    if (::bind(sock, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+        ::close(sock);
+        return -1;
+    }
+    return sock;
 }

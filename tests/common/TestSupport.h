@@ -20,6 +20,10 @@ std::string PatternContent(size_t n);
 std::vector<std::string> ListTree(const std::string& root);
 // The rows of a query on a SQLite file, every value as text ("" for NULL).
 std::vector<std::vector<std::string>> SqlRows(const std::string& dbPath, const std::string& sql);
+// The plain MD5 of some bytes in lower-case hex.
+std::string PlainMD5(const std::string& data);
+// A bound Unix socket at `path` (a socket file in the tree); the descriptor, or -1.
+int MakeUnixSocket(const std::string& path);
 // Log lines without their "dd/MM/yyyy HH:mm:ss: " stamp; each keeps its CR LF.
 std::vector<std::string> LogMessages(const std::string& logText);
 
@@ -62,6 +66,9 @@ private:
     std::string m_root;
     std::vector<std::pair<std::string, std::string>> m_savedEnv;
 };
+
+// Starts the shared logger on `env`'s "t.log" at `level`; returns the log's path.
+std::string StartTestLog(const ScopedTestEnv& env, int level = 3);
 
 // The test process runs as root on some machines; a file without read permission is only
 // unreadable while the capabilities that bypass permissions are dropped. Ok() is false when

@@ -3,7 +3,7 @@
 // legacy flat layout, cancel, and the Linux behaviour (links, FIFOs, sockets, odd names,
 // hidden and unreadable files).
 
-#include "TestSupport.h"
+#include "BackupFixture.h"
 
 #include "app/modPaths.h"
 #include "app/modSetup.h"
@@ -35,20 +35,6 @@ using Rows = std::vector<Strings>;
 
 // The signature the store uses: MD5 of the content followed by one zero byte per started
 // 8192-byte block.
-std::string Signature(const std::string& content) {
-    const std::string data = content + std::string((content.size() + 8191) / 8192, '\0');
-    unsigned char digest[EVP_MAX_MD_SIZE];
-    unsigned size = 0;
-    EVP_Digest(data.data(), data.size(), digest, &size, EVP_md5(), nullptr);
-    static const char* digits = "0123456789abcdef";
-    std::string hex;
-    for (unsigned i = 0; i < size; ++i) {
-        hex += digits[digest[i] >> 4];
-        hex += digits[digest[i] & 15];
-    }
-    return hex;
-}
-
 // Every apostrophe of a stored path becomes a backslash (paths here never begin with one).
 std::string Encoded(std::string path) {
     for (char& c : path)
@@ -132,7 +118,7 @@ protected:
     }
 
     std::string StoreFile(const std::string& content) const {
-        const std::string sig = Signature(content);
+        const std::string sig = TestSignature(content);
         return GetFilesPath() + "/" + sig.substr(0, 2) + "/" + sig.substr(2, 2) + "/" + sig +
                ".QRV";
     }
@@ -143,7 +129,7 @@ protected:
     static Strings StoreEntries(const Strings& contents) {
         Strings entries;
         for (const std::string& content : contents) {
-            const std::string sig = Signature(content);
+            const std::string sig = TestSignature(content);
             for (const std::string& entry :
                  {sig.substr(0, 2) + "/", sig.substr(0, 2) + "/" + sig.substr(2, 2) + "/",
                   sig.substr(0, 2) + "/" + sig.substr(2, 2) + "/" + sig + ".QRV"})
@@ -184,7 +170,7 @@ protected:
     }
 
     Rows FileRow(const std::string& path, const std::string& content, int bid = 1) const {
-        return {{std::to_string(bid), Signature(content),
+        return {{std::to_string(bid), TestSignature(content),
                  Encoded(path.substr(0, path.rfind('/') + 1)), Encoded(path), StoreFile(content),
                  std::to_string(content.size()), ""}};
     }
@@ -266,7 +252,7 @@ TEST_F(CBackupTest, SecondRunOfSameSourceCopiesNothing) {
 TEST_F(CBackupTest, LegacyFlatLayoutFileIsMovedIntoItsFolderNotCopied) {
     const std::string content = "content that an earlier version stored flat";
     CreateTree(source, Dir({{"doc.txt", File(content)}}));
-    const std::string sig = Signature(content);
+    const std::string sig = TestSignature(content);
     const std::string legacy = GetFilesPath() + "/" + sig + ".QRV";
     // Marked so that a copy of the source could not pass for the moved file.
     WriteFile(legacy, "legacy marker");
@@ -569,14 +555,8 @@ TEST_F(CBackupTest, SymbolicLinksAreNeverBackedUpOrFollowed) {
 TEST_F(CBackupTest, FifoAndSocketAreNeverListedAndTheRunDoesNotHang) {
     CreateTree(source, Dir({{"a.txt", File("a")}, {"sub", Dir()}}));
     ASSERT_EQ(::mkfifo((source + "/sub/fifo").c_str(), 0600), 0);
-    const int sock = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    const int sock = MakeUnixSocket(source + "/socket");
     ASSERT_GE(sock, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    const std::string socketPath = source + "/socket";
-    ASSERT_LT(socketPath.size(), sizeof(address.sun_path));
-    socketPath.copy(address.sun_path, socketPath.size());
-    ASSERT_EQ(::bind(sock, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
     CBackup backup;
     EXPECT_EQ(Run(backup), CBackup::Result::kEmpty);
     ::close(sock);
@@ -598,8 +578,8 @@ TEST_F(CBackupTest, OddNamesAreBackedUpByteForByte) {
     Run();
     for (const auto& [name, content] : files) {
         const std::string path = source + "/" + name;
-        const Rows rows =
-            Query("SELECT file, path, backup FROM Files WHERE md5 = '" + Signature(content) + "'");
+        const Rows rows = Query("SELECT file, path, backup FROM Files WHERE md5 = '" +
+                                TestSignature(content) + "'");
         ASSERT_EQ(rows.size(), 1u) << name;
         EXPECT_EQ(rows[0][0], Encoded(path));
         EXPECT_EQ(rows[0][1], Encoded(path.substr(0, path.rfind('/') + 1)));
@@ -707,7 +687,7 @@ TEST_F(CBackupTest, FullLogOfASmallFirstRunAtLevelTwo) {
                     {"sub", Dir({{"b.bin", File(big)}, {"z", Dir({{"empty", File("")}})}})}}));
     CBackup backup;
     EXPECT_EQ(Run(backup), CBackup::Result::kEmpty);
-    const std::string sig = Signature(big);
+    const std::string sig = TestSignature(big);
     const Strings expected{
         "LogLevel switched to 3",
         "LogLevel switched to 2",

@@ -292,14 +292,8 @@ TEST_F(CDriveMapTest, SymbolicLinksAreNeitherListedNorFollowed) {
 TEST_F(CDriveMapTest, FifoAndSocketAreNotListedAndTheWalkDoesNotHang) {
     CreateTree(source, Dir({{"a.txt", File("a")}, {"sub", Dir()}}));
     ASSERT_EQ(::mkfifo((source + "/sub/fifo").c_str(), 0600), 0);
-    const int sock = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    const int sock = MakeUnixSocket(source + "/socket");
     ASSERT_GE(sock, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    const std::string socketPath = source + "/socket";
-    ASSERT_LT(socketPath.size(), sizeof(address.sun_path));
-    socketPath.copy(address.sun_path, socketPath.size());
-    ASSERT_EQ(::bind(sock, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
     CDriveMap map;
     map.SourcePath(source);
     map.Exec();

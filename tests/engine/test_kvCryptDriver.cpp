@@ -42,19 +42,6 @@ const std::vector<Vector> kLargeVectors = {
     {67117055, "09ce0af732b7076e194af5f4e25d1657"},
 };
 
-std::string PlainMD5(const std::string& data) {
-    unsigned char digest[EVP_MAX_MD_SIZE];
-    unsigned size = 0;
-    EVP_Digest(data.data(), data.size(), digest, &size, EVP_md5(), nullptr);
-    static const char* digits = "0123456789abcdef";
-    std::string hex;
-    for (unsigned i = 0; i < size; ++i) {
-        hex += digits[digest[i] >> 4];
-        hex += digits[digest[i] & 15];
-    }
-    return hex;
-}
-
 class HashFileTest : public ::testing::Test {
 protected:
     std::string Write(const std::string& name, const std::string& content) {

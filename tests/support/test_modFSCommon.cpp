@@ -30,15 +30,6 @@ unsigned Mode(const std::string& path) {
     return st.st_mode & 07777;
 }
 
-// Starts the shared logger on a file of the test folder at the trace level.
-std::string StartLog(const ScopedTestEnv& env, int level = 3) {
-    const std::string path = env.Path("t.log");
-    Logger().LogFile(path);
-    Logger().LogLevel(level);
-    Logger().StartLogger();
-    return path;
-}
-
 std::string ReportText(const std::string& procedure, int number, const std::string& description) {
     return "The following error has occurred in procedure: \r\n" + procedure + " on line 0\r\n" +
            "Error (" + std::to_string(number) + ") " + description;
@@ -488,7 +479,7 @@ TEST(FSSyncFileSystem, FlushesTheFileSystemOfAnExistingPath) {
 TEST(FSCopyFile, FirstTryWithTheRightSizeSucceedsOnce) {
     ScopedTestEnv env;
     const TestFolder dir(env);
-    const std::string log = StartLog(env);
+    const std::string log = StartTestLog(env);
     WriteFile(dir.Path("src"), "content");
     EXPECT_TRUE(FSCopyFile(dir.Path("src"), dir.Path("dst")));
     EXPECT_EQ(ReadFile(dir.Path("dst")), "content");
@@ -501,7 +492,7 @@ TEST(FSCopyFile, FirstTryLeavingAWrongSizeRetriesWithModeTwo) {
     ScopedTestEnv env;
     const TestFolder dir(env);
     CopyMethodsGuard guard;
-    const std::string log = StartLog(env);
+    const std::string log = StartTestLog(env);
     // The stream copy writes only half of the file.
     ActiveCopyMethods().mode3 = [](const std::string& source, const std::string& destination) {
         const std::string content = ReadFile(source);
@@ -524,7 +515,7 @@ TEST(FSCopyFile, FirstTryLeavingAWrongSizeRetriesWithModeTwo) {
 TEST(FSCopyFile, StreamCopyOverALongerFileIsRetriedWithModeTwo) {
     ScopedTestEnv env;
     const TestFolder dir(env);
-    const std::string log = StartLog(env);
+    const std::string log = StartTestLog(env);
     WriteFile(dir.Path("src"), "new");
     WriteFile(dir.Path("dst"), "older and longer");
     EXPECT_TRUE(FSCopyFile(dir.Path("src"), dir.Path("dst")));
@@ -541,7 +532,7 @@ TEST(FSCopyFile, StreamCopyOverALongerFileIsRetriedWithModeTwo) {
 TEST(FSCopyFile, StreamCopyOverAShorterFileSucceedsOnTheFirstTry) {
     ScopedTestEnv env;
     const TestFolder dir(env);
-    const std::string log = StartLog(env);
+    const std::string log = StartTestLog(env);
     WriteFile(dir.Path("src"), "longer new content");
     WriteFile(dir.Path("dst"), "old");
     EXPECT_TRUE(FSCopyFile(dir.Path("src"), dir.Path("dst")));
@@ -553,7 +544,7 @@ TEST(FSCopyFile, CopyThatFailsTwiceRunsModeOneAndThenFails) {
     ScopedTestEnv env;
     const TestFolder dir(env);
     CopyMethodsGuard guard;
-    const std::string log = StartLog(env);
+    const std::string log = StartTestLog(env);
     const auto failing = [](const std::string&, const std::string&) { return false; };
     ActiveCopyMethods().mode3 = failing;
     ActiveCopyMethods().mode2 = failing;
@@ -594,7 +585,7 @@ TEST(FSCopyFile, FailureAtBasicLevelLogsRetriesAndTheFailure) {
     ScopedTestEnv env;
     const TestFolder dir(env);
     CopyMethodsGuard guard;
-    const std::string log = StartLog(env, 1);
+    const std::string log = StartTestLog(env, 1);
     ActiveCopyMethods().mode3 = [](const std::string&, const std::string&) { return false; };
     ActiveCopyMethods().mode2 = ActiveCopyMethods().mode3;
     WriteFile(dir.Path("a"), "data");
@@ -619,7 +610,7 @@ TEST(FSCopyFile, EveryTryFailingHalfWayLeavesNoPartialFile) {
         return false;
     };
     ActiveCopyMethods().mode1 = ActiveCopyMethods().mode2 = ActiveCopyMethods().mode3 = partial;
-    const std::string log = StartLog(env, 1);
+    const std::string log = StartTestLog(env, 1);
     CreateTree(dir.Root(), Dir({{"store", Dir()}, {"src", File(PatternContent(100))}}));
     EXPECT_FALSE(FSCopyFile(dir.Path("src"), dir.Path("store/ab.QRV")));
     EXPECT_EQ(LogMessages(ReadFile(log)).back(), "Failed copy on " + dir.Path("src") + "\r\n");
@@ -691,7 +682,7 @@ TEST(FSCopyFile, CopiedFileIsPrivateWhateverTheSourceMode) {
 TEST(FSCopyFile, MissingSourceFailsAndLeavesNothing) {
     ScopedTestEnv env;
     const TestFolder dir(env);
-    const std::string log = StartLog(env, 1);
+    const std::string log = StartTestLog(env, 1);
     CreateTree(dir.Path("d"), Dir());
     EXPECT_FALSE(FSCopyFile(dir.Path("none"), dir.Path("d/dst")));
     EXPECT_EQ(ListTree(dir.Path("d")), Lines{});

@@ -24,15 +24,6 @@ unsigned Mode(const std::string& path) {
     return st.st_mode & 07777;
 }
 
-// Starts the shared logger on a file of the test folder at the given level.
-std::string StartLog(const ScopedTestEnv& env, int level = 3) {
-    const std::string path = env.Path("t.log");
-    Logger().LogFile(path);
-    Logger().LogLevel(level);
-    Logger().StartLogger();
-    return path;
-}
-
 // Puts the default methods back whatever a test changed.
 struct CopyMethodsGuard {
     ~CopyMethodsGuard() { ActiveCopyMethods() = DefaultCopyMethods(); }
@@ -91,7 +82,7 @@ TEST(CopyFileByMode, MissingSourceFailsInModesThreeAndTwoButModeOneAnswersTrue) 
 
 TEST(CopyFileByMode, UnknownModeCopiesNothingAndAnswersFalse) {
     ScopedTestEnv env;
-    const std::string log = StartLog(env);
+    const std::string log = StartTestLog(env);
     WriteFile(env.Path("src"), "abc");
     EXPECT_FALSE(CopyFileByMode(env.Path("src"), env.Path("dst"), 0));
     EXPECT_FALSE(CopyFileByMode(env.Path("src"), env.Path("dst"), 4));
@@ -105,7 +96,7 @@ TEST(CopyFileByMode, UnknownModeCopiesNothingAndAnswersFalse) {
 
 TEST(CopyFileByMode, EveryCallLogsItsModeAndResultAtTraceLevel) {
     ScopedTestEnv env;
-    const std::string log = StartLog(env);
+    const std::string log = StartTestLog(env);
     WriteFile(env.Path("src"), "abc");
     CopyFileByMode(env.Path("src"), env.Path("dst"), 3);
     CopyFileByMode(env.Path("none"), env.Path("dst"), 2);
@@ -119,7 +110,7 @@ TEST(CopyFileByMode, EveryCallLogsItsModeAndResultAtTraceLevel) {
 
 TEST(CopyFileByMode, BelowTraceLevelNothingIsLogged) {
     ScopedTestEnv env;
-    const std::string log = StartLog(env, 2);
+    const std::string log = StartTestLog(env, 2);
     WriteFile(env.Path("src"), "abc");
     CopyFileByMode(env.Path("src"), env.Path("dst"), 3);
     EXPECT_EQ(LogMessages(ReadFile(log)), std::vector<std::string>{});
@@ -227,7 +218,7 @@ TEST(CopyFileByMode, ReplacedMethodIsTheOneCalled) {
 TEST(CopyFileByMode, MethodThatRaisesIsACopyThatFailed) {
     ScopedTestEnv env;
     CopyMethodsGuard guard;
-    const std::string log = StartLog(env);
+    const std::string log = StartTestLog(env);
     const auto raising = [](const std::string&, const std::string&) -> bool {
         throw std::runtime_error("broken");
     };
