@@ -85,7 +85,10 @@ CBackup::Result CBackup::Exec() {
             map.MoveNext();
         }
 
-        FSSyncFileSystem(m_backupPath); // the store's content is on disk before rows refer to it
+        // The store's content is on disk before rows refer to it; a store that cannot be flushed
+        // (an I/O error, a drive pulled out) is an error of the run, which then commits nothing.
+        Operation("Flush backup files");
+        if (!FSSyncFileSystem(m_backupPath)) Raise(err::kDeviceIO);
         m_db.Commit();
         m_timer.StopTimer();
         if (OnFinish) OnFinish(m_bytes);

@@ -13,6 +13,7 @@
 #include "support/modServices.h"
 #include "support/modYield.h"
 
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 
@@ -718,6 +719,39 @@ TEST_F(CBackupTest, FullLogOfASmallFirstRunAtLevelTwo) {
     EXPECT_EQ(LogLines(), expected);
     EXPECT_EQ(events, (Strings{"Start(3)", "FileProgress(1)", "FileProgress(2)", "FileProgress(3)",
                                "Finish(4096000)"}));
+}
+
+} // namespace
+
+namespace {
+
+// A backup drive pulled out during the run: its folder is gone and cannot be made again.
+TEST_F(CBackupTest, StoreDriveThatVanishesDuringTheRunCommitsNothingAndDoesNotHang) {
+    CreateTree(source, Dir({{"a.txt", File("alpha")}, {"b.txt", File("beta")}}));
+    const std::string media = env.Path("media");
+    CreateTree(media + "/drive/Files", Dir());
+    ErrHandler().DisplayMsgOnError(false);
+    ScopedNoPermissionOverride noOverride;
+    if (!noOverride.Ok()) GTEST_SKIP() << "permissions cannot be enforced here";
+    {
+        CBackup backup;
+        Prepare(backup, source);
+        backup.BackupPath(media + "/drive/Files");
+        backup.OnStart = [&](int32_t) {
+            std::filesystem::remove_all(media + "/drive");
+            ::chmod(media.c_str(), 0555);
+        };
+        EXPECT_EQ(backup.Exec(), CBackup::Result::kEmpty);
+        EXPECT_EQ(ErrHandler().ErrNumber(), 57);
+        EXPECT_EQ(ErrHandler().ErrProcedure(), "CBackup_Exec");
+        EXPECT_EQ(ErrHandler().CurrentOperation(), "Flush backup files");
+    } // the engine's connection closes: its open transaction is rolled back
+    ::chmod(media.c_str(), 0755);
+    const Strings log = LogMessages(ReadFile(env.Path("t.log")));
+    EXPECT_EQ(std::count(log.begin(), log.end(), "Failed to copy. Disk could be full\r\n"), 2);
+    EXPECT_EQ(std::find(log.begin(), log.end(), "Total Files : 2\r\n"), log.end());
+    EXPECT_EQ(SqlRows(GetDBPath(), "SELECT count(*) FROM Backups"), (std::vector<Strings>{{"0"}}));
+    EXPECT_EQ(SqlRows(GetDBPath(), "SELECT count(*) FROM Files"), (std::vector<Strings>{{"0"}}));
 }
 
 } // namespace
