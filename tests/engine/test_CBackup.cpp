@@ -16,6 +16,7 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
+#include <sys/mount.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -752,6 +753,63 @@ TEST_F(CBackupTest, StoreDriveThatVanishesDuringTheRunCommitsNothingAndDoesNotHa
     EXPECT_EQ(std::find(log.begin(), log.end(), "Total Files : 2\r\n"), log.end());
     EXPECT_EQ(SqlRows(GetDBPath(), "SELECT count(*) FROM Backups"), (std::vector<Strings>{{"0"}}));
     EXPECT_EQ(SqlRows(GetDBPath(), "SELECT count(*) FROM Files"), (std::vector<Strings>{{"0"}}));
+}
+
+} // namespace
+
+namespace {
+
+// A store on a 64 KiB file system mounted for the test; skipped where mounting is not allowed.
+class FullDisk : public CBackupTest {
+protected:
+    void SetUp() override {
+        store = env.Path("tiny");
+        CreateTree(store, Dir());
+        if (::mount("tmpfs", store.c_str(), "tmpfs", 0, "size=64k,mode=0700") != 0)
+            GTEST_SKIP() << "cannot mount a small file system here";
+        mounted = true;
+    }
+    void TearDown() override {
+        if (mounted) ::umount(store.c_str());
+    }
+    CBackup::Result RunInto(CBackup& backup) {
+        Prepare(backup, source);
+        backup.BackupPath(store);
+        return backup.Exec();
+    }
+    std::string store;
+    bool mounted = false;
+};
+
+TEST_F(FullDisk, FileLargerThanTheFreeSpaceIsNotCopiedAndTheRunGoesOn) {
+    // The source folder's own files come before those of its folders.
+    CreateTree(source, Dir({{"big", Dir({{"b.bin", File(PatternContent(1 << 20))}})}}));
+    CBackup backup;
+    EXPECT_EQ(RunInto(backup), CBackup::Result::kEmpty);
+    const Strings log = LogMessages(ReadFile(env.Path("t.log")));
+    EXPECT_EQ(std::count(log.begin(), log.end(), "Insufficient disk space on backup drive\r\n"), 1);
+    EXPECT_EQ(ListTree(store), Strings{});
+    EXPECT_EQ(SqlRows(GetDBPath(), "SELECT count(*) FROM Files"), (std::vector<Strings>{{"0"}}));
+    EXPECT_NE(std::find(log.begin(), log.end(), "Total Files : 1\r\n"), log.end());
+}
+
+TEST_F(FullDisk, FileMeetingAFullDiskAfterAStoredOneIsStillRecorded) {
+    // The stored flag is set once per run: the big file, never written, is recorded against
+    // its store name because the small file before it was stored.
+    const std::string big = PatternContent(1 << 20);
+    CreateTree(source, Dir({{"a.txt", File("small")}, {"big", Dir({{"b.bin", File(big)}})}}));
+    CBackup backup;
+    EXPECT_EQ(RunInto(backup), CBackup::Result::kEmpty);
+    const std::string sig = TestSignature(big);
+    const std::string never =
+        store + "/" + sig.substr(0, 2) + "/" + sig.substr(2, 2) + "/" + sig + ".QRV";
+    EXPECT_EQ(SqlRows(GetDBPath(), "SELECT file, backup FROM Files ORDER BY fid"),
+              (std::vector<Strings>{
+                  {source + "/a.txt", store + "/" + TestSignature("small").substr(0, 2) + "/" +
+                                          TestSignature("small").substr(2, 2) + "/" +
+                                          TestSignature("small") + ".QRV"},
+                  {source + "/big/b.bin", never}}));
+    EXPECT_FALSE(Exists(never));
 }
 
 } // namespace
