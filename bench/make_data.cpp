@@ -22,7 +22,8 @@ void Fill(std::mt19937_64& rng, std::vector<char>& data, size_t size) {
     data.resize(size);
     for (size_t i = 0; i + 8 <= size; i += 8) {
         const uint64_t v = rng();
-        for (int b = 0; b < 8; ++b) data[i + b] = static_cast<char>(v >> (8 * b));
+        for (int b = 0; b < 8; ++b)
+            data[i + b] = static_cast<char>(v >> (8 * b));
     }
 }
 

@@ -15,14 +15,18 @@ std::string EnvOrHome(const char* name, const char* fallbackBelowHome) {
 }
 
 bool IsFolder(const std::string& path) {
-    struct stat st{};
+    struct stat st {};
     return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 } // namespace
 
-std::string ConfigHome() { return EnvOrHome("XDG_CONFIG_HOME", "/.config"); }
+std::string ConfigHome() {
+    return EnvOrHome("XDG_CONFIG_HOME", "/.config");
+}
 
-std::string StateFolder() { return EnvOrHome("XDG_STATE_HOME", "/.local/state") + "/Korvex/QRV"; }
+std::string StateFolder() {
+    return EnvOrHome("XDG_STATE_HOME", "/.local/state") + "/Korvex/QRV";
+}
 
 std::string StateFile(const std::string& name) {
     const std::string folder = StateFolder();
@@ -45,10 +49,10 @@ std::string CurrentFolder() {
 
 bool MakePrivateFolders(const std::string& path) {
     if (path.empty()) return false;
-    for (size_t pos = path.find('/', 1); ; pos = path.find('/', pos + 1)) {
+    for (size_t pos = path.find('/', 1);; pos = path.find('/', pos + 1)) {
         const std::string prefix = path.substr(0, pos);
-        if (!prefix.empty() && !IsFolder(prefix) && ::mkdir(prefix.c_str(), kPrivateFolderMode) != 0 &&
-            errno != EEXIST)
+        if (!prefix.empty() && !IsFolder(prefix) &&
+            ::mkdir(prefix.c_str(), kPrivateFolderMode) != 0 && errno != EEXIST)
             return false;
         if (pos == std::string::npos) break;
     }

@@ -11,4 +11,6 @@ CLogger& Logger();
 void ResetServices();
 
 // The shared logger's Log, as every part calls it.
-inline void Log(int level, const std::string& message) { Logger().Log(level, message); }
+inline void Log(int level, const std::string& message) {
+    Logger().Log(level, message);
+}
