@@ -2,6 +2,7 @@
 
 #include "app/modPaths.h"
 #include "catalogue/ADOSQLite.h"
+#include "engine/CBackup.h"
 #include "engine/kvCryptDriver.h"
 #include "support/CProcTrap.h"
 #include "support/modFSCommon.h"
@@ -23,15 +24,6 @@ void Select(ADOSQLite& db, const std::string& table, const std::string& where) {
 
 std::string FirstRowField(ADOSQLite& db, const std::string& field) {
     return db.RecordCount() >= 1 ? db.Field(field) : std::string();
-}
-
-// The store file of a backup value: its name in the store's two-level layout.
-std::string StoreFileOf(const std::string& backup) {
-    const std::string name = FSGetNamePart(backup);
-    return FSBuildPath(
-        FSBuildPath(FSBuildPath(GetFilesPath(), name.substr(0, std::min<size_t>(2, name.size()))),
-                    name.size() > 2 ? name.substr(2, 2) : std::string()),
-        name);
 }
 } // namespace
 
@@ -59,7 +51,7 @@ void RestoreFile(const std::string& bid, const std::string& key, const std::stri
 
         Operation("Restore file");
         FSCreatePath(target);
-        const std::string storeFile = StoreFileOf(backup);
+        const std::string storeFile = CBackup::StorePath(GetFilesPath(), FSGetNamePart(backup));
         if (!FSCopyFile(storeFile, target)) {
             Operation("Failed to restore " + target);
             Log(1, "Failed to restore " + target);

@@ -31,6 +31,12 @@ std::string CBackup::GetBackupFileName(const std::string& signature) {
     return temp.substr(0, temp.size() - 4) + ".QRV";
 }
 
+std::string CBackup::StorePath(const std::string& root, const std::string& name) {
+    const std::string first = name.substr(0, 2);
+    const std::string second = name.size() > 2 ? name.substr(2, 2) : std::string();
+    return FSBuildPath(FSBuildPath(FSBuildPath(root, first), second), name);
+}
+
 CBackup::Result CBackup::Exec() {
     CProcTrap trap("CBackup_Exec");
     try {
@@ -126,9 +132,7 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
 
     Operation("Backup file");
     const std::string name = GetBackupFileName(signature);
-    const std::string folder =
-        FSBuildPath(FSBuildPath(m_backupPath, signature.substr(0, 2)), signature.substr(2, 2));
-    const std::string target = FSBuildPath(folder, name);
+    const std::string target = StorePath(m_backupPath, name);
     const std::string legacy = FSBuildPath(m_backupPath, name);
 
     Operation("Is zero length?");

@@ -61,6 +61,9 @@ public:
 
     // The store file name of a signature, or a fresh temporary one without it.
     static std::string GetBackupFileName(const std::string& signature = {});
+    // Where the store keeps a backup file: `root`, then the name's first two characters, then
+    // its third and fourth, then the name.
+    static std::string StorePath(const std::string& root, const std::string& name);
 
 private:
     void BackupOneFile(const std::string& path, CSignatureAhead& ahead, size_t index, bool& stored);
