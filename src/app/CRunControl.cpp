@@ -5,19 +5,13 @@
 #include "support/CProcTrap.h"
 #include "support/modNumText.h"
 #include "support/modServices.h"
+#include "support/modText.h"
 #include "support/modYield.h"
-
-#include <cctype>
 
 namespace {
 constexpr double kDisplayMegabyte = 1024000.0;
 constexpr const char* kCancel = "Cancel";
 
-std::string LowerAscii(std::string text) {
-    for (char& c : text)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return text;
-}
 } // namespace
 
 std::string BackupSummary(double totalBytes, int32_t seconds) {

@@ -11,6 +11,7 @@
 #include "support/modMsgBox.h"
 #include "support/modNumText.h"
 #include "support/modServices.h"
+#include "support/modText.h"
 #include "support/modYield.h"
 
 #include <algorithm>
@@ -34,12 +35,6 @@ void ExecAsIs(const std::string& text) {
     db.Action(sqlaction::kAsIs);
     std::string statement = text;
     db.Exec(statement);
-}
-
-std::string LowerAscii(std::string text) {
-    for (char& c : text)
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    return text;
 }
 
 // VB's Mid(text, start, length) with a 1-based start.

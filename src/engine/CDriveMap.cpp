@@ -4,6 +4,7 @@
 #include "support/CRuntimeError.h"
 #include "support/modFSCommon.h"
 #include "support/modServices.h"
+#include "support/modText.h"
 #include "support/modYield.h"
 
 #include <algorithm>
@@ -18,11 +19,6 @@ std::vector<std::string> SplitAtBlanks(const std::string& text) {
     return items;
 }
 
-std::string Lower(std::string text) {
-    for (char& c : text)
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    return text;
-}
 } // namespace
 
 void CDriveMap::Reset() {
@@ -47,7 +43,7 @@ void CDriveMap::ExcludeFiles(const std::string& patterns) {
     m_patternExts.clear();
     // Only a pattern's extension counts: *.tmp, .tmp and x.tmp all exclude the extension tmp.
     for (const std::string& pattern : SplitAtBlanks(patterns))
-        m_patternExts.push_back(Lower(FSGetExtension(pattern)));
+        m_patternExts.push_back(LowerAscii(FSGetExtension(pattern)));
     m_patternsActive = true;
 }
 
@@ -55,7 +51,7 @@ void CDriveMap::ExcludeDirs(const std::string& folders) {
     if (folders.empty()) return;
     m_exFolders.clear();
     for (const std::string& folder : SplitAtBlanks(folders))
-        m_exFolders.push_back(Lower(folder));
+        m_exFolders.push_back(LowerAscii(folder));
     m_foldersActive = true;
 }
 
@@ -112,11 +108,11 @@ void CDriveMap::TestEntry(const CFileFind& finder) {
 }
 
 bool CDriveMap::ExcludedFolder(const std::string& name) const {
-    return std::find(m_exFolders.begin(), m_exFolders.end(), Lower(name)) != m_exFolders.end();
+    return std::find(m_exFolders.begin(), m_exFolders.end(), LowerAscii(name)) != m_exFolders.end();
 }
 
 bool CDriveMap::ExcludedFile(const std::string& name) const {
-    const std::string ext = Lower(FSGetExtension(name));
+    const std::string ext = LowerAscii(FSGetExtension(name));
     return std::find(m_patternExts.begin(), m_patternExts.end(), ext) != m_patternExts.end();
 }
 

@@ -15,6 +15,7 @@
 #include "support/modNumText.h"
 #include "support/modPlatformPaths.h"
 #include "support/modServices.h"
+#include "support/modText.h"
 #include "support/modYield.h"
 
 #include <algorithm>
@@ -404,10 +405,7 @@ std::string FSGetExtension(const std::string& path) {
     return Trapped("FSGetExtension", std::string(), [&] {
         const size_t dot = path.rfind('.');
         if (dot == std::string::npos) return std::string();
-        std::string extension = path.substr(dot + 1);
-        for (char& c : extension)
-            if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-        return extension;
+        return UpperAscii(path.substr(dot + 1));
     });
 }
 
