@@ -1,5 +1,6 @@
 #include "app/modOptions.h"
 
+#include "app/modCatalogueQuery.h"
 #include "app/modPaths.h"
 #include "app/modSetup.h"
 #include "catalogue/ADOSQLite.h"
@@ -44,10 +45,7 @@ BackupOptions LoadOptions() {
 std::vector<std::string> FillSources() {
     std::vector<std::string> sources;
     ADOSQLite db;
-    db.Connect(GetDBPath());
-    db.Table("Sources");
-    db.Action(sqlaction::kSelect);
-    db.Exec();
+    QueryCatalogue(db, "Sources", sqlaction::kSelect);
     if (db.Err()) {
         MsgBox("Error: Repaint," + db.ErrMsg(), mb::kCritical | mb::kOKOnly, "QRV - Stashwell");
         return sources;

@@ -1,5 +1,6 @@
 #include "app/modRestore.h"
 
+#include "app/modCatalogueQuery.h"
 #include "app/modPaths.h"
 #include "catalogue/ADOSQLite.h"
 #include "engine/CBackup.h"
@@ -13,15 +14,6 @@
 #include <algorithm>
 
 namespace {
-// Selects rows of `table`; a query that finds nothing leaves the fields empty.
-void Select(ADOSQLite& db, const std::string& table, const std::string& where) {
-    db.Connect(GetDBPath());
-    db.Table(table);
-    db.Action(sqlaction::kSelect);
-    db.Where(where);
-    db.Exec();
-}
-
 std::string FirstRowField(ADOSQLite& db, const std::string& field) {
     return db.RecordCount() >= 1 ? db.Field(field) : std::string();
 }
@@ -34,14 +26,15 @@ void RestoreFile(const std::string& bid, const std::string& key, const std::stri
         trap.Check();
         Operation("Calculate filename to restore");
         ADOSQLite files;
-        Select(files, "Files", "bid = " + bid + " AND file = '" + key + "'");
+        QueryCatalogue(files, "Files", sqlaction::kSelect,
+                       "bid = " + bid + " AND file = '" + key + "'");
         const std::string file = FirstRowField(files, "file");
         const std::string backup = FirstRowField(files, "backup");
 
         std::string target = file;
         if (!destination.empty()) {
             ADOSQLite backups;
-            Select(backups, "Backups", "bid = " + bid);
+            QueryCatalogue(backups, "Backups", sqlaction::kSelect, "bid = " + bid);
             const std::string source = FirstRowField(backups, "source");
             const size_t below = file.size() > source.size() ? file.size() - source.size() : 0;
             target = destination + file.substr(file.size() - below);

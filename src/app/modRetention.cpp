@@ -1,5 +1,6 @@
 #include "app/modRetention.h"
 
+#include "app/modCatalogueQuery.h"
 #include "app/modIntegrity.h"
 #include "app/modPaths.h"
 #include "app/modSetup.h"
@@ -31,10 +32,7 @@ void Status(const std::string& text) {
 
 void ExecAsIs(const std::string& text) {
     ADOSQLite db;
-    db.Connect(GetDBPath());
-    db.Action(sqlaction::kAsIs);
-    std::string statement = text;
-    db.Exec(statement);
+    ExecOnCatalogue(db, text);
 }
 
 // VB's Mid(text, start, length) with a 1-based start.
@@ -181,10 +179,7 @@ void SetMaintenanceView(MaintenanceView view) {
 
 void PruneAllSources() {
     ADOSQLite db;
-    db.Connect(GetDBPath());
-    db.Table("Sources");
-    db.Action(sqlaction::kSelect);
-    db.Exec();
+    QueryCatalogue(db, "Sources", sqlaction::kSelect);
     for (db.MoveFirst(); !db.Eof(); db.MoveNext()) {
         int16_t limit = -1;
         PruneSource(db.Field("source"), limit);
@@ -197,12 +192,7 @@ void PruneSource(const std::string& source, int16_t& limit) {
         if (limit == 0) limit = 10;
     }
     ADOSQLite db;
-    db.Connect(GetDBPath());
-    db.Table("Backups");
-    db.Action(sqlaction::kSelect);
-    db.Where("source = '" + source + "'");
-    db.Sort("bid");
-    db.Exec();
+    QueryCatalogue(db, "Backups", sqlaction::kSelect, "source = '" + source + "'", "bid");
     // Runs are dropped oldest first (ascending bid); the newest `limit` stay.
     if (limit >= db.RecordCount()) return;
     const int32_t drop = db.RecordCount() - limit;
@@ -214,11 +204,7 @@ void PruneSource(const std::string& source, int16_t& limit) {
 
 void DeleteBackupRun(int32_t bid) {
     ADOSQLite db;
-    db.Connect(GetDBPath());
-    db.Table("Backups");
-    db.Action(sqlaction::kDelete);
-    db.Where("bid = " + NumText(bid));
-    db.Exec();
+    QueryCatalogue(db, "Backups", sqlaction::kDelete, "bid = " + NumText(bid));
 }
 
 void PruneDBTree() {
@@ -292,11 +278,7 @@ bool KillOrphans() {
 
 bool IsBackupFolderUnused(const std::string& folder) {
     ADOSQLite db;
-    db.Connect(GetDBPath());
-    db.Action(sqlaction::kSelect);
-    db.Table("Files");
-    db.Where("backup LIKE '" + folder + "/%'");
-    db.Exec();
+    QueryCatalogue(db, "Files", sqlaction::kSelect, "backup LIKE '" + folder + "/%'");
     if (db.Err()) {
         MsgBox(db.ErrMsg(), mb::kCritical | mb::kOKOnly, "QRV - Stashwell");
         return false;
@@ -309,10 +291,7 @@ void PurgeOldLogs() {
     finder.SourcePath(GetLogsPath());
     finder.Exec();
     ADOSQLite db;
-    db.Connect(GetDBPath());
-    db.Table("Backups");
-    db.Action(sqlaction::kSelect);
-    db.Exec();
+    QueryCatalogue(db, "Backups", sqlaction::kSelect);
     // Run dates are dd/MM/yyyy ...: a log QRV-yyyymmdd.LOG of a day with a run is kept.
     std::vector<std::string> runDates;
     for (int32_t row = 1; row <= db.RecordCount(); ++row) {

@@ -4,6 +4,7 @@
 // connection and shows each failure in its own box without stopping; the settings store opens
 // and closes a connection per call, so it can be used while a backup run holds another one.
 
+#include "app/modCatalogueQuery.h"
 #include "app/modPaths.h"
 #include "catalogue/ADOSQLite.h"
 #include "catalogue/modSchema.h"
@@ -65,11 +66,7 @@ void CreateDB() {
 void SetSetupValue(const std::string& key, const std::string& value) {
     // Errors are not reported: a failed statement leaves the store as it was.
     ADOSQLite db;
-    db.Connect(GetDBPath());
-    db.Table("Setup");
-    db.Action(sqlaction::kDelete);
-    db.Where("key = '" + key + "'");
-    db.Exec();
+    QueryCatalogue(db, "Setup", sqlaction::kDelete, "key = '" + key + "'");
 
     db.Reset();
     db.Action(sqlaction::kInsert);
@@ -81,11 +78,7 @@ void SetSetupValue(const std::string& key, const std::string& value) {
 
 std::string GetSetupValue(const std::string& key) {
     ADOSQLite db;
-    db.Connect(GetDBPath());
-    db.Table("Setup");
-    db.Action(sqlaction::kSelect);
-    db.Where("key = '" + key + "'");
-    db.Exec();
+    QueryCatalogue(db, "Setup", sqlaction::kSelect, "key = '" + key + "'");
     return db.RecordCount() >= 1 ? db.Field("value") : std::string();
 }
 
