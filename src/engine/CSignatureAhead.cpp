@@ -10,6 +10,7 @@ CSignatureAhead::CSignatureAhead(const std::vector<std::string>& files, size_t w
 
 CSignatureAhead::~CSignatureAhead() {
     {
+        // A worker in the middle of a large file stops at its next read.
         std::lock_guard lock(m_mutex);
         m_stop = true;
     }
@@ -26,7 +27,7 @@ void CSignatureAhead::Work() {
         if (m_stop) return;
         const size_t index = m_next++;
         lock.unlock();
-        std::optional<std::string> signature = ComputeSignature(m_files[index]);
+        std::optional<std::string> signature = ComputeSignature(m_files[index], &m_stop);
         lock.lock();
         m_ready.emplace(index, std::move(signature));
         m_changed.notify_all();

@@ -6,6 +6,7 @@
 // the worker could not hash is hashed again on the run's thread, where the error is reported
 // as usual. The worker touches no shared service (no log, no error handler, no window).
 
+#include <atomic>
 #include <condition_variable>
 #include <map>
 #include <mutex>
@@ -32,9 +33,9 @@ private:
     const size_t m_window;
     std::mutex m_mutex;
     std::condition_variable m_changed;
-    size_t m_next = 0;     // the next file the worker takes
-    size_t m_consumer = 0; // the file the run is at
-    bool m_stop = false;
+    size_t m_next = 0;                // the next file the worker takes
+    size_t m_consumer = 0;            // the file the run is at
+    std::atomic<bool> m_stop = false; // also read by the worker while it hashes
     std::map<size_t, std::optional<std::string>> m_ready;
     std::thread m_thread;
 };

@@ -4,6 +4,7 @@
 #include "support/modYield.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <fcntl.h>
 #include <memory>
@@ -42,7 +43,7 @@ std::string Hex(const unsigned char* digest, unsigned size) {
     return out;
 }
 
-std::string Signature(const std::string& path, bool yield) {
+std::string Signature(const std::string& path, bool yield, const std::atomic<bool>* stop) {
     FdCloser file{::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)};
     if (file.fd < 0) Raise(errno == ENOENT ? err::kFileNotFound : err::kPathFileAccess);
     struct stat st {};
@@ -70,6 +71,7 @@ std::string Signature(const std::string& path, bool yield) {
         Update(ctx.get(), buffer.get(), static_cast<size_t>(got));
         remaining -= static_cast<uint64_t>(got);
         if (yield) DoEvents();
+        if (stop && stop->load(std::memory_order_relaxed)) Raise(err::kInternal, "stopped");
     }
     static const char zeros[4096] = {};
     while (remaining > 0) {
@@ -92,13 +94,14 @@ std::string MD5File(const std::string& path) {
 std::string HashFile(int32_t algorithm, const std::string& path) {
     return Trapped("HashFile", std::string(), [&] {
         if (algorithm != kAlgorithmMD5) Raise(err::kInvalidCall);
-        return Signature(path, true);
+        return Signature(path, true, nullptr);
     });
 }
 
-std::optional<std::string> ComputeSignature(const std::string& path) {
+std::optional<std::string> ComputeSignature(const std::string& path,
+                                            const std::atomic<bool>* stop) {
     try {
-        return Signature(path, false);
+        return Signature(path, false, stop);
     } catch (...) {
         return std::nullopt; // the caller hashes again where the error can be reported
     }

@@ -8,6 +8,7 @@
 // ceil(L / 8192) zero bytes, so it is computed here in one streaming pass with any read size.
 // Hex digits are lower case everywhere.
 
+#include <atomic>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -20,5 +21,6 @@ std::string MD5File(const std::string& path);
 std::string HashFile(int32_t algorithm, const std::string& path);
 
 // The same signature without the error handler and without letting window messages run, for
-// use off the window's thread; nullopt after any error.
-std::optional<std::string> ComputeSignature(const std::string& path);
+// use off the window's thread; nullopt after any error, or once `stop` becomes true.
+std::optional<std::string> ComputeSignature(const std::string& path,
+                                            const std::atomic<bool>* stop = nullptr);

@@ -60,3 +60,18 @@ TEST_F(SignatureAhead, StoppingEarlyEndsTheWorker) {
 }
 
 } // namespace
+
+namespace {
+
+TEST_F(SignatureAhead, RaisedStopEndsAHashAtItsNextRead) {
+    // The worker's hash of a large file ends as soon as the read-ahead is stopped.
+    Make(1);
+    files[0] = env.Path("large");
+    WriteFile(files[0], PatternContent(3 << 20));
+    std::atomic<bool> stop = true;
+    EXPECT_EQ(ComputeSignature(files[0], &stop), std::nullopt);
+    stop = false;
+    EXPECT_EQ(ComputeSignature(files[0], &stop), TestSignature(PatternContent(3 << 20)));
+}
+
+} // namespace
