@@ -9,6 +9,7 @@
 #include <deque>
 #include <dirent.h>
 #include <stdexcept>
+#include <sys/stat.h>
 
 BackupFixture::BackupFixture() : backup(env.Path("backup")) {
     WriteRegSetting("BackupPath", backup);
@@ -66,23 +67,32 @@ std::string StoreFile(const std::string& backup, const std::string& content) {
     return backup + "/Files/" + sig.substr(0, 2) + "/" + sig.substr(2, 2) + "/" + sig + ".QRV";
 }
 
-std::vector<std::string> WalkOrder(const std::string& root) {
-    std::vector<std::string> files;
-    std::deque<std::string> folders{root};
-    while (!folders.empty()) {
-        const std::string folder = folders.front();
-        folders.pop_front();
+TreeWalk WalkBreadthFirst(const std::string& root) {
+    TreeWalk walk;
+    std::deque<std::string> queue{root};
+    while (!queue.empty()) {
+        const std::string folder = queue.front();
+        queue.pop_front();
         DIR* dir = ::opendir(folder.c_str());
         if (!dir) continue;
-        while (dirent* e = ::readdir(dir)) {
-            const std::string name = e->d_name;
+        while (const dirent* entry = ::readdir(dir)) {
+            const std::string name = entry->d_name;
             if (name == "." || name == "..") continue;
-            if (e->d_type == DT_DIR)
-                folders.push_back(folder + "/" + name);
-            else if (e->d_type == DT_REG)
-                files.push_back(folder + "/" + name);
+            const std::string path = folder + "/" + name;
+            struct stat st {};
+            if (::lstat(path.c_str(), &st) != 0) continue;
+            if (S_ISDIR(st.st_mode)) {
+                walk.folders.push_back(path);
+                queue.push_back(path);
+            } else if (S_ISREG(st.st_mode)) {
+                walk.files.push_back(path);
+            }
         }
         ::closedir(dir);
     }
-    return files;
+    return walk;
+}
+
+std::vector<std::string> WalkOrder(const std::string& root) {
+    return WalkBreadthFirst(root).files;
 }

@@ -31,5 +31,13 @@ public:
 std::string TestSignature(const std::string& content);
 // Where the store keeps that content: <backup>/Files/ab/cd/<sig>.QRV.
 std::string StoreFile(const std::string& backup, const std::string& content);
-// The files and folders below `root` in the order a breadth-first walk meets them with readdir.
+// The regular files and folders below `root` in the order a backup run meets them: each
+// folder's entries in the order the file system lists them, folders queued as they are met.
+// Links and special files are left out.
+struct TreeWalk {
+    std::vector<std::string> files;
+    std::vector<std::string> folders;
+};
+TreeWalk WalkBreadthFirst(const std::string& root);
+// The files of that walk.
 std::vector<std::string> WalkOrder(const std::string& root);

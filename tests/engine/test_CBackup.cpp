@@ -50,29 +50,6 @@ mode_t Mode(const std::string& path) {
     return st.st_mode & 07777;
 }
 
-// The folders below `root`, breadth-first in the order the file system lists them.
-Strings FoldersBreadthFirst(const std::string& root) {
-    Strings folders;
-    std::deque<std::string> queue{root};
-    while (!queue.empty()) {
-        const std::string folder = queue.front();
-        queue.pop_front();
-        DIR* dir = ::opendir(folder.c_str());
-        if (!dir) continue;
-        while (const dirent* entry = ::readdir(dir)) {
-            const std::string name = entry->d_name;
-            struct stat st {};
-            const std::string path = folder + "/" + name;
-            if (name == "." || name == ".." || ::lstat(path.c_str(), &st) != 0) continue;
-            if (!S_ISDIR(st.st_mode)) continue;
-            folders.push_back(path);
-            queue.push_back(path);
-        }
-        ::closedir(dir);
-    }
-    return folders;
-}
-
 class CBackupTest : public ::testing::Test {
 protected:
     CBackupTest() : source(env.Path("src")) {
@@ -660,7 +637,7 @@ TEST_F(CBackupTest, PathsRowsAreTheSourceThenEveryFolderBreadthFirst) {
                             {"top", File("t")}}));
     Run();
     Rows expected{{"1", source + "/"}};
-    for (const std::string& folder : FoldersBreadthFirst(source))
+    for (const std::string& folder : WalkBreadthFirst(source).folders)
         expected.push_back({"1", folder + "/"});
     ASSERT_EQ(expected.size(), 6u);
     EXPECT_EQ(Query("SELECT bid, path FROM Paths ORDER BY pid"), expected);

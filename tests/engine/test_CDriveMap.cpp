@@ -2,7 +2,7 @@
 // own files first; hidden files, excluded extensions and excluded folders left out; links,
 // FIFOs and sockets never listed or followed; one Paths row per folder of the run.
 
-#include "TestSupport.h"
+#include "BackupFixture.h"
 
 #include "app/modPaths.h"
 #include "app/modSetup.h"
@@ -28,37 +28,10 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-// The files and folders below `root` in the order the walk must find them: each folder's
-// regular files in the order the file system lists them, folders queued as they are met.
-struct Walk {
-    Strings files;
-    Strings folders;
-};
+using TreeWalk = TreeWalk;
 
-Walk ExpectedWalk(const std::string& root) {
-    Walk walk;
-    std::deque<std::string> queue{root};
-    while (!queue.empty()) {
-        const std::string folder = queue.front();
-        queue.pop_front();
-        DIR* dir = ::opendir(folder.c_str());
-        if (!dir) continue;
-        while (const dirent* entry = ::readdir(dir)) {
-            const std::string name = entry->d_name;
-            if (name == "." || name == "..") continue;
-            const std::string path = folder + "/" + name;
-            struct stat st {};
-            if (::lstat(path.c_str(), &st) != 0) continue;
-            if (S_ISDIR(st.st_mode)) {
-                walk.folders.push_back(path);
-                queue.push_back(path);
-            } else if (S_ISREG(st.st_mode)) {
-                walk.files.push_back(path);
-            }
-        }
-        ::closedir(dir);
-    }
-    return walk;
+TreeWalk WalkBreadthFirst(const std::string& root) {
+    return WalkBreadthFirst(root);
 }
 
 Strings Listed(CDriveMap& map) {
@@ -135,7 +108,7 @@ TEST_F(CDriveMapTest, SourceFilesComeFirstThenEachFolderBreadthFirst) {
     CDriveMap map;
     map.SourcePath(source);
     map.Exec();
-    const Walk expected = ExpectedWalk(source);
+    const TreeWalk expected = WalkBreadthFirst(source);
     EXPECT_EQ(Listed(map), expected.files);
     EXPECT_EQ(map.Folders(), expected.folders);
     EXPECT_EQ(map.FileCount(), 7);
@@ -432,7 +405,7 @@ TEST_F(CDriveMapPathsTest, SourceAndEveryFolderAreRecordedBreadthFirst) {
     map.BackupID(7);
     map.Database(&db);
     map.Exec();
-    const Walk walk = ExpectedWalk(source);
+    const TreeWalk walk = WalkBreadthFirst(source);
     ASSERT_EQ(walk.folders.size(), 3u);
     EXPECT_EQ(walk.folders[2], source + "/a/deep");
     std::vector<Strings> expected{{"7", source + "/"}};
