@@ -28,12 +28,6 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-using TreeWalk = TreeWalk;
-
-TreeWalk WalkBreadthFirst(const std::string& root) {
-    return WalkBreadthFirst(root);
-}
-
 Strings Listed(CDriveMap& map) {
     Strings files;
     map.MoveFirst();
