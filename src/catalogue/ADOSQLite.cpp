@@ -179,28 +179,25 @@ void ADOSQLite::CloseConnection() {
     m_tables.clear();
 }
 
-void ADOSQLite::Begin() {
-    m_action = sqlaction::kAsIs;
-    std::string statement = "BEGIN;";
+void ADOSQLite::ExecAsIs(std::string statement) {
+    m_action = sqlaction::kAsIs; // left at 4 afterwards
     Exec(statement);
+}
+
+void ADOSQLite::Begin() {
+    ExecAsIs("BEGIN;");
 }
 
 void ADOSQLite::Commit() {
-    m_action = sqlaction::kAsIs;
-    std::string statement = "COMMIT;";
-    Exec(statement);
+    ExecAsIs("COMMIT;");
 }
 
 void ADOSQLite::Rollback() {
-    m_action = sqlaction::kAsIs;
-    std::string statement = "ROLLBACK;";
-    Exec(statement);
+    ExecAsIs("ROLLBACK;");
 }
 
 void ADOSQLite::Compress() {
-    m_action = sqlaction::kAsIs;
-    std::string statement = "VACUUM;";
-    Exec(statement);
+    ExecAsIs("VACUUM;");
 }
 
 void ADOSQLite::Exec() {

@@ -80,6 +80,7 @@ public:
 
 private:
     std::string BuildStatement() const;
+    void ExecAsIs(std::string statement);
     bool TableKnown() const;
 
     bool m_err = false;
