@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Measures Stashwell's first and second backup against md5sum and cp -a + sync -f of the same
-# data, in the same invocation, and prints medians and ratios.
+# Measures Stashwell's first and second backup against md5sum, cp -a + sync -f, and the first and
+# second backups of restic and BorgBackup (their Debian packages, default settings, no
+# encryption) of the same data, in the same invocation, and prints medians and ratios.
 #
 #   bench/run.sh [large|small|all]      (default all)
 #
@@ -24,6 +25,9 @@ small_files="${SMALL_FILES:-50000}"
 run_id="$(date +%s)"
 work="$root/run-$run_id"
 mkdir -p "$work"
+# restic and borg keep their caches and settings inside the run's folder and ask nothing.
+export RESTIC_PASSWORD=bench RESTIC_CACHE_DIR="$work/restic-cache" BORG_BASE_DIR="$work/borg-base"
+export BORG_UNKNOWN_UNENCRYPTED_REPO_ACCESS_IS_OK=yes BORG_RELOCATED_REPO_ACCESS_IS_OK=yes
 
 median() { sort -g | awk '{a[NR]=$1} END {print (NR%2 ? a[(NR+1)/2] : (a[NR/2]+a[NR/2+1])/2)}'; }
 
@@ -59,7 +63,8 @@ bench_set() {
     echo "   $files files, $(( bytes / 1024 / 1024 )) MiB"
     find "$data" -type f -exec cat {} + >/dev/null   # the same page-cache state for every tool
 
-    : >"$work/$name.md5" ; : >"$work/$name.cp"; : >"$work/$name.first"; : >"$work/$name.second"
+    local f
+    for f in md5 cp first second borg1 borg2 restic1 restic2; do : >"$work/$name.$f"; done
     for r in $(seq 1 "$repeat"); do
         timed "$work/$name.md5" bash -c "cd '$data' && find . -type f -print0 | xargs -0 md5sum"
         timed "$work/$name.cp" bash -c "cp -a '$data' '$work/$name-cp$r' && sync -f '$work/$name-cp$r'"
@@ -68,17 +73,30 @@ bench_set() {
         local xdg=(env XDG_CONFIG_HOME="$home/config" XDG_STATE_HOME="$home/state")
         timed "$work/$name.first" "${xdg[@]}" "$bin" backup
         timed "$work/$name.second" "${xdg[@]}" "$bin" backup
+        # Every tool ends with its data on disk, as Stashwell's run does before its commit.
+        local borg_repo="$work/$name-borg$r" restic_repo="$work/$name-restic$r"
+        borg init --encryption=none "$borg_repo" >/dev/null
+        timed "$work/$name.borg1" bash -c "borg create '$borg_repo::first' '$data' && sync -f '$borg_repo'"
+        timed "$work/$name.borg2" bash -c "borg create '$borg_repo::second' '$data' && sync -f '$borg_repo'"
+        restic init -q --repo "$restic_repo"
+        timed "$work/$name.restic1" bash -c "restic backup -q --repo '$restic_repo' '$data' && sync -f '$restic_repo'"
+        timed "$work/$name.restic2" bash -c "restic backup -q --repo '$restic_repo' '$data' && sync -f '$restic_repo'"
     done
 
-    local md5 cp first second first_mem second_mem
+    local md5 cp first second first_mem second_mem borg1 borg2 restic1 restic2
     md5=$(cut -d' ' -f1 "$work/$name.md5" | median)
     cp=$(cut -d' ' -f1 "$work/$name.cp" | median)
     first=$(cut -d' ' -f1 "$work/$name.first" | median)
     second=$(cut -d' ' -f1 "$work/$name.second" | median)
+    borg1=$(cut -d' ' -f1 "$work/$name.borg1" | median)
+    borg2=$(cut -d' ' -f1 "$work/$name.borg2" | median)
+    restic1=$(cut -d' ' -f1 "$work/$name.restic1" | median)
+    restic2=$(cut -d' ' -f1 "$work/$name.restic2" | median)
     first_mem=$(cut -d' ' -f2 "$work/$name.first" | median)
     second_mem=$(cut -d' ' -f2 "$work/$name.second" | median)
     awk -v n="$name" -v b="$bytes" -v f="$files" -v md5="$md5" -v cp="$cp" -v first="$first" \
-        -v second="$second" -v fm="$first_mem" -v sm="$second_mem" -v r="$repeat" 'BEGIN {
+        -v second="$second" -v fm="$first_mem" -v sm="$second_mem" -v r="$repeat" \
+        -v b1="$borg1" -v b2="$borg2" -v r1="$restic1" -v r2="$restic2" 'BEGIN {
         mb = b / 1048576
         printf "-- %s: %d files, %.0f MiB, medians of %d runs\n", n, f, mb, r
         printf "   %-22s %8s %10s %10s %10s\n", "", "wall s", "MiB/s", "files/s", "peak MiB"
@@ -86,9 +104,18 @@ bench_set() {
         printf "   %-22s %8.2f %10.1f %10.0f\n", "cp -a + sync -f", cp, mb / cp, f / cp
         printf "   %-22s %8.2f %10.1f %10.0f %10.1f\n", "stashwell first", first, mb / first, f / first, fm / 1024
         printf "   %-22s %8.2f %10.1f %10.0f %10.1f\n", "stashwell second", second, mb / second, f / second, sm / 1024
+        printf "   %-22s %8.2f %10.1f %10.0f\n", "borg first", b1, mb / b1, f / b1
+        printf "   %-22s %8.2f %10.1f %10.0f\n", "borg second", b2, mb / b2, f / b2
+        printf "   %-22s %8.2f %10.1f %10.0f\n", "restic first", r1, mb / r1, f / r1
+        printf "   %-22s %8.2f %10.1f %10.0f\n", "restic second", r2, mb / r2, f / r2
+        fast1 = b1 < r1 ? b1 : r1; fast2 = b2 < r2 ? b2 : r2
         printf "   first / (md5sum + cp)      = %.2f\n", first / (md5 + cp)
         printf "   second / md5sum            = %.2f\n", second / md5
         printf "   first files/s / cp files/s = %.2f\n", (f / first) / (f / cp)
+        printf "   first / md5sum             = %.2f\n", first / md5
+        printf "   first / borg first         = %.2f\n", first / b1
+        printf "   first / faster of restic and borg  = %.2f\n", first / fast1
+        printf "   second / faster of restic and borg = %.2f\n", second / fast2
     }'
 }
 

@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(cmake ninja-build g++ pkg-config libsqlite3-dev libssl-dev libgtest-dev)
 if [ "${1:-}" = "--bench" ]; then
-    packages+=(time sqlite3)
+    packages+=(time sqlite3 borgbackup restic)
 fi
 
 missing=()
