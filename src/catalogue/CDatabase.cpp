@@ -1,18 +1,12 @@
 #include "catalogue/CDatabase.h"
 
 // Each operation resets the access object, builds one insert or select and runs it on the
-// run's one connection; the texts are put between apostrophes here, numbers go in bare.
+// run's one connection; the texts go in as SQL literals (SQLLiteral), numbers go in bare.
 
 #include "catalogue/modSQLQuote.h"
 #include "support/modDateText.h"
 #include "support/modFSCommon.h"
 #include "support/modMsgBox.h"
-
-namespace {
-std::string Quoted(const std::string& text) {
-    return "'" + text + "'";
-}
-} // namespace
 
 void CDatabase::Connect(const std::string& db) {
     m_db.Connect(db);
@@ -24,7 +18,7 @@ void CDatabase::AddPath(int32_t bid, const std::string& path) {
     m_db.Reset();
     m_db.Table("Paths");
     m_db.Field("bid", std::to_string(bid));
-    m_db.Field("path", Quoted(SQLQuoteEncode(path)));
+    m_db.Field("path", SQLLiteral(SQLQuoteEncode(path)));
     m_db.Action(sqlaction::kInsert);
     m_db.Exec();
     if (m_db.Err()) MsgBox("Error: " + m_db.ErrMsg(), mb::kOKOnly);
@@ -36,8 +30,8 @@ int32_t CDatabase::BackupRun(const std::string& source) {
     m_db.Reset();
     m_db.Table("Backups");
     m_db.Action(sqlaction::kInsert);
-    m_db.Field("source", Quoted(source));
-    m_db.Field("datebk", Quoted(now));
+    m_db.Field("source", SQLLiteral(source));
+    m_db.Field("datebk", SQLLiteral(now));
     m_db.Exec();
     if (m_db.Err()) {
         MsgBox("Error: " + m_db.ErrMsg(), mb::kOKOnly);
@@ -52,10 +46,10 @@ void CDatabase::AddBackupRecord(int32_t run, const std::string& sig, const std::
     m_db.Reset();
     m_db.Table("Files");
     m_db.Action(sqlaction::kInsert);
-    m_db.Field("md5", Quoted(sig));
-    m_db.Field("file", Quoted(SQLQuoteEncode(source)));
-    m_db.Field("backup", Quoted(target));
-    m_db.Field("path", Quoted(SQLQuoteEncode(FSGetPathPart(source))));
+    m_db.Field("md5", SQLLiteral(sig));
+    m_db.Field("file", SQLLiteral(SQLQuoteEncode(source)));
+    m_db.Field("backup", SQLLiteral(target));
+    m_db.Field("path", SQLLiteral(SQLQuoteEncode(FSGetPathPart(source))));
     m_db.Field("bid", std::to_string(run));
     m_db.Field("size", size);
     m_db.Exec();
@@ -67,7 +61,7 @@ std::string CDatabase::GetFileFromMD5(const std::string& md5) {
     m_db.Reset();
     m_db.Table("Files");
     m_db.Action(sqlaction::kSelect);
-    m_db.Where("md5 = '" + md5 + "'");
+    m_db.Where("md5 = " + SQLLiteral(md5));
     m_db.Exec();
     return m_db.RecordCount() >= 1 ? m_db.Field("file") : std::string();
 }

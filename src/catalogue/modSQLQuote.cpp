@@ -22,3 +22,12 @@ std::string SQLQuoteEncode(const std::string& text) {
 std::string SQLQuoteDecode(const std::string& text) {
     return ReplaceUnlessLeading(text, '\\', '\'');
 }
+
+std::string SQLLiteral(const std::string& text) {
+    std::string literal = "'";
+    for (char c : text) {
+        if (c == '\'') literal += '\'';
+        literal += c;
+    }
+    return literal + "'";
+}
