@@ -3,7 +3,8 @@
 #include "app/modCatalogueQuery.h"
 #include "app/modPaths.h"
 #include "catalogue/ADOSQLite.h"
-#include "engine/CBackup.h"
+#include "catalogue/modSQLQuote.h"
+#include "engine/CStore.h"
 #include "engine/kvCryptDriver.h"
 #include "support/CProcTrap.h"
 #include "support/modFSCommon.h"
@@ -27,7 +28,7 @@ void RestoreFile(const std::string& bid, const std::string& key, const std::stri
         Operation("Calculate filename to restore");
         ADOSQLite files;
         QueryCatalogue(files, "Files", sqlaction::kSelect,
-                       "bid = " + bid + " AND file = '" + key + "'");
+                       "bid = " + bid + " AND file = " + SQLLiteral(key));
         const std::string file = FirstRowField(files, "file");
         const std::string backup = FirstRowField(files, "backup");
 
@@ -44,7 +45,7 @@ void RestoreFile(const std::string& bid, const std::string& key, const std::stri
 
         Operation("Restore file");
         FSCreatePath(target);
-        const std::string storeFile = CBackup::StorePath(GetFilesPath(), FSGetNamePart(backup));
+        const std::string storeFile = CStore::StorePath(GetFilesPath(), FSGetNamePart(backup));
         if (!FSCopyFile(storeFile, target)) {
             Operation("Failed to restore " + target);
             Log(1, "Failed to restore " + target);

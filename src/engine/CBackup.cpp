@@ -2,7 +2,6 @@
 
 #include "engine/CDriveMap.h"
 #include "engine/CSignatureAhead.h"
-#include "engine/kvCryptDriver.h"
 #include "support/CProcTrap.h"
 #include "support/modFSCommon.h"
 #include "support/modMsgBox.h"
@@ -31,12 +30,6 @@ std::string CBackup::GetBackupFileName(const std::string& signature) {
     return temp.substr(0, temp.size() - 4) + ".QRV";
 }
 
-std::string CBackup::StorePath(const std::string& root, const std::string& name) {
-    const std::string first = name.substr(0, 2);
-    const std::string second = name.size() > 2 ? name.substr(2, 2) : std::string();
-    return FSBuildPath(FSBuildPath(FSBuildPath(root, first), second), name);
-}
-
 CBackup::Result CBackup::Exec() {
     CProcTrap trap("CBackup_Exec");
     try {
@@ -46,6 +39,12 @@ CBackup::Result CBackup::Exec() {
             trap.KeepOnStack(); // this exit does not pop
             return Result::kFalse;
         }
+        // The store is opened before anything else: a run without its store folder fails.
+        m_store.Open(m_backupPath);
+        struct CloseStore {
+            CStore& store;
+            ~CloseStore() { store.Close(); }
+        } closeStore{m_store};
         m_timer.StartTimer();
         m_db.Connect(m_dbPath);
         CDriveMap map;
@@ -94,6 +93,7 @@ CBackup::Result CBackup::Exec() {
         // The store's content is on disk before rows refer to it; a store that cannot be flushed
         // (an I/O error, a drive pulled out) is an error of the run, which then commits nothing.
         Operation("Flush backup files");
+        m_store.CheckIdentity();
         if (!FSSyncFileSystem(m_backupPath)) Raise(err::kDeviceIO);
         m_db.Commit();
         m_timer.StopTimer();
@@ -122,21 +122,21 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
     Log(2, "SIZ: " + NumText(size));
 
     Operation("Calculate MD5 signature");
-    const std::string signature = ahead.Signature(index); // as MD5File(path) gives it
-    if (signature.empty()) {
+    SignedContent content = ahead.Signature(index); // as SignFile(path) gives it
+    if (content.signature.empty()) {
         Log(2, "Skipping " + path);
         return;
     }
-    Log(2, "MD5: " + signature);
+    Log(2, "MD5: " + content.signature);
     DoEvents();
 
     Operation("Backup file");
-    const std::string name = GetBackupFileName(signature);
-    const std::string target = StorePath(m_backupPath, name);
+    const std::string name = GetBackupFileName(content.signature);
+    const std::string target = CStore::StorePath(m_backupPath, name);
     const std::string legacy = FSBuildPath(m_backupPath, name);
 
     Operation("Is zero length?");
-    if (size <= 0) {
+    if (size <= 0 || content.length == 0) {
         Log(2, "Skipping " + path + ". Zero length file");
         return;
     }
@@ -148,7 +148,9 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
         const double targetSize = FSGetFileSize(target);
         Log(3, "File size: " + NumText(sourceSize));
         Log(3, "File size: " + NumText(targetSize));
-        if (sourceSize != targetSize) ReportCollision(path, target);
+        // Only stored content of another length than the content signed is a collision; the
+        // source itself may have changed since it was signed.
+        if (static_cast<double>(content.length) != targetSize) ReportCollision(path, target);
         Log(2, "File already in backup collection");
         stored = true;
         if (++m_duplicates > kMaxListEntries) Raise(err::kSubscript);
@@ -159,25 +161,42 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
         if (FSGetFreeDiskSpace(m_backupDrive) <= size) {
             Log(1, "Insufficient disk space on backup drive");
         } else {
-            StoreNew(path, signature, target, legacy, stored);
+            StoreNew(path, content, target, legacy, stored);
             if (!stored) return;
+            if (content.length == 0) {
+                Log(2, "Skipping " + path + ". Zero length file");
+                return;
+            }
         }
     }
 
     if (stored) {
+        // The row describes what the store holds: the signature and length of the content
+        // stored for the file (a file that changed during the run was stored as copied).
         Operation("AddBackupRecord");
-        m_db.AddBackupRecord(m_bid, signature, path, target, NumTextSigned(size));
+        m_db.AddBackupRecord(m_bid, content.signature, path, m_store.Target(content.signature),
+                             NumTextSigned(static_cast<double>(content.length)));
         DoEvents();
     }
 }
 
-void CBackup::StoreNew(const std::string& path, const std::string& signature,
-                       const std::string& target, const std::string& legacy, bool& stored) {
+void CBackup::StoreNew(const std::string& path, SignedContent& content, const std::string& target,
+                       const std::string& legacy, bool& stored) {
     Operation("Make backup");
-    FSCreatePath(target);
+    m_store.CreateFolders(target);
     Log(2, "COP: " + path);
-    // Content left in the earlier flat layout is moved into its folder instead of copied.
-    stored = FSFileExists(legacy) ? FSMoveFile(legacy, target) : FSCopyFile(path, target);
+    if (FSFileExists(legacy)) {
+        // Content left in the earlier flat layout is moved into its folder instead of copied.
+        stored = m_store.MoveLegacy(legacy, target);
+    } else {
+        const SignedContent copied = m_store.Copy(path, target);
+        stored = !copied.signature.empty();
+        if (stored && copied.signature != content.signature) {
+            Log(1, "File changed while it was backed up: " + path);
+            Log(2, "MD5: " + copied.signature);
+        }
+        if (stored) content = copied;
+    }
     if (!stored) {
         Log(1, "Failed to copy. Disk could be full");
         DoEvents();
@@ -188,9 +207,10 @@ void CBackup::StoreNew(const std::string& path, const std::string& signature,
     if (m_verify) {
         Log(2, "VER: " + path);
         Operation("Verify backup file");
-        if (MD5File(target) != signature) {
+        const std::string backupFile = m_store.Target(content.signature);
+        if (MD5File(backupFile) != content.signature) {
             Log(1, path + " failed verification");
-            FSDeleteFile(target);
+            FSDeleteFile(backupFile);
         }
     }
 }

@@ -5,12 +5,16 @@
 // whose content ends up in the store. Each distinct content is stored once, as
 // <store>/ab/cd/<signature>.QRV; a file whose signature is already stored is only recorded.
 //
-// Every catalogue write of the run is one transaction. Store files are written under a
-// temporary name and renamed into place, and the store's file system is flushed before the
-// Commit, so a killed run leaves no partial store file and no row that refers to lost content.
+// Every catalogue write of the run is one transaction. The store (CStore) writes new content
+// under a temporary name and names it after the signature of the bytes it copied, and the
+// store's file system is flushed before the Commit, so a killed run leaves no partial store
+// file and no row that refers to lost content. A row records the signature and the length of
+// the content that the store holds for the file, even when the file changed during the run.
 // Progress reaches the caller through three events; Cancel is seen after the current file.
 
 #include "catalogue/CDatabase.h"
+#include "engine/CStore.h"
+#include "engine/kvCryptDriver.h"
 #include "support/CMMTimer.h"
 
 #include <cstdint>
@@ -61,13 +65,11 @@ public:
 
     // The store file name of a signature, or a fresh temporary one without it.
     static std::string GetBackupFileName(const std::string& signature = {});
-    // Where the store keeps a backup file: `root`, then the name's first two characters, then
-    // its third and fourth, then the name.
-    static std::string StorePath(const std::string& root, const std::string& name);
 
 private:
     void BackupOneFile(const std::string& path, CSignatureAhead& ahead, size_t index, bool& stored);
-    void StoreNew(const std::string& path, const std::string& signature, const std::string& target,
+    // Copies (or moves from the legacy place) new content; `content` becomes what was stored.
+    void StoreNew(const std::string& path, SignedContent& content, const std::string& target,
                   const std::string& legacy, bool& stored);
     void ReportCollision(const std::string& path, const std::string& target);
     void LogTotals();
@@ -89,6 +91,7 @@ private:
     bool m_cancel = false;
     CMMTimer m_timer;
     CDatabase m_db;
+    CStore m_store;
 
     // Per run.
     int32_t m_bid = 0;

@@ -1,6 +1,5 @@
 #include "engine/CSignatureAhead.h"
 
-#include "engine/kvCryptDriver.h"
 #include "support/modYield.h"
 
 #include <chrono>
@@ -27,15 +26,15 @@ void CSignatureAhead::Work() {
         if (m_stop) return;
         const size_t index = m_next++;
         lock.unlock();
-        std::optional<std::string> signature = ComputeSignature(m_files[index], &m_stop);
+        std::optional<SignedContent> signature = ComputeSignature(m_files[index], &m_stop);
         lock.lock();
         m_ready.emplace(index, std::move(signature));
         m_changed.notify_all();
     }
 }
 
-std::string CSignatureAhead::Signature(size_t index) {
-    std::optional<std::string> signature;
+SignedContent CSignatureAhead::Signature(size_t index) {
+    std::optional<SignedContent> signature;
     {
         std::unique_lock lock(m_mutex);
         m_consumer = index;
@@ -48,7 +47,7 @@ std::string CSignatureAhead::Signature(size_t index) {
                 m_next = index + 1;
                 m_changed.notify_all();
                 lock.unlock();
-                return MD5File(m_files[index]);
+                return SignFile(m_files[index]);
             }
             // The worker is hashing it; the window stays responsive meanwhile.
             m_changed.wait_for(lock, std::chrono::milliseconds(20));
@@ -62,5 +61,5 @@ std::string CSignatureAhead::Signature(size_t index) {
         m_consumer = index + 1;
         m_changed.notify_all();
     }
-    return signature ? *signature : MD5File(m_files[index]);
+    return signature ? *signature : SignFile(m_files[index]);
 }

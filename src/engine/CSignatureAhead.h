@@ -2,9 +2,11 @@
 
 // Signatures computed ahead of a run on a second thread: while the run copies and records one
 // file, the worker hashes the next few, so hashing and copying use both cores. The run still
-// asks for each signature in its own order and sees exactly what MD5File would give: a file
+// asks for each signature in its own order and sees exactly what SignFile would give: a file
 // the worker could not hash is hashed again on the run's thread, where the error is reported
 // as usual. The worker touches no shared service (no log, no error handler, no window).
+
+#include "engine/kvCryptDriver.h"
 
 #include <atomic>
 #include <condition_variable>
@@ -23,8 +25,9 @@ public:
     CSignatureAhead(const CSignatureAhead&) = delete;
     CSignatureAhead& operator=(const CSignatureAhead&) = delete;
 
-    // The signature of files[index], as MD5File gives it; "" after a reported error.
-    std::string Signature(size_t index);
+    // The signature of files[index] with its length, as SignFile gives it; an empty signature
+    // after a reported error.
+    SignedContent Signature(size_t index);
 
 private:
     void Work();
@@ -36,6 +39,6 @@ private:
     size_t m_next = 0;                // the next file the worker takes
     size_t m_consumer = 0;            // the file the run is at
     std::atomic<bool> m_stop = false; // also read by the worker while it hashes
-    std::map<size_t, std::optional<std::string>> m_ready;
+    std::map<size_t, std::optional<SignedContent>> m_ready;
     std::thread m_thread;
 };

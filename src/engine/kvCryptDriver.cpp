@@ -25,14 +25,6 @@ struct FdCloser {
     }
 };
 
-struct DigestDeleter {
-    void operator()(EVP_MD_CTX* ctx) const { EVP_MD_CTX_free(ctx); }
-};
-
-void Update(EVP_MD_CTX* ctx, const void* data, size_t size) {
-    if (EVP_DigestUpdate(ctx, data, size) != 1) Raise(err::kInternal, "MD5 update failed");
-}
-
 std::string Hex(const unsigned char* digest, unsigned size) {
     static const char* digits = "0123456789abcdef";
     std::string out;
@@ -43,24 +35,27 @@ std::string Hex(const unsigned char* digest, unsigned size) {
     return out;
 }
 
-std::string Signature(const std::string& path, bool yield, const std::atomic<bool>* stop) {
-    FdCloser file{::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)};
-    if (file.fd < 0) Raise(errno == ENOENT ? err::kFileNotFound : err::kPathFileAccess);
+// Sources are read without following a link: a file swapped for a symbolic link after it was
+// listed is refused, never read through.
+int OpenSource(const std::string& path) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | O_NOFOLLOW);
+    if (fd < 0) Raise(errno == ENOENT ? err::kFileNotFound : err::kPathFileAccess);
+    return fd;
+}
+
+SignedContent Signature(const std::string& path, bool yield, const std::atomic<bool>* stop) {
+    FdCloser file{OpenSource(path)};
     struct stat st {};
     if (::fstat(file.fd, &st) != 0 || !S_ISREG(st.st_mode)) Raise(err::kPathFileAccess);
     if (st.st_size > static_cast<off_t>(kReadSize))
         ::posix_fadvise(file.fd, 0, 0, POSIX_FADV_SEQUENTIAL);
 
-    std::unique_ptr<EVP_MD_CTX, DigestDeleter> ctx(EVP_MD_CTX_new());
-    if (!ctx || EVP_DigestInit_ex(ctx.get(), EVP_md5(), nullptr) != 1)
-        Raise(err::kInternal, "MD5 is not available");
-
-    // The block rule feeds length + one extra byte per started 8192-byte block; the bytes that
-    // the file does not fill are zero.
-    const uint64_t length = static_cast<uint64_t>(st.st_size);
-    uint64_t remaining = length + (length + kGrid - 1) / kGrid;
-    // One read buffer for the process: allocating and clearing it per file costs more than
-    // hashing a small file.
+    // Reading stops at the length the file had when it was opened, or earlier at its end: a
+    // file that grows meanwhile is signed as it was, one that shrinks as what was left.
+    CSignatureStream signer;
+    uint64_t remaining = static_cast<uint64_t>(st.st_size);
+    // One read buffer per thread: allocating and clearing it per file costs more than hashing
+    // a small file.
     thread_local std::unique_ptr<char[]> buffer(new char[kReadSize]);
     while (remaining > 0) {
         const size_t want = static_cast<size_t>(std::min<uint64_t>(remaining, kReadSize));
@@ -68,24 +63,53 @@ std::string Signature(const std::string& path, bool yield, const std::atomic<boo
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) Raise(err::kDeviceIO);
         if (got == 0) break;
-        Update(ctx.get(), buffer.get(), static_cast<size_t>(got));
+        signer.Add(buffer.get(), static_cast<size_t>(got));
         remaining -= static_cast<uint64_t>(got);
         if (yield) DoEvents();
         if (stop && stop->load(std::memory_order_relaxed)) Raise(err::kInternal, "stopped");
     }
-    static const char zeros[4096] = {};
-    while (remaining > 0) {
-        const size_t piece = static_cast<size_t>(std::min<uint64_t>(remaining, sizeof zeros));
-        Update(ctx.get(), zeros, piece);
-        remaining -= piece;
-    }
-    unsigned char digest[EVP_MAX_MD_SIZE];
-    unsigned size = 0;
-    if (EVP_DigestFinal_ex(ctx.get(), digest, &size) != 1) Raise(err::kInternal, "MD5 failed");
-    return Hex(digest, size);
+    return signer.Finish();
 }
 
 } // namespace
+
+struct CSignatureStream::Digest {
+    EVP_MD_CTX* ctx = EVP_MD_CTX_new();
+    ~Digest() { EVP_MD_CTX_free(ctx); }
+};
+
+CSignatureStream::CSignatureStream() : m_digest(std::make_unique<Digest>()) {
+    Restart();
+}
+
+CSignatureStream::~CSignatureStream() = default;
+
+void CSignatureStream::Restart() {
+    if (!m_digest->ctx || EVP_DigestInit_ex(m_digest->ctx, EVP_md5(), nullptr) != 1)
+        Raise(err::kInternal, "MD5 is not available");
+    m_length = 0;
+}
+
+void CSignatureStream::Add(const char* data, size_t size) {
+    if (EVP_DigestUpdate(m_digest->ctx, data, size) != 1)
+        Raise(err::kInternal, "MD5 update failed");
+    m_length += size;
+}
+
+SignedContent CSignatureStream::Finish() {
+    // The block rule adds one zero byte per started 8192-byte block.
+    static const char zeros[4096] = {};
+    for (uint64_t pad = (m_length + kGrid - 1) / kGrid; pad > 0;) {
+        const size_t piece = static_cast<size_t>(std::min<uint64_t>(pad, sizeof zeros));
+        if (EVP_DigestUpdate(m_digest->ctx, zeros, piece) != 1)
+            Raise(err::kInternal, "MD5 update failed");
+        pad -= piece;
+    }
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned size = 0;
+    if (EVP_DigestFinal_ex(m_digest->ctx, digest, &size) != 1) Raise(err::kInternal, "MD5 failed");
+    return {Hex(digest, size), m_length};
+}
 
 std::string MD5File(const std::string& path) {
     return HashFile(kAlgorithmMD5, path);
@@ -94,12 +118,16 @@ std::string MD5File(const std::string& path) {
 std::string HashFile(int32_t algorithm, const std::string& path) {
     return Trapped("HashFile", std::string(), [&] {
         if (algorithm != kAlgorithmMD5) Raise(err::kInvalidCall);
-        return Signature(path, true, nullptr);
+        return Signature(path, true, nullptr).signature;
     });
 }
 
-std::optional<std::string> ComputeSignature(const std::string& path,
-                                            const std::atomic<bool>* stop) {
+SignedContent SignFile(const std::string& path) {
+    return Trapped("HashFile", SignedContent{}, [&] { return Signature(path, true, nullptr); });
+}
+
+std::optional<SignedContent> ComputeSignature(const std::string& path,
+                                              const std::atomic<bool>* stop) {
     try {
         return Signature(path, false, stop);
     } catch (...) {

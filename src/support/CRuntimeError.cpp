@@ -27,6 +27,8 @@ std::string ErrorDescription(int number) {
         return "Device I/O error";
     case err::kDiskFull:
         return "Disk full";
+    case err::kDeviceUnavailable:
+        return "Device unavailable";
     case err::kPermissionDenied:
         return "Permission denied";
     case err::kPathFileAccess:

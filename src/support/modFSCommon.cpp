@@ -31,7 +31,6 @@
 
 namespace {
 
-constexpr int kDeviceUnavailable = 68;
 constexpr int kFileExists = 58;
 constexpr int kBadFileName = 52;
 constexpr size_t kMaxNameBytes = 255;
@@ -173,7 +172,8 @@ void MoveAcrossFileSystems(const std::string& source, const std::string& destina
     if (EntryExists(destination)) RaiseErrno(EEXIST, err::kFileNotFound);
     const std::string temp = TempBeside(destination);
     int error = 0;
-    if (!DefaultCopyMethods().mode1(source, temp) || FSGetFileSize(temp) != FSGetFileSize(source))
+    if (!DefaultCopyMethods().mode1(source, temp, nullptr) ||
+        FSGetFileSize(temp) != FSGetFileSize(source))
         error = EIO;
     else
         error = RenameNoReplace(temp, destination);
@@ -198,7 +198,7 @@ double FSGetFreeDiskSpace(const std::string& drive) {
     return Trapped("FSGetFreeDiskSpace", 0.0, [&] {
         if (drive.empty() || drive[0] != '/') Raise(err::kInvalidCall);
         struct statvfs info {};
-        if (::statvfs(drive.c_str(), &info) != 0) RaiseErrno(errno, kDeviceUnavailable);
+        if (::statvfs(drive.c_str(), &info) != 0) RaiseErrno(errno, err::kDeviceUnavailable);
         return static_cast<double>(info.f_bavail) * static_cast<double>(info.f_frsize);
     });
 }
@@ -235,6 +235,23 @@ void FSDeleteFile(const std::string& path) {
     ::unlink(path.c_str()); // every error is swallowed: a file that cannot go stays
 }
 
+bool FSDeleteEmptyFolder(const std::string& path) {
+    return ::rmdir(path.c_str()) == 0;
+}
+
+std::string FSCreateTempBeside(const std::string& destination) {
+    for (;;) {
+        const std::string temp = TempBeside(destination);
+        const int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                              kPrivateFileMode);
+        if (fd < 0 && errno == EEXIST) continue; // taken since the name was chosen
+        if (fd < 0) RaiseErrno(errno, err::kPathNotFound);
+        ::fchmod(fd, kPrivateFileMode); // whatever the umask
+        ::close(fd);
+        return temp;
+    }
+}
+
 void FSDeleteFolder(const std::string& path) {
     // Every error is swallowed: whatever cannot be removed stays.
     const std::string folder = WithoutTrailingSlashes(path);
@@ -251,7 +268,8 @@ void FSDeleteFolder(const std::string& path) {
     ::rmdir(folder.c_str());
 }
 
-bool FSCopyFile(const std::string& source, const std::string& destination) {
+bool FSCopyFile(const std::string& source, const std::string& destination,
+                ICopyObserver* observer) {
     CProcTrap trap("FSCopyFile");
     std::string target = destination;
     bool viaTemp = false;
@@ -266,7 +284,7 @@ bool FSCopyFile(const std::string& source, const std::string& destination) {
                 Log(1, "Using Copy mode=" + NumText(tries));
             }
             // The copy mode is the number of tries left: 3 stream, 2 overwrite, 1 exclusive.
-            CopyFileByMode(source, target, tries);
+            CopyFileByMode(source, target, tries, observer);
             if (--tries < 1) Raise(err::kCopyFailed); // whatever the last mode achieved
             DoEvents();
             if (FSGetFileSize(target) == FSGetFileSize(source)) break;
@@ -319,10 +337,11 @@ double FSGetFileSize(const std::string& path) {
 }
 
 bool FSIsReadable(const std::string& path) {
-    // Only regular files are opened, and without blocking, so a FIFO or device never hangs.
+    // Only regular files are opened, and without blocking, so a FIFO or device never hangs; a
+    // symbolic link is never followed.
     struct stat st {};
-    if (::stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return false;
-    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (::lstat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return false;
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | O_NOFOLLOW);
     if (fd < 0) return false;
     bool readable = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
     char buffer[8193];

@@ -9,6 +9,8 @@
 
 #include <string>
 
+class ICopyObserver;
+
 // Free bytes of the file system that holds `drive` (a mount point); reports and gives 0 on error.
 double FSGetFreeDiskSpace(const std::string& drive);
 // Creates one folder (mode 0700); reports on error.
@@ -21,10 +23,17 @@ std::string FSGetTempName();
 void FSDeleteFile(const std::string& path);
 // Deletes a folder and its content (links are removed, never followed); errors swallowed.
 void FSDeleteFolder(const std::string& path);
+// Deletes a folder only when it is empty; true when it is gone.
+bool FSDeleteEmptyFolder(const std::string& path);
+// Creates an empty private file under a fresh temporary name (".<name>.<random>.tmp") in the
+// folder of `destination` and returns its path; errors reach the caller.
+std::string FSCreateTempBeside(const std::string& destination);
 // Copies with retries through the three copy modes and a size check (see modFileCopy.h).
 // A destination that does not exist yet is written under a temporary name in its folder and
 // renamed into place once complete. False, with "Failed copy on " logged, when all tries fail.
-bool FSCopyFile(const std::string& source, const std::string& destination);
+// An observer sees the bytes of every attempt (see modFileCopy.h).
+bool FSCopyFile(const std::string& source, const std::string& destination,
+                ICopyObserver* observer = nullptr);
 // Moves a file; true once the destination exists. Error 10005 (handled inside) after 4 tries.
 bool FSMoveFile(const std::string& source, const std::string& destination);
 bool FSFileExists(const std::string& path);

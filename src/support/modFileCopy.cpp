@@ -1,6 +1,7 @@
 // Copies one file in one of three ways. All three share one data loop: copy_file_range, which
 // lets the kernel move the bytes (or share extents) without a trip through user space, and a
-// plain read/write loop with 1 MiB blocks where the file systems do not support it. Pending
+// plain read/write loop with 1 MiB blocks where the file systems do not support it or where an
+// observer must see the bytes. Sources are opened without following a symbolic link. Pending
 // window messages run between blocks. Sources and destinations that are not regular files are
 // refused without blocking (O_NONBLOCK), so a FIFO never hangs a copy. Files the copy creates
 // get mode 0600 whatever the source's mode: the store holds private data.
@@ -71,10 +72,10 @@ bool RangeCopyUnsupported(int error) {
 }
 
 // Copies from the current offset of `in` to the current offset of `out` until the end of `in`.
-bool CopyData(int in, int out, off_t expected) {
+bool CopyData(int in, int out, off_t expected, ICopyObserver* observer) {
     if (expected > static_cast<off_t>(kBlockSize)) ::posix_fadvise(in, 0, 0, POSIX_FADV_SEQUENTIAL);
     std::unique_ptr<char[]> buffer;
-    bool useRange = true;
+    bool useRange = observer == nullptr;
     off_t done = 0;
     for (;;) {
         ssize_t n = 0;
@@ -89,6 +90,7 @@ bool CopyData(int in, int out, off_t expected) {
             if (!buffer) buffer.reset(new char[kBlockSize]);
             n = ::read(in, buffer.get(), kBlockSize);
             if (n > 0 && !WriteAll(out, buffer.get(), static_cast<size_t>(n))) return false;
+            if (n > 0 && observer) observer->Written(buffer.get(), static_cast<size_t>(n));
         }
         if (n < 0 && errno == EINTR) continue;
         if (n < 0) return false;
@@ -99,15 +101,17 @@ bool CopyData(int in, int out, off_t expected) {
 }
 
 // Copies `source` over `destination`, opened with O_WRONLY | O_CREAT | `flags`.
-bool CopyInto(const std::string& source, const std::string& destination, int flags) {
-    FileHandle in(::open(source.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+bool CopyInto(const std::string& source, const std::string& destination, int flags,
+              ICopyObserver* observer) {
+    FileHandle in(
+        ::open(source.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | O_NOFOLLOW));
     off_t size = 0;
     if (!in.Valid() || !IsRegular(in.Get(), &size)) return false;
     FileHandle out(::open(destination.c_str(),
                           O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | flags,
                           kPrivateFileMode));
     if (!out.Valid() || !IsRegular(out.Get())) return false;
-    const bool copied = CopyData(in.Get(), out.Get(), size);
+    const bool copied = CopyData(in.Get(), out.Get(), size, observer);
     return out.Close() && copied;
 }
 
@@ -115,14 +119,17 @@ bool CopyInto(const std::string& source, const std::string& destination, int fla
 
 CopyMethods DefaultCopyMethods() {
     CopyMethods methods;
-    methods.mode1 = [](const std::string& source, const std::string& destination) {
-        return CopyInto(source, destination, O_EXCL);
+    methods.mode1 = [](const std::string& source, const std::string& destination,
+                       ICopyObserver* observer) {
+        return CopyInto(source, destination, O_EXCL, observer);
     };
-    methods.mode2 = [](const std::string& source, const std::string& destination) {
-        return CopyInto(source, destination, O_TRUNC);
+    methods.mode2 = [](const std::string& source, const std::string& destination,
+                       ICopyObserver* observer) {
+        return CopyInto(source, destination, O_TRUNC, observer);
     };
-    methods.mode3 = [](const std::string& source, const std::string& destination) {
-        return CopyInto(source, destination, 0);
+    methods.mode3 = [](const std::string& source, const std::string& destination,
+                       ICopyObserver* observer) {
+        return CopyInto(source, destination, 0, observer);
     };
     return methods;
 }
@@ -132,27 +139,29 @@ CopyMethods& ActiveCopyMethods() {
     return methods;
 }
 
-bool CopyFileByMode(const std::string& source, const std::string& destination, int32_t mode) {
+bool CopyFileByMode(const std::string& source, const std::string& destination, int32_t mode,
+                    ICopyObserver* observer) {
     const CopyMethods& methods = ActiveCopyMethods();
     bool result = false;
     try {
+        if (observer) observer->Restart();
         switch (mode) {
         case 1:
-            methods.mode1(source, destination); // its own answer is not looked at
+            methods.mode1(source, destination, observer); // its own answer is not looked at
             result = true;
             break;
         case 2:
-            result = methods.mode2(source, destination);
+            result = methods.mode2(source, destination, observer);
             break;
         case 3:
-            result = methods.mode3(source, destination);
+            result = methods.mode3(source, destination, observer);
             break;
         default:
             break;
         }
     } catch (...) {
-        result =
-            false; // a method that raises is a copy that failed; the caller's size check decides
+        // A method that raises is a copy that failed; the caller's size check decides.
+        result = false;
     }
     Log(3, "CopyMode = " + NumText(mode) + ". Returned: " + (result ? "True" : "False"));
     return result;

@@ -6,17 +6,30 @@
 //   2  copy that overwrites (truncates) the destination;
 //   1  copy that fails if the destination exists; its result is true whatever happened.
 // Every call logs at level 3: "CopyMode = <mode>. Returned: True|False".
+// An observer, when given, sees every byte that each attempt writes, so a caller can sign the
+// very bytes that reached the destination.
 
 #include <cstdint>
 #include <functional>
 #include <string>
 
-bool CopyFileByMode(const std::string& source, const std::string& destination, int32_t mode);
+// Sees the data of a copy: Restart when an attempt begins, then every piece in order, once it
+// has been written to the destination.
+class ICopyObserver {
+public:
+    virtual ~ICopyObserver() = default;
+    virtual void Restart() = 0;
+    virtual void Written(const char* data, size_t size) = 0;
+};
+
+bool CopyFileByMode(const std::string& source, const std::string& destination, int32_t mode,
+                    ICopyObserver* observer = nullptr);
 
 // The three methods behind the modes, replaceable so that a test can break one of them
 // (wrap the default and change one call). Each returns false on error (mode 1's result is
 // ignored by CopyFileByMode).
-using CopyMethod = std::function<bool(const std::string& source, const std::string& destination)>;
+using CopyMethod = std::function<bool(const std::string& source, const std::string& destination,
+                                      ICopyObserver* observer)>;
 struct CopyMethods {
     CopyMethod mode1; // create-exclusive copy
     CopyMethod mode2; // overwriting copy

@@ -2,6 +2,7 @@
 // no store file whose content differs from its name; the next start notices the interruption.
 
 #include "BackupFixture.h"
+#include "StoreAudit.h"
 #include "TestProgram.h"
 
 #include <chrono>
@@ -14,22 +15,6 @@ using Lines = std::vector<std::string>;
 using Clock = std::chrono::steady_clock;
 
 class KilledRun : public ::testing::TestWithParam<int> {};
-
-// Every store file is named after the signature of its content; leftovers of an unfinished
-// copy are hidden temporary files, never store names.
-void ExpectStoreConsistent(const std::string& backup, bool allowTemporaries) {
-    for (const std::string& entry : ListTree(backup + "/Files")) {
-        if (entry.back() == '/') continue;
-        const std::string name = entry.substr(entry.rfind('/') + 1);
-        if (name[0] == '.' && name.ends_with(".tmp")) {
-            EXPECT_TRUE(allowTemporaries) << entry;
-            continue;
-        }
-        ASSERT_TRUE(name.ends_with(".QRV")) << entry;
-        const std::string content = ReadFile(backup + "/Files/" + entry);
-        EXPECT_EQ(TestSignature(content) + ".QRV", name) << entry;
-    }
-}
 
 TEST_P(KilledRun, LeavesASoundCatalogueAndANextRunCompletes) {
     BackupFixture f;
@@ -56,7 +41,7 @@ TEST_P(KilledRun, LeavesASoundCatalogueAndANextRunCompletes) {
     if (killed.signal == 0) GTEST_SKIP() << "the run ended before the kill";
     EXPECT_EQ(killed.signal, SIGKILL);
 
-    ExpectStoreConsistent(f.backup, true);
+    EXPECT_EQ(AuditBackupFolder(f.backup, AuditMoment::kJustKilled), Lines{});
     const bool interrupted = Exists(f.db + "-journal");
 
     ASSERT_EQ(::truncate(logPath.c_str(), 0), 0);
@@ -75,7 +60,7 @@ TEST_P(KilledRun, LeavesASoundCatalogueAndANextRunCompletes) {
                      "source = '" +
                      big + "')"),
               Lines{"240"});
-    ExpectStoreConsistent(f.backup, false);
+    EXPECT_EQ(AuditBackupFolder(f.backup), Lines{});
     for (int i : {0, 119, 239})
         EXPECT_TRUE(Exists(StoreFile(f.backup, std::to_string(i) + PatternContent(256 * 1024))));
 }

@@ -4,6 +4,7 @@
 // hidden and unreadable files).
 
 #include "BackupFixture.h"
+#include "StoreAudit.h"
 
 #include "app/modPaths.h"
 #include "app/modSetup.h"
@@ -27,6 +28,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -426,9 +428,10 @@ TEST_F(CBackupTest, MD5CalcMethodIsOnlyStored) {
 
 TEST_F(CBackupTest, CopyThatFailsEveryTryIsLoggedAndNotRecorded) {
     CreateTree(source, Dir({{"a", File("will not copy")}}));
-    const CopyMethods broken{[](const std::string&, const std::string&) { return false; },
-                             [](const std::string&, const std::string&) { return false; },
-                             [](const std::string&, const std::string&) { return false; }};
+    const CopyMethods broken{
+        [](const std::string&, const std::string&, ICopyObserver*) { return false; },
+        [](const std::string&, const std::string&, ICopyObserver*) { return false; },
+        [](const std::string&, const std::string&, ICopyObserver*) { return false; }};
     ActiveCopyMethods() = broken;
     ErrHandler().DisplayMsgOnError(false);
     EXPECT_EQ(Run(), CBackup::Result::kEmpty);
@@ -477,20 +480,20 @@ TEST_F(CBackupTest, FileProgressOfARunYoungerThanTheClockResolutionIsNotAnError)
     EXPECT_TRUE(env.box.calls.empty());
 }
 
-TEST_F(CBackupTest, ApostropheInTheSourceBreaksTheRunRowAndFilesAreRecordedUnderRunMinusOne) {
-    // Source names are written unencoded, so the Backups insert fails; its error is shown and
-    // the run goes on with the id -1, for which no folder is recorded.
-    const std::string odd = env.Path("it's");
-    CreateTree(odd, Dir({{"a", File("abc")}}));
+TEST_F(CBackupTest, ApostrophesInTheSourceAndTheBackupPathAreRecordedAsTheyAre) {
+    WriteRegSetting("BackupPath", env.Path("Bob's Backup"));
+    CreateDB();
+    const std::string odd = env.Path("Bob's Documents");
+    CreateTree(odd, Dir({{"it's.txt", File("abc")}}));
     CBackup backup;
     Prepare(backup, odd);
     EXPECT_EQ(backup.Exec(), CBackup::Result::kEmpty);
-    ASSERT_EQ(env.box.calls.size(), 1u);
-    EXPECT_EQ(env.box.calls[0].text.compare(0, 7, "Error: "), 0) << env.box.calls[0].text;
-    EXPECT_EQ(env.box.calls[0].style, 0);
-    EXPECT_TRUE(Query("SELECT * FROM Backups").empty());
-    EXPECT_TRUE(Query("SELECT * FROM Paths").empty());
-    EXPECT_EQ(FileRows(), FileRow(odd + "/a", "abc", -1));
+    EXPECT_TRUE(env.box.calls.empty());
+    EXPECT_EQ(Query("SELECT bid, source FROM Backups"), (Rows{{"1", odd}}));
+    EXPECT_EQ(Query("SELECT bid, path FROM Paths"), (Rows{{"1", Encoded(odd + "/")}}));
+    EXPECT_EQ(FileRows(), FileRow(odd + "/it's.txt", "abc"));
+    EXPECT_EQ(ReadFile(StoreFile("abc")), "abc");
+    EXPECT_EQ(AuditBackupFolder(env.Path("Bob's Backup")), Strings{});
 }
 
 TEST_F(CBackupTest, PropertiesKeepWhatTheCallerSets) {
@@ -709,27 +712,213 @@ TEST_F(CBackupTest, StoreDriveThatVanishesDuringTheRunCommitsNothingAndDoesNotHa
     const std::string media = env.Path("media");
     CreateTree(media + "/drive/Files", Dir());
     ErrHandler().DisplayMsgOnError(false);
-    ScopedNoPermissionOverride noOverride;
-    if (!noOverride.Ok()) GTEST_SKIP() << "permissions cannot be enforced here";
+    {
+        CBackup backup;
+        Prepare(backup, source);
+        backup.BackupPath(media + "/drive/Files");
+        backup.OnStart = [&](int32_t) { std::filesystem::remove_all(media + "/drive"); };
+        EXPECT_EQ(backup.Exec(), CBackup::Result::kEmpty);
+        EXPECT_EQ(ErrHandler().ErrNumber(), 68);
+        EXPECT_EQ(ErrHandler().ErrDescription(),
+                  "Backup folder not available: " + media + "/drive/Files");
+        EXPECT_EQ(ErrHandler().ErrProcedure(), "CBackup_Exec");
+        EXPECT_EQ(ErrHandler().CurrentOperation(), "Make backup");
+    } // the engine's connection closes: its open transaction is rolled back
+    const Strings log = LogMessages(ReadFile(env.Path("t.log")));
+    EXPECT_EQ(std::find(log.begin(), log.end(), "Total Files : 2\r\n"), log.end());
+    EXPECT_EQ(ListTree(media), Strings{});
+    EXPECT_EQ(SqlRows(GetDBPath(), "SELECT count(*) FROM Backups"), (std::vector<Strings>{{"0"}}));
+    EXPECT_EQ(SqlRows(GetDBPath(), "SELECT count(*) FROM Files"), (std::vector<Strings>{{"0"}}));
+}
+
+TEST_F(CBackupTest, BackupFolderRenamedDuringTheRunStopsItAndNothingIsMadeAtTheOldPath) {
+    CreateTree(source, Dir({{"a.txt", File("alpha")}, {"b.txt", File("beta")}}));
+    const std::string media = env.Path("media");
+    CreateTree(media + "/drive/Files", Dir());
+    ErrHandler().DisplayMsgOnError(false);
     {
         CBackup backup;
         Prepare(backup, source);
         backup.BackupPath(media + "/drive/Files");
         backup.OnStart = [&](int32_t) {
-            std::filesystem::remove_all(media + "/drive");
-            ::chmod(media.c_str(), 0555);
+            ASSERT_EQ(::rename((media + "/drive").c_str(), (media + "/moved").c_str()), 0);
         };
         EXPECT_EQ(backup.Exec(), CBackup::Result::kEmpty);
-        EXPECT_EQ(ErrHandler().ErrNumber(), 57);
-        EXPECT_EQ(ErrHandler().ErrProcedure(), "CBackup_Exec");
-        EXPECT_EQ(ErrHandler().CurrentOperation(), "Flush backup files");
-    } // the engine's connection closes: its open transaction is rolled back
-    ::chmod(media.c_str(), 0755);
-    const Strings log = LogMessages(ReadFile(env.Path("t.log")));
-    EXPECT_EQ(std::count(log.begin(), log.end(), "Failed to copy. Disk could be full\r\n"), 2);
-    EXPECT_EQ(std::find(log.begin(), log.end(), "Total Files : 2\r\n"), log.end());
-    EXPECT_EQ(SqlRows(GetDBPath(), "SELECT count(*) FROM Backups"), (std::vector<Strings>{{"0"}}));
+        EXPECT_EQ(ErrHandler().ErrNumber(), 68);
+        EXPECT_EQ(ErrHandler().CurrentOperation(), "Make backup");
+    }
+    // Nothing under the old path; the folder where it went keeps the mark of a run that did
+    // not finish, so the next run there clears what it may have left.
+    EXPECT_FALSE(Exists(media + "/drive"));
+    EXPECT_EQ(ListTree(media), (Strings{"moved/", "moved/Files/", "moved/Files/.unfinished"}));
     EXPECT_EQ(SqlRows(GetDBPath(), "SELECT count(*) FROM Files"), (std::vector<Strings>{{"0"}}));
+}
+
+TEST_F(CBackupTest, MissingStoreFolderFailsTheRunBeforeAnythingIsWritten) {
+    CreateTree(source, Dir({{"a.txt", File("alpha")}}));
+    ErrHandler().DisplayMsgOnError(false);
+    CBackup backup;
+    Prepare(backup, source);
+    backup.BackupPath(env.Path("unplugged/Files"));
+    EXPECT_EQ(backup.Exec(), CBackup::Result::kEmpty);
+    EXPECT_EQ(ErrHandler().ErrNumber(), 68);
+    EXPECT_EQ(ErrHandler().ErrProcedure(), "CBackup_Exec");
+    EXPECT_TRUE(events.empty());
+    EXPECT_FALSE(Exists(env.Path("unplugged")));
+    EXPECT_EQ(Query("SELECT count(*) FROM Backups"), (Rows{{"0"}}));
+}
+
+// ---- Sources that change while the run reads them ----
+
+TEST_F(CBackupTest, FilesRewrittenAfterTheyWereSignedAreStoredUnderTheSignatureOfWhatWasCopied) {
+    // The large file is listed first. While it is copied, the signatures of the small files
+    // after it have been computed ahead; then they get new bytes of the same size.
+    const std::string big = PatternContent(8 << 20);
+    std::vector<std::pair<std::string, TestNode>> smalls;
+    Strings before, after;
+    for (int i = 0; i < 5; ++i) {
+        before.push_back("original content " + std::to_string(i));
+        after.push_back("changed! content " + std::to_string(i));
+        ASSERT_EQ(before.back().size(), after.back().size());
+        smalls.emplace_back("s" + std::to_string(i), File(before.back()));
+    }
+    CreateTree(source, Dir({{"big.bin", File(big)}, {"later", Dir(smalls)}}));
+    bool rewritten = false;
+    ActiveCopyMethods().mode3 = [&](const std::string& from, const std::string& to,
+                                    ICopyObserver* observer) {
+        if (from == source + "/big.bin" && !rewritten) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(200));
+            for (int i = 0; i < 5; ++i)
+                WriteFile(source + "/later/s" + std::to_string(i), after[i]);
+            rewritten = true;
+        }
+        return DefaultCopyMethods().mode3(from, to, observer);
+    };
+    Run();
+    ASSERT_TRUE(rewritten);
+    Strings stored = after;
+    stored.push_back(big);
+    EXPECT_EQ(StoreListing(), StoreEntries(stored));
+    EXPECT_EQ(AuditBackupFolder(GetBackupPath()), Strings{});
+    for (int i = 0; i < 5; ++i) {
+        const std::string path = source + "/later/s" + std::to_string(i);
+        EXPECT_EQ(Query("SELECT md5, size FROM Files WHERE file = '" + path + "'"),
+                  (Rows{{TestSignature(after[i]), std::to_string(after[i].size())}}));
+        EXPECT_TRUE(HasLine("File changed while it was backed up: " + path));
+    }
+
+    // A quiet run of the original contents records and stores the original bytes.
+    ActiveCopyMethods() = DefaultCopyMethods();
+    for (int i = 0; i < 5; ++i)
+        WriteFile(source + "/later/s" + std::to_string(i), before[i]);
+    Run();
+    for (int i = 0; i < 5; ++i) {
+        const Rows row = Query("SELECT md5, backup FROM Files WHERE bid = 2 AND file = '" + source +
+                               "/later/s" + std::to_string(i) + "'");
+        ASSERT_EQ(row.size(), 1u);
+        EXPECT_EQ(row[0][0], TestSignature(before[i]));
+        EXPECT_EQ(ReadFile(row[0][1]), before[i]);
+    }
+    EXPECT_EQ(AuditBackupFolder(GetBackupPath()), Strings{});
+}
+
+TEST_F(CBackupTest, FileThatGrowsBeforeItIsCopiedIsRecordedWithTheLengthCopied) {
+    CreateTree(source, Dir({{"log.txt", File("first line\n")}}));
+    ActiveCopyMethods().mode3 = [&](const std::string& from, const std::string& to,
+                                    ICopyObserver* observer) {
+        WriteFile(from, "first line\nsecond line\n");
+        return DefaultCopyMethods().mode3(from, to, observer);
+    };
+    Run();
+    EXPECT_EQ(FileRows(), FileRow(source + "/log.txt", "first line\nsecond line\n"));
+    EXPECT_EQ(StoreListing(), StoreEntries({"first line\nsecond line\n"}));
+    EXPECT_EQ(AuditBackupFolder(GetBackupPath()), Strings{});
+}
+
+TEST_F(CBackupTest, FileEmptiedBeforeItIsCopiedIsSkippedAsAZeroLengthFile) {
+    CreateTree(source, Dir({{"gone.txt", File("soon empty")}}));
+    ActiveCopyMethods().mode3 = [&](const std::string& from, const std::string& to,
+                                    ICopyObserver* observer) {
+        WriteFile(from, "");
+        return DefaultCopyMethods().mode3(from, to, observer);
+    };
+    Run();
+    EXPECT_TRUE(HasLine("Skipping " + source + "/gone.txt. Zero length file"));
+    EXPECT_TRUE(FileRows().empty());
+    EXPECT_EQ(StoreListing(), Strings{});
+}
+
+TEST_F(CBackupTest, CopyThatCannotShowItsBytesIsSignedFromTheStoredFile) {
+    // A copy method that writes without telling (here other bytes of the same size): the
+    // stored file is read back and named after what it holds.
+    CreateTree(source, Dir({{"a.txt", File("as listed")}}));
+    ActiveCopyMethods().mode3 = [&](const std::string&, const std::string& to, ICopyObserver*) {
+        WriteFile(to, "different");
+        return true;
+    };
+    Run();
+    EXPECT_EQ(FileRows(), FileRow(source + "/a.txt", "different"));
+    EXPECT_EQ(StoreListing(), StoreEntries({"different"}));
+}
+
+TEST_F(CBackupTest, FileSwappedForALinkAfterTheListingIsNotReadThroughTheLink) {
+    const std::string secret = env.Path("secret");
+    WriteFile(secret, "a file the user never chose");
+    ASSERT_EQ(::chmod(secret.c_str(), 0600), 0);
+    CreateTree(source, Dir({{"a.txt", File("alpha")}, {"b.txt", File("beta")}}));
+    CBackup backup;
+    Prepare(backup, source);
+    backup.OnStart = [&](int32_t) {
+        ::unlink((source + "/b.txt").c_str());
+        ASSERT_EQ(::symlink(secret.c_str(), (source + "/b.txt").c_str()), 0);
+    };
+    EXPECT_EQ(backup.Exec(), CBackup::Result::kEmpty);
+    EXPECT_EQ(StoreListing(), StoreEntries({"alpha"}));
+    EXPECT_EQ(FileRows(), FileRow(source + "/a.txt", "alpha"));
+}
+
+// ---- What a killed run leaves, and the earlier layout ----
+
+TEST_F(CBackupTest, TemporaryFilesOfAnInterruptedRunAreRemovedByTheNextRun) {
+    const std::string store = GetFilesPath();
+    const std::string kept = TestSignature("kept");
+    CreateTree(
+        store,
+        Dir({{".unfinished", File("")},
+             {kept.substr(0, 2),
+              Dir({{kept.substr(2, 2), Dir({{kept + ".QRV", File("kept")},
+                                            {"." + kept + ".QRV.1A2B3C4D.tmp", File("part")}})}})},
+             {"ef", Dir({{"01", Dir({{".x.QRV.00000000.tmp", File("p")}})}})},
+             {".hidden", File("not a temporary file")}}));
+    CreateTree(source, Dir({{"a.txt", File("alpha")}}));
+    Run();
+    EXPECT_TRUE(HasLine("Removed 2 unfinished backup files of an interrupted run"));
+    Strings expected = StoreEntries({"alpha", "kept"});
+    expected.insert(expected.begin(), {".hidden", "ef/", "ef/01/"});
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(StoreListing(), expected);
+}
+
+TEST_F(CBackupTest, TemporaryFilesAreLeftAloneWhenNoRunWasInterrupted) {
+    // Without the mark nothing is searched for: such files go at the next Compact.
+    const std::string store = GetFilesPath();
+    CreateTree(store, Dir({{"ab", Dir({{"cd", Dir({{".x.QRV.00000000.tmp", File("p")}})}})}}));
+    CreateTree(source, Dir({{"a.txt", File("alpha")}}));
+    Run();
+    EXPECT_EQ(CountLines("Removed "), 0u);
+    EXPECT_TRUE(Exists(store + "/ab/cd/.x.QRV.00000000.tmp"));
+    EXPECT_FALSE(Exists(store + "/.unfinished"));
+}
+
+TEST_F(CBackupTest, LegacyFileMovedIntoTheStoreIsMadePrivate) {
+    const std::string content = "stored flat by an earlier version";
+    CreateTree(source, Dir({{"doc.txt", File(content)}}));
+    const std::string legacy = GetFilesPath() + "/" + TestSignature(content) + ".QRV";
+    WriteFile(legacy, content);
+    ASSERT_EQ(::chmod(legacy.c_str(), 0644), 0);
+    Run();
+    EXPECT_EQ(Mode(StoreFile(content)), 0600u);
+    EXPECT_EQ(AuditBackupFolder(GetBackupPath()), Strings{});
 }
 
 } // namespace

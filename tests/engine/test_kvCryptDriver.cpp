@@ -2,10 +2,11 @@
 // last piece, unfilled bytes zero, lower-case hex) reproduced against known vectors and against
 // a plain MD5 of the padded content, and the empty result after an error.
 
-#include "TestSupport.h"
+#include "BackupFixture.h"
 
 #include "engine/kvCryptDriver.h"
 #include "support/modServices.h"
+#include "support/modYield.h"
 
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
@@ -160,6 +161,74 @@ TEST_F(HashFileTest, NameWithInvalidUtf8AndNewLineIsHashedByItsBytes) {
     const std::string content = PatternContent(5000);
     const std::string path = Write(std::string("n\xff\xfe\nme'\\x"), content);
     EXPECT_EQ(MD5File(path), PlainMD5(content + std::string(1, '\0')));
+}
+
+} // namespace
+
+namespace {
+
+TEST_F(HashFileTest, SignFileGivesTheSignatureWithTheLengthItCovers) {
+    const std::string content = PatternContent(100000);
+    EXPECT_EQ(SignFile(Write("f", content)),
+              (SignedContent{"63119aeb3a867b57a558f1fbd87c6a81", 100000}));
+}
+
+TEST_F(HashFileTest, SignFileOfAMissingFileIsEmptyAndReportedUnderHashFile) {
+    ErrHandler().DisplayMsgOnError(false);
+    EXPECT_EQ(SignFile(env.Path("missing")), SignedContent{});
+    EXPECT_EQ(ErrHandler().ErrProcedure(), "HashFile");
+    EXPECT_EQ(ErrHandler().ErrNumber(), 53);
+}
+
+TEST_F(HashFileTest, SymbolicLinkIsNotFollowed) {
+    ErrHandler().DisplayMsgOnError(false);
+    const std::string target = Write("target", "bytes of another file");
+    ASSERT_EQ(::symlink(target.c_str(), env.Path("link").c_str()), 0);
+    EXPECT_EQ(MD5File(env.Path("link")), "");
+    EXPECT_EQ(ErrHandler().ErrProcedure(), "HashFile");
+}
+
+TEST_F(HashFileTest, FileThatGrowsWhileItIsReadIsSignedAsItWasWhenOpened) {
+    const std::string content = PatternContent(600 * 1024);
+    const std::string path = Write("growing", content);
+    bool grown = false;
+    SetYieldHook([&] {
+        if (grown) return;
+        grown = true;
+        std::string more = ReadFile(path) + std::string(100 * 1024, 'x');
+        WriteFile(path, more);
+    });
+    EXPECT_EQ(SignFile(path), (SignedContent{TestSignature(content), content.size()}));
+    SetYieldHook(nullptr);
+    EXPECT_TRUE(grown);
+}
+
+TEST_F(HashFileTest, FileThatShrinksWhileItIsReadIsSignedAsTheBytesRead) {
+    const std::string content = PatternContent(600 * 1024);
+    const std::string path = Write("shrinking", content);
+    bool cut = false;
+    SetYieldHook([&] {
+        if (cut) return;
+        cut = true;
+        ASSERT_EQ(::truncate(path.c_str(), 300 * 1024), 0);
+    });
+    // The first read took 256 KiB; the rest of the file then ends at 300 KiB.
+    const std::string read = content.substr(0, 300 * 1024);
+    EXPECT_EQ(SignFile(path), (SignedContent{TestSignature(read), read.size()}));
+    SetYieldHook(nullptr);
+}
+
+TEST(CSignatureStream, BytesHandedInPiecesGiveTheFilesSignature) {
+    for (size_t length : {size_t{0}, size_t{1}, size_t{8192}, size_t{8193}, size_t{1048576}}) {
+        const std::string content = PatternContent(length);
+        CSignatureStream stream;
+        stream.Add("stale", 5);
+        stream.Restart();
+        for (size_t at = 0; at < length; at += 3001)
+            stream.Add(content.data() + at, std::min<size_t>(3001, length - at));
+        EXPECT_EQ(stream.Length(), length);
+        EXPECT_EQ(stream.Finish(), (SignedContent{TestSignature(content), length})) << length;
+    }
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 // the all-or-nothing write of a new destination, moves, and paths made of odd bytes.
 
 #include "TestSupport.h"
+#include "support/CRuntimeError.h"
 #include "support/modFSCommon.h"
 #include "support/modFileCopy.h"
 #include "support/modServices.h"
@@ -289,6 +290,15 @@ TEST(FSIsReadable, FileWithoutReadPermissionIsNot) {
     EXPECT_FALSE(FSIsReadable(dir.Path("locked")));
 }
 
+TEST(FSIsReadable, SymbolicLinkIsNotFollowedEvenToAReadableFile) {
+    ScopedTestEnv env;
+    const TestFolder dir(env);
+    WriteFile(dir.Path("target"), "readable");
+    ASSERT_EQ(::symlink(dir.Path("target").c_str(), dir.Path("link").c_str()), 0);
+    EXPECT_TRUE(FSIsReadable(dir.Path("target")));
+    EXPECT_FALSE(FSIsReadable(dir.Path("link")));
+}
+
 // ---- Folders ---------------------------------------------------------------------------------
 
 TEST(FSCreateFolder, FolderIsPrivateWhateverTheUmask) {
@@ -417,6 +427,49 @@ TEST(FSDeleteFile, LinkIsDeletedNotItsTarget) {
     EXPECT_EQ(ReadFile(dir.Path("target")), "x");
 }
 
+TEST(FSDeleteEmptyFolder, OnlyAnEmptyFolderGoes) {
+    ScopedTestEnv env;
+    const TestFolder dir(env);
+    CreateTree(dir.Root(), Dir({{"empty", Dir()}, {"full", Dir({{"f", File("kept")}})}}));
+    WriteFile(dir.Path("file"), "x");
+    EXPECT_TRUE(FSDeleteEmptyFolder(dir.Path("empty")));
+    EXPECT_FALSE(FSDeleteEmptyFolder(dir.Path("full")));
+    EXPECT_FALSE(FSDeleteEmptyFolder(dir.Path("file")));
+    EXPECT_FALSE(FSDeleteEmptyFolder(dir.Path("none")));
+    EXPECT_EQ(ListTree(dir.Root()), (Lines{"file", "full/", "full/f"}));
+    EXPECT_TRUE(env.box.calls.empty());
+}
+
+TEST(FSCreateTempBeside, EmptyPrivateFileWithAFreshTemporaryNameInTheSameFolder) {
+    ScopedTestEnv env;
+    const TestFolder dir(env);
+    const mode_t oldMask = ::umask(0);
+    const std::string first = FSCreateTempBeside(dir.Path("ab.QRV"));
+    const std::string second = FSCreateTempBeside(dir.Path("ab.QRV"));
+    ::umask(oldMask);
+    EXPECT_NE(first, second);
+    for (const std::string& temp : {first, second}) {
+        EXPECT_TRUE(
+            std::regex_match(temp, std::regex(dir.Root() + R"(/\.ab\.QRV\.[0-9A-F]{8}\.tmp)")))
+            << temp;
+        EXPECT_EQ(ReadFile(temp), "");
+        EXPECT_EQ(Mode(temp), 0600u);
+    }
+    EXPECT_FALSE(Exists(dir.Path("ab.QRV")));
+}
+
+TEST(FSCreateTempBeside, MissingFolderReachesTheCaller) {
+    ScopedTestEnv env;
+    const TestFolder dir(env);
+    try {
+        FSCreateTempBeside(dir.Path("gone/ab.QRV"));
+        ADD_FAILURE() << "no error";
+    } catch (const CRuntimeError& error) {
+        EXPECT_EQ(error.Number(), 76);
+    }
+    EXPECT_EQ(ListTree(dir.Root()), Lines{});
+}
+
 TEST(FSDeleteFolder, FolderAndAllItsContentGo) {
     ScopedTestEnv env;
     const TestFolder dir(env);
@@ -476,6 +529,37 @@ TEST(FSSyncFileSystem, FlushesTheFileSystemOfAnExistingPath) {
 
 // ---- Copy with retries -----------------------------------------------------------------------
 
+// Records what an observer of a copy is shown.
+struct RecordingObserver : ICopyObserver {
+    void Restart() override {
+        ++restarts;
+        bytes.clear();
+    }
+    void Written(const char* data, size_t size) override { bytes.append(data, size); }
+    int restarts = 0;
+    std::string bytes;
+};
+
+TEST(FSCopyFile, ObserverSeesTheBytesOfTheAttemptThatSucceeded) {
+    ScopedTestEnv env;
+    const TestFolder dir(env);
+    CopyMethodsGuard guard;
+    // The stream copy writes only half of the file and shows its observer nothing.
+    ActiveCopyMethods().mode3 = [](const std::string& source, const std::string& destination,
+                                   ICopyObserver*) {
+        const std::string content = ReadFile(source);
+        WriteFile(destination, content.substr(0, content.size() / 2));
+        return true;
+    };
+    const std::string content = PatternContent(3 << 20);
+    WriteFile(dir.Path("src"), content);
+    RecordingObserver observer;
+    EXPECT_TRUE(FSCopyFile(dir.Path("src"), dir.Path("dst"), &observer));
+    EXPECT_EQ(observer.restarts, 2);
+    EXPECT_TRUE(observer.bytes == content);
+    EXPECT_TRUE(ReadFile(dir.Path("dst")) == content);
+}
+
 TEST(FSCopyFile, FirstTryWithTheRightSizeSucceedsOnce) {
     ScopedTestEnv env;
     const TestFolder dir(env);
@@ -494,7 +578,8 @@ TEST(FSCopyFile, FirstTryLeavingAWrongSizeRetriesWithModeTwo) {
     CopyMethodsGuard guard;
     const std::string log = StartTestLog(env);
     // The stream copy writes only half of the file.
-    ActiveCopyMethods().mode3 = [](const std::string& source, const std::string& destination) {
+    ActiveCopyMethods().mode3 = [](const std::string& source, const std::string& destination,
+                                   ICopyObserver*) {
         const std::string content = ReadFile(source);
         WriteFile(destination, content.substr(0, content.size() / 2));
         return true;
@@ -545,13 +630,16 @@ TEST(FSCopyFile, CopyThatFailsTwiceRunsModeOneAndThenFails) {
     const TestFolder dir(env);
     CopyMethodsGuard guard;
     const std::string log = StartTestLog(env);
-    const auto failing = [](const std::string&, const std::string&) { return false; };
+    const auto failing = [](const std::string&, const std::string&, ICopyObserver*) {
+        return false;
+    };
     ActiveCopyMethods().mode3 = failing;
     ActiveCopyMethods().mode2 = failing;
     int modeOneCalls = 0;
-    ActiveCopyMethods().mode1 = [&](const std::string& source, const std::string& destination) {
+    ActiveCopyMethods().mode1 = [&](const std::string& source, const std::string& destination,
+                                    ICopyObserver* observer) {
         ++modeOneCalls;
-        return DefaultCopyMethods().mode1(source, destination);
+        return DefaultCopyMethods().mode1(source, destination, observer);
     };
     CreateTree(dir.Root(), Dir({{"x", Dir({{"a", File("data")}})}}));
     const std::string source = dir.Path("x/a");
@@ -586,7 +674,9 @@ TEST(FSCopyFile, FailureAtBasicLevelLogsRetriesAndTheFailure) {
     const TestFolder dir(env);
     CopyMethodsGuard guard;
     const std::string log = StartTestLog(env, 1);
-    ActiveCopyMethods().mode3 = [](const std::string&, const std::string&) { return false; };
+    ActiveCopyMethods().mode3 = [](const std::string&, const std::string&, ICopyObserver*) {
+        return false;
+    };
     ActiveCopyMethods().mode2 = ActiveCopyMethods().mode3;
     WriteFile(dir.Path("a"), "data");
     EXPECT_FALSE(FSCopyFile(dir.Path("a"), dir.Path("b")));
@@ -604,7 +694,8 @@ TEST(FSCopyFile, EveryTryFailingHalfWayLeavesNoPartialFile) {
     const TestFolder dir(env);
     CopyMethodsGuard guard;
     std::vector<std::string> targets;
-    const auto partial = [&](const std::string& source, const std::string& destination) {
+    const auto partial = [&](const std::string& source, const std::string& destination,
+                             ICopyObserver*) {
         targets.push_back(destination);
         WriteFile(destination, ReadFile(source).substr(0, 10));
         return false;
@@ -626,9 +717,10 @@ TEST(FSCopyFile, NewDestinationIsWrittenUnderATemporaryNameBesideIt) {
     CopyMethodsGuard guard;
     std::vector<Lines> seen;
     const CopyMethods real = DefaultCopyMethods();
-    ActiveCopyMethods().mode3 = [&](const std::string& source, const std::string& destination) {
+    ActiveCopyMethods().mode3 = [&](const std::string& source, const std::string& destination,
+                                    ICopyObserver* observer) {
         seen.push_back(ListTree(dir.Path("store")));
-        const bool copied = real.mode3(source, destination);
+        const bool copied = real.mode3(source, destination, observer);
         seen.push_back({destination});
         return copied;
     };
@@ -649,9 +741,10 @@ TEST(FSCopyFile, ExistingDestinationIsWrittenInPlace) {
     CopyMethodsGuard guard;
     Lines targets;
     const CopyMethods real = DefaultCopyMethods();
-    ActiveCopyMethods().mode3 = [&](const std::string& source, const std::string& destination) {
+    ActiveCopyMethods().mode3 = [&](const std::string& source, const std::string& destination,
+                                    ICopyObserver* observer) {
         targets.push_back(destination);
-        return real.mode3(source, destination);
+        return real.mode3(source, destination, observer);
     };
     WriteFile(dir.Path("src"), "abc");
     WriteFile(dir.Path("dst"), "xyz");

@@ -67,7 +67,7 @@ TEST(CopyFileByMode, ExclusiveCopyOntoAnExistingFileLeavesItButAnswersTrue) {
     ScopedTestEnv env;
     WriteFile(env.Path("src"), "abc");
     WriteFile(env.Path("dst"), "old content");
-    EXPECT_FALSE(DefaultCopyMethods().mode1(env.Path("src"), env.Path("dst")));
+    EXPECT_FALSE(DefaultCopyMethods().mode1(env.Path("src"), env.Path("dst"), nullptr));
     EXPECT_TRUE(CopyFileByMode(env.Path("src"), env.Path("dst"), 1));
     EXPECT_EQ(ReadFile(env.Path("dst")), "old content");
 }
@@ -200,14 +200,63 @@ TEST(CopyFileByMode, FifoDestinationIsRefusedWithoutBlocking) {
     }
 }
 
+TEST(CopyFileByMode, SymbolicLinkAsSourceIsNotFollowedInAnyMode) {
+    ScopedTestEnv env;
+    WriteFile(env.Path("secret"), "not chosen");
+    ASSERT_EQ(::symlink(env.Path("secret").c_str(), env.Path("link").c_str()), 0);
+    for (int32_t mode : {3, 2}) {
+        EXPECT_FALSE(CopyFileByMode(env.Path("link"), env.Path("dst"), mode)) << mode;
+        EXPECT_EQ(ReadFile(env.Path("dst")), "") << mode;
+    }
+}
+
+// Records what an observer of a copy is shown.
+struct RecordingObserver : ICopyObserver {
+    void Restart() override {
+        ++restarts;
+        bytes.clear();
+    }
+    void Written(const char* data, size_t size) override {
+        bytes.append(data, size);
+        ++pieces;
+    }
+    int restarts = 0;
+    int pieces = 0;
+    std::string bytes;
+};
+
+TEST(CopyFileByMode, ObserverSeesEveryByteWrittenInOrderInEveryMode) {
+    ScopedTestEnv env;
+    const std::string content = PatternContent((3 << 20) + 17);
+    WriteFile(env.Path("src"), content);
+    for (int32_t mode : {3, 2, 1}) {
+        ::unlink(env.Path("dst").c_str());
+        RecordingObserver observer;
+        EXPECT_TRUE(CopyFileByMode(env.Path("src"), env.Path("dst"), mode, &observer)) << mode;
+        EXPECT_EQ(observer.restarts, 1) << mode;
+        EXPECT_EQ(observer.pieces, 4) << mode; // 1 MiB blocks
+        EXPECT_TRUE(observer.bytes == content) << mode;
+        EXPECT_TRUE(ReadFile(env.Path("dst")) == content) << mode;
+    }
+}
+
+TEST(CopyFileByMode, ObserverOfACopyThatCannotStartSeesNothing) {
+    ScopedTestEnv env;
+    RecordingObserver observer;
+    EXPECT_FALSE(CopyFileByMode(env.Path("none"), env.Path("dst"), 3, &observer));
+    EXPECT_EQ(observer.restarts, 1);
+    EXPECT_EQ(observer.bytes, "");
+}
+
 TEST(CopyFileByMode, ReplacedMethodIsTheOneCalled) {
     ScopedTestEnv env;
     CopyMethodsGuard guard;
     std::vector<std::string> calls;
     const CopyMethods real = DefaultCopyMethods();
-    ActiveCopyMethods().mode2 = [&](const std::string& source, const std::string& destination) {
+    ActiveCopyMethods().mode2 = [&](const std::string& source, const std::string& destination,
+                                    ICopyObserver* observer) {
         calls.push_back(source + " -> " + destination);
-        return real.mode2(source, destination);
+        return real.mode2(source, destination, observer);
     };
     WriteFile(env.Path("src"), "abc");
     EXPECT_TRUE(CopyFileByMode(env.Path("src"), env.Path("dst"), 2));
@@ -219,7 +268,7 @@ TEST(CopyFileByMode, MethodThatRaisesIsACopyThatFailed) {
     ScopedTestEnv env;
     CopyMethodsGuard guard;
     const std::string log = StartTestLog(env);
-    const auto raising = [](const std::string&, const std::string&) -> bool {
+    const auto raising = [](const std::string&, const std::string&, ICopyObserver*) -> bool {
         throw std::runtime_error("broken");
     };
     ActiveCopyMethods().mode1 = raising;

@@ -1,0 +1,85 @@
+#include "StoreAudit.h"
+
+#include "BackupFixture.h"
+#include "TestSupport.h"
+
+#include <sys/stat.h>
+
+namespace {
+
+bool IsTemporary(const std::string& name) {
+    return name.size() > 4 && name[0] == '.' && name.ends_with(".tmp");
+}
+
+void AuditStoreFiles(const std::string& backup, AuditMoment moment,
+                     std::vector<std::string>& problems) {
+    const std::string store = backup + "/Files";
+    for (const std::string& entry : ListTree(store)) {
+        if (entry.back() == '/') continue;
+        const std::string path = store + "/" + entry;
+        const std::string name = entry.substr(entry.rfind('/') + 1);
+        if (IsTemporary(name) || name == ".unfinished") {
+            if (moment == AuditMoment::kAfterCleanRun) problems.push_back("left behind: " + entry);
+            continue;
+        }
+        if (!name.ends_with(".QRV")) {
+            problems.push_back("stray file: " + entry);
+            continue;
+        }
+        if (TestSignature(ReadFile(path)) + ".QRV" != name)
+            problems.push_back("content differs from its name: " + entry);
+        struct stat st {};
+        if (::lstat(path.c_str(), &st) != 0 || (st.st_mode & 07777) != 0600)
+            problems.push_back("not private: " + entry);
+    }
+}
+
+void AuditRows(const std::string& backup, std::vector<std::string>& problems) {
+    const std::string db = backup + "/db/Backup.db";
+    const auto check = SqlRows(db, "PRAGMA integrity_check");
+    if (check != std::vector<std::vector<std::string>>{{"ok"}}) {
+        problems.push_back("catalogue fails its integrity check");
+        return;
+    }
+    const auto rows = SqlRows(db, "SELECT f.bid, f.md5, f.backup, f.size, f.file FROM Files f "
+                                  "JOIN Backups b ON f.bid = b.bid ORDER BY f.fid");
+    for (const auto& row : rows) {
+        const std::string& md5 = row[1];
+        const std::string where = "run " + row[0] + ", " + row[4] + ": ";
+        if (md5.size() != 32) {
+            problems.push_back(where + "no signature");
+            continue;
+        }
+        const std::string stored =
+            backup + "/Files/" + md5.substr(0, 2) + "/" + md5.substr(2, 2) + "/" + md5 + ".QRV";
+        if (row[2].substr(row[2].rfind('/') + 1) != md5 + ".QRV")
+            problems.push_back(where + "backup " + row[2] + " is not the file of its signature");
+        struct stat st {};
+        if (::stat(stored.c_str(), &st) != 0) {
+            problems.push_back(where + "store file missing");
+            continue;
+        }
+        const size_t digits = row[3].find_first_not_of(' ');
+        const std::string size = digits == std::string::npos ? "" : row[3].substr(digits);
+        if (size != std::to_string(st.st_size))
+            problems.push_back(where + "size " + size + " but the store file holds " +
+                               std::to_string(st.st_size));
+    }
+}
+
+} // namespace
+
+std::vector<std::string> AuditBackupFolder(const std::string& backup, AuditMoment moment) {
+    std::vector<std::string> problems;
+    AuditStoreFiles(backup, moment, problems);
+    if (moment == AuditMoment::kAfterCleanRun) AuditRows(backup, problems);
+    return problems;
+}
+
+std::vector<std::string> CommittedRuns(const std::string& backup) {
+    std::vector<std::string> bids;
+    for (const auto& row :
+         SqlRows(backup + "/db/Backup.db", "SELECT bid FROM Backups ORDER BY bid"))
+        bids.push_back(row[0]);
+    return bids;
+}

@@ -1,0 +1,21 @@
+#pragma once
+
+// What a backup folder must be whatever happened to the program that wrote it: a sound
+// catalogue; store files whose content has the signature of their name, private (0600); and
+// rows of every committed run that point at the store file of their signature, of the size
+// they record. The audit returns one line per problem found, so a test that expects none
+// prints them all.
+
+#include <string>
+#include <vector>
+
+enum class AuditMoment {
+    kAfterCleanRun, // no temporary file and no mark of an unfinished run may be left
+    kJustKilled,    // a killed run may leave both; the catalogue is not read (its journal is hot)
+};
+
+std::vector<std::string> AuditBackupFolder(const std::string& backup,
+                                           AuditMoment moment = AuditMoment::kAfterCleanRun);
+
+// The ids of the committed runs, ascending.
+std::vector<std::string> CommittedRuns(const std::string& backup);
