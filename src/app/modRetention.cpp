@@ -6,6 +6,7 @@
 #include "app/modSetup.h"
 #include "catalogue/CDatabase.h"
 #include "catalogue/modBulkQuery.h"
+#include "catalogue/modSQLQuote.h"
 #include "engine/CDriveMap.h"
 #include "support/CProcTrap.h"
 #include "support/modFSCommon.h"
@@ -65,31 +66,18 @@ size_t LikeCharBytes(const std::string& text, size_t count) {
     return i;
 }
 
-// The signatures that keep a store file, read once. The per-file rule asks for the rows with
-// md5 = '<signature>' and keeps the file when the first of them (the lowest fid: the engine
-// scans the table in that order) has a non-empty `file`. Only text equals a quoted text, so
-// NULL and blob values keep nothing.
+// The signatures that keep a store file, read once: every md5 value that any row holds. (The
+// lookup of one row per file, as first written, let a file go when the first of its rows had an
+// empty `file`; a store file that any row names is never deleted.)
 class SignaturesInUse {
 public:
     bool Load(const ADOSQLite& db, std::string& error) {
-        std::unordered_map<std::string, bool> firstRow;
-        if (!ForEachRow(
-                db, "SELECT md5, file FROM Files WHERE typeof(md5) = 'text' ORDER BY fid",
-                [&](const auto& row) {
-                    firstRow.try_emplace(std::string(row[0]), !row[1].empty());
-                },
-                error))
-            return false;
-        for (const auto& [signature, hasFile] : firstRow)
-            if (hasFile) m_used.insert(signature);
-        return true;
+        return ForEachRow(
+            db, "SELECT DISTINCT md5 FROM Files WHERE md5 IS NOT NULL",
+            [&](const auto& row) { m_used.emplace(row[0]); }, error);
     }
 
-    bool Keeps(const std::string& signature, CDatabase& db) const {
-        // An apostrophe ends the quoted text early: only the literal lookup answers as it does.
-        if (signature.find('\'') != std::string::npos) return !db.GetFileFromMD5(signature).empty();
-        return m_used.count(signature) > 0;
-    }
+    bool Keeps(const std::string& signature) const { return m_used.count(signature) > 0; }
 
 private:
     std::unordered_set<std::string> m_used;
@@ -100,9 +88,9 @@ private:
 // decoded (see LikeChars), and "_" stands for any one character. A folder is split after its
 // last "_" or non-ASCII byte: the engine's own LIKE matches that head against each value once
 // (one character of the value per character of the head), and the plain ASCII tail is looked up
-// among the sorted, lowered rests of the values that matched. A folder with an apostrophe (a SQL
-// error, shown) or a "%" in its head is asked literally. sqlite3_strlike is the engine's LIKE as
-// the catalogue uses it (no ICU, case_sensitive_like off).
+// among the sorted, lowered rests of the values that matched. A folder with a "%" in its head is
+// asked literally. sqlite3_strlike is the engine's LIKE as the catalogue uses it (no ICU,
+// case_sensitive_like off).
 class FolderReferences {
 public:
     bool Load(const ADOSQLite& db, std::string& error) {
@@ -117,7 +105,6 @@ public:
     }
 
     bool Unused(const std::string& folder) {
-        if (folder.find('\'') != std::string::npos) return IsBackupFolderUnused(folder);
         size_t split = 0;
         for (size_t i = 0; i < folder.size(); ++i) {
             const auto c = static_cast<unsigned char>(folder[i]);
@@ -158,17 +145,27 @@ std::string SignatureOfName(const std::string& name) {
     return name.substr(0, name.size() >= extension + 1 ? name.size() - extension - 1 : 0);
 }
 
-void DeleteIfOrphan(const std::string& path, const SignaturesInUse& signatures,
-                    FolderReferences& folders, CDatabase& db) {
-    if (signatures.Keeps(SignatureOfName(FSGetNamePart(path)), db)) return;
+// A folder below the store that may go: no row lies under it and it is empty. Emptiness is
+// the safe half: rows hold the store path as it was spelt when they were written, so a backup
+// folder reached by another path (a drive mounted elsewhere, a link) looks unused while it
+// still holds the files of kept runs. The store folder itself, and anything above it, stays.
+bool DeleteUnusedFolder(const std::string& folder, const std::string& store,
+                        FolderReferences& folders) {
+    if (folder.size() <= store.size() + 1 || folder.compare(0, store.size() + 1, store + "/") != 0)
+        return false;
+    return folders.Unused(folder) && FSDeleteEmptyFolder(folder);
+}
+
+void DeleteIfOrphan(const std::string& path, const std::string& store,
+                    const SignaturesInUse& signatures, FolderReferences& folders) {
+    if (signatures.Keeps(SignatureOfName(FSGetNamePart(path)))) return;
     FSDeleteFile(path);
     std::string folder = FSGetPathPart(path);
     folder.pop_back();
-    if (!folders.Unused(folder)) return;
-    FSDeleteFolder(folder);
+    if (!DeleteUnusedFolder(folder, store, folders)) return;
     // One level up: less "/" and the two-character folder name.
-    const std::string parent = folder.substr(0, folder.size() >= 3 ? folder.size() - 3 : 0);
-    if (folders.Unused(parent)) FSDeleteFolder(parent);
+    DeleteUnusedFolder(folder.substr(0, folder.size() >= 3 ? folder.size() - 3 : 0), store,
+                       folders);
 }
 
 } // namespace
@@ -187,12 +184,12 @@ void PruneAllSources() {
 }
 
 void PruneSource(const std::string& source, int16_t& limit) {
-    if (limit == -1) {
-        limit = SetupToInt(GetSetupValue("MaxBackups"));
-        if (limit == 0) limit = 10;
-    }
+    if (limit == -1) limit = SetupToInt(GetSetupValue("MaxBackups"));
+    // 0, an absent or empty setting, and every other limit below 1 keep ten runs: a limit below
+    // 1 taken as it stands would drop every run of the source, and Compact then its content.
+    if (limit < 1) limit = 10;
     ADOSQLite db;
-    QueryCatalogue(db, "Backups", sqlaction::kSelect, "source = '" + source + "'", "bid");
+    QueryCatalogue(db, "Backups", sqlaction::kSelect, "source = " + SQLLiteral(source), "bid");
     // Runs are dropped oldest first (ascending bid); the newest `limit` stay.
     if (limit >= db.RecordCount()) return;
     const int32_t drop = db.RecordCount() - limit;
@@ -263,7 +260,7 @@ bool KillOrphans() {
         const int32_t count = finder.FileCount();
         finder.MoveFirst();
         while (!finder.Eof()) {
-            DeleteIfOrphan(finder.FilePath(), signatures, folders, db);
+            DeleteIfOrphan(finder.FilePath(), filesPath, signatures, folders);
             finder.MoveNext();
             const int32_t percent = static_cast<int32_t>(int64_t{finder.Idx()} * 100 / count);
             if (percent < 100 && g_view.progress) g_view.progress(percent);
@@ -278,7 +275,7 @@ bool KillOrphans() {
 
 bool IsBackupFolderUnused(const std::string& folder) {
     ADOSQLite db;
-    QueryCatalogue(db, "Files", sqlaction::kSelect, "backup LIKE '" + folder + "/%'");
+    QueryCatalogue(db, "Files", sqlaction::kSelect, "backup LIKE " + SQLLiteral(folder + "/%"));
     if (db.Err()) {
         MsgBox(db.ErrMsg(), mb::kCritical | mb::kOKOnly, "QRV - Stashwell");
         return false;

@@ -3,10 +3,10 @@
 // Keeps the catalogue and the store bounded. Dropping runs (PruneSource, DeleteBackupRun) only
 // deletes Backups rows; the Files and Paths rows and the store files of dropped runs go only at
 // Compact (PruneDBTree, KillOrphans, VacuumDB). A store file is an orphan when no Files row
-// holds the signature in its name. KillOrphans and PurgeOldLogs find their victims in one pass
-// over the folder and one read of the columns they need, whatever the size of the store, and
-// KillOrphans deletes exactly what one lookup per file and one LIKE query per orphan folder
-// would (names and folders that SQL text cannot hold as written are asked that way).
+// holds the signature in its name; a store folder goes when no row lies under it and it is
+// empty. KillOrphans and PurgeOldLogs find their victims in one pass over the folder and one
+// read of the columns they need, whatever the size of the store. Compact never runs beside a
+// backup of the same backup folder (CBackupFolderLock), whose rows are not committed yet.
 
 #include <cstdint>
 #include <functional>
@@ -20,7 +20,8 @@ struct MaintenanceView {
 void SetMaintenanceView(MaintenanceView view);
 
 void PruneAllSources();
-// A limit of -1 reads MaxBackups (0, absent or empty = 10) and writes it back into `limit`.
+// A limit of -1 reads MaxBackups; any limit below 1 (also 0, absent or empty) keeps ten runs.
+// The limit applied is written back into `limit`.
 void PruneSource(const std::string& source, int16_t& limit);
 void DeleteBackupRun(int32_t bid);
 void PruneDBTree();

@@ -24,6 +24,7 @@
 #include <random>
 #include <string>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 // Readable failure output for recorded message boxes.
@@ -86,27 +87,41 @@ off_t FileSize(const std::string& path) {
     return st.st_size;
 }
 
-// The per-file rule, run literally: one signature lookup per store file, one folder query per
-// orphan folder level. The reference that KillOrphans must agree with.
+// Whether any row holds `signature` as its md5, whatever the value's type.
+bool HeldByARow(const std::string& signature) {
+    std::string text = signature;
+    for (size_t at = 0; (at = text.find('\'', at)) != std::string::npos; at += 2)
+        text.insert(at, 1, '\'');
+    return SqlRows(GetDBPath(), "SELECT count(*) FROM Files WHERE md5 IS NOT NULL AND CAST(md5 "
+                                "AS TEXT) = '" +
+                                    text + "'") != std::vector<Lines>{{"0"}};
+}
+
+// A folder that may go: below the store, no row under it, and empty.
+bool DeleteUnusedFolderLiterally(const std::string& folder) {
+    const std::string store = GetFilesPath() + "/";
+    return folder.size() > store.size() && folder.compare(0, store.size(), store) == 0 &&
+           IsBackupFolderUnused(folder) && FSDeleteEmptyFolder(folder);
+}
+
+// The per-file rule, run literally: one lookup of the signature per store file (any row that
+// holds it keeps the file), one folder query per orphan folder level, and a folder goes only
+// when it is empty as well. The reference that KillOrphans must agree with.
 void DeleteOrphansOneByOne() {
     CDriveMap finder;
     finder.Hidden(true);
     finder.System(true);
     finder.SourcePath(GetFilesPath());
     finder.Exec();
-    CDatabase db;
-    db.Connect(GetDBPath());
     for (finder.MoveFirst(); !finder.Eof(); finder.MoveNext()) {
         const std::string path = finder.FilePath();
         const std::string name = FSGetNamePart(path);
         const std::string signature = name.substr(0, name.size() - FSGetExtension(name).size() - 1);
-        if (!db.GetFileFromMD5(signature).empty()) continue;
+        if (HeldByARow(signature)) continue;
         FSDeleteFile(path);
         const std::string folder = path.substr(0, path.rfind('/'));
-        if (!IsBackupFolderUnused(folder)) continue;
-        FSDeleteFolder(folder);
-        const std::string upper = folder.substr(0, folder.size() - 3);
-        if (IsBackupFolderUnused(upper)) FSDeleteFolder(upper);
+        if (!DeleteUnusedFolderLiterally(folder)) continue;
+        DeleteUnusedFolderLiterally(folder.substr(0, folder.size() - 3));
     }
 }
 
@@ -245,6 +260,40 @@ TEST_F(Retention, ZeroMaxBackupsKeepsTenRuns) {
     PruneSource("/src", limit);
     EXPECT_EQ(limit, 10);
     EXPECT_EQ(Bids("/src"), Numbers(4, 13));
+}
+
+TEST_F(Retention, NegativeMaxBackupsKeepsTenRuns) {
+    for (const std::string stored : {"-1", "-7"}) {
+        f.SetOption("MaxBackups", stored);
+        AddRuns("/src" + stored, 13);
+        int16_t limit = -1;
+        PruneSource("/src" + stored, limit);
+        EXPECT_EQ(limit, 10) << stored;
+        EXPECT_EQ(Bids("/src" + stored).size(), 10u) << stored;
+    }
+}
+
+TEST_F(Retention, LimitBelowOneFromTheCallerKeepsTenRunsWithoutReadingTheSetting) {
+    f.SetOption("MaxBackups", "2");
+    AddRuns("/zero", 12);
+    AddRuns("/minus", 12);
+    int16_t zero = 0;
+    PruneSource("/zero", zero);
+    int16_t minus = -3;
+    PruneSource("/minus", minus);
+    EXPECT_EQ(zero, 10);
+    EXPECT_EQ(minus, 10);
+    EXPECT_EQ(Bids("/zero"), Numbers(3, 12));
+    EXPECT_EQ(Bids("/minus"), Numbers(15, 24));
+}
+
+TEST_F(Retention, SourceWithAnApostropheIsPrunedLikeAnyOther) {
+    f.SetOption("MaxBackups", "2");
+    AddRuns("/home/Bob's Documents", 4);
+    int16_t limit = -1;
+    PruneSource("/home/Bob's Documents", limit);
+    EXPECT_EQ(Bids("/home/Bob's Documents"), Numbers(3, 4));
+    EXPECT_TRUE(f.env.box.calls.empty());
 }
 
 TEST_F(Retention, ExactlyMaxBackupsRunsDeletesNothing) {
@@ -413,6 +462,27 @@ TEST_F(Retention, StoreFileWhoseSignatureIsInAnyRowIsKept) {
     // The orphan's own folder goes; the level above still holds a1's folder.
     EXPECT_FALSE(Exists(backup + "/Files/a1/f0"));
     EXPECT_TRUE(Exists(backup + "/Files/a1/00"));
+}
+
+TEST_F(Retention, StoreReachedByAnotherPathKeepsEveryFileOfItsRuns) {
+    // Rows written while the backup folder was reached as `backup`; the drive is now reached
+    // through a link, so no row's path lies under any folder of the store as it is now spelt.
+    AddRuns("/src", 1);
+    for (const std::string head : {"ab01", "ab02", "cd01"}) {
+        Record(1, Sig(head));
+        PutFile(head.substr(0, 2) + "/" + head.substr(2, 2) + "/" + Sig(head) + ".QRV");
+    }
+    PutFile("ab/01/" + Sig("ab019") + ".QRV");
+    PutFile("cd/01/" + Sig("cd019") + ".QRV");
+    const std::string link = f.env.Path("remounted");
+    ASSERT_EQ(::symlink(backup.c_str(), link.c_str()), 0);
+    WriteRegSetting("BackupPath", link);
+    EXPECT_TRUE(KillOrphans());
+    WriteRegSetting("BackupPath", backup);
+    EXPECT_EQ(StoreTree(),
+              (Lines{"Files/", "Files/ab/", "Files/ab/01/", "Files/ab/01/" + Sig("ab01") + ".QRV",
+                     "Files/ab/02/", "Files/ab/02/" + Sig("ab02") + ".QRV", "Files/cd/",
+                     "Files/cd/01/", "Files/cd/01/" + Sig("cd01") + ".QRV"}));
 }
 
 TEST_F(Retention, OrphanInAFolderWithReferencedFilesGoesAndTheFolderStays) {
@@ -630,15 +700,16 @@ TEST_F(Retention, SameAsPerFileRuleForABackupPathWithOtherThanAsciiBytes) {
 
 TEST_F(Retention, SameAsPerFileRuleWhenRowsPointAtAnotherFolderThanTheStoreFile) {
     AddRuns("/src", 1);
-    // Kept by its signature, but its row places it elsewhere: its folder counts as unused and
-    // goes, with it, when the orphan beside it is deleted.
+    // Kept by its signature, but its row places it elsewhere: its folder counts as unused, yet
+    // it still holds the kept file and stays.
     Record(1, Sig("abcd1"), backup + "/Files/zz/zz/" + Sig("abcd1") + ".QRV");
     PutFile("ab/cd/" + Sig("abcd1") + ".QRV");
     PutFile("ab/cd/" + Sig("abcd2") + ".QRV");
     // An orphan in a folder that a row of another signature points into.
     Record(1, Sig("efgh9"));
     PutFile("ef/gh/" + Sig("efgh1") + ".QRV");
-    ExpectSameAsPerFileRule({"Files/", "Files/ef/", "Files/ef/gh/"});
+    ExpectSameAsPerFileRule({"Files/", "Files/ab/", "Files/ab/cd/",
+                             "Files/ab/cd/" + Sig("abcd1") + ".QRV", "Files/ef/", "Files/ef/gh/"});
 }
 
 TEST_F(Retention, SameAsPerFileRuleForAnEmptyFilesTable) {
@@ -650,10 +721,10 @@ TEST_F(Retention, SameAsPerFileRuleForAnEmptyFilesTable) {
 }
 
 TEST_F(Retention, SameAsPerFileRuleForAStrayFileAtTheTopOfAnUnreferencedStore) {
-    // The folder of a top-level file is the store itself: with no row under it, it goes whole.
+    // The folder of a top-level file is the store itself, which stays even with no row under it.
     PutFile("ab/cd/" + Sig("abcd") + ".QRV");
     PutFile(Sig("abcd") + ".QRV");
-    ExpectSameAsPerFileRule({});
+    ExpectSameAsPerFileRule({"Files/"});
 }
 
 TEST_F(Retention, SameAsPerFileRuleForRowsWithoutSignatureOrFile) {
@@ -662,38 +733,36 @@ TEST_F(Retention, SameAsPerFileRuleForRowsWithoutSignatureOrFile) {
     Sql("INSERT INTO Files (bid, md5, file, backup) SELECT 1, NULL, '/data/n', " +
         Quoted(backup + "/Files/zz/zz/n.QRV"));
     PutFile("ab/cd/.QRV");
-    // The first row of a signature has an empty file: the lookup answers "", an orphan.
+    // Rows with an empty file, first or later, and a signature held as a blob: every row that
+    // holds the signature keeps the file.
     Sql("INSERT INTO Files (bid, md5, file, backup) SELECT 1, " + Quoted(Sig("ef01")) + ", '', " +
         Quoted(StorePath(Sig("ef01"))));
     Record(1, Sig("ef01"));
     PutFile("ef/01/" + Sig("ef01") + ".QRV");
-    // A later row with an empty file does not matter.
     Record(1, Sig("ef02"));
     Sql("INSERT INTO Files (bid, md5, file, backup) SELECT 1, " + Quoted(Sig("ef02")) + ", '', " +
         Quoted(StorePath(Sig("ef02"))));
     PutFile("ef/02/" + Sig("ef02") + ".QRV");
-    // Only text equals the quoted signature.
     Sql("INSERT INTO Files (bid, md5, file, backup) SELECT 1, CAST(" + Quoted(Sig("ef03")) +
         " AS BLOB), '/data/b', " + Quoted(StorePath(Sig("ef03"))));
     PutFile("ef/03/" + Sig("ef03") + ".QRV");
-    ExpectSameAsPerFileRule({"Files/", "Files/ef/", "Files/ef/01/", "Files/ef/02/",
-                             "Files/ef/02/" + Sig("ef02") + ".QRV", "Files/ef/03/"});
+    ExpectSameAsPerFileRule({"Files/", "Files/ef/", "Files/ef/01/",
+                             "Files/ef/01/" + Sig("ef01") + ".QRV", "Files/ef/02/",
+                             "Files/ef/02/" + Sig("ef02") + ".QRV", "Files/ef/03/",
+                             "Files/ef/03/" + Sig("ef03") + ".QRV"});
 }
 
 TEST_F(Retention, SameAsPerFileRuleForAnApostropheInTheBackupPath) {
-    // Every folder test is a SQL error: shown, and the folder kept.
+    // Folders with apostrophes are asked like any other, without an error.
     UseBackupPath("Bob's Backup");
     AddRuns("/src", 1);
     Record(1, Sig("abcd1"));
     PutFile("ab/cd/" + Sig("abcd1") + ".QRV");
     PutFile("ab/cd/" + Sig("abcd2") + ".QRV");
     PutFile("ef/gh/it's.QRV");
-    ExpectSameAsPerFileRule({"Files/", "Files/ab/", "Files/ab/cd/",
-                             "Files/ab/cd/" + Sig("abcd1") + ".QRV", "Files/ef/", "Files/ef/gh/"});
-    EXPECT_EQ(f.env.box.calls.size(), 2u);
-    ASSERT_FALSE(f.env.box.calls.empty());
-    EXPECT_EQ(f.env.box.calls[0].style, 16);
-    EXPECT_EQ(f.env.box.calls[0].title, "QRV - Stashwell");
+    ExpectSameAsPerFileRule(
+        {"Files/", "Files/ab/", "Files/ab/cd/", "Files/ab/cd/" + Sig("abcd1") + ".QRV"});
+    EXPECT_TRUE(f.env.box.calls.empty());
 }
 
 TEST_F(Retention, SameAsPerFileRuleForAPercentSignInTheBackupPath) {
@@ -710,16 +779,17 @@ TEST_F(Retention, SameAsPerFileRuleForAPercentSignInTheBackupPath) {
 
 TEST_F(Retention, SameAsPerFileRuleForStrayFolderNames) {
     AddRuns("/src", 1);
-    // Below a three-letter folder: its level "above" is ".../ab/", unused, and goes whole.
+    // Below a three-letter folder: its level "above" is ".../ab/", unused, but not empty.
     Record(1, Sig("abcd"));
     PutFile("ab/cd/" + Sig("abcd") + ".QRV");
     PutFile("ab/xyz/stray.QRV");
-    // A one-letter folder: its level "above" is ".../File", which does not exist.
+    // A one-letter folder: its level "above" is ".../File", outside the store.
     PutFile("q/r.QRV");
     // A folder in use keeps the level above from being examined.
     Record(1, Sig("k1"), backup + "/Files/cd/uvw/k1.QRV");
     PutFile("cd/uvw/stray.QRV");
-    ExpectSameAsPerFileRule({"Files/", "Files/cd/", "Files/cd/uvw/"});
+    ExpectSameAsPerFileRule({"Files/", "Files/ab/", "Files/ab/cd/",
+                             "Files/ab/cd/" + Sig("abcd") + ".QRV", "Files/cd/", "Files/cd/uvw/"});
 }
 
 TEST_F(Retention, SameAsPerFileRuleOnAGeneratedStore) {
