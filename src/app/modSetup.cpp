@@ -3,6 +3,10 @@
 // Creation runs every statement of the catalogue's format in one transaction on its own
 // connection and shows each failure in its own box without stopping; the settings store opens
 // and closes a connection per call, so it can be used while a backup run holds another one.
+//
+// A new catalogue is built whole under a temporary name beside its place and renamed into
+// place only when complete, so a start killed during creation leaves no half-made catalogue.
+// An empty catalogue file, what such a start left before, holds nothing and is made anew.
 
 #include "app/modCatalogueQuery.h"
 #include "app/modPaths.h"
@@ -11,6 +15,12 @@
 #include "support/modFSCommon.h"
 #include "support/modMsgBox.h"
 #include "support/modNumText.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 
@@ -24,6 +34,34 @@ std::string TrimBlanks(const std::string& text) {
 
 void EnsureFolder(const std::string& path) {
     if (!FSFolderExists(path)) FSCreateFolder(path);
+}
+
+// The two statements of SetSetupValue on a connected catalogue.
+void StoreSetupValue(ADOSQLite& db, const std::string& key, const std::string& value) {
+    db.Table("Setup");
+    db.Action(sqlaction::kDelete);
+    db.Where("key = '" + key + "'");
+    db.Exec();
+
+    db.Reset();
+    db.Action(sqlaction::kInsert);
+    db.Table("Setup");
+    db.Field("key", "'" + TrimBlanks(key) + "'");
+    db.Field("value", "'" + TrimBlanks(value) + "'");
+    db.Exec();
+}
+
+void RemoveCatalogueFiles(const std::string& path) {
+    FSDeleteFile(path);
+    FSDeleteFile(path + "-journal");
+}
+
+// Makes a rename in `folder` last through a power cut.
+void SyncFolder(const std::string& folder) {
+    const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) return; // the rename itself is done; only its durability is at stake
+    ::fsync(fd);
+    ::close(fd);
 }
 
 // Runs one statement as it stands; a failure is shown and creation goes on.
@@ -44,12 +82,16 @@ void CreateDB() {
     EnsureFolder(FSBuildPath(backupPath, "Files"));
     EnsureFolder(GetLogsPath());
     // An existing catalogue is used as it is.
-    if (FSFileExists(GetDBPath())) return;
+    const std::string dbPath = GetDBPath();
+    if (FSFileExists(dbPath) && FSGetFileSize(dbPath) > 0) return;
 
+    const std::string building = dbPath + ".new";
+    RemoveCatalogueFiles(building); // left by a start killed while it built one
     ADOSQLite db;
-    db.Connect(GetDBPath(), true);
+    db.Connect(building, true);
     if (db.Err()) {
         MsgBox("Database error: " + db.ErrMsg(), mb::kCritical | mb::kOKOnly, kTitle);
+        RemoveCatalogueFiles(building);
         return;
     }
     db.Begin();
@@ -60,20 +102,27 @@ void CreateDB() {
     RunCreation(db, schema::kPragma, "Error setting pragma: ");
     db.Commit();
     db.CloseConnection();
-    SetSetupValue("DBVersion", schema::kDBVersion);
+    db.Connect(building);
+    db.Reset();
+    StoreSetupValue(db, "DBVersion", schema::kDBVersion);
+    db.CloseConnection();
+
+    // The journal of an empty catalogue would be applied to the new one.
+    FSDeleteFile(dbPath + "-journal");
+    if (std::rename(building.c_str(), dbPath.c_str()) != 0) {
+        MsgBox("Database error: cannot create " + dbPath + ": " + std::strerror(errno),
+               mb::kCritical | mb::kOKOnly, kTitle);
+        RemoveCatalogueFiles(building);
+        return;
+    }
+    SyncFolder(FSGetPathPart(dbPath));
 }
 
 void SetSetupValue(const std::string& key, const std::string& value) {
     // Errors are not reported: a failed statement leaves the store as it was.
     ADOSQLite db;
-    QueryCatalogue(db, "Setup", sqlaction::kDelete, "key = '" + key + "'");
-
-    db.Reset();
-    db.Action(sqlaction::kInsert);
-    db.Table("Setup");
-    db.Field("key", "'" + TrimBlanks(key) + "'");
-    db.Field("value", "'" + TrimBlanks(value) + "'");
-    db.Exec();
+    db.Connect(GetDBPath());
+    StoreSetupValue(db, key, value);
 }
 
 std::string GetSetupValue(const std::string& key) {

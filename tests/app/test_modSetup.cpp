@@ -9,6 +9,7 @@
 #include "support/modServices.h"
 #include "support/modYield.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <memory>
 #include <ostream>
@@ -33,6 +34,8 @@ struct BackupEnv : ScopedTestEnv {
         WriteRegSetting("BackupPath", Path("backup"));
     }
     std::string Catalogue() const { return Path("backup/db/Backup.db"); }
+    // Where a new catalogue is built before it is put in place.
+    std::string Building() const { return Catalogue() + ".new"; }
 };
 
 unsigned Mode(const std::string& path) {
@@ -58,14 +61,14 @@ void RunElsewhere(const std::string& path, const std::string& sql) {
     ASSERT_EQ(rc, SQLITE_OK) << text;
 }
 
-// Runs `sql` elsewhere at the first yield after the catalogue file appears, which is inside
-// CreateDB's transaction, just before its first CREATE TABLE.
+// Runs `sql` elsewhere at the first yield after the catalogue being built appears, which is
+// inside CreateDB's transaction, just before its first CREATE TABLE.
 void InterfereOnceCreated(const BackupEnv& env, const std::string& sql) {
     auto done = std::make_shared<bool>(false);
     SetYieldHook([&env, sql, done] {
-        if (*done || !Exists(env.Catalogue())) return;
+        if (*done || !Exists(env.Building())) return;
         *done = true;
-        RunElsewhere(env.Catalogue(), sql);
+        RunElsewhere(env.Building(), sql);
     });
 }
 
@@ -158,13 +161,64 @@ TEST(CreateDB, ExistingCatalogueIsUsedAsItIs) {
     EXPECT_TRUE(env.box.calls.empty());
 }
 
-TEST(CreateDB, UnopenableCatalogueShowsDatabaseErrorAndStops) {
+TEST(CreateDB, FolderInTheCataloguesPlaceShowsDatabaseErrorAndStops) {
     BackupEnv env;
-    // A folder in the catalogue's place is no catalogue file, and the engine cannot open it.
+    // A folder in the catalogue's place is no catalogue file, and cannot be replaced by one.
     CreateTree(env.Catalogue(), Dir());
     CreateDB();
-    EXPECT_EQ(env.box.calls, (Calls{{"Database error: unable to open database file", 16, kTitle}}));
+    EXPECT_EQ(env.box.calls,
+              (Calls{{"Database error: cannot create " + env.Catalogue() + ": Is a directory", 16,
+                      kTitle}}));
     EXPECT_TRUE(IsFolder(env.Catalogue()));
+    EXPECT_EQ(ListTree(env.Path("backup/db")), std::vector<std::string>{"Backup.db/"});
+}
+
+TEST(CreateDB, UnwritableCatalogueFolderShowsDatabaseErrorAndStops) {
+    BackupEnv env;
+    CreateTree(env.Path("backup/db"), Dir());
+    ASSERT_EQ(::chmod(env.Path("backup/db").c_str(), 0500), 0);
+    ScopedNoPermissionOverride noOverride;
+    if (!noOverride.Ok()) GTEST_SKIP() << "permissions cannot be enforced here";
+    CreateDB();
+    EXPECT_EQ(env.box.calls, (Calls{{"Database error: unable to open database file", 16, kTitle}}));
+    EXPECT_EQ(ListTree(env.Path("backup/db")), std::vector<std::string>{});
+}
+
+TEST(CreateDB, CatalogueAppearsOnlyWhenItIsWhole) {
+    BackupEnv env;
+    std::vector<bool> seen; // whether the catalogue was in place at each yield of its creation
+    SetYieldHook([&] { seen.push_back(Exists(env.Catalogue())); });
+    CreateDB();
+    SetYieldHook(nullptr);
+    ASSERT_FALSE(seen.empty());
+    EXPECT_EQ(std::count(seen.begin(), seen.end(), true), 0);
+    EXPECT_EQ(SqlRows(env.Catalogue(), "SELECT COUNT(*) FROM sqlite_master"), Rows{{"8"}});
+    EXPECT_EQ(SqlRows(env.Catalogue(), "SELECT key, value FROM Setup"), (Rows{{"DBVersion", "1"}}));
+    EXPECT_EQ(ListTree(env.Path("backup/db")), std::vector<std::string>{"Backup.db"});
+}
+
+TEST(CreateDB, EmptyCatalogueLeftByAKilledStartIsMadeAnew) {
+    BackupEnv env;
+    // A start killed during creation used to leave an empty file, and its journal.
+    CreateTree(env.Path("backup/db"),
+               Dir({{"Backup.db", File("")}, {"Backup.db-journal", File(std::string(512, 'j'))}}));
+    CreateDB();
+    EXPECT_TRUE(env.box.calls.empty());
+    EXPECT_EQ(SqlRows(env.Catalogue(), "SELECT COUNT(*) FROM sqlite_master"), Rows{{"8"}});
+    EXPECT_EQ(SqlRows(env.Catalogue(), "SELECT key, value FROM Setup"), (Rows{{"DBVersion", "1"}}));
+    EXPECT_EQ(ListTree(env.Path("backup/db")), std::vector<std::string>{"Backup.db"});
+    EXPECT_EQ(Mode(env.Catalogue()), 0600u);
+}
+
+TEST(CreateDB, CatalogueHalfBuiltByAKilledStartIsRemovedAndBuiltAgain) {
+    BackupEnv env;
+    CreateTree(env.Path("backup/db"),
+               Dir({{"Backup.db.new", File(std::string(4096, 'x'))},
+                    {"Backup.db.new-journal", File(std::string(512, 'j'))}}));
+    CreateDB();
+    EXPECT_TRUE(env.box.calls.empty());
+    EXPECT_EQ(SqlRows(env.Catalogue(), "SELECT COUNT(*) FROM sqlite_master"), Rows{{"8"}});
+    EXPECT_EQ(ListTree(env.Path("backup/db")), std::vector<std::string>{"Backup.db"});
 }
 
 TEST(CreateDB, FailingTableStatementShowsItsBoxAndCreationGoesOn) {
