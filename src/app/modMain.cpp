@@ -1,5 +1,6 @@
 #include "app/modMain.h"
 
+#include "app/CBackupFolderLock.h"
 #include "app/CRunControl.h"
 #include "app/modIntegrity.h"
 #include "app/modOptions.h"
@@ -47,6 +48,12 @@ int LoadWithoutWindow(const std::string& commandLine) {
     if (!IsBackupDriveReady()) {
         std::cerr << "Error: Backup drive not ready. Please fix and start again." << std::endl;
         return kExitCannotRun;
+    }
+    CBackupFolderLock lock;
+    if (!lock.Acquire(GetBackupPath())) {
+        std::cerr << lock.Problem() << std::endl;
+        Log(1, lock.Problem());
+        return kExitOtherInstance;
     }
     try {
         trap.Check();

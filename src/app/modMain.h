@@ -5,7 +5,9 @@
 // at a time (an exclusive lock in the state folder), the integrity check after an interrupted
 // run, then the main window's load. Without a window, an empty command line exits 2; the
 // unattended path exits 0 when it completes and 1, with the reason on stderr, when no backup
-// path is set or the backup drive is not ready.
+// path is set or the backup drive is not ready. It works on the backup folder only while it
+// holds the folder's own lock (CBackupFolderLock); when another program keeps it busy, the
+// reason goes to stderr and the exit status is 3.
 
 #include <string>
 
