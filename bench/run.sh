@@ -5,7 +5,8 @@
 #
 #   bench/run.sh [large|small|all]      (default all)
 #
-# Environment: BENCH_DIR (default /tmp/stashwell-bench; needs about 8 GiB free),
+# Environment: BENCH_DIR (default /tmp/stashwell-bench; keeps every copy it makes, so it needs
+# about 45 GiB free with the default sizes),
 # BENCH_REPEAT (3), LARGE_FILES (32) x LARGE_MIB (64), SMALL_FILES (50000).
 # Data sets: "large", a few large files; "small", many files of 1 to 64 KiB; in both about 20%
 # of the files repeat the content of another file.

@@ -1,5 +1,6 @@
 #include "engine/CBackup.h"
 
+#include "catalogue/modBulkQuery.h"
 #include "engine/CDriveMap.h"
 #include "engine/CSignatureAhead.h"
 #include "support/CProcTrap.h"
@@ -8,6 +9,8 @@
 #include "support/modNumText.h"
 #include "support/modServices.h"
 #include "support/modYield.h"
+
+#include <charconv>
 
 namespace {
 constexpr double kDisplayMegabyte = 1024000.0;
@@ -77,7 +80,7 @@ CBackup::Result CBackup::Exec() {
         // after an earlier file was stored is still recorded. This carry-over is intended.
         bool stored = false;
         m_backupDrive = FSDriveFromPath(m_backupPath);
-        CSignatureAhead ahead(map.Files());
+        CSignatureAhead ahead(map.Files(), 8, StoredSizes());
         while (!map.Eof()) {
             BackupOneFile(map.FilePath(), ahead, static_cast<size_t>(map.Idx() - 1), stored);
             const float rate = Rate();
@@ -111,6 +114,38 @@ CBackup::Result CBackup::Exec() {
     }
 }
 
+std::optional<CSignatureAhead::Sizes> CBackup::StoredSizes() {
+    // Only where new content can be staged before its signature is known.
+    if (!m_store.StagesAnywhere()) return std::nullopt;
+    CSignatureAhead::Sizes sizes;
+    std::string error;
+    const bool read = ForEachRow(
+        m_db.Connection(), "SELECT DISTINCT size FROM Files",
+        [&](const auto& row) {
+            uint64_t size = 0;
+            const auto [end, fault] =
+                std::from_chars(row[0].data(), row[0].data() + row[0].size(), size);
+            if (fault == std::errc() && end == row[0].data() + row[0].size()) sizes.insert(size);
+        },
+        error);
+    if (!read) return std::nullopt; // every file is then signed ahead
+    return sizes;
+}
+
+SignedContent CBackup::Sign(const std::string& path, CSignatureAhead& ahead, size_t index,
+                            double size, std::unique_ptr<CStagedContent>& staged) {
+    const std::optional<SignedContent> signedAhead = ahead.Signature(index);
+    if (signedAhead) return *signedAhead;
+    // New content for certain: signed while it is copied into the store, where there is room.
+    if (size > 0 && FSGetFreeDiskSpace(m_backupDrive) > size) {
+        Operation("Make backup");
+        staged = m_store.Stage(path);
+        Operation("Calculate MD5 signature");
+        if (staged) return staged->Content();
+    }
+    return SignFile(path);
+}
+
 void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, size_t index,
                             bool& stored) {
     Operation("Check File is readable");
@@ -122,7 +157,8 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
     Log(2, "SIZ: " + NumText(size));
 
     Operation("Calculate MD5 signature");
-    SignedContent content = ahead.Signature(index); // as SignFile(path) gives it
+    std::unique_ptr<CStagedContent> staged;
+    SignedContent content = Sign(path, ahead, index, size, staged);
     if (content.signature.empty()) {
         Log(2, "Skipping " + path);
         return;
@@ -158,10 +194,11 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
         m_duplicateList.push_back("Duplicate: " + path);
     } else {
         Operation("Enough disk space?");
-        if (FSGetFreeDiskSpace(m_backupDrive) <= size) {
+        // Staged content was checked for room before it was copied.
+        if (!staged && FSGetFreeDiskSpace(m_backupDrive) <= size) {
             Log(1, "Insufficient disk space on backup drive");
         } else {
-            StoreNew(path, content, target, legacy, stored);
+            StoreNew(path, content, target, legacy, staged.get(), stored);
             if (!stored) return;
             if (content.length == 0) {
                 Log(2, "Skipping " + path + ". Zero length file");
@@ -181,13 +218,15 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
 }
 
 void CBackup::StoreNew(const std::string& path, SignedContent& content, const std::string& target,
-                       const std::string& legacy, bool& stored) {
+                       const std::string& legacy, CStagedContent* staged, bool& stored) {
     Operation("Make backup");
     m_store.CreateFolders(target);
     Log(2, "COP: " + path);
     if (FSFileExists(legacy)) {
         // Content left in the earlier flat layout is moved into its folder instead of copied.
         stored = m_store.MoveLegacy(legacy, target);
+    } else if (staged) {
+        stored = m_store.Place(*staged, target);
     } else {
         const SignedContent copied = m_store.Copy(path, target);
         stored = !copied.signature.empty();

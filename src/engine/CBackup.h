@@ -13,16 +13,17 @@
 // Progress reaches the caller through three events; Cancel is seen after the current file.
 
 #include "catalogue/CDatabase.h"
+#include "engine/CSignatureAhead.h"
 #include "engine/CStore.h"
 #include "engine/kvCryptDriver.h"
 #include "support/CMMTimer.h"
 
 #include <cstdint>
 #include <functional>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
-
-class CSignatureAhead;
 
 class CBackup {
 public:
@@ -68,9 +69,16 @@ public:
 
 private:
     void BackupOneFile(const std::string& path, CSignatureAhead& ahead, size_t index, bool& stored);
-    // Copies (or moves from the legacy place) new content; `content` becomes what was stored.
+    // The sizes of the content stored so far, where new content can be staged before it is
+    // signed; nullopt otherwise.
+    std::optional<CSignatureAhead::Sizes> StoredSizes();
+    // The file's signature: as read ahead, or, for new content, as copied into `staged`.
+    SignedContent Sign(const std::string& path, CSignatureAhead& ahead, size_t index, double size,
+                       std::unique_ptr<CStagedContent>& staged);
+    // Stores new content: moved from the legacy place, placed when staged, copied otherwise;
+    // `content` becomes what was stored.
     void StoreNew(const std::string& path, SignedContent& content, const std::string& target,
-                  const std::string& legacy, bool& stored);
+                  const std::string& legacy, CStagedContent* staged, bool& stored);
     void ReportCollision(const std::string& path, const std::string& target);
     void LogTotals();
     float Rate();

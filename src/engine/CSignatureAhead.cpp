@@ -3,9 +3,23 @@
 #include "support/modYield.h"
 
 #include <chrono>
+#include <sys/stat.h>
 
-CSignatureAhead::CSignatureAhead(const std::vector<std::string>& files, size_t window)
-    : m_files(files), m_window(window), m_thread([this] { Work(); }) {}
+namespace {
+
+// The size of a regular file, -1 for anything else (links are not followed).
+int64_t RegularSize(const std::string& path) {
+    struct stat st {};
+    if (::lstat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return -1;
+    return st.st_size;
+}
+
+} // namespace
+
+CSignatureAhead::CSignatureAhead(const std::vector<std::string>& files, size_t window,
+                                 std::optional<Sizes> storedSizes)
+    : m_files(files), m_window(window), m_sizes(std::move(storedSizes)),
+      m_thread([this] { Work(); }) {}
 
 CSignatureAhead::~CSignatureAhead() {
     {
@@ -17,6 +31,10 @@ CSignatureAhead::~CSignatureAhead() {
     m_thread.join();
 }
 
+bool CSignatureAhead::NewForCertain(int64_t size) {
+    return m_sizes && size > 0 && m_sizes->insert(static_cast<uint64_t>(size)).second;
+}
+
 void CSignatureAhead::Work() {
     std::unique_lock lock(m_mutex);
     for (;;) {
@@ -26,15 +44,20 @@ void CSignatureAhead::Work() {
         if (m_stop) return;
         const size_t index = m_next++;
         lock.unlock();
-        std::optional<SignedContent> signature = ComputeSignature(m_files[index], &m_stop);
+        const int64_t size = m_sizes ? RegularSize(m_files[index]) : -1;
         lock.lock();
-        m_ready.emplace(index, std::move(signature));
+        Ahead ahead;
+        ahead.leftForCopy = NewForCertain(size);
+        lock.unlock();
+        if (!ahead.leftForCopy) ahead.signature = ComputeSignature(m_files[index], &m_stop);
+        lock.lock();
+        m_ready.emplace(index, std::move(ahead));
         m_changed.notify_all();
     }
 }
 
-SignedContent CSignatureAhead::Signature(size_t index) {
-    std::optional<SignedContent> signature;
+std::optional<SignedContent> CSignatureAhead::Signature(size_t index) {
+    Ahead ahead;
     {
         std::unique_lock lock(m_mutex);
         m_consumer = index;
@@ -42,11 +65,13 @@ SignedContent CSignatureAhead::Signature(size_t index) {
         m_changed.notify_all();
         while (m_ready.find(index) == m_ready.end()) {
             if (index >= m_next) {
-                // The worker has not reached this file: hash it here and let the worker go on
+                // The worker has not reached this file: take it here and let the worker go on
                 // after it.
                 m_next = index + 1;
                 m_changed.notify_all();
+                const bool leftForCopy = NewForCertain(m_sizes ? RegularSize(m_files[index]) : -1);
                 lock.unlock();
+                if (leftForCopy) return std::nullopt;
                 return SignFile(m_files[index]);
             }
             // The worker is hashing it; the window stays responsive meanwhile.
@@ -56,10 +81,11 @@ SignedContent CSignatureAhead::Signature(size_t index) {
             lock.lock();
         }
         auto found = m_ready.find(index);
-        signature = std::move(found->second);
+        ahead = std::move(found->second);
         m_ready.erase(found);
         m_consumer = index + 1;
         m_changed.notify_all();
     }
-    return signature ? *signature : SignFile(m_files[index]);
+    if (ahead.leftForCopy) return std::nullopt;
+    return ahead.signature ? *ahead.signature : SignFile(m_files[index]);
 }

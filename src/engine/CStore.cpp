@@ -8,6 +8,7 @@
 #include "support/modPlatformPaths.h"
 #include "support/modServices.h"
 
+#include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -27,23 +28,6 @@ private:
     CSignatureStream m_stream;
 };
 
-// A temporary file that is deleted unless it was moved into place.
-class TempFile {
-public:
-    explicit TempFile(std::string path) : m_path(std::move(path)) {}
-    ~TempFile() {
-        if (!m_path.empty()) FSDeleteFile(m_path);
-    }
-    TempFile(const TempFile&) = delete;
-    TempFile& operator=(const TempFile&) = delete;
-
-    const std::string& Path() const { return m_path; }
-    void Placed() { m_path.clear(); }
-
-private:
-    std::string m_path;
-};
-
 bool IsTemporaryName(const std::string& name) {
     return name.size() > 4 && name[0] == '.' && name.compare(name.size() - 4, 4, ".tmp") == 0;
 }
@@ -59,6 +43,10 @@ void CStore::Open(const std::string& root) {
     m_device = st.st_dev;
     m_inode = st.st_ino;
     m_open = true;
+    // Anonymous files need O_TMPFILE from the file system and /proc to link them by.
+    const int probe = ::open(m_root.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, kPrivateFileMode);
+    m_anonymous = probe >= 0 && ::access("/proc/self/fd", X_OK) == 0;
+    if (probe >= 0) ::close(probe);
     const std::string mark = FSBuildPath(m_root, kUnfinishedMark);
     if (FSFileExists(mark)) RemoveTemporaries();
     // A store that cannot take the mark cannot take a temporary file either.
@@ -108,36 +96,68 @@ bool CStore::MoveLegacy(const std::string& legacy, const std::string& target) {
     return true;
 }
 
-SignedContent CStore::Copy(const std::string& source, const std::string& target) {
-    SignedContent copied = CopyToPlace(source, target);
-    if (copied.length == 0 || Target(copied.signature) != target) {
-        // Nothing went to `target`: the folders made for it go again when they are empty.
-        const std::string inner = FSGetPathPart(target);
-        if (FSDeleteEmptyFolder(inner))
-            FSDeleteEmptyFolder(FSGetPathPart(inner.substr(0, inner.size() - 1)));
+CStagedContent::~CStagedContent() {
+    if (m_fd >= 0)
+        ::close(m_fd);
+    else if (!m_placed && !m_path.empty())
+        FSDeleteFile(m_path);
+}
+
+std::unique_ptr<CStagedContent> CStore::Stage(const std::string& source,
+                                              const std::string& beside) {
+    CheckIdentity();
+    std::unique_ptr<CStagedContent> staged(new CStagedContent);
+    if (m_anonymous) {
+        staged->m_fd = ::open(m_root.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, kPrivateFileMode);
+        if (staged->m_fd >= 0) {
+            ::fchmod(staged->m_fd, kPrivateFileMode); // whatever the umask
+            staged->m_path = "/proc/self/fd/" + NumText(staged->m_fd);
+        }
     }
+    if (staged->m_fd < 0) {
+        if (beside.empty()) return nullptr;
+        staged->m_path = FSCreateTempBeside(beside);
+    }
+    SigningObserver signer;
+    if (!FSCopyFile(source, staged->m_path, &signer)) return nullptr;
+    // A copy method that could not show its bytes leaves them to be read back.
+    if (static_cast<double>(signer.Stream().Length()) == FSGetFileSize(staged->m_path))
+        staged->m_content = signer.Stream().Finish();
+    else
+        staged->m_content =
+            staged->m_fd >= 0 ? SignOpenFile(staged->m_fd) : SignFile(staged->m_path);
+    if (staged->m_content.signature.empty()) return nullptr;
+    return staged;
+}
+
+bool CStore::Place(CStagedContent& staged, const std::string& target) {
+    CreateFolders(target);
+    if (FSFileExists(target)) return true; // that content is stored already
+    if (staged.m_fd < 0) {
+        staged.m_placed = FSMoveFile(staged.m_path, target);
+        return staged.m_placed;
+    }
+    return ::linkat(AT_FDCWD, staged.m_path.c_str(), AT_FDCWD, target.c_str(), AT_SYMLINK_FOLLOW) ==
+               0 ||
+           errno == EEXIST;
+}
+
+SignedContent CStore::Copy(const std::string& source, const std::string& target) {
+    const std::unique_ptr<CStagedContent> staged = Stage(source, target);
+    SignedContent copied = staged ? staged->Content() : SignedContent{};
+    if (copied.length > 0) {
+        const std::string place = Target(copied.signature);
+        if (!Place(*staged, place)) copied = {};
+        if (place == target) return copied;
+    }
+    RemoveEmptyFolders(target); // nothing went to `target`
     return copied;
 }
 
-SignedContent CStore::CopyToPlace(const std::string& source, const std::string& target) {
-    CheckIdentity();
-    TempFile temp(FSCreateTempBeside(target));
-    SigningObserver signer;
-    if (!FSCopyFile(source, temp.Path(), &signer)) return {};
-    // A copy method that could not show its bytes leaves them to be read back.
-    SignedContent copied =
-        static_cast<double>(signer.Stream().Length()) == FSGetFileSize(temp.Path())
-            ? signer.Stream().Finish()
-            : SignFile(temp.Path());
-    if (copied.signature.empty() || copied.length == 0) return copied;
-
-    const std::string place = Target(copied.signature);
-    if (place != target) CreateFolders(place);
-    CheckIdentity();
-    if (FSFileExists(place)) return copied; // that content is stored already
-    if (!FSMoveFile(temp.Path(), place)) return {};
-    temp.Placed();
-    return copied;
+void CStore::RemoveEmptyFolders(const std::string& target) {
+    const std::string inner = FSGetPathPart(target);
+    if (FSDeleteEmptyFolder(inner))
+        FSDeleteEmptyFolder(FSGetPathPart(inner.substr(0, inner.size() - 1)));
 }
 
 void CStore::RemoveTemporaries() {

@@ -4,10 +4,12 @@
 // once, as ab/cd/<signature>.QRV.
 //
 // A store file's content always has the signature of its name, whatever the source does while
-// it is read: new content is copied into a fresh temporary file beside its place, the bytes are
-// signed as they are written, and the file takes the name of the signature of what it holds.
-// A source that changed after the run signed it is thus stored, and must be recorded, under
-// the signature of the bytes that were copied.
+// it is read: new content is first staged, copied into a file of the store that has no store
+// name yet while the copy signs the bytes it writes, and then placed under the name of the
+// signature of what it holds. A source that changed after the run signed it is thus stored,
+// and must be recorded, under the signature of the bytes that were copied. Where the file
+// system allows, the staged file is anonymous (O_TMPFILE) and linked into place, so a killed
+// run leaves nothing behind; elsewhere it has a temporary name beside its place.
 //
 // A run never creates the store folder or anything above it: it remembers the folder's
 // identity (device and inode) when it opens the store, checks it before every write, and makes
@@ -19,8 +21,29 @@
 
 #include "engine/kvCryptDriver.h"
 
+#include <memory>
 #include <string>
 #include <sys/types.h>
+
+// New content copied into the store under no store name yet, with the signature of the bytes
+// written. It vanishes unless the store places it.
+class CStagedContent {
+public:
+    ~CStagedContent();
+    CStagedContent(const CStagedContent&) = delete;
+    CStagedContent& operator=(const CStagedContent&) = delete;
+
+    const SignedContent& Content() const { return m_content; }
+
+private:
+    friend class CStore;
+    CStagedContent() = default;
+
+    int m_fd = -1;         // an anonymous file, or -1 for a named temporary file
+    std::string m_path;    // where the copy wrote it
+    bool m_placed = false; // a named temporary file that took its store name
+    SignedContent m_content;
+};
 
 class CStore {
 public:
@@ -39,6 +62,8 @@ public:
     static std::string StorePath(const std::string& root, const std::string& name);
     // The place of a signature's content in this store.
     std::string Target(const std::string& signature) const;
+    // Whether content can be staged before its place is known (an anonymous file).
+    bool StagesAnywhere() const { return m_anonymous; }
 
     // Error 68 unless the store folder is still the one that was opened.
     void CheckIdentity() const;
@@ -46,18 +71,29 @@ public:
     void CreateFolders(const std::string& target);
     // Moves a backup file of the earlier flat layout to `target` and makes it private.
     bool MoveLegacy(const std::string& legacy, const std::string& target);
-    // Copies `source` into the store, normally to `target`; when the bytes copied have another
-    // signature, to that signature's place (or nowhere, when that content is stored already).
-    // The result is what the store now holds for the source: an empty signature when the copy
-    // failed, and a length of 0 (nothing stored) when the source was empty by then.
+
+    // Copies `source` into the store with FSCopyFile, signing the bytes written; `beside` is
+    // where the content is expected to go, for a file system without anonymous files (without
+    // one, such a store stages nothing). Null when the copy failed.
+    std::unique_ptr<CStagedContent> Stage(const std::string& source,
+                                          const std::string& beside = {});
+    // Gives staged content its store name; true once `target` holds that content (also when it
+    // did already).
+    bool Place(CStagedContent& staged, const std::string& target);
+    // Stages `source` and places it under the signature of the bytes copied: normally
+    // `target`, another place when the source changed since it was signed. The result is what
+    // the store now holds for the source: an empty signature when the copy failed, a length of
+    // 0 (nothing stored) when the source was empty by then.
     SignedContent Copy(const std::string& source, const std::string& target);
 
 private:
-    SignedContent CopyToPlace(const std::string& source, const std::string& target);
     void RemoveTemporaries();
+    // Removes the folders made for `target` when they are still empty.
+    void RemoveEmptyFolders(const std::string& target);
 
     std::string m_root;
     dev_t m_device = 0;
     ino_t m_inode = 0;
     bool m_open = false;
+    bool m_anonymous = false;
 };

@@ -43,32 +43,39 @@ int OpenSource(const std::string& path) {
     return fd;
 }
 
-SignedContent Signature(const std::string& path, bool yield, const std::atomic<bool>* stop) {
-    FdCloser file{OpenSource(path)};
+// Signs an open regular file from its start.
+SignedContent SignOpen(int fd, bool yield, const std::atomic<bool>* stop) {
     struct stat st {};
-    if (::fstat(file.fd, &st) != 0 || !S_ISREG(st.st_mode)) Raise(err::kPathFileAccess);
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) Raise(err::kPathFileAccess);
     if (st.st_size > static_cast<off_t>(kReadSize))
-        ::posix_fadvise(file.fd, 0, 0, POSIX_FADV_SEQUENTIAL);
+        ::posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
 
     // Reading stops at the length the file had when it was opened, or earlier at its end: a
     // file that grows meanwhile is signed as it was, one that shrinks as what was left.
     CSignatureStream signer;
     uint64_t remaining = static_cast<uint64_t>(st.st_size);
+    off_t offset = 0;
     // One read buffer per thread: allocating and clearing it per file costs more than hashing
     // a small file.
     thread_local std::unique_ptr<char[]> buffer(new char[kReadSize]);
     while (remaining > 0) {
         const size_t want = static_cast<size_t>(std::min<uint64_t>(remaining, kReadSize));
-        const ssize_t got = ::read(file.fd, buffer.get(), want);
+        const ssize_t got = ::pread(fd, buffer.get(), want, offset);
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) Raise(err::kDeviceIO);
         if (got == 0) break;
         signer.Add(buffer.get(), static_cast<size_t>(got));
         remaining -= static_cast<uint64_t>(got);
+        offset += got;
         if (yield) DoEvents();
         if (stop && stop->load(std::memory_order_relaxed)) Raise(err::kInternal, "stopped");
     }
     return signer.Finish();
+}
+
+SignedContent Signature(const std::string& path, bool yield, const std::atomic<bool>* stop) {
+    FdCloser file{OpenSource(path)};
+    return SignOpen(file.fd, yield, stop);
 }
 
 } // namespace
@@ -124,6 +131,10 @@ std::string HashFile(int32_t algorithm, const std::string& path) {
 
 SignedContent SignFile(const std::string& path) {
     return Trapped("HashFile", SignedContent{}, [&] { return Signature(path, true, nullptr); });
+}
+
+SignedContent SignOpenFile(int fd) {
+    return Trapped("HashFile", SignedContent{}, [&] { return SignOpen(fd, true, nullptr); });
 }
 
 std::optional<SignedContent> ComputeSignature(const std::string& path,

@@ -3,6 +3,7 @@
 #include "app/modPaths.h"
 #include "app/modSetup.h"
 #include "catalogue/ADOSQLite.h"
+#include "catalogue/modSQLQuote.h"
 #include "support/modDateText.h"
 
 #include <ctime>
@@ -11,7 +12,12 @@
 #include <stdexcept>
 #include <sys/stat.h>
 
-BackupFixture::BackupFixture() : backup(env.Path("backup")) {
+BackupFixture::BackupFixture() {
+    UseBackupPath(env.Path("backup"));
+}
+
+void BackupFixture::UseBackupPath(const std::string& path) {
+    backup = path;
     WriteRegSetting("BackupPath", backup);
     CreateDB();
     db = GetDBPath();
@@ -22,7 +28,7 @@ void BackupFixture::AddSource(const std::string& source) {
     sql.Connect(db);
     sql.Table("Sources");
     sql.Action(sqlaction::kInsert);
-    sql.Field("source", "'" + source + "'");
+    sql.Field("source", SQLLiteral(source));
     sql.Exec();
     if (sql.Err()) throw std::runtime_error(sql.ErrMsg());
 }

@@ -16,6 +16,8 @@ public:
     std::string backup; // the backup path
     std::string db;     // its catalogue
 
+    // Moves to another backup path (any folder the test chooses) with a new catalogue.
+    void UseBackupPath(const std::string& path);
     void AddSource(const std::string& source);
     void SetOption(const std::string& key, const std::string& value);
     // Today's daily log, or "" when there is none.

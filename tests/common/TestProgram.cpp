@@ -5,7 +5,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
-#include <poll.h>
 #include <stdexcept>
 #include <sys/wait.h>
 #include <thread>
@@ -20,14 +19,15 @@ void Drain(int fd, std::string& into) {
         into.append(buf, static_cast<size_t>(n));
 }
 
-ProgramRun Run(const std::vector<std::string>& args, const std::function<bool()>& killWhen,
-               int timeoutSeconds) {
+} // namespace
+
+RunningProgram::RunningProgram(const std::vector<std::string>& args, const ProgramEnv& env) {
     int outPipe[2], errPipe[2];
     if (::pipe2(outPipe, O_CLOEXEC) != 0 || ::pipe2(errPipe, O_CLOEXEC) != 0)
         throw std::runtime_error("pipe failed");
-    const pid_t pid = ::fork();
-    if (pid < 0) throw std::runtime_error("fork failed");
-    if (pid == 0) {
+    m_pid = ::fork();
+    if (m_pid < 0) throw std::runtime_error("fork failed");
+    if (m_pid == 0) {
         ::dup2(outPipe[1], 1);
         ::dup2(errPipe[1], 2);
         ::unsetenv("DISPLAY");
@@ -37,6 +37,8 @@ ProgramRun Run(const std::vector<std::string>& args, const std::function<bool()>
             const std::string root = std::string(config).substr(0, std::string(config).rfind('/'));
             if (::chdir(root.c_str()) != 0) ::_exit(126);
         }
+        for (const auto& [name, value] : env)
+            ::setenv(name.c_str(), value.c_str(), 1);
         std::vector<char*> argv;
         static std::string bin = STASHWELL_BIN;
         argv.push_back(bin.data());
@@ -48,40 +50,51 @@ ProgramRun Run(const std::vector<std::string>& args, const std::function<bool()>
     }
     ::close(outPipe[1]);
     ::close(errPipe[1]);
-    ::fcntl(outPipe[0], F_SETFL, O_NONBLOCK);
-    ::fcntl(errPipe[0], F_SETFL, O_NONBLOCK);
+    m_out = outPipe[0];
+    m_err = errPipe[0];
+    ::fcntl(m_out, F_SETFL, O_NONBLOCK);
+    ::fcntl(m_err, F_SETFL, O_NONBLOCK);
+}
 
+RunningProgram::~RunningProgram() {
+    if (!m_waited) {
+        ::kill(m_pid, SIGKILL);
+        ::waitpid(m_pid, nullptr, 0);
+    }
+    ::close(m_out);
+    ::close(m_err);
+}
+
+ProgramRun RunningProgram::Wait(int timeoutSeconds, const std::function<bool()>& killWhen) {
     ProgramRun run;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSeconds);
     int status = 0;
     bool killed = false;
     while (true) {
-        Drain(outPipe[0], run.out);
-        Drain(errPipe[0], run.err);
-        const pid_t done = ::waitpid(pid, &status, WNOHANG);
-        if (done == pid) break;
+        Drain(m_out, run.out);
+        Drain(m_err, run.err);
+        const pid_t done = ::waitpid(m_pid, &status, WNOHANG);
+        if (done == m_pid) break;
         if (!killed && ((killWhen && killWhen()) || std::chrono::steady_clock::now() > deadline)) {
-            ::kill(pid, SIGKILL);
+            ::kill(m_pid, SIGKILL);
             killed = true;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    Drain(outPipe[0], run.out);
-    Drain(errPipe[0], run.err);
-    ::close(outPipe[0]);
-    ::close(errPipe[0]);
+    m_waited = true;
+    Drain(m_out, run.out);
+    Drain(m_err, run.err);
     if (WIFEXITED(status)) run.exitCode = WEXITSTATUS(status);
     if (WIFSIGNALED(status)) run.signal = WTERMSIG(status);
     return run;
 }
 
-} // namespace
-
-ProgramRun RunStashwell(const std::vector<std::string>& args, int timeoutSeconds) {
-    return Run(args, nullptr, timeoutSeconds);
+ProgramRun RunStashwell(const std::vector<std::string>& args, int timeoutSeconds,
+                        const ProgramEnv& env) {
+    return RunningProgram(args, env).Wait(timeoutSeconds);
 }
 
 ProgramRun RunStashwellUntil(const std::vector<std::string>& args,
                              const std::function<bool()>& killWhen, int timeoutSeconds) {
-    return Run(args, killWhen, timeoutSeconds);
+    return RunningProgram(args).Wait(timeoutSeconds, killWhen);
 }

@@ -4,6 +4,8 @@
 
 #include <functional>
 #include <string>
+#include <sys/types.h>
+#include <utility>
 #include <vector>
 
 struct ProgramRun {
@@ -13,8 +15,32 @@ struct ProgramRun {
     std::string err;
 };
 
+// Environment variables set for the program on top of the test's own ("XDG_STATE_HOME", ...).
+using ProgramEnv = std::vector<std::pair<std::string, std::string>>;
+
+// The program started in the background; Wait collects how it ended.
+class RunningProgram {
+public:
+    explicit RunningProgram(const std::vector<std::string>& args, const ProgramEnv& env = {});
+    ~RunningProgram();
+    RunningProgram(const RunningProgram&) = delete;
+    RunningProgram& operator=(const RunningProgram&) = delete;
+
+    pid_t Pid() const { return m_pid; }
+    // Waits for the end (at most `timeoutSeconds`, then kills it); kills it with SIGKILL as
+    // soon as `killWhen` returns true (polled every millisecond).
+    ProgramRun Wait(int timeoutSeconds = 120, const std::function<bool()>& killWhen = nullptr);
+
+private:
+    pid_t m_pid = -1;
+    int m_out = -1;
+    int m_err = -1;
+    bool m_waited = false;
+};
+
 // Runs the program with `args` and waits (at most `timeoutSeconds`, then kills it).
-ProgramRun RunStashwell(const std::vector<std::string>& args, int timeoutSeconds = 120);
+ProgramRun RunStashwell(const std::vector<std::string>& args, int timeoutSeconds = 120,
+                        const ProgramEnv& env = {});
 
 // Starts the program and kills it with SIGKILL once `killWhen` returns true (polled every
 // millisecond) or the program ends by itself; returns how it ended.

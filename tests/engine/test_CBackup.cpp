@@ -772,7 +772,8 @@ TEST_F(CBackupTest, MissingStoreFolderFailsTheRunBeforeAnythingIsWritten) {
 
 TEST_F(CBackupTest, FilesRewrittenAfterTheyWereSignedAreStoredUnderTheSignatureOfWhatWasCopied) {
     // The large file is listed first. While it is copied, the signatures of the small files
-    // after it have been computed ahead; then they get new bytes of the same size.
+    // after it have been computed ahead (a file of their size, listed before them, makes them
+    // content that may be stored already); then they get new bytes of the same size.
     const std::string big = PatternContent(8 << 20);
     std::vector<std::pair<std::string, TestNode>> smalls;
     Strings before, after;
@@ -782,7 +783,10 @@ TEST_F(CBackupTest, FilesRewrittenAfterTheyWereSignedAreStoredUnderTheSignatureO
         ASSERT_EQ(before.back().size(), after.back().size());
         smalls.emplace_back("s" + std::to_string(i), File(before.back()));
     }
-    CreateTree(source, Dir({{"big.bin", File(big)}, {"later", Dir(smalls)}}));
+    const std::string decoy = "same size and kept";
+    ASSERT_EQ(decoy.size(), before[0].size());
+    CreateTree(source,
+               Dir({{"big.bin", File(big)}, {"decoy", File(decoy)}, {"later", Dir(smalls)}}));
     bool rewritten = false;
     ActiveCopyMethods().mode3 = [&](const std::string& from, const std::string& to,
                                     ICopyObserver* observer) {
@@ -798,6 +802,7 @@ TEST_F(CBackupTest, FilesRewrittenAfterTheyWereSignedAreStoredUnderTheSignatureO
     ASSERT_TRUE(rewritten);
     Strings stored = after;
     stored.push_back(big);
+    stored.push_back(decoy);
     EXPECT_EQ(StoreListing(), StoreEntries(stored));
     EXPECT_EQ(AuditBackupFolder(GetBackupPath()), Strings{});
     for (int i = 0; i < 5; ++i) {
