@@ -11,6 +11,7 @@
 #include "support/modYield.h"
 
 #include <charconv>
+#include <sys/stat.h>
 
 namespace {
 constexpr double kDisplayMegabyte = 1024000.0;
@@ -80,7 +81,7 @@ CBackup::Result CBackup::Exec() {
         // after an earlier file was stored is still recorded. This carry-over is intended.
         bool stored = false;
         m_backupDrive = FSDriveFromPath(m_backupPath);
-        CSignatureAhead ahead(map.Files(), 8, StoredSizes());
+        CSignatureAhead ahead(map.Files(), 8, StagingPlan());
         while (!map.Eof()) {
             BackupOneFile(map.FilePath(), ahead, static_cast<size_t>(map.Idx() - 1), stored);
             const float rate = Rate();
@@ -114,10 +115,10 @@ CBackup::Result CBackup::Exec() {
     }
 }
 
-std::optional<CSignatureAhead::Sizes> CBackup::StoredSizes() {
-    // Only where new content can be staged before its signature is known.
+std::optional<CSignatureAhead::StagingPlan> CBackup::StagingPlan() {
+    // Only where new content can be staged before its place is known.
     if (!m_store.StagesAnywhere()) return std::nullopt;
-    CSignatureAhead::Sizes sizes;
+    CSignatureAhead::StagingPlan plan;
     std::string error;
     const bool read = ForEachRow(
         m_db.Connection(), "SELECT DISTINCT size FROM Files",
@@ -125,25 +126,17 @@ std::optional<CSignatureAhead::Sizes> CBackup::StoredSizes() {
             uint64_t size = 0;
             const auto [end, fault] =
                 std::from_chars(row[0].data(), row[0].data() + row[0].size(), size);
-            if (fault == std::errc() && end == row[0].data() + row[0].size()) sizes.insert(size);
+            if (fault == std::errc() && end == row[0].data() + row[0].size())
+                plan.storedSizes.insert(size);
         },
         error);
-    if (!read) return std::nullopt; // every file is then signed ahead
-    return sizes;
-}
-
-SignedContent CBackup::Sign(const std::string& path, CSignatureAhead& ahead, size_t index,
-                            double size, std::unique_ptr<CStagedContent>& staged) {
-    const std::optional<SignedContent> signedAhead = ahead.Signature(index);
-    if (signedAhead) return *signedAhead;
-    // New content for certain: signed while it is copied into the store, where there is room.
-    if (size > 0 && FSGetFreeDiskSpace(m_backupDrive) > size) {
-        Operation("Make backup");
-        staged = m_store.Stage(path);
-        Operation("Calculate MD5 signature");
-        if (staged) return staged->Content();
-    }
-    return SignFile(path);
+    if (!read) return std::nullopt; // every file is then only signed ahead
+    plan.isStored = [root = m_backupPath](const std::string& signature) {
+        struct stat st {};
+        return ::stat(CStore::StorePath(root, signature + ".QRV").c_str(), &st) == 0;
+    };
+    plan.openAnonymous = [this] { return m_store.OpenAnonymous(); };
+    return plan;
 }
 
 void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, size_t index,
@@ -157,8 +150,9 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
     Log(2, "SIZ: " + NumText(size));
 
     Operation("Calculate MD5 signature");
-    std::unique_ptr<CStagedContent> staged;
-    SignedContent content = Sign(path, ahead, index, size, staged);
+    CSignatureAhead::Prepared prepared = ahead.Prepare(index);
+    SignedContent content = prepared.content;
+    const std::unique_ptr<CStagedContent> staged = std::move(prepared.staged);
     if (content.signature.empty()) {
         Log(2, "Skipping " + path);
         return;

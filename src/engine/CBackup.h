@@ -69,12 +69,8 @@ public:
 
 private:
     void BackupOneFile(const std::string& path, CSignatureAhead& ahead, size_t index, bool& stored);
-    // The sizes of the content stored so far, where new content can be staged before it is
-    // signed; nullopt otherwise.
-    std::optional<CSignatureAhead::Sizes> StoredSizes();
-    // The file's signature: as read ahead, or, for new content, as copied into `staged`.
-    SignedContent Sign(const std::string& path, CSignatureAhead& ahead, size_t index, double size,
-                       std::unique_ptr<CStagedContent>& staged);
+    // How the read-ahead may stage new content, where the store can hold anonymous files.
+    std::optional<CSignatureAhead::StagingPlan> StagingPlan();
     // Stores new content: moved from the legacy place, placed when staged, copied otherwise;
     // `content` becomes what was stored.
     void StoreNew(const std::string& path, SignedContent& content, const std::string& target,

@@ -1,22 +1,26 @@
 #pragma once
 
-// Signatures computed ahead of a run on a second thread: while the run copies and records one
-// file, the worker hashes the next few, so hashing and copying use both cores. The run still
-// asks for each signature in its own order and sees exactly what SignFile would give: a file
-// the worker could not hash is hashed again on the run's thread, where the error is reported
-// as usual. The worker touches no shared service (no log, no error handler, no window).
+// Signatures computed ahead of a run on worker threads, one per core: while the run records
+// one file, the workers read the next few, so reading, hashing and copying use every core. The
+// run still asks for each file in its own order and sees exactly what SignFile would give: a
+// file a worker could not hash is hashed again on the run's thread, where the error is reported
+// as usual. The workers touch no shared service (no log, no error handler, no window).
 //
-// Given the sizes of the content already stored, the worker also spots content that is new
-// for certain: a file whose size (not 0) neither stored content nor an earlier file of the list
-// has. Such a file is not read ahead; the run signs it as it copies it into the store, so its
-// bytes are read and signed once, and the signature is that of the very bytes stored.
+// With a staging plan, the workers also copy content that is new for certain, a file whose
+// size (not 0) no stored content has, into an anonymous file of the store while they sign it:
+// the run then only gives those very bytes their store name. A small file is read into memory
+// first and staged only when its content is not stored yet; a large one is written as it is
+// read.
 
+#include "engine/CStore.h"
 #include "engine/kvCryptDriver.h"
 
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -26,39 +30,50 @@
 
 class CSignatureAhead {
 public:
-    using Sizes = std::unordered_set<uint64_t>;
+    // How the workers may stage new content. Both functions are called from worker threads.
+    struct StagingPlan {
+        std::unordered_set<uint64_t> storedSizes;
+        std::function<bool(const std::string& signature)> isStored;
+        std::function<int()> openAnonymous; // an anonymous file of the store, or -1
+    };
+    // A file as the run receives it.
+    struct Prepared {
+        SignedContent content; // an empty signature after a reported error
+        std::unique_ptr<CStagedContent> staged;
+    };
 
-    // `files` must stay unchanged while this object lives. Without `storedSizes` every file is
-    // signed ahead.
+    // `files` must stay unchanged while this object lives. `workers` 0 means one per core.
     explicit CSignatureAhead(const std::vector<std::string>& files, size_t window = 8,
-                             std::optional<Sizes> storedSizes = std::nullopt);
+                             std::optional<StagingPlan> staging = std::nullopt,
+                             unsigned workers = 0);
     ~CSignatureAhead();
     CSignatureAhead(const CSignatureAhead&) = delete;
     CSignatureAhead& operator=(const CSignatureAhead&) = delete;
 
-    // The signature of files[index] with its length, as SignFile gives it (an empty signature
-    // after a reported error); nullopt for new content left to be signed as it is copied.
-    std::optional<SignedContent> Signature(size_t index);
+    // files[index], signed (and perhaps staged); the run asks for files in ascending order.
+    Prepared Prepare(size_t index);
+    // The signature of files[index] with its length, as SignFile gives it.
+    SignedContent Signature(size_t index) { return Prepare(index).content; }
 
 private:
     struct Ahead {
-        bool leftForCopy = false;
-        std::optional<SignedContent> signature; // nullopt: the worker could not hash it
+        std::optional<SignedContent> content; // nullopt: the worker could not hash it
+        std::unique_ptr<CStagedContent> staged;
     };
 
     void Work();
-    // Whether a file of `size` is new content for certain (its size is then taken); called
-    // with the mutex held.
-    bool NewForCertain(int64_t size);
+    Ahead PrepareAhead(const std::string& path);
+    Ahead StageSmall(const std::string& path);
+    Ahead StageLarge(const std::string& path);
 
     const std::vector<std::string>& m_files;
     const size_t m_window;
-    std::optional<Sizes> m_sizes;
+    const std::optional<StagingPlan> m_staging;
     std::mutex m_mutex;
     std::condition_variable m_changed;
-    size_t m_next = 0;                // the next file the worker takes
+    size_t m_next = 0;                // the next file a worker takes
     size_t m_consumer = 0;            // the file the run is at
-    std::atomic<bool> m_stop = false; // also read by the worker while it hashes
+    std::atomic<bool> m_stop = false; // also read by the workers while they hash
     std::map<size_t, Ahead> m_ready;
-    std::thread m_thread;
+    std::vector<std::thread> m_threads;
 };

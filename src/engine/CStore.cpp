@@ -96,6 +96,9 @@ bool CStore::MoveLegacy(const std::string& legacy, const std::string& target) {
     return true;
 }
 
+CStagedContent::CStagedContent(int fd, SignedContent content)
+    : m_fd(fd), m_path("/proc/self/fd/" + std::to_string(fd)), m_content(std::move(content)) {}
+
 CStagedContent::~CStagedContent() {
     if (m_fd >= 0)
         ::close(m_fd);
@@ -106,16 +109,12 @@ CStagedContent::~CStagedContent() {
 std::unique_ptr<CStagedContent> CStore::Stage(const std::string& source,
                                               const std::string& beside) {
     CheckIdentity();
-    std::unique_ptr<CStagedContent> staged(new CStagedContent);
-    if (m_anonymous) {
-        staged->m_fd = ::open(m_root.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, kPrivateFileMode);
-        if (staged->m_fd >= 0) {
-            ::fchmod(staged->m_fd, kPrivateFileMode); // whatever the umask
-            staged->m_path = "/proc/self/fd/" + NumText(staged->m_fd);
-        }
-    }
-    if (staged->m_fd < 0) {
+    std::unique_ptr<CStagedContent> staged;
+    if (const int fd = OpenAnonymous(); fd >= 0) {
+        staged = std::make_unique<CStagedContent>(fd, SignedContent{});
+    } else {
         if (beside.empty()) return nullptr;
+        staged.reset(new CStagedContent);
         staged->m_path = FSCreateTempBeside(beside);
     }
     SigningObserver signer;
@@ -128,6 +127,13 @@ std::unique_ptr<CStagedContent> CStore::Stage(const std::string& source,
             staged->m_fd >= 0 ? SignOpenFile(staged->m_fd) : SignFile(staged->m_path);
     if (staged->m_content.signature.empty()) return nullptr;
     return staged;
+}
+
+int CStore::OpenAnonymous() const {
+    if (!m_anonymous) return -1;
+    const int fd = ::open(m_root.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, kPrivateFileMode);
+    if (fd >= 0) ::fchmod(fd, kPrivateFileMode); // whatever the umask
+    return fd;
 }
 
 bool CStore::Place(CStagedContent& staged, const std::string& target) {

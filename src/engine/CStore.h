@@ -29,6 +29,9 @@
 // written. It vanishes unless the store places it.
 class CStagedContent {
 public:
+    // Takes over `fd`, an anonymous file of the store (CStore::OpenAnonymous) holding exactly
+    // the bytes that `content` signs.
+    CStagedContent(int fd, SignedContent content);
     ~CStagedContent();
     CStagedContent(const CStagedContent&) = delete;
     CStagedContent& operator=(const CStagedContent&) = delete;
@@ -64,6 +67,9 @@ public:
     std::string Target(const std::string& signature) const;
     // Whether content can be staged before its place is known (an anonymous file).
     bool StagesAnywhere() const { return m_anonymous; }
+    // A new anonymous file of the store, private, open for reading and writing; -1 when the
+    // store has none. Safe to call from any thread while the store is open.
+    int OpenAnonymous() const;
 
     // Error 68 unless the store folder is still the one that was opened.
     void CheckIdentity() const;

@@ -1,6 +1,7 @@
 #include "engine/kvCryptDriver.h"
 
 #include "support/CProcTrap.h"
+#include "support/modFSCommon.h"
 #include "support/modYield.h"
 
 #include <algorithm>
@@ -44,7 +45,8 @@ int OpenSource(const std::string& path) {
 }
 
 // Signs an open regular file from its start.
-SignedContent SignOpen(int fd, bool yield, const std::atomic<bool>* stop) {
+SignedContent SignOpen(int fd, bool yield, const std::atomic<bool>* stop,
+                       const SignedBytesCopy& copy = {}) {
     struct stat st {};
     if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) Raise(err::kPathFileAccess);
     if (st.st_size > static_cast<off_t>(kReadSize))
@@ -65,6 +67,9 @@ SignedContent SignOpen(int fd, bool yield, const std::atomic<bool>* stop) {
         if (got < 0) Raise(err::kDeviceIO);
         if (got == 0) break;
         signer.Add(buffer.get(), static_cast<size_t>(got));
+        if (copy.keep) copy.keep->append(buffer.get(), static_cast<size_t>(got));
+        if (copy.fd >= 0 && !FSWriteAll(copy.fd, buffer.get(), static_cast<size_t>(got)))
+            Raise(err::kDiskFull);
         remaining -= static_cast<uint64_t>(got);
         offset += got;
         if (yield) DoEvents();
@@ -73,9 +78,10 @@ SignedContent SignOpen(int fd, bool yield, const std::atomic<bool>* stop) {
     return signer.Finish();
 }
 
-SignedContent Signature(const std::string& path, bool yield, const std::atomic<bool>* stop) {
+SignedContent Signature(const std::string& path, bool yield, const std::atomic<bool>* stop,
+                        const SignedBytesCopy& copy = {}) {
     FdCloser file{OpenSource(path)};
-    return SignOpen(file.fd, yield, stop);
+    return SignOpen(file.fd, yield, stop, copy);
 }
 
 } // namespace
@@ -138,9 +144,10 @@ SignedContent SignOpenFile(int fd) {
 }
 
 std::optional<SignedContent> ComputeSignature(const std::string& path,
-                                              const std::atomic<bool>* stop) {
+                                              const std::atomic<bool>* stop,
+                                              const SignedBytesCopy& copy) {
     try {
-        return Signature(path, false, stop);
+        return Signature(path, false, stop, copy);
     } catch (...) {
         return std::nullopt; // the caller hashes again where the error can be reported
     }

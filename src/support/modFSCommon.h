@@ -57,5 +57,7 @@ void FSCreatePath(const std::string& filePath);
 void FSCreateFolderTree(const std::string& folderPath);
 // Everything after the last "." of the whole text, ASCII letters upper-cased; empty without ".".
 std::string FSGetExtension(const std::string& path);
+// Writes all `length` bytes to an open file; false on any error.
+bool FSWriteAll(int fd, const char* data, size_t length);
 // Flushes everything written to the file system that holds `path` (syncfs); false on error.
 bool FSSyncFileSystem(const std::string& path);

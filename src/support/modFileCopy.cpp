@@ -8,6 +8,7 @@
 
 #include "support/modFileCopy.h"
 
+#include "support/modFSCommon.h"
 #include "support/modNumText.h"
 #include "support/modPlatformPaths.h"
 #include "support/modServices.h"
@@ -53,17 +54,6 @@ bool IsRegular(int fd, off_t* size = nullptr) {
     return true;
 }
 
-bool WriteAll(int fd, const char* data, size_t length) {
-    while (length > 0) {
-        const ssize_t n = ::write(fd, data, length);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        data += n;
-        length -= static_cast<size_t>(n);
-    }
-    return true;
-}
-
 // copy_file_range refuses some pairs of files (other file systems, device files, old
 // kernels); the read/write loop then takes over at the same offsets.
 bool RangeCopyUnsupported(int error) {
@@ -89,7 +79,7 @@ bool CopyData(int in, int out, off_t expected, ICopyObserver* observer) {
         } else {
             if (!buffer) buffer.reset(new char[kBlockSize]);
             n = ::read(in, buffer.get(), kBlockSize);
-            if (n > 0 && !WriteAll(out, buffer.get(), static_cast<size_t>(n))) return false;
+            if (n > 0 && !FSWriteAll(out, buffer.get(), static_cast<size_t>(n))) return false;
             if (n > 0 && observer) observer->Written(buffer.get(), static_cast<size_t>(n));
         }
         if (n < 0 && errno == EINTR) continue;

@@ -156,6 +156,16 @@ protected:
                  std::to_string(content.size()), ""}};
     }
 
+    // Content of the size of `content` stored by an earlier run (bid 1): files of that size may
+    // be stored already, so the run signs them ahead and copies them itself instead of staging
+    // them as they are signed.
+    void StoreEarlier(const std::string& content) {
+        CreateTree(env.Path("earlier"), Dir({{"e", File(content)}}));
+        CBackup earlier;
+        Prepare(earlier, env.Path("earlier"));
+        ASSERT_EQ(earlier.Exec(), CBackup::Result::kEmpty);
+    }
+
     ScopedTestEnv env;
     std::string source;
     uint32_t now = 5000;
@@ -427,6 +437,7 @@ TEST_F(CBackupTest, MD5CalcMethodIsOnlyStored) {
 }
 
 TEST_F(CBackupTest, CopyThatFailsEveryTryIsLoggedAndNotRecorded) {
+    StoreEarlier("of this size.");
     CreateTree(source, Dir({{"a", File("will not copy")}}));
     const CopyMethods broken{
         [](const std::string&, const std::string&, ICopyObserver*) { return false; },
@@ -437,7 +448,7 @@ TEST_F(CBackupTest, CopyThatFailsEveryTryIsLoggedAndNotRecorded) {
     EXPECT_EQ(Run(), CBackup::Result::kEmpty);
     EXPECT_TRUE(HasLine("Failed copy on " + source + "/a"));
     EXPECT_TRUE(HasLine("Failed to copy. Disk could be full"));
-    EXPECT_TRUE(FileRows().empty());
+    EXPECT_EQ(Query("SELECT count(*) FROM Files WHERE bid = 2"), (Rows{{"0"}}));
     EXPECT_TRUE(HasLine("Total Files : 1"));
 }
 
@@ -771,10 +782,8 @@ TEST_F(CBackupTest, MissingStoreFolderFailsTheRunBeforeAnythingIsWritten) {
 // ---- Sources that change while the run reads them ----
 
 TEST_F(CBackupTest, FilesRewrittenAfterTheyWereSignedAreStoredUnderTheSignatureOfWhatWasCopied) {
-    // The large file is listed first. While it is copied, the signatures of the small files
-    // after it have been computed ahead (a file of their size, listed before them, makes them
-    // content that may be stored already); then they get new bytes of the same size.
-    const std::string big = PatternContent(8 << 20);
+    // The small files are signed ahead; when the first of them is copied, all get new bytes of
+    // the same size.
     std::vector<std::pair<std::string, TestNode>> smalls;
     Strings before, after;
     for (int i = 0; i < 5; ++i) {
@@ -783,14 +792,13 @@ TEST_F(CBackupTest, FilesRewrittenAfterTheyWereSignedAreStoredUnderTheSignatureO
         ASSERT_EQ(before.back().size(), after.back().size());
         smalls.emplace_back("s" + std::to_string(i), File(before.back()));
     }
-    const std::string decoy = "same size and kept";
-    ASSERT_EQ(decoy.size(), before[0].size());
-    CreateTree(source,
-               Dir({{"big.bin", File(big)}, {"decoy", File(decoy)}, {"later", Dir(smalls)}}));
+    const std::string earlier(before[0].size(), 'e');
+    StoreEarlier(earlier);
+    CreateTree(source, Dir({{"later", Dir(smalls)}}));
     bool rewritten = false;
     ActiveCopyMethods().mode3 = [&](const std::string& from, const std::string& to,
                                     ICopyObserver* observer) {
-        if (from == source + "/big.bin" && !rewritten) {
+        if (!rewritten) {
             std::this_thread::sleep_for(std::chrono::milliseconds(200));
             for (int i = 0; i < 5; ++i)
                 WriteFile(source + "/later/s" + std::to_string(i), after[i]);
@@ -801,8 +809,7 @@ TEST_F(CBackupTest, FilesRewrittenAfterTheyWereSignedAreStoredUnderTheSignatureO
     Run();
     ASSERT_TRUE(rewritten);
     Strings stored = after;
-    stored.push_back(big);
-    stored.push_back(decoy);
+    stored.push_back(earlier);
     EXPECT_EQ(StoreListing(), StoreEntries(stored));
     EXPECT_EQ(AuditBackupFolder(GetBackupPath()), Strings{});
     for (int i = 0; i < 5; ++i) {
@@ -818,7 +825,7 @@ TEST_F(CBackupTest, FilesRewrittenAfterTheyWereSignedAreStoredUnderTheSignatureO
         WriteFile(source + "/later/s" + std::to_string(i), before[i]);
     Run();
     for (int i = 0; i < 5; ++i) {
-        const Rows row = Query("SELECT md5, backup FROM Files WHERE bid = 2 AND file = '" + source +
+        const Rows row = Query("SELECT md5, backup FROM Files WHERE bid = 3 AND file = '" + source +
                                "/later/s" + std::to_string(i) + "'");
         ASSERT_EQ(row.size(), 1u);
         EXPECT_EQ(row[0][0], TestSignature(before[i]));
@@ -828,6 +835,7 @@ TEST_F(CBackupTest, FilesRewrittenAfterTheyWereSignedAreStoredUnderTheSignatureO
 }
 
 TEST_F(CBackupTest, FileThatGrowsBeforeItIsCopiedIsRecordedWithTheLengthCopied) {
+    StoreEarlier(std::string(11, 'e'));
     CreateTree(source, Dir({{"log.txt", File("first line\n")}}));
     ActiveCopyMethods().mode3 = [&](const std::string& from, const std::string& to,
                                     ICopyObserver* observer) {
@@ -835,12 +843,14 @@ TEST_F(CBackupTest, FileThatGrowsBeforeItIsCopiedIsRecordedWithTheLengthCopied) 
         return DefaultCopyMethods().mode3(from, to, observer);
     };
     Run();
-    EXPECT_EQ(FileRows(), FileRow(source + "/log.txt", "first line\nsecond line\n"));
-    EXPECT_EQ(StoreListing(), StoreEntries({"first line\nsecond line\n"}));
+    EXPECT_EQ(Query("SELECT bid, md5, path, file, backup, size, filedate FROM Files WHERE bid = 2"),
+              FileRow(source + "/log.txt", "first line\nsecond line\n", 2));
+    EXPECT_EQ(StoreListing(), StoreEntries({"first line\nsecond line\n", std::string(11, 'e')}));
     EXPECT_EQ(AuditBackupFolder(GetBackupPath()), Strings{});
 }
 
 TEST_F(CBackupTest, FileEmptiedBeforeItIsCopiedIsSkippedAsAZeroLengthFile) {
+    StoreEarlier(std::string(10, 'e'));
     CreateTree(source, Dir({{"gone.txt", File("soon empty")}}));
     ActiveCopyMethods().mode3 = [&](const std::string& from, const std::string& to,
                                     ICopyObserver* observer) {
@@ -849,21 +859,40 @@ TEST_F(CBackupTest, FileEmptiedBeforeItIsCopiedIsSkippedAsAZeroLengthFile) {
     };
     Run();
     EXPECT_TRUE(HasLine("Skipping " + source + "/gone.txt. Zero length file"));
-    EXPECT_TRUE(FileRows().empty());
-    EXPECT_EQ(StoreListing(), Strings{});
+    EXPECT_EQ(Query("SELECT count(*) FROM Files WHERE bid = 2"), (Rows{{"0"}}));
+    EXPECT_EQ(StoreListing(), StoreEntries({std::string(10, 'e')}));
 }
 
 TEST_F(CBackupTest, CopyThatCannotShowItsBytesIsSignedFromTheStoredFile) {
     // A copy method that writes without telling (here other bytes of the same size): the
     // stored file is read back and named after what it holds.
+    StoreEarlier(std::string(9, 'e'));
     CreateTree(source, Dir({{"a.txt", File("as listed")}}));
     ActiveCopyMethods().mode3 = [&](const std::string&, const std::string& to, ICopyObserver*) {
         WriteFile(to, "different");
         return true;
     };
     Run();
-    EXPECT_EQ(FileRows(), FileRow(source + "/a.txt", "different"));
-    EXPECT_EQ(StoreListing(), StoreEntries({"different"}));
+    EXPECT_EQ(Query("SELECT bid, md5, path, file, backup, size, filedate FROM Files WHERE bid = 2"),
+              FileRow(source + "/a.txt", "different", 2));
+    EXPECT_EQ(StoreListing(), StoreEntries({"different", std::string(9, 'e')}));
+}
+
+TEST_F(CBackupTest, NewContentIsStagedWhileItIsSignedAndNeverCopiedAgain) {
+    // No stored content has its size: the read-ahead copies it into the store as it signs it,
+    // and the run only names it. The copy methods are not used at all.
+    CreateTree(source, Dir({{"a.bin", File(PatternContent(3 << 20))}, {"b.txt", File("small")}}));
+    int copies = 0;
+    ActiveCopyMethods().mode3 = [&](const std::string& from, const std::string& to,
+                                    ICopyObserver* observer) {
+        ++copies;
+        return DefaultCopyMethods().mode3(from, to, observer);
+    };
+    Run();
+    EXPECT_EQ(copies, 0);
+    EXPECT_EQ(CountLines("COP: "), 2u);
+    EXPECT_EQ(StoreListing(), StoreEntries({PatternContent(3 << 20), "small"}));
+    EXPECT_EQ(AuditBackupFolder(GetBackupPath()), Strings{});
 }
 
 TEST_F(CBackupTest, FileSwappedForALinkAfterTheListingIsNotReadThroughTheLink) {
