@@ -6,9 +6,11 @@
 #include "catalogue/modSQLQuote.h"
 #include "support/modDateText.h"
 
+#include <algorithm>
 #include <ctime>
 #include <deque>
 #include <dirent.h>
+#include <random>
 #include <stdexcept>
 #include <sys/stat.h>
 
@@ -101,4 +103,20 @@ TreeWalk WalkBreadthFirst(const std::string& root) {
 
 std::vector<std::string> WalkOrder(const std::string& root) {
     return WalkBreadthFirst(root).files;
+}
+
+void MakeRandomFiles(const std::string& root, int count, unsigned seed) {
+    std::mt19937 random(seed);
+    std::vector<std::pair<std::string, TestNode>> folders;
+    for (int folder = 0; folder * 10 < count; ++folder) {
+        std::vector<std::pair<std::string, TestNode>> files;
+        for (int i = folder * 10; i < std::min(count, folder * 10 + 10); ++i) {
+            std::string content(1024 * (1 + random() % 24), '\0');
+            for (char& c : content)
+                c = static_cast<char>(random());
+            files.emplace_back("f" + std::to_string(i) + ".dat", File(content));
+        }
+        folders.emplace_back("d" + std::to_string(folder), Dir(files));
+    }
+    CreateTree(root, Dir(folders));
 }

@@ -43,3 +43,6 @@ struct TreeWalk {
 TreeWalk WalkBreadthFirst(const std::string& root);
 // The files of that walk.
 std::vector<std::string> WalkOrder(const std::string& root);
+
+// `count` files of 1 to 24 KiB in folders of ten below `root`, their bytes drawn from `seed`.
+void MakeRandomFiles(const std::string& root, int count, unsigned seed);

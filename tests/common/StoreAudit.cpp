@@ -11,7 +11,7 @@ bool IsTemporary(const std::string& name) {
     return name.size() > 4 && name[0] == '.' && name.ends_with(".tmp");
 }
 
-void AuditStoreFiles(const std::string& backup, AuditMoment moment,
+void AuditStoreFiles(const std::string& backup, AuditMoment moment, AuditCache* cache,
                      std::vector<std::string>& problems) {
     const std::string store = backup + "/Files";
     for (const std::string& entry : ListTree(store)) {
@@ -26,11 +26,15 @@ void AuditStoreFiles(const std::string& backup, AuditMoment moment,
             problems.push_back("stray file: " + entry);
             continue;
         }
-        if (TestSignature(ReadFile(path)) + ".QRV" != name)
-            problems.push_back("content differs from its name: " + entry);
         struct stat st {};
         if (::lstat(path.c_str(), &st) != 0 || (st.st_mode & 07777) != 0600)
             problems.push_back("not private: " + entry);
+        const auto identity = std::make_pair(st.st_ino, st.st_size);
+        if (cache && cache->sound.count(entry) && cache->sound[entry] == identity) continue;
+        if (TestSignature(ReadFile(path)) + ".QRV" != name)
+            problems.push_back("content differs from its name: " + entry);
+        else if (cache)
+            cache->sound[entry] = identity;
     }
 }
 
@@ -69,9 +73,10 @@ void AuditRows(const std::string& backup, std::vector<std::string>& problems) {
 
 } // namespace
 
-std::vector<std::string> AuditBackupFolder(const std::string& backup, AuditMoment moment) {
+std::vector<std::string> AuditBackupFolder(const std::string& backup, AuditMoment moment,
+                                           AuditCache* cache) {
     std::vector<std::string> problems;
-    AuditStoreFiles(backup, moment, problems);
+    AuditStoreFiles(backup, moment, cache, problems);
     if (moment == AuditMoment::kAfterCleanRun) AuditRows(backup, problems);
     return problems;
 }

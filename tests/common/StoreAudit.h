@@ -6,7 +6,10 @@
 // they record. The audit returns one line per problem found, so a test that expects none
 // prints them all.
 
+#include <map>
 #include <string>
+#include <sys/types.h>
+#include <utility>
 #include <vector>
 
 enum class AuditMoment {
@@ -14,8 +17,15 @@ enum class AuditMoment {
     kJustKilled,    // a killed run may leave both; the catalogue is not read (its journal is hot)
 };
 
+// Store files already found sound, so that repeated audits of a growing store read each file
+// once (a store file never changes while it keeps its name and inode).
+struct AuditCache {
+    std::map<std::string, std::pair<ino_t, off_t>> sound;
+};
+
 std::vector<std::string> AuditBackupFolder(const std::string& backup,
-                                           AuditMoment moment = AuditMoment::kAfterCleanRun);
+                                           AuditMoment moment = AuditMoment::kAfterCleanRun,
+                                           AuditCache* cache = nullptr);
 
 // The ids of the committed runs, ascending.
 std::vector<std::string> CommittedRuns(const std::string& backup);

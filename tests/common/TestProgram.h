@@ -28,7 +28,7 @@ public:
 
     pid_t Pid() const { return m_pid; }
     // Waits for the end (at most `timeoutSeconds`, then kills it); kills it with SIGKILL as
-    // soon as `killWhen` returns true (polled every millisecond).
+    // soon as `killWhen` returns true (polled every tenth of a millisecond).
     ProgramRun Wait(int timeoutSeconds = 120, const std::function<bool()>& killWhen = nullptr);
 
 private:
@@ -42,7 +42,7 @@ private:
 ProgramRun RunStashwell(const std::vector<std::string>& args, int timeoutSeconds = 120,
                         const ProgramEnv& env = {});
 
-// Starts the program and kills it with SIGKILL once `killWhen` returns true (polled every
-// millisecond) or the program ends by itself; returns how it ended.
+// Starts the program and kills it with SIGKILL once `killWhen` returns true (polled every tenth
+// of a millisecond) or the program ends by itself; returns how it ended.
 ProgramRun RunStashwellUntil(const std::vector<std::string>& args,
                              const std::function<bool()>& killWhen, int timeoutSeconds = 120);

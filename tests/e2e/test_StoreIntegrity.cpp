@@ -15,7 +15,6 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
-#include <random>
 #include <sys/file.h>
 #include <sys/mount.h>
 #include <thread>
@@ -25,23 +24,6 @@ namespace {
 
 using Lines = std::vector<std::string>;
 using Clock = std::chrono::steady_clock;
-
-// `count` files of 1 to 24 KiB in folders of ten, their content drawn from `seed`.
-void MakeSmallFiles(const std::string& root, int count, unsigned seed) {
-    std::mt19937 random(seed);
-    std::vector<std::pair<std::string, TestNode>> folders;
-    for (int folder = 0; folder * 10 < count; ++folder) {
-        std::vector<std::pair<std::string, TestNode>> files;
-        for (int i = folder * 10; i < std::min(count, folder * 10 + 10); ++i) {
-            std::string content(1024 * (1 + random() % 24), '\0');
-            for (char& c : content)
-                c = static_cast<char>(random());
-            files.emplace_back("f" + std::to_string(i) + ".dat", File(content));
-        }
-        folders.emplace_back("d" + std::to_string(folder), Dir(files));
-    }
-    CreateTree(root, Dir(folders));
-}
 
 // Waits until `path` exists (at most ten seconds).
 bool AppearsSoon(const std::string& path) {
@@ -62,7 +44,7 @@ size_t Position(const Lines& log, const std::string& line) {
 TEST(SecondProgram, BackupFolderInUseIsLeftAloneAndTheReasonGiven) {
     BackupFixture f;
     const std::string src = f.env.Path("src");
-    MakeSmallFiles(src, 20, 1);
+    MakeRandomFiles(src, 20, 1);
     f.AddSource(src);
     ASSERT_EQ(RunStashwell({"backup"}).exitCode, 0);
     const Lines store = ListTree(f.backup + "/Files");
@@ -95,13 +77,13 @@ TEST(SecondProgram, CompactOfAnotherConfigurationWaitsForTheRunningBackup) {
     BackupFixture f;
     f.SetOption("MaxBackups", "1");
     const std::string src = f.env.Path("src");
-    MakeSmallFiles(src, 300, 2);
+    MakeRandomFiles(src, 300, 2);
     CreateTree(src + "/large", Dir({{"a.bin", File(PatternContent(24 << 20))}}));
     f.AddSource(src);
     ASSERT_EQ(RunStashwell({"backup"}).exitCode, 0);
     // New content for every file: the next run drops the first, whose content compact frees.
     std::filesystem::remove_all(src);
-    MakeSmallFiles(src, 300, 3);
+    MakeRandomFiles(src, 300, 3);
     CreateTree(src + "/large", Dir({{"a.bin", File("x" + PatternContent(24 << 20))}}));
 
     RunningProgram backup({"backup"});
@@ -128,7 +110,7 @@ TEST_P(AnotherSpelling, KeepsEveryFileOfTheKeptRunsThroughBackupAndCompact) {
     f.AddSource(src);
     for (unsigned round = 0; round < 3; ++round) {
         std::filesystem::remove_all(src);
-        MakeSmallFiles(src, 120, 10 + round);
+        MakeRandomFiles(src, 120, 10 + round);
         ASSERT_EQ(RunStashwell({"backup"}).exitCode, 0);
     }
     // The same folder, reached another way from now on.
@@ -150,7 +132,7 @@ TEST_P(AnotherSpelling, KeepsEveryFileOfTheKeptRunsThroughBackupAndCompact) {
         WriteRegSetting("BackupPath", root + "/../" + top + "/backup");
     }
     std::filesystem::remove_all(src);
-    MakeSmallFiles(src, 120, 20);
+    MakeRandomFiles(src, 120, 20);
     const ProgramRun run = RunStashwell({"backup", "compact"});
     ASSERT_EQ(run.exitCode, 0) << run.err;
     EXPECT_EQ(AuditBackupFolder(folder), Lines{});
@@ -174,7 +156,7 @@ TEST_P(LimitBelowOne, KeepsTenRunsAndCompactKeepsTheirContent) {
     f.AddSource(src);
     for (unsigned round = 0; round < 3; ++round) {
         std::filesystem::remove_all(src);
-        MakeSmallFiles(src, 10, 30 + round);
+        MakeRandomFiles(src, 10, 30 + round);
         ASSERT_EQ(RunStashwell({"backup"}).exitCode, 0);
     }
     ASSERT_EQ(RunStashwell({"compact"}).exitCode, 0);
@@ -195,7 +177,7 @@ TEST(DriveTakenAway, BackupFolderRenamedDuringARunLeavesNothingAtTheOldPath) {
     BackupFixture f;
     const std::string src = f.env.Path("src");
     CreateTree(src, Dir({{"a.bin", File(PatternContent(64 << 20))}}));
-    MakeSmallFiles(src + "/small", 40, 4);
+    MakeRandomFiles(src + "/small", 40, 4);
     f.AddSource(src);
     RunningProgram backup({"backup"});
     ASSERT_TRUE(AppearsSoon(f.backup + "/Files/.unfinished"));
@@ -220,7 +202,7 @@ TEST(DriveTakenAway, DriveUnmountedDuringARunLeavesNothingOnTheSystemDisk) {
     f.UseBackupPath(media + "/Backup");
     const std::string src = f.env.Path("src");
     CreateTree(src, Dir({{"a.bin", File(PatternContent(64 << 20))}}));
-    MakeSmallFiles(src + "/small", 40, 5);
+    MakeRandomFiles(src + "/small", 40, 5);
     f.AddSource(src);
     RunningProgram backup({"backup"});
     const bool writing = AppearsSoon(f.backup + "/Files/.unfinished");
