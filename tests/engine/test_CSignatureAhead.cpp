@@ -7,6 +7,8 @@
 #include "support/modServices.h"
 
 #include <gtest/gtest.h>
+#include <mutex>
+#include <unordered_set>
 
 namespace {
 
@@ -79,6 +81,99 @@ TEST_F(SignatureAhead, RaisedStopEndsAHashAtItsNextRead) {
     stop = false;
     EXPECT_EQ(ComputeSignature(files[0], &stop),
               (SignedContent{TestSignature(PatternContent(3 << 20)), 3 << 20}));
+}
+
+} // namespace
+
+namespace {
+
+// A read-ahead whose staging goes into a store opened on the test's own folder.
+struct Staging : SignatureAhead {
+    CStore store;
+    std::string root = env.Path("Files");
+    std::vector<std::string> asked; // signatures the read-ahead asked about
+
+    CSignatureAhead::StagingPlan Plan(std::unordered_set<uint64_t> storedSizes = {},
+                                      bool everythingStored = false) {
+        CreateTree(root, Dir());
+        store.Open(root);
+        CSignatureAhead::StagingPlan plan;
+        plan.storedSizes = std::move(storedSizes);
+        plan.isStored = [this, everythingStored](const std::string& signature) {
+            std::lock_guard lock(mutex);
+            asked.push_back(signature);
+            return everythingStored;
+        };
+        plan.openAnonymous = [this] { return store.OpenAnonymous(); };
+        return plan;
+    }
+    // What staged content holds, once placed in the store.
+    std::string Placed(CStagedContent& staged) {
+        const std::string target = store.Target(staged.Content().signature);
+        EXPECT_TRUE(store.Place(staged, target));
+        return ReadFile(target);
+    }
+    std::mutex mutex;
+};
+
+TEST_F(Staging, FilesOfNewSizesAreStagedWithExactlyTheBytesTheirSignatureSigns) {
+    files = {env.Path("small"), env.Path("large"), env.Path("empty")};
+    WriteFile(files[0], PatternContent(5000));
+    WriteFile(files[1], PatternContent(3 << 20));
+    WriteFile(files[2], "");
+    CSignatureAhead ahead(files, 8, Plan());
+    if (!store.StagesAnywhere()) GTEST_SKIP() << "no anonymous files on this file system";
+    for (size_t i = 0; i < 2; ++i) {
+        CSignatureAhead::Prepared prepared = ahead.Prepare(i);
+        const std::string content = ReadFile(files[i]);
+        EXPECT_EQ(prepared.content, (SignedContent{TestSignature(content), content.size()}));
+        ASSERT_NE(prepared.staged, nullptr) << i;
+        EXPECT_EQ(prepared.staged->Content(), prepared.content);
+        EXPECT_TRUE(Placed(*prepared.staged) == content) << i;
+    }
+    CSignatureAhead::Prepared empty = ahead.Prepare(2);
+    EXPECT_EQ(empty.content, (SignedContent{TestSignature(""), 0}));
+    EXPECT_EQ(empty.staged, nullptr);
+}
+
+TEST_F(Staging, FilesOfAStoredSizeAreOnlySigned) {
+    Make(3);
+    CSignatureAhead ahead(files, 8, Plan({0, 3001, 6002}));
+    for (size_t i = 0; i < 3; ++i) {
+        CSignatureAhead::Prepared prepared = ahead.Prepare(i);
+        EXPECT_EQ(prepared.content, Signed(i));
+        EXPECT_EQ(prepared.staged, nullptr) << i;
+    }
+    EXPECT_TRUE(asked.empty());
+}
+
+TEST_F(Staging, SmallFileWhoseContentIsStoredIsNotStagedButALargeOneIs) {
+    files = {env.Path("small"), env.Path("large")};
+    WriteFile(files[0], PatternContent(5000));
+    WriteFile(files[1], PatternContent(3 << 20));
+    CSignatureAhead ahead(files, 8, Plan({}, true));
+    if (!store.StagesAnywhere()) GTEST_SKIP() << "no anonymous files on this file system";
+    EXPECT_EQ(ahead.Prepare(0).staged, nullptr);
+    // A large file is written as it is read, before its signature is known.
+    EXPECT_NE(ahead.Prepare(1).staged, nullptr);
+    EXPECT_EQ(asked, (std::vector<std::string>{TestSignature(PatternContent(5000))}));
+}
+
+TEST_F(Staging, WithoutAPlanNothingIsStaged) {
+    Make(4);
+    CSignatureAhead ahead(files, 8);
+    for (size_t i = 0; i < 4; ++i)
+        EXPECT_EQ(ahead.Prepare(i).staged, nullptr);
+}
+
+TEST_F(Staging, StagedFilesOfSkippedAndUnaskedFilesVanish) {
+    Make(6);
+    {
+        CSignatureAhead ahead(files, 8, Plan());
+        EXPECT_EQ(ahead.Prepare(4).content, Signed(4)); // the run skipped files 0 to 3
+    }                                                   // and stopped before files 5
+    store.Close();
+    EXPECT_EQ(ListTree(root), std::vector<std::string>{});
 }
 
 } // namespace
