@@ -36,28 +36,36 @@ bool IsTemporaryName(const std::string& name) {
 
 void CStore::Open(const std::string& root) {
     Close();
+    const int fd = ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     struct stat st {};
-    if (::stat(root.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
+    if (fd < 0 || ::fstat(fd, &st) != 0) {
+        if (fd >= 0) ::close(fd);
         Raise(err::kDeviceUnavailable, "Backup folder not available: " + root);
+    }
     m_root = root;
+    m_rootFd = fd;
     m_device = st.st_dev;
     m_inode = st.st_ino;
     m_open = true;
     // Anonymous files need O_TMPFILE from the file system and /proc to link them by.
-    const int probe = ::open(m_root.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, kPrivateFileMode);
-    m_anonymous = probe >= 0 && ::access("/proc/self/fd", X_OK) == 0;
+    m_anonymous = ::access("/proc/self/fd", X_OK) == 0;
+    const int probe = OpenAnonymous();
+    m_anonymous = probe >= 0;
     if (probe >= 0) ::close(probe);
     const std::string mark = FSBuildPath(m_root, kUnfinishedMark);
     if (FSFileExists(mark)) RemoveTemporaries();
     // A store that cannot take the mark cannot take a temporary file either.
-    const int fd =
+    const int markFd =
         ::open(mark.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kPrivateFileMode);
-    if (fd >= 0) ::close(fd);
+    if (markFd >= 0) ::close(markFd);
 }
 
 void CStore::Close() {
     if (!m_open) return;
     m_open = false;
+    m_anonymous = false;
+    ::close(m_rootFd);
+    m_rootFd = -1;
     struct stat st {};
     // The mark of a store folder that went away stays where it is.
     if (::stat(m_root.c_str(), &st) == 0 && st.st_dev == m_device && st.st_ino == m_inode)
@@ -131,7 +139,7 @@ std::unique_ptr<CStagedContent> CStore::Stage(const std::string& source,
 
 int CStore::OpenAnonymous() const {
     if (!m_anonymous) return -1;
-    const int fd = ::open(m_root.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, kPrivateFileMode);
+    const int fd = ::openat(m_rootFd, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, kPrivateFileMode);
     if (fd >= 0) ::fchmod(fd, kPrivateFileMode); // whatever the umask
     return fd;
 }

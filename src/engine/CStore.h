@@ -98,6 +98,7 @@ private:
     void RemoveEmptyFolders(const std::string& target);
 
     std::string m_root;
+    int m_rootFd = -1; // anonymous files go into the folder opened, whatever its path names now
     dev_t m_device = 0;
     ino_t m_inode = 0;
     bool m_open = false;
