@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds Stashwell and runs every test: first the whole build, then the Qt-free core and its
-# tests again under AddressSanitizer and UndefinedBehaviorSanitizer.
+# tests again under AddressSanitizer and UndefinedBehaviorSanitizer, then the engine's tests,
+# whose read-ahead runs worker threads, under ThreadSanitizer.
 set -euo pipefail
 cd "$(dirname "$0")"
 ./scripts/install-deps.sh
@@ -16,3 +17,11 @@ cmake -S . -B build-sanitize -G Ninja -DCMAKE_BUILD_TYPE=Debug \
 cmake --build build-sanitize -j "$jobs"
 UBSAN_OPTIONS=print_stacktrace=1 \
     ctest --test-dir build-sanitize --output-on-failure -j "$jobs" -L core
+
+cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DSTASHWELL_CORE_ONLY=ON \
+    -DSTASHWELL_SANITIZE_THREADS=ON
+threaded=(engine_CSignatureAhead engine_CStore engine_CBackup)
+cmake --build build-tsan -j "$jobs" --target "${threaded[@]}"
+for t in "${threaded[@]}"; do
+    TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" "build-tsan/tests/$t"
+done

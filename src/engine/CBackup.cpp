@@ -131,9 +131,9 @@ std::optional<CSignatureAhead::StagingPlan> CBackup::StagingPlan() {
         },
         error);
     if (!read) return std::nullopt; // every file is then only signed ahead
-    plan.isStored = [root = m_backupPath](const std::string& signature) {
+    plan.isStored = [this](const std::string& signature) {
         struct stat st {};
-        return ::stat(CStore::StorePath(root, signature + ".QRV").c_str(), &st) == 0;
+        return ::stat(m_store.Target(signature).c_str(), &st) == 0;
     };
     plan.openAnonymous = [this] { return m_store.OpenAnonymous(); };
     return plan;
@@ -188,7 +188,7 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
         m_duplicateList.push_back("Duplicate: " + path);
     } else {
         Operation("Enough disk space?");
-        // Staged content was checked for room before it was copied.
+        // Staged content is on the backup drive already.
         if (!staged && FSGetFreeDiskSpace(m_backupDrive) <= size) {
             Log(1, "Insufficient disk space on backup drive");
         } else {

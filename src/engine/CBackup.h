@@ -5,11 +5,13 @@
 // whose content ends up in the store. Each distinct content is stored once, as
 // <store>/ab/cd/<signature>.QRV; a file whose signature is already stored is only recorded.
 //
-// Every catalogue write of the run is one transaction. The store (CStore) writes new content
-// under a temporary name and names it after the signature of the bytes it copied, and the
-// store's file system is flushed before the Commit, so a killed run leaves no partial store
-// file and no row that refers to lost content. A row records the signature and the length of
-// the content that the store holds for the file, even when the file changed during the run.
+// Every catalogue write of the run is one transaction. New content reaches the store (CStore)
+// with no store name and takes the name of the signature of the bytes written: the read-ahead
+// (CSignatureAhead) stages content of sizes the store does not hold while it signs it, and the
+// run copies the rest itself, signing the copy. The store's file system is flushed before the
+// Commit, so a killed run leaves no partial store file and no row that refers to lost content.
+// A row records the signature and the length of the content that the store holds for the
+// file, even when the file changed during the run.
 // Progress reaches the caller through three events; Cancel is seen after the current file.
 
 #include "catalogue/CDatabase.h"

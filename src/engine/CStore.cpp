@@ -73,9 +73,11 @@ void CStore::Close() {
 }
 
 std::string CStore::StorePath(const std::string& root, const std::string& name) {
+    // Without the error trap of FSBuildPath: the read-ahead's workers ask for store paths too,
+    // and the error handler belongs to the run's thread.
     const std::string first = name.substr(0, 2);
     const std::string second = name.size() > 2 ? name.substr(2, 2) : std::string();
-    return FSBuildPath(FSBuildPath(FSBuildPath(root, first), second), name);
+    return FSJoinPath(FSJoinPath(FSJoinPath(root, first), second), name);
 }
 
 std::string CStore::Target(const std::string& signature) const {
@@ -121,7 +123,6 @@ std::unique_ptr<CStagedContent> CStore::Stage(const std::string& source,
     if (const int fd = OpenAnonymous(); fd >= 0) {
         staged = std::make_unique<CStagedContent>(fd, SignedContent{});
     } else {
-        if (beside.empty()) return nullptr;
         staged.reset(new CStagedContent);
         staged->m_path = FSCreateTempBeside(beside);
     }

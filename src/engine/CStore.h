@@ -61,9 +61,9 @@ public:
     void Close();
 
     // Where the store keeps a backup file: `root`, then the name's first two characters, then
-    // its third and fourth, then the name.
+    // its third and fourth, then the name. Safe to call from any thread.
     static std::string StorePath(const std::string& root, const std::string& name);
-    // The place of a signature's content in this store.
+    // The place of a signature's content in this store; safe to call from any thread.
     std::string Target(const std::string& signature) const;
     // Whether content can be staged before its place is known (an anonymous file).
     bool StagesAnywhere() const { return m_anonymous; }
@@ -78,11 +78,10 @@ public:
     // Moves a backup file of the earlier flat layout to `target` and makes it private.
     bool MoveLegacy(const std::string& legacy, const std::string& target);
 
-    // Copies `source` into the store with FSCopyFile, signing the bytes written; `beside` is
-    // where the content is expected to go, for a file system without anonymous files (without
-    // one, such a store stages nothing). Null when the copy failed.
-    std::unique_ptr<CStagedContent> Stage(const std::string& source,
-                                          const std::string& beside = {});
+    // Copies `source` into the store with FSCopyFile, signing the bytes written: into an
+    // anonymous file, or on a file system without them under a temporary name beside `beside`,
+    // the place where the content is expected to go. Null when the copy failed.
+    std::unique_ptr<CStagedContent> Stage(const std::string& source, const std::string& beside);
     // Gives staged content its store name; true once `target` holds that content (also when it
     // did already).
     bool Place(CStagedContent& staged, const std::string& target);

@@ -213,6 +213,10 @@ void FSCreateFolder(const std::string& path) {
 std::string FSBuildPath(const std::string& path, const std::string& name) {
     CProcTrap trap("FSBuildPath");
     trap.Check();
+    return FSJoinPath(path, name);
+}
+
+std::string FSJoinPath(const std::string& path, const std::string& name) {
     if (path.empty()) return name;
     const size_t last = path.find_last_not_of('/');
     const size_t first = name.find_first_not_of('/');

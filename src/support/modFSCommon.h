@@ -17,6 +17,8 @@ double FSGetFreeDiskSpace(const std::string& drive);
 void FSCreateFolder(const std::string& path);
 // `path` and `name` joined with exactly one "/"; `name` alone when `path` is empty.
 std::string FSBuildPath(const std::string& path, const std::string& name);
+// The same join without the error trap, for threads other than the run's.
+std::string FSJoinPath(const std::string& path, const std::string& name);
 // A fresh temporary file name (no folder) ending in ".tmp".
 std::string FSGetTempName();
 // Deletes a file; every error is swallowed.
