@@ -895,6 +895,16 @@ TEST_F(CBackupTest, NewContentIsStagedWhileItIsSignedAndNeverCopiedAgain) {
     EXPECT_EQ(AuditBackupFolder(GetBackupPath()), Strings{});
 }
 
+TEST_F(CBackupTest, ManySmallNewFilesAreStagedBesideTheRunAndEachStoredOnce) {
+    // The workers stage small files from memory when their content is not stored yet, while
+    // the run records the files before them.
+    MakeRandomFiles(source, 60, 5);
+    CreateTree(source + "/twins", Dir({{"x", File("twin")}, {"y", File("twin")}}));
+    Run();
+    EXPECT_EQ(Query("SELECT count(*), count(DISTINCT md5) FROM Files"), (Rows{{"62", "61"}}));
+    EXPECT_EQ(AuditBackupFolder(GetBackupPath()), Strings{});
+}
+
 TEST_F(CBackupTest, FileSwappedForALinkAfterTheListingIsNotReadThroughTheLink) {
     const std::string secret = env.Path("secret");
     WriteFile(secret, "a file the user never chose");
