@@ -166,6 +166,15 @@ protected:
         ASSERT_EQ(earlier.Exec(), CBackup::Result::kEmpty);
     }
 
+    // The copy of every file by the run itself finds the file holding `content` now.
+    static void RewriteWhenCopied(const std::string& content) {
+        ActiveCopyMethods().mode3 = [content](const std::string& from, const std::string& to,
+                                              ICopyObserver* observer) {
+            WriteFile(from, content);
+            return DefaultCopyMethods().mode3(from, to, observer);
+        };
+    }
+
     ScopedTestEnv env;
     std::string source;
     uint32_t now = 5000;
@@ -837,11 +846,7 @@ TEST_F(CBackupTest, FilesRewrittenAfterTheyWereSignedAreStoredUnderTheSignatureO
 TEST_F(CBackupTest, FileThatGrowsBeforeItIsCopiedIsRecordedWithTheLengthCopied) {
     StoreEarlier(std::string(11, 'e'));
     CreateTree(source, Dir({{"log.txt", File("first line\n")}}));
-    ActiveCopyMethods().mode3 = [&](const std::string& from, const std::string& to,
-                                    ICopyObserver* observer) {
-        WriteFile(from, "first line\nsecond line\n");
-        return DefaultCopyMethods().mode3(from, to, observer);
-    };
+    RewriteWhenCopied("first line\nsecond line\n");
     Run();
     EXPECT_EQ(Query("SELECT bid, md5, path, file, backup, size, filedate FROM Files WHERE bid = 2"),
               FileRow(source + "/log.txt", "first line\nsecond line\n", 2));
@@ -852,11 +857,7 @@ TEST_F(CBackupTest, FileThatGrowsBeforeItIsCopiedIsRecordedWithTheLengthCopied) 
 TEST_F(CBackupTest, FileEmptiedBeforeItIsCopiedIsSkippedAsAZeroLengthFile) {
     StoreEarlier(std::string(10, 'e'));
     CreateTree(source, Dir({{"gone.txt", File("soon empty")}}));
-    ActiveCopyMethods().mode3 = [&](const std::string& from, const std::string& to,
-                                    ICopyObserver* observer) {
-        WriteFile(from, "");
-        return DefaultCopyMethods().mode3(from, to, observer);
-    };
+    RewriteWhenCopied("");
     Run();
     EXPECT_TRUE(HasLine("Skipping " + source + "/gone.txt. Zero length file"));
     EXPECT_EQ(Query("SELECT count(*) FROM Files WHERE bid = 2"), (Rows{{"0"}}));
