@@ -1,18 +1,37 @@
 #include "app/CBackupFolderLock.h"
 
+#include "app/modPaths.h"
 #include "support/modFSCommon.h"
+#include "support/modMsgBox.h"
 #include "support/modPlatformPaths.h"
 
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <list>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
 namespace {
 constexpr std::chrono::milliseconds kRetryEvery{100};
 }
+
+// A lock file this process holds, and how many steps hold it.
+struct CBackupFolderLock::Held {
+    dev_t device;
+    ino_t inode;
+    int fd;
+    int holders;
+};
+
+namespace {
+std::list<CBackupFolderLock::Held>& HeldLocks() {
+    static std::list<CBackupFolderLock::Held> held;
+    return held;
+}
+} // namespace
 
 CBackupFolderLock::~CBackupFolderLock() {
     Release();
@@ -24,11 +43,21 @@ bool CBackupFolderLock::Acquire(const std::string& backupPath, std::chrono::mill
     const std::string path = FSBuildPath(backupPath, "QRV.lock");
     // Opened for reading only: a lock needs no more, and so a backup folder on a drive that
     // another user prepared can be locked as long as the file can be read.
-    int fd = ::open(path.c_str(), O_RDONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kPrivateFileMode);
-    if (fd < 0) {
+    const int fd =
+        ::open(path.c_str(), O_RDONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kPrivateFileMode);
+    struct stat st {};
+    if (fd < 0 || ::fstat(fd, &st) != 0) {
         m_problem =
             "Error: Cannot lock the backup folder " + backupPath + ": " + std::strerror(errno);
+        if (fd >= 0) ::close(fd);
         return false;
+    }
+    for (Held& held : HeldLocks()) {
+        if (held.device != st.st_dev || held.inode != st.st_ino) continue;
+        ::close(fd); // held by an outer step of this process
+        ++held.holders;
+        m_held = &held;
+        return true;
     }
     const auto deadline = std::chrono::steady_clock::now() + wait;
     while (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
@@ -46,12 +75,21 @@ bool CBackupFolderLock::Acquire(const std::string& backupPath, std::chrono::mill
         }
         std::this_thread::sleep_for(kRetryEvery);
     }
-    m_fd = fd;
+    m_held = &HeldLocks().emplace_back(Held{st.st_dev, st.st_ino, fd, 1});
     return true;
 }
 
 void CBackupFolderLock::Release() {
-    if (m_fd < 0) return;
-    ::close(m_fd); // closing the only descriptor releases the lock
-    m_fd = -1;
+    if (!m_held) return;
+    if (--m_held->holders == 0) {
+        ::close(m_held->fd); // closing the only descriptor releases the lock
+        HeldLocks().remove_if([this](const Held& held) { return &held == m_held; });
+    }
+    m_held = nullptr;
+}
+
+bool LockBackupFolder(CBackupFolderLock& lock) {
+    if (lock.Acquire(GetBackupPath())) return true;
+    MsgBox(lock.Problem(), mb::kCritical | mb::kOKOnly, "QRV - Stashwell");
+    return false;
 }

@@ -5,6 +5,9 @@
 // exclusive lock on <backup path>/QRV.lock. The lock file lives on the backup drive itself, so
 // every path that reaches the folder (a link, another mount point, "/./") meets the same lock.
 // A program that finds the folder busy waits a little for it, then gives up.
+//
+// Within one process the lock nests: a step that takes it while an outer step of the same
+// process holds it (a backup inside an unattended start) goes ahead at once.
 
 #include <chrono>
 #include <string>
@@ -25,7 +28,13 @@ public:
     void Release();
     const std::string& Problem() const { return m_problem; }
 
+    struct Held; // a lock file this process holds
+
 private:
-    int m_fd = -1;
+    Held* m_held = nullptr;
     std::string m_problem;
 };
+
+// Takes the lock of the current backup path for a step of the program; when it cannot, shows
+// why (critical icon, title "QRV - Stashwell") and answers false.
+bool LockBackupFolder(CBackupFolderLock& lock);

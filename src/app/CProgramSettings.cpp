@@ -91,7 +91,12 @@ std::string CProgramSettings::KeyPath() const {
 
 std::string CProgramSettings::ReadEntry(const std::string& entry,
                                         const std::string& defaultValue) const {
-    const std::string header = "[" + KeyPath() + "]";
+    return ReadEntryAt(KeyPath(), entry, defaultValue);
+}
+
+std::string CProgramSettings::ReadEntryAt(const std::string& keyPath, const std::string& entry,
+                                          const std::string& defaultValue) {
+    const std::string header = "[" + keyPath + "]";
     bool inSection = false;
     for (const std::string& line : ReadLines(FilePath())) {
         if (IsSection(line)) {

@@ -29,6 +29,9 @@ public:
     std::string KeyPath() const;
     // The stored value; `defaultValue` when the key or value is missing or the value is empty.
     std::string ReadEntry(const std::string& entry, const std::string& defaultValue) const;
+    // The same for a key given as a whole path ("SOFTWARE\Korvex\QRV\Settings").
+    static std::string ReadEntryAt(const std::string& keyPath, const std::string& entry,
+                                   const std::string& defaultValue);
     void WriteEntry(const std::string& entry, const std::string& value) const;
 
     // The settings file.

@@ -1,5 +1,6 @@
 #include "app/CRunControl.h"
 
+#include "app/CBackupFolderLock.h"
 #include "app/modPaths.h"
 #include "app/modRetention.h"
 #include "support/CProcTrap.h"
@@ -21,6 +22,11 @@ std::string BackupSummary(double totalBytes, int32_t seconds) {
 
 CRunControl::CRunControl(std::vector<std::string> sources, BackupOptions options)
     : m_sources(std::move(sources)), m_options(std::move(options)) {}
+
+void CRunControl::Inputs(std::vector<std::string> sources, BackupOptions options) {
+    m_sources = std::move(sources);
+    m_options = std::move(options);
+}
 
 void CRunControl::Changed() {
     if (OnViewChanged) OnViewChanged(m_view);
@@ -50,6 +56,9 @@ void CRunControl::RequestCancel() {
 }
 
 void CRunControl::StartRun() {
+    // A run holds its backup folder: no other program backs it up or compacts it meanwhile.
+    CBackupFolderLock lock;
+    if (!LockBackupFolder(lock)) return;
     m_totalBytes = 0;
     m_running = true;
     m_view.sourceButtonsEnabled = false;
@@ -170,9 +179,12 @@ void CRunControl::RunUnattended(const std::string& commandLine) {
             cmdBackup_Click();
         } else if (word == "compact") {
             Log(1, "Compacting database");
-            PruneDBTree();
-            KillOrphans();
-            VacuumDB();
+            CBackupFolderLock lock;
+            if (LockBackupFolder(lock)) {
+                PruneDBTree();
+                KillOrphans();
+                VacuumDB();
+            }
         }
         if (blank == std::string::npos) break;
         start = blank + 1;

@@ -37,6 +37,10 @@ class CRunControl {
 public:
     CRunControl(std::vector<std::string> sources, BackupOptions options);
 
+    // What the next run backs up, and with which options (the window reads its controls anew
+    // before every run).
+    void Inputs(std::vector<std::string> sources, BackupOptions options);
+
     // Starts a run when none is going; requests cancellation when one is.
     void cmdBackup_Click();
     // Performs the words of a non-empty command line ("backup", "compact", any case).

@@ -14,6 +14,7 @@
 #include "support/modPlatformPaths.h"
 #include "support/modServices.h"
 
+#include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
 #include <iostream>
@@ -101,7 +102,15 @@ bool InitControls() {
     return true; // there is no common-controls library to prepare on this platform
 }
 
-int Main(int argc, char** argv) {
+bool HasDisplay() {
+    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"}) {
+        const char* value = std::getenv(name);
+        if (value && *value) return true;
+    }
+    return false;
+}
+
+int Main(int argc, char** argv, const WindowRunner& runWindow) {
     SetUpErrorHandler();
     Logger();
     StartDailyLog();
@@ -113,9 +122,11 @@ int Main(int argc, char** argv) {
     InitControls();
     CheckInterruptedRun(unattended);
     Log(3, "Loading Main Window");
+    if (runWindow && HasDisplay()) return runWindow(argc, argv, commandLine);
     if (!unattended) {
-        std::cerr << "The Stashwell window is not built yet: start it with the words backup "
-                     "and/or compact."
+        std::cerr << "Stashwell needs a display to open its window. Without one, run it "
+                     "unattended with the words backup and/or compact, for example: stashwell "
+                     "backup compact"
                   << std::endl;
         return kExitNoWindow;
     }

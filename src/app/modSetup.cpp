@@ -8,6 +8,7 @@
 // place only when complete, so a start killed during creation leaves no half-made catalogue.
 // An empty catalogue file, what such a start left before, holds nothing and is made anew.
 
+#include "app/CBackupFolderLock.h"
 #include "app/modCatalogueQuery.h"
 #include "app/modPaths.h"
 #include "catalogue/ADOSQLite.h"
@@ -84,6 +85,8 @@ void CreateDB() {
     // An existing catalogue is used as it is.
     const std::string dbPath = GetDBPath();
     if (FSFileExists(dbPath) && FSGetFileSize(dbPath) > 0) return;
+    CBackupFolderLock lock; // one creator at a time
+    if (!LockBackupFolder(lock)) return;
 
     const std::string building = dbPath + ".new";
     RemoveCatalogueFiles(building); // left by a start killed while it built one

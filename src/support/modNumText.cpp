@@ -80,6 +80,18 @@ int32_t ToInt32(double value) {
     return static_cast<int32_t>(r);
 }
 
+double Val(const std::string& text) {
+    const size_t begin = text.find_first_not_of(' ');
+    if (begin == std::string::npos) return 0;
+    // Only the decimal forms: no hexadecimal, infinity or NaN, which the C library also reads.
+    static const std::regex leading(R"(^[+-]?(\d+\.?\d*|\.\d+)([eE][+-]?\d+)?)");
+    std::smatch match;
+    const std::string rest = text.substr(begin);
+    if (!std::regex_search(rest, match, leading)) return 0;
+    const double value = ::strtod_l(match.str().c_str(), nullptr, CLocale());
+    return std::isfinite(value) ? value : 0;
+}
+
 double TextToNumber(const std::string& text) {
     const size_t begin = text.find_first_not_of(' ');
     if (begin == std::string::npos) Raise(err::kTypeMismatch);

@@ -23,6 +23,11 @@ double RoundHalfEven(double value, int decimals = 0);
 int16_t ToInt16(double value);
 int32_t ToInt32(double value);
 
+// The number a text starts with, as the runtime's Val reads it: leading blanks are skipped,
+// reading stops at the first character that cannot continue the number, and a text that does
+// not start with one reads 0 ("15x" is 15, "abc" is 0).
+double Val(const std::string& text);
+
 // A text read as a number (leading and trailing blanks allowed); raises 13 when it is none.
 double TextToNumber(const std::string& text);
 int16_t TextToInt16(const std::string& text);

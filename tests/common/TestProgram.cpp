@@ -30,8 +30,10 @@ RunningProgram::RunningProgram(const std::vector<std::string>& args, const Progr
     if (m_pid == 0) {
         ::dup2(outPipe[1], 1);
         ::dup2(errPipe[1], 2);
+        // No display: the program runs without a window unless the test's `env` gives it one.
         ::unsetenv("DISPLAY");
         ::unsetenv("WAYLAND_DISPLAY");
+        ::unsetenv("QT_QPA_PLATFORM");
         // Run inside the test's folder, so that relative paths land there.
         if (const char* config = std::getenv("XDG_CONFIG_HOME")) {
             const std::string root = std::string(config).substr(0, std::string(config).rfind('/'));

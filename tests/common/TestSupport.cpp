@@ -1,5 +1,9 @@
 #include "TestSupport.h"
 
+#include "app/modRetention.h"
+#include "catalogue/ADOSQLite.h"
+#include "support/CMMTimer.h"
+#include "support/modFileCopy.h"
 #include "support/modServices.h"
 #include "support/modYield.h"
 
@@ -108,6 +112,36 @@ int CScriptedMessageBox::Show(const std::string& text, int style, const std::str
     return answer;
 }
 
+std::string CScriptedFolderPicker::Pick(const std::string& title) {
+    prompts.push_back(title);
+    if (answers.empty()) return {};
+    std::string folder = std::move(answers.front());
+    answers.pop_front();
+    return folder;
+}
+
+bool CRecordingDesktop::Open(const std::string& target) {
+    opened.push_back(target);
+    return answer;
+}
+
+bool CRecordingDesktop::Start(const std::string& program) {
+    started.push_back(program);
+    return answer;
+}
+
+void ScopedTestEnv::DefaultHooks() {
+    ResetServices();
+    SetMessageBoxService(nullptr);
+    SetFolderPickerService(nullptr);
+    SetDesktopService(nullptr);
+    SetYieldHook(nullptr);
+    ActiveCopyMethods() = DefaultCopyMethods();
+    CMMTimer::SetTickSource(nullptr);
+    ADOSQLite::SetLibVersionProbe(nullptr);
+    SetMaintenanceView({});
+}
+
 ScopedTestEnv::ScopedTestEnv() {
     std::string tmpl = (fs::temp_directory_path() / "stashwell-test-XXXXXX").string();
     if (!::mkdtemp(tmpl.data())) throw std::runtime_error("mkdtemp failed");
@@ -118,15 +152,14 @@ ScopedTestEnv::ScopedTestEnv() {
     }
     ::setenv("XDG_CONFIG_HOME", ConfigHome().c_str(), 1);
     ::setenv("XDG_STATE_HOME", StateHome().c_str(), 1);
-    ResetServices();
+    DefaultHooks();
     SetMessageBoxService(&box);
-    SetYieldHook(nullptr);
+    SetFolderPickerService(&picker);
+    SetDesktopService(&desktop);
 }
 
 ScopedTestEnv::~ScopedTestEnv() {
-    ResetServices();
-    SetMessageBoxService(nullptr);
-    SetYieldHook(nullptr);
+    DefaultHooks();
     for (auto& [name, value] : m_savedEnv) {
         if (value == "\x01")
             ::unsetenv(name.c_str());

@@ -4,7 +4,9 @@
 // process-wide services, a scripted message box that records every call, trees built from a
 // literal, and small file and SQL readers.
 
+#include "support/modBrowseFolder.h"
 #include "support/modMsgBox.h"
+#include "support/modShell.h"
 
 #include <deque>
 #include <string>
@@ -45,9 +47,34 @@ public:
     int beeps = 0;
 };
 
+// A folder picker that answers from a script: each queued folder in turn, "" for a cancel, and
+// a cancel when the script is empty. Every prompt is recorded.
+class CScriptedFolderPicker : public IFolderPickerService {
+public:
+    std::string Pick(const std::string& title) override;
+    void Answer(std::string folder) { answers.push_back(std::move(folder)); }
+
+    std::vector<std::string> prompts;
+    std::deque<std::string> answers;
+};
+
+// The desktop's opener, recorded instead of run: every document or address opened and every
+// program started, each answered with `answer`.
+class CRecordingDesktop : public IDesktopService {
+public:
+    bool Open(const std::string& target) override;
+    bool Start(const std::string& program) override;
+
+    std::vector<std::string> opened;
+    std::vector<std::string> started;
+    bool answer = true;
+};
+
 // A temporary folder for one test, with XDG_CONFIG_HOME and XDG_STATE_HOME inside it, fresh
-// error handler and logger, the scripted message box installed and no yield hook. All of it
-// is undone and the folder removed when the object goes.
+// error handler and logger, the scripted message box, folder picker and desktop installed, and
+// every other process-wide hook at its default (yield, copy methods, timer tick source, SQLite
+// version probe, maintenance view). All of it is undone and the folder removed when the object
+// goes, so tests stay independent when one binary runs them all.
 class ScopedTestEnv {
 public:
     ScopedTestEnv();
@@ -61,8 +88,12 @@ public:
     std::string StateHome() const { return Path("state"); }
 
     CScriptedMessageBox box;
+    CScriptedFolderPicker picker;
+    CRecordingDesktop desktop;
 
 private:
+    static void DefaultHooks();
+
     std::string m_root;
     std::vector<std::pair<std::string, std::string>> m_savedEnv;
 };

@@ -60,11 +60,13 @@ TEST(Unattended, BackupDriveNotReadyStopsWithTheReasonAndStatusOne) {
     EXPECT_FALSE(Exists(env.Path("unplugged")));
 }
 
-TEST(Unattended, EmptyCommandLineSaysTheWindowIsNotBuilt) {
+TEST(Unattended, EmptyCommandLineWithoutADisplaySaysHowToRunUnattended) {
     BackupFixture f;
     const ProgramRun run = RunStashwell({});
     EXPECT_EQ(run.exitCode, 2);
-    EXPECT_NE(run.err.find("window is not built yet"), std::string::npos);
+    EXPECT_EQ(run.err, "Stashwell needs a display to open its window. Without one, run it "
+                       "unattended with the words backup and/or compact, for example: stashwell "
+                       "backup compact\n");
     EXPECT_EQ(LogOf(f), (Lines{" \r\n", kStarted}));
 }
 

@@ -1,0 +1,107 @@
+#include "app/modMainWindow.h"
+
+#include "app/modCatalogueQuery.h"
+#include "app/modMain.h"
+#include "app/modOptions.h"
+#include "app/modPaths.h"
+#include "app/modSetup.h"
+#include "catalogue/ADOSQLite.h"
+#include "catalogue/modSQLQuote.h"
+#include "support/CProcTrap.h"
+#include "support/Version.h"
+#include "support/modBrowseFolder.h"
+#include "support/modMsgBox.h"
+#include "support/modNumText.h"
+#include "support/modServices.h"
+
+
+namespace {
+
+constexpr const char* kLimitRange = "Valid range between 1-100";
+
+} // namespace
+
+std::string MainWindowCaption() {
+    return "Korvex QRV - Ver " + NumText(version::kMajor) + "." + NumText(version::kMinor) + "." +
+           NumText(version::kRevision);
+}
+
+void AskForBackupPath() {
+    MsgBox("Please define the backup path to proceed", mb::kInformation, kWindowTitle);
+}
+
+bool AskToChangeBackupPath() {
+    if (MsgBox("Error: Backup drive not ready. Do you wish to change the path?",
+               mb::kYesNo | mb::kCritical, kWindowTitle) == mb::kYes)
+        return true;
+    MsgBox("Error: Backup drive not ready. Please fix and start again.", mb::kCritical,
+           kWindowTitle);
+    return false;
+}
+
+void StoreOption(const std::string& key, const std::string& value) {
+    SetSetupValue(key, value);
+}
+
+void SelectLogLevel(const std::string& word) {
+    Logger().LogLevel(LogLevelOf(word));
+    StoreOption("Log", word);
+}
+
+std::optional<std::string> MaxBackupsChanged(const std::string& text) {
+    const double limit = Val(text);
+    if (!text.empty() && limit >= 1 && limit <= 100) {
+        StoreOption("MaxBackups", text);
+        return std::nullopt;
+    }
+    MsgBox(kLimitRange, mb::kInformation, kWindowTitle);
+    const std::string stored = GetSetupValue("MaxBackups");
+    return stored.empty() ? std::string("10") : stored;
+}
+
+std::string SelectBackupPath() {
+    const std::string folder = BrowseForFolder("Select Backup Path");
+    if (folder.empty()) return folder;
+    WriteRegSetting("BackupPath", folder);
+    Logger().StopLogger();
+    StartDailyLog();
+    CreateDB();
+    return folder;
+}
+
+bool AddSource() {
+    const std::string folder = BrowseForFolder("Select source to backup");
+    if (folder.empty()) return false;
+    ADOSQLite db;
+    QueryCatalogue(db, "Sources", sqlaction::kSelect, "source = " + SQLLiteral(folder));
+    if (db.RecordCount() > 0) {
+        MsgBox("Source already in list", mb::kInformation, kWindowTitle);
+        return false;
+    }
+    db.Reset();
+    db.Table("Sources");
+    db.Action(sqlaction::kInsert);
+    db.Field("source", SQLLiteral(folder));
+    db.Exec();
+    return true;
+}
+
+bool RemoveSource(const std::string& source) {
+    CProcTrap trap("frmMain cmdRemove_Click");
+    if (source.empty()) {
+        MsgBox("Please select a Source to remove", mb::kInformation, kWindowTitle);
+        return false;
+    }
+    if (MsgBox("Are you sure you want to remove '" + source + "'", mb::kYesNo | mb::kQuestion,
+               kWindowTitle) != mb::kYes)
+        return false;
+    // Only the entry goes; the runs of the source stay until they are deleted (Manage Backups).
+    ADOSQLite db;
+    QueryCatalogue(db, "Sources", sqlaction::kDelete, "source = " + SQLLiteral(source));
+    if (db.Err()) {
+        MsgBox("Error: " + db.ErrMsg(), mb::kCritical, kWindowTitle);
+        return false;
+    }
+    MsgBox("'" + source + "' successfully removed", mb::kInformation, kWindowTitle);
+    return true;
+}

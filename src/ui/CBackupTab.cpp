@@ -1,0 +1,45 @@
+#include "ui/CBackupTab.h"
+
+#include "controls/XP_ProgressBar.h"
+#include "ui/modDesign.h"
+
+#include <QKeySequence>
+#include <QListWidget>
+#include <QPushButton>
+
+CBackupTab::CBackupTab(QWidget* parent) : QWidget(parent) {
+    PlaceLabel(this, "lblSources", {12, 8, 300, 20}, tr("Sources to back up:"));
+    lstSources = Place<QListWidget>(this, "lstSources", {12, 30, 480, 178}, tr("Sources"));
+    cmdAddSrc = Place<QPushButton>(this, "cmdAddSrc", {504, 30, 104, 30}, tr("Add source"));
+    cmdAddSrc->setText(tr("Add..."));
+    cmdAddSrc->setShortcut(QKeySequence(tr("Alt+A")));
+    cmdAddSrc->setToolTip(tr("Add a folder to back up"));
+    cmdRemove = Place<QPushButton>(this, "cmdRemove", {504, 68, 104, 30}, tr("Remove source"));
+    cmdRemove->setText(tr("Remove"));
+    cmdRemove->setShortcut(QKeySequence(tr("Alt+R")));
+    cmdRemove->setToolTip(tr("Remove the selected folder from the list"));
+    cmdBackup = Place<QPushButton>(this, "cmdBackup", {504, 166, 104, 42}, tr("Backup"));
+    cmdBackup->setText(tr("Backup"));
+    cmdBackup->setShortcut(QKeySequence(tr("Alt+B")));
+    cmdBackup->setToolTip(tr("Commence backup run"));
+    cmdBackup->setDefault(true);
+
+    QWidget* run = PlaceFrame(this, "fraRun", {12, 218, 596, 150}, tr("Backup run"));
+    lblSource = Place<QLabel>(run, "lblSource", {12, 24, 572, 20}, tr("Status"));
+    QFont bold = lblSource->font();
+    bold.setBold(true);
+    lblSource->setFont(bold);
+    lblProcessing = Place<QLabel>(run, "lblProcessing", {12, 46, 572, 20}, tr("Source"));
+    PlaceLabel(run, "lblCountCaption", {12, 72, 86, 20}, tr("Files found:"));
+    lblCount = Place<QLabel>(run, "lblCount", {100, 72, 88, 20}, tr("Files found"));
+    PlaceLabel(run, "lblDoneCaption", {196, 72, 86, 20}, tr("Files done:"));
+    lblDone = Place<QLabel>(run, "lblDone", {284, 72, 88, 20}, tr("Files done"));
+    PlaceLabel(run, "lblThruPutCaption", {380, 72, 90, 20}, tr("Throughput:"));
+    lblThruPut = Place<QLabel>(run, "lblThruPut", {472, 72, 112, 20}, tr("Throughput"));
+    lblThruPut->setText(QStringLiteral("MB/s"));
+    XP_PB1 = Place<XP_ProgressBar>(run, "XP_PB1", {12, 102, 572, 26}, tr("Backup progress"));
+
+    setTabOrder(lstSources, cmdAddSrc);
+    setTabOrder(cmdAddSrc, cmdRemove);
+    setTabOrder(cmdRemove, cmdBackup);
+}

@@ -1,0 +1,38 @@
+#pragma once
+
+// Tab 2 of the main window, the configuration: the backup path, every option of the Setup
+// keys (include, verification, log level, exclusions, backup limit) with its tool tip, and
+// the maintenance buttons of Manage Backups, which are still to come and so are disabled.
+
+#include <QWidget>
+
+class QCheckBox;
+class QLineEdit;
+class QPushButton;
+class QRadioButton;
+class XP_ProgressBar;
+
+class CConfigTab : public QWidget {
+    Q_OBJECT
+
+public:
+    explicit CConfigTab(QWidget* parent = nullptr);
+
+    QLineEdit* txtBackupPath;
+    QPushButton* cmdSelBackupPath;
+    QCheckBox* chkHidden;
+    QCheckBox* chkSystem;
+    QCheckBox* chkBackup;
+    QCheckBox* chkRestore;
+    QRadioButton* Option1;
+    QRadioButton* Option2;
+    QRadioButton* Option3;
+    QLineEdit* txtExclude;
+    QLineEdit* txtExDirs;
+    QCheckBox* chkExclRecycler;
+    QLineEdit* txtMaxBackups;
+    QPushButton* cmdManage;
+    QPushButton* cmdPurge;
+    QPushButton* cmdCompact;
+    XP_ProgressBar* XP_PB3;
+};

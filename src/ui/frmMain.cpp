@@ -1,0 +1,305 @@
+#include "ui/frmMain.h"
+
+#include "app/CBackupFolderLock.h"
+#include "app/modMain.h"
+#include "app/modMainWindow.h"
+#include "app/modPaths.h"
+#include "app/modSetup.h"
+#include "controls/XP_ProgressBar.h"
+#include "controls/modResize.h"
+#include "support/CProcTrap.h"
+#include "support/modMsgBox.h"
+#include "support/modPlatformPaths.h"
+#include "support/modServices.h"
+#include "support/modShell.h"
+#include "ui/CBackupTab.h"
+#include "ui/CConfigTab.h"
+#include "ui/CRestoreTab.h"
+#include "ui/frmAbout.h"
+#include "ui/frmReport.h"
+#include "ui/modDesign.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QCheckBox>
+#include <QFile>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QMenuBar>
+#include <QPainter>
+#include <QPushButton>
+#include <QRadioButton>
+#include <QTabWidget>
+
+#include <iostream>
+
+namespace {
+
+constexpr uint32_t kRunBarColour = 0x004A86E4; // red 228, green 134, blue 74
+constexpr uint32_t kDesignBarColour = 0x00C56A31;
+constexpr QSize kDesignSize{640, 504};
+
+QString Shown(const std::string& bytes) {
+    return QFile::decodeName(QByteArray::fromStdString(bytes));
+}
+
+std::string Bytes(const QString& text) {
+    return text.toStdString();
+}
+
+// The logo: the product's name on the program's bar colour.
+QPixmap Logo(QSize size) {
+    QPixmap logo(size);
+    logo.fill(XP_ProgressBar::ToColor(kRunBarColour));
+    QPainter painter(&logo);
+    painter.setPen(Qt::white);
+    QFont font = painter.font();
+    font.setBold(true);
+    font.setPointSize(11);
+    painter.setFont(font);
+    painter.drawText(logo.rect().adjusted(10, 0, 0, 0), Qt::AlignVCenter | Qt::AlignLeft,
+                     QStringLiteral("Korvex Stashwell"));
+    return logo;
+}
+
+} // namespace
+
+frmMain::frmMain(std::string commandLine, QWidget* parent)
+    : QMainWindow(parent), m_commandLine(std::move(commandLine)), m_run({}, BackupOptions{}) {
+    setObjectName(QStringLiteral("frmMain"));
+    auto* central = new QWidget(this);
+    central->setObjectName(QStringLiteral("frmMainClient"));
+    setCentralWidget(central);
+
+    SSTab1 = Place<QTabWidget>(central, "SSTab1", {8, 8, 624, 432}, tr("Stashwell"));
+    m_backup = new CBackupTab;
+    m_restore = new CRestoreTab;
+    m_config = new CConfigTab;
+    SSTab1->addTab(m_backup, tr("&Backup"));
+    SSTab1->addTab(m_restore, tr("&Restore"));
+    SSTab1->addTab(m_config, tr("&Configuration"));
+    kvLogo = Place<QLabel>(central, "kvLogo", {8, 448, 190, 26}, tr("Korvex Stashwell"));
+    kvLogo->setPixmap(Logo(kvLogo->size()));
+
+    BuildMenus();
+    ConnectOptions();
+    connect(m_backup->cmdBackup, &QPushButton::clicked, this, &frmMain::cmdBackup_Click);
+    connect(m_backup->cmdAddSrc, &QPushButton::clicked, this, &frmMain::cmdAddSrc_Click);
+    connect(m_backup->cmdRemove, &QPushButton::clicked, this, &frmMain::cmdRemove_Click);
+    connect(m_config->cmdSelBackupPath, &QPushButton::clicked, this,
+            &frmMain::cmdSelBackupPath_Click);
+    m_run.OnViewChanged = [this](const RunView& view) { Render(view); };
+    m_run.OnShowReport = [this] { ShowReport(); };
+
+    for (XP_ProgressBar* bar : findChildren<XP_ProgressBar*>()) {
+        bar->eBrushStyle(0);
+        bar->Color(kDesignBarColour);
+        bar->ShowText(true);
+    }
+    const int menuHeight = menuBar()->sizeHint().height();
+    resize(kDesignSize.width(), kDesignSize.height() + menuHeight);
+}
+
+frmMain::~frmMain() {
+    ForgetForms(); // the next main window is recorded anew
+}
+
+void frmMain::BuildMenus() {
+    QMenu* file = menuBar()->addMenu(tr("&File"));
+    file->setObjectName(QStringLiteral("mnuFile"));
+    QAction* exit = file->addAction(tr("E&xit"), this, &frmMain::mnuExit_Click);
+    exit->setObjectName(QStringLiteral("mnuExit"));
+    exit->setShortcut(QKeySequence::Quit);
+    QMenu* help = menuBar()->addMenu(tr("&Help"));
+    help->setObjectName(QStringLiteral("mnuHelp"));
+    QAction* manual = help->addAction(tr("&Manual"), this, &frmMain::mnuManual_Click);
+    manual->setObjectName(QStringLiteral("mnuManual"));
+    manual->setShortcut(QKeySequence::HelpContents);
+    QAction* about = help->addAction(tr("&About"), this, &frmMain::mnuAbout_Click);
+    about->setObjectName(QStringLiteral("mnuAbout"));
+}
+
+// Every option control writes its key on every change a person makes.
+void frmMain::ConnectOptions() {
+    const std::pair<QCheckBox*, const char*> checks[] = {
+        {m_config->chkHidden, "Hidden"},   {m_config->chkSystem, "System"},
+        {m_config->chkBackup, "Backup"},   {m_config->chkRestore, "Restore"},
+        {m_config->chkExclRecycler, "ExclRecycler"}};
+    for (const auto& [box, key] : checks)
+        connect(box, &QCheckBox::clicked, this,
+                [key = std::string(key)](bool ticked) { StoreOption(key, ticked ? "1" : "0"); });
+    const std::pair<QRadioButton*, const char*> levels[] = {
+        {m_config->Option1, "Basic"}, {m_config->Option2, "Advanced"}, {m_config->Option3, "Trace"}};
+    for (const auto& [button, word] : levels)
+        connect(button, &QRadioButton::clicked, this,
+                [word = std::string(word)] { SelectLogLevel(word); });
+    connect(m_config->txtExclude, &QLineEdit::textEdited, this,
+            [](const QString& text) { StoreOption("Exclude", Bytes(text)); });
+    connect(m_config->txtExDirs, &QLineEdit::textEdited, this,
+            [](const QString& text) { StoreOption("ExDirs", Bytes(text)); });
+    connect(m_config->txtMaxBackups, &QLineEdit::textEdited, this, [this](const QString& text) {
+        if (const auto back = MaxBackupsChanged(Bytes(text)))
+            m_config->txtMaxBackups->setText(QString::fromStdString(*back));
+    });
+}
+
+std::optional<int> frmMain::Form_Load() {
+    CProcTrap trap("frmMain Form_Load");
+    for (XP_ProgressBar* bar : findChildren<XP_ProgressBar*>())
+        bar->Color(kRunBarColour);
+    setWindowTitle(QString::fromStdString(MainWindowCaption()));
+    SSTab1->setCurrentIndex(0);
+    if (!IsBackupPathSet()) {
+        GotoConfigure();
+        return std::nullopt; // the command line waits for a backup path
+    }
+    m_config->txtBackupPath->setText(Shown(GetBackupPath()));
+    const bool unattended = !m_commandLine.empty();
+    if (!IsBackupDriveReady()) {
+        if (!unattended && AskToChangeBackupPath()) {
+            GotoConfigure();
+            return std::nullopt;
+        }
+        return kExitCannotRun;
+    }
+    CreateDB();
+    ShowOptions(LoadOptions());
+    ShowSources(FillSources());
+    if (!unattended) return std::nullopt;
+
+    // Unattended with the window present: no box waits for a user, no report is shown, and the
+    // process ends by itself.
+    SetMessageBoxService(nullptr);
+    CBackupFolderLock lock;
+    if (!lock.Acquire(GetBackupPath())) {
+        std::cerr << lock.Problem() << std::endl;
+        Log(1, lock.Problem());
+        return kExitOtherInstance;
+    }
+    m_run.Inputs(ListedSources(), OptionsShown());
+    m_run.RunUnattended(m_commandLine);
+    Log(1, "Exiting QRV");
+    return kExitDone;
+}
+
+void frmMain::GotoConfigure() {
+    SSTab1->setCurrentIndex(2);
+    m_config->txtBackupPath->setStyleSheet(QStringLiteral("background-color: rgb(255, 255, 0);"));
+    AskForBackupPath();
+}
+
+void frmMain::ShowOptions(const BackupOptions& options) {
+    QRadioButton* level = options.log == "Advanced" ? m_config->Option2
+                          : options.log == "Trace"  ? m_config->Option3
+                                                    : m_config->Option1;
+    level->setChecked(true);
+    m_config->chkHidden->setChecked(options.hidden != 0);
+    m_config->chkSystem->setChecked(options.system != 0);
+    m_config->chkBackup->setChecked(options.backup != 0);
+    m_config->chkRestore->setChecked(options.restore != 0);
+    m_config->chkExclRecycler->setChecked(options.exclRecycler != 0);
+    m_config->txtExclude->setText(Shown(options.exclude));
+    m_config->txtExDirs->setText(Shown(options.exDirs));
+    m_config->txtMaxBackups->setText(Shown(options.maxBackups));
+}
+
+BackupOptions frmMain::OptionsShown() const {
+    BackupOptions options;
+    options.log = m_config->Option2->isChecked()   ? "Advanced"
+                  : m_config->Option3->isChecked() ? "Trace"
+                                                   : "Basic";
+    options.hidden = m_config->chkHidden->isChecked();
+    options.system = m_config->chkSystem->isChecked();
+    options.backup = m_config->chkBackup->isChecked();
+    options.restore = m_config->chkRestore->isChecked();
+    options.exclRecycler = m_config->chkExclRecycler->isChecked();
+    options.exclude = Bytes(m_config->txtExclude->text());
+    options.exDirs = Bytes(m_config->txtExDirs->text());
+    options.maxBackups = Bytes(m_config->txtMaxBackups->text());
+    return options;
+}
+
+// The sources are shown decoded; each row keeps the folder's bytes.
+void frmMain::ShowSources(const std::vector<std::string>& sources) {
+    m_backup->lstSources->clear();
+    for (const std::string& source : sources) {
+        auto* row = new QListWidgetItem(Shown(source), m_backup->lstSources);
+        row->setData(Qt::UserRole, QByteArray::fromStdString(source));
+    }
+}
+
+std::vector<std::string> frmMain::ListedSources() const {
+    std::vector<std::string> sources;
+    for (int row = 0; row < m_backup->lstSources->count(); ++row)
+        sources.push_back(
+            m_backup->lstSources->item(row)->data(Qt::UserRole).toByteArray().toStdString());
+    return sources;
+}
+
+void frmMain::cmdBackup_Click() {
+    if (!m_run.Running()) m_run.Inputs(ListedSources(), OptionsShown());
+    m_run.cmdBackup_Click();
+}
+
+void frmMain::Render(const RunView& view) {
+    m_backup->lblSource->setText(Shown(view.lblSource));
+    m_backup->lblProcessing->setText(Shown(view.lblProcessing));
+    m_backup->lblCount->setText(QString::fromStdString(view.lblCount));
+    m_backup->lblDone->setText(QString::fromStdString(view.lblDone));
+    m_backup->lblThruPut->setText(QString::fromStdString(view.lblThruPut));
+    if (m_backup->XP_PB1->Value() != view.progress) m_backup->XP_PB1->Value(view.progress);
+    m_backup->cmdBackup->setText(QString::fromStdString(view.cmdBackupCaption));
+    m_backup->cmdBackup->setToolTip(QString::fromStdString(view.cmdBackupToolTip));
+    m_backup->cmdAddSrc->setEnabled(view.sourceButtonsEnabled);
+    m_backup->cmdRemove->setEnabled(view.sourceButtonsEnabled);
+    SSTab1->setTabEnabled(1, view.tabsEnabled);
+    SSTab1->setTabEnabled(2, view.tabsEnabled);
+    if (view.selectedSource >= 0 && view.selectedSource < m_backup->lstSources->count())
+        m_backup->lstSources->setCurrentRow(view.selectedSource);
+    emit RunShown();
+}
+
+void frmMain::ShowReport() {
+    auto* report = new frmReport(QString::fromStdString(Logger().LogFile()), this);
+    report->setAttribute(Qt::WA_DeleteOnClose);
+    report->show(); // modeless
+}
+
+void frmMain::cmdAddSrc_Click() {
+    if (AddSource()) ShowSources(FillSources());
+}
+
+void frmMain::cmdRemove_Click() {
+    const QListWidgetItem* row = m_backup->lstSources->currentItem();
+    const bool selected = row && row->isSelected();
+    if (RemoveSource(selected ? row->data(Qt::UserRole).toByteArray().toStdString() : ""))
+        ShowSources(FillSources());
+}
+
+void frmMain::cmdSelBackupPath_Click() {
+    const std::string path = SelectBackupPath();
+    if (path.empty()) return;
+    m_config->txtBackupPath->setText(Shown(path));
+    m_config->txtBackupPath->setStyleSheet({});
+    // Each backup path has its own catalogue, and so its own options and sources.
+    ShowOptions(LoadOptions());
+    ShowSources(FillSources());
+}
+
+void frmMain::mnuExit_Click() {
+    close();
+}
+
+void frmMain::mnuManual_Click() {
+    ShellOpenFile(ProgramFolder() + "/QRV Manual.pdf"); // what the opener answers is not shown
+}
+
+void frmMain::mnuAbout_Click() {
+    frmAbout about(this);
+    about.exec();
+}
+
+void frmMain::resizeEvent(QResizeEvent* event) {
+    QMainWindow::resizeEvent(event);
+    Resize(this);
+}

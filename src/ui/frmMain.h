@@ -1,0 +1,74 @@
+#pragma once
+
+// The main window: the tab strip SSTab1 (tab 0 the sources and the backup run, tab 1 restore,
+// tab 2 configuration), the File and Help menus and the logo. It is a view: Form_Load follows
+// the start-up order and every handler forwards to the app layer (modMainWindow, CRunControl),
+// then shows what that computed. A run's labels, progress and buttons render CRunControl's
+// view; a second click on cmdBackup during a run reaches the run through the yield hook and
+// cancels it. The layout is the design geometry, kept proportional by the resizer.
+
+#include "app/CRunControl.h"
+#include "app/modOptions.h"
+
+#include <QMainWindow>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+class CBackupTab;
+class CConfigTab;
+class CRestoreTab;
+class QAction;
+class QLabel;
+class QTabWidget;
+
+class frmMain : public QMainWindow {
+    Q_OBJECT
+
+public:
+    // `commandLine` as the process received it; not empty for an unattended start.
+    explicit frmMain(std::string commandLine = {}, QWidget* parent = nullptr);
+    ~frmMain() override;
+
+    // The window's load. An exit status when the process is to end (the unattended path is
+    // done, or the backup drive is not ready); nothing when the window is to be shown.
+    std::optional<int> Form_Load();
+
+    void GotoConfigure();
+    void cmdBackup_Click();
+    void cmdAddSrc_Click();
+    void cmdRemove_Click();
+    void cmdSelBackupPath_Click();
+    void mnuExit_Click();
+    void mnuManual_Click();
+    void mnuAbout_Click();
+
+    // The run's state, as the window shows it.
+    const CRunControl& Run() const { return m_run; }
+
+signals:
+    // The window shows a new state of the run (after every event of the engine).
+    void RunShown();
+
+protected:
+    void resizeEvent(QResizeEvent* event) override;
+
+private:
+    void BuildMenus();
+    void ConnectOptions();
+    void ShowOptions(const BackupOptions& options);
+    void ShowSources(const std::vector<std::string>& sources);
+    std::vector<std::string> ListedSources() const;
+    BackupOptions OptionsShown() const;
+    void Render(const RunView& view);
+    void ShowReport();
+
+    std::string m_commandLine;
+    QTabWidget* SSTab1;
+    CBackupTab* m_backup;
+    CRestoreTab* m_restore;
+    CConfigTab* m_config;
+    QLabel* kvLogo;
+    CRunControl m_run;
+};

@@ -1,0 +1,25 @@
+#pragma once
+
+// The report shown after a run, modeless: the current log file in a read-only text box
+// (txtReport), with OKButton to close it. The caller stops the logger before it opens the
+// report, so the file is complete; a log that cannot be read is reported by the error handler.
+
+#include <QDialog>
+
+#include <string>
+
+class QPlainTextEdit;
+
+class frmReport : public QDialog {
+    Q_OBJECT
+
+public:
+    explicit frmReport(const QString& logFile, QWidget* parent = nullptr);
+
+    // The report as it was read: every line of the log followed by CR LF.
+    const std::string& Text() const { return m_text; }
+
+private:
+    std::string m_text;
+    QPlainTextEdit* txtReport;
+};

@@ -1,0 +1,186 @@
+// The program's own progress bar, rendered into images and read pixel by pixel: where the fill
+// ends, the blocks and white gaps, the shading bands, the text, the frame, the modes, and the
+// property store with its defaults.
+
+#include "controls/XP_ProgressBar.h"
+
+#include <QApplication>
+#include <QtTest>
+
+namespace {
+
+constexpr uint32_t kBarColour = 0x004A86E4; // red 228, green 134, blue 74
+
+QRgb Rgb(int r, int g, int b) {
+    return qRgb(r, g, b);
+}
+
+const QRgb kWhite = Rgb(255, 255, 255);
+const QRgb kOrange = Rgb(228, 134, 74);
+
+// A bar as the main window sets it up, at `value` of `max`.
+XP_ProgressBar* Bar(int32_t value, int32_t max = 100) {
+    auto* bar = new XP_ProgressBar;
+    bar->eBrushStyle(0);
+    bar->Color(kBarColour);
+    bar->Max(max);
+    bar->Value(value);
+    return bar;
+}
+
+} // namespace
+
+class XPProgressBarTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void ZeroShowsNoFilledBlocksAndZeroPercent() {
+        std::unique_ptr<XP_ProgressBar> bar(Bar(0));
+        bar->ShowText(true);
+        QCOMPARE(bar->Caption(), QStringLiteral("0 %"));
+        bar->ShowText(false);
+        const QImage image = bar->Render({200, 24});
+        for (int x = 2; x < 198; ++x)
+            for (int y = 2; y < 22; ++y)
+                QCOMPARE(image.pixel(x, y), kWhite);
+    }
+
+    void HalfOfAWidthOf103EndsOnTheLastWholeBlockBeforePixel51() {
+        std::unique_ptr<XP_ProgressBar> bar(Bar(50));
+        const QImage image = bar->Render({103, 24});
+        const int mid = 12; // a row of the solid middle band
+        // Blocks of 6 coloured pixels from x = 3, each followed by a white gap of 2.
+        for (int x = 3; x < 51; ++x) {
+            const bool gap = (x - 3) % 8 >= 6;
+            QCOMPARE(image.pixel(x, mid), gap ? kWhite : kOrange);
+        }
+        QCOMPARE(image.pixel(48, mid), kOrange); // the last block ends here
+        QCOMPARE(image.pixel(49, mid), kWhite);
+        for (int x = 51; x < 101; ++x)
+            QCOMPARE(image.pixel(x, mid), kWhite);
+    }
+
+    void TextAt999Of1000Reads99Percent() {
+        std::unique_ptr<XP_ProgressBar> bar(Bar(999, 1000));
+        bar->ShowText(true);
+        QCOMPARE(bar->Caption(), QStringLiteral("99 %"));
+        // The text is drawn, centred.
+        const QImage image = bar->Render({200, 24});
+        int dark = 0;
+        for (int x = 80; x < 120; ++x)
+            for (int y = 4; y < 20; ++y)
+                dark += qGray(image.pixel(x, y)) < 60;
+        QVERIFY(dark > 10);
+    }
+
+    void MinOf50ChangesNothing() {
+        std::unique_ptr<XP_ProgressBar> bar(Bar(40));
+        bar->ShowText(true);
+        const QImage before = bar->Render({160, 24});
+        bar->Min(50);
+        QCOMPARE(bar->Render({160, 24}), before);
+        QCOMPARE(bar->Min(), 50);
+    }
+
+    void BlocksAreShadedByTwoBandsAlongTheLongEdges() {
+        std::unique_ptr<XP_ProgressBar> bar(Bar(100));
+        const QImage image = bar->Render({100, 24});
+        const QColor light = XP_ProgressBar::Lighten(QColor(kOrange), 150);
+        QCOMPARE(light, QColor(243, 205, 180)); // c * 105 / 255 + 150 for each component
+        // Rows 0 to 3 stay white (the frame aside), rows 4 to 7 shade from light to the bar
+        // colour, the middle is the bar colour, and the bottom band mirrors the top one.
+        QCOMPARE(image.pixel(5, 3), kWhite);
+        QCOMPARE(image.pixel(5, 4), light.rgb());
+        QCOMPARE(image.pixel(5, 7), Rgb(231, 151, 100)); // light + 3/4 of the difference
+        QCOMPARE(image.pixel(5, 8), kOrange);
+        QCOMPARE(image.pixel(5, 15), kOrange);
+        QCOMPARE(image.pixel(5, 16), Rgb(231, 151, 100));
+        QCOMPARE(image.pixel(5, 19), light.rgb());
+        QCOMPARE(image.pixel(5, 20), kWhite);
+    }
+
+    void FrameIsARoundedLightGreyBorderWithALighterInnerLine() {
+        std::unique_ptr<XP_ProgressBar> bar(Bar(0));
+        const QImage image = bar->Render({60, 20});
+        QCOMPARE(image.pixel(0, 0), kWhite); // rounded corner
+        QCOMPARE(image.pixel(1, 0), Rgb(0xBE, 0xBE, 0xBE));
+        QCOMPARE(image.pixel(30, 0), Rgb(0xAC, 0xAA, 0xA7));
+        QCOMPARE(image.pixel(30, 1), Rgb(0xEF, 0xEF, 0xEF));
+        QCOMPARE(image.pixel(30, 19), Rgb(0x7F, 0x7D, 0x7D));
+        QCOMPARE(image.pixel(0, 10), Rgb(0xAC, 0xAA, 0xA6));
+        QCOMPARE(image.pixel(59, 10), Rgb(0x77, 0x77, 0x77));
+    }
+
+    void WithoutGapsOutsideModeZero() {
+        std::unique_ptr<XP_ProgressBar> bar(Bar(100));
+        bar->Scrolling(1);
+        const QImage image = bar->Render({60, 24});
+        for (int x = 3; x < 57; ++x)
+            QCOMPARE(image.pixel(x, 12), kOrange);
+    }
+
+    void VerticalBarFillsFromTheBottomInWholeBlocks() {
+        std::unique_ptr<XP_ProgressBar> bar(Bar(50));
+        bar->Orientation(1);
+        const QImage image = bar->Render({24, 103});
+        // From the bottom: 6 coloured rows, then a white gap of 2, the fill ending on a block.
+        QCOMPARE(image.pixel(12, 100), kOrange);
+        QCOMPARE(image.pixel(12, 96), kWhite); // a gap: rows 95 and 96
+        QCOMPARE(image.pixel(12, 94), kOrange);
+        QCOMPARE(image.pixel(12, 40), kWhite); // above the fill
+    }
+
+    void SearchingModeShowsItsMarkerAndText() {
+        std::unique_ptr<XP_ProgressBar> bar(Bar(0));
+        bar->Scrolling(2);
+        bar->ShowText(true);
+        QCOMPARE(bar->Caption(), QStringLiteral("Searching.."));
+        const QImage image = bar->Render({200, 24});
+        // The first block of the marker starts where the fill would end, faded towards white.
+        const QColor first = XP_ProgressBar::Lighten(QColor(kOrange), 140);
+        QCOMPARE(QColor(image.pixel(5, 2)), first);
+    }
+
+    void SystemColoursAreTranslatedAndDesignColoursReadAsBlueGreenRed() {
+        QCOMPARE(XP_ProgressBar::ToColor(0x00C56A31), QColor(49, 106, 197));
+        QCOMPARE(XP_ProgressBar::ToColor(0x8000000D), QPalette().color(QPalette::Highlight));
+    }
+
+    void PropertiesHaveTheirDefaultsAndOnlyOtherValuesAreSaved() {
+        XP_ProgressBar bar;
+        QCOMPARE(bar.eBrushStyle(), 4);
+        QCOMPARE(bar.Color(), 0x8000000Du);
+        QCOMPARE(bar.Max(), 100);
+        QCOMPARE(bar.Min(), 0);
+        QCOMPARE(bar.Orientation(), 0);
+        QCOMPARE(bar.Scrolling(), 0);
+        QCOMPARE(bar.ShowText(), false);
+        QCOMPARE(bar.FillOrEmpty(), 1);
+        QCOMPARE(bar.Value(), 0);
+        QCOMPARE(bar.Font().family(), QStringLiteral("Tahoma"));
+        QCOMPARE(bar.Font().pointSize(), 8);
+        QVERIFY(bar.WriteProperties().empty());
+        bar.ReadProperties({{"Max", 1000}, {"ShowText", true}, {"Color", 0x00C56A31u}});
+        QCOMPARE(bar.Max(), 1000);
+        QCOMPARE(bar.ShowText(), true);
+        QCOMPARE(bar.eBrushStyle(), 4);
+        const XP_ProgressBar::PropertyBag saved = bar.WriteProperties();
+        QCOMPARE(saved.size(), size_t{3});
+        QCOMPARE(saved.at("Max").toInt(), 1000);
+        QCOMPARE(saved.at("Color").toUInt(), 0x00C56A31u);
+    }
+
+    void EveryPropertyWriteRepaints() {
+        XP_ProgressBar bar;
+        bar.resize(100, 20);
+        bar.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&bar));
+        bar.Color(kBarColour);
+        bar.Value(100);
+        const QImage shown = bar.grab().toImage();
+        QCOMPARE(shown.pixel(52, 10), kOrange);
+    }
+};
+
+QTEST_MAIN(XPProgressBarTest)
+#include "test_XP_ProgressBar.moc"
