@@ -4,5 +4,5 @@ set -euo pipefail
 here="$(cd "$(dirname "$0")" && pwd)"
 "$here/scripts/install-deps.sh"
 cmake -S "$here" -B "$here/build-release" -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build "$here/build-release" -j "$(nproc)" --target stashwell
+cmake --build "$here/build-release" -j "$(nproc)" --target stashwell manual
 exec "$here/build-release/stashwell" "$@"

@@ -3,7 +3,8 @@
 # skipping the work when every package is already there.
 set -euo pipefail
 
-packages=(cmake ninja-build g++ pkg-config libsqlite3-dev libssl-dev libgtest-dev)
+packages=(cmake ninja-build g++ pkg-config libsqlite3-dev libssl-dev libgtest-dev
+    qt6-base-dev qt6-qpa-plugins libgl-dev fonts-dejavu-core xdg-utils)
 if [ "${1:-}" = "--bench" ]; then
     packages+=(time sqlite3 borgbackup restic)
 fi

@@ -14,7 +14,6 @@
 #include "support/modNumText.h"
 #include "support/modServices.h"
 
-
 namespace {
 
 constexpr const char* kLimitRange = "Valid range between 1-100";
@@ -64,8 +63,9 @@ std::string SelectBackupPath() {
     if (folder.empty()) return folder;
     WriteRegSetting("BackupPath", folder);
     Logger().StopLogger();
-    StartDailyLog();
+    // The backup folders first, so that the daily log opens in the new Logs folder.
     CreateDB();
+    StartDailyLog();
     return folder;
 }
 

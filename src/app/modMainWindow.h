@@ -30,8 +30,8 @@ void SelectLogLevel(const std::string& word);
 // (the stored limit, or "10" when none is stored).
 std::optional<std::string> MaxBackupsChanged(const std::string& text);
 
-// Asks for a new backup path ("Select Backup Path"). When one is chosen: stores it, restarts
-// the daily log under it and creates or opens its catalogue; answers the path, or "" after a
+// Asks for a new backup path ("Select Backup Path"). When one is chosen: stores it, creates or
+// opens its catalogue and restarts the daily log under it; answers the path, or "" after a
 // cancel.
 std::string SelectBackupPath();
 // Asks for a source folder ("Select source to backup") and adds it unless it is listed already

@@ -14,7 +14,8 @@ namespace {
 constexpr const char* kMissing = "\x01";
 constexpr const char* kNumberPrefix = "dword:";
 
-const char* const kKnownTools[] = {"hardinfo2", "hardinfo", "kinfocenter", "gnome-system-monitor",
+const char* const kKnownTools[] = {"hardinfo2",           "hardinfo",
+                                   "kinfocenter",         "gnome-system-monitor",
                                    "mate-system-monitor", "xfce4-taskmanager"};
 
 std::string HexDigits(unsigned value) {
@@ -29,7 +30,8 @@ std::string HexDigits(unsigned value) {
 
 bool IsProgram(const std::string& path) {
     struct stat st {};
-    return ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode) && ::access(path.c_str(), X_OK) == 0;
+    return ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode) &&
+           ::access(path.c_str(), X_OK) == 0;
 }
 
 // The full path of `name` on the PATH, or "".
@@ -70,8 +72,8 @@ std::string SysInfoProgram() {
                     "PATH", found) &&
         IsProgram(found))
         return found;
-    if (GetKeyValue(CProgramSettings::kLocalMachine,
-                    "SOFTWARE\\Microsoft\\Shared Tools Location", "MSINFO", found) &&
+    if (GetKeyValue(CProgramSettings::kLocalMachine, "SOFTWARE\\Microsoft\\Shared Tools Location",
+                    "MSINFO", found) &&
         IsProgram(FSJoinPath(found, "MSINFO32.EXE")))
         return FSJoinPath(found, "MSINFO32.EXE");
     for (const char* tool : kKnownTools)

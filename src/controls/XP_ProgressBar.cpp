@@ -57,10 +57,12 @@ void DrawShadedFill(QPainter& painter, bool horizontal, int thickness, int start
 
 // A 1-pixel rounded border in light greys with a lighter line inside it.
 void DrawFrame(QPainter& painter, int width, int height) {
-    const auto pixel = [&](int x, int y, uint32_t rgb) { painter.fillRect(x, y, 1, 1, QColor(rgb)); };
+    const auto pixel = [&](int x, int y, uint32_t rgb) {
+        painter.fillRect(x, y, 1, 1, QColor(rgb));
+    };
     const int r = width - 1, b = height - 1;
-    DrawLine(painter, 2, 0, width - 4, 1, XP_ProgressBar::ToColor(0xA7AAAC)); // top
-    DrawLine(painter, 2, b, width - 4, 1, XP_ProgressBar::ToColor(0x7D7D7F)); // bottom
+    DrawLine(painter, 2, 0, width - 4, 1, XP_ProgressBar::ToColor(0xA7AAAC));  // top
+    DrawLine(painter, 2, b, width - 4, 1, XP_ProgressBar::ToColor(0x7D7D7F));  // bottom
     DrawLine(painter, 0, 2, 1, height - 4, XP_ProgressBar::ToColor(0xA6AAAC)); // left
     DrawLine(painter, r, 2, 1, height - 4, XP_ProgressBar::ToColor(0x777777)); // right
     const QColor inner = XP_ProgressBar::ToColor(0xEFEFEF);
@@ -102,10 +104,10 @@ XP_ProgressBar::XP_ProgressBar(QWidget* parent)
     setAttribute(Qt::WA_OpaquePaintEvent);
 }
 
-#define XP_SETTER(Name, member)                                                                  \
-    void XP_ProgressBar::Name(decltype(member) value) {                                          \
-        member = value;                                                                          \
-        Changed();                                                                               \
+#define XP_SETTER(Name, member)                                                                    \
+    void XP_ProgressBar::Name(decltype(member) value) {                                            \
+        member = value;                                                                            \
+        Changed();                                                                                 \
     }
 XP_SETTER(eBrushStyle, m_brushStyle)
 XP_SETTER(Color, m_color)
@@ -257,17 +259,17 @@ void XP_ProgressBar::DrawProgressBar(QPainter& painter, QSize size) const {
                  horizontal ? end - start : width, horizontal ? height : end - start, colour);
         break;
     case 7: // hatched
-        painter.fillRect(QRect(QPoint(horizontal ? start : 0, horizontal ? 0 : start),
-                               QPoint(horizontal ? end - 1 : width - 1,
-                                      horizontal ? height - 1 : end - 1)),
-                         QBrush(colour, HatchOf(m_brushStyle)));
+        painter.fillRect(
+            QRect(QPoint(horizontal ? start : 0, horizontal ? 0 : start),
+                  QPoint(horizontal ? end - 1 : width - 1, horizontal ? height - 1 : end - 1)),
+            QBrush(colour, HatchOf(m_brushStyle)));
         break;
     case 8: // a pattern made from the image
         if (!m_image.isNull())
-            painter.fillRect(QRect(QPoint(horizontal ? start : 0, horizontal ? 0 : start),
-                                   QPoint(horizontal ? end - 1 : width - 1,
-                                          horizontal ? height - 1 : end - 1)),
-                             QBrush(m_image));
+            painter.fillRect(
+                QRect(QPoint(horizontal ? start : 0, horizontal ? 0 : start),
+                      QPoint(horizontal ? end - 1 : width - 1, horizontal ? height - 1 : end - 1)),
+                QBrush(m_image));
         break;
     default: // 0, 1, 4, 5, 6, 9 and every other value: the shaded fill
         if (end > start) DrawShadedFill(painter, horizontal, thickness, start, end, colour);
@@ -291,8 +293,7 @@ void XP_ProgressBar::DrawProgressBar(QPainter& painter, QSize size) const {
     if (!caption.isEmpty()) {
         painter.setFont(m_font);
         painter.setPen(QColor(m_scrolling == 6 ? kSilver : 0x000000));
-        painter.drawText(QRect(0, 0, width, height), Qt::AlignCenter | Qt::TextSingleLine,
-                         caption);
+        painter.drawText(QRect(0, 0, width, height), Qt::AlignCenter | Qt::TextSingleLine, caption);
     }
     if (!m_image.isNull() && m_scrolling != 8) painter.drawImage(0, 0, m_image);
 }

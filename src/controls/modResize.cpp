@@ -83,8 +83,10 @@ QRect TwipsGeometry(const QWidget* control) {
 
 // Records the form and its controls, and grows it to hold them all with the margins.
 void Record(QWidget* form) {
-    FormRecord record{form->objectName().toStdString(), Twips(Inner(form)->width()),
-                      Twips(Inner(form)->height()), {}};
+    FormRecord record{form->objectName().toStdString(),
+                      Twips(Inner(form)->width()),
+                      Twips(Inner(form)->height()),
+                      {}};
     int width = Twips(form->width()), height = Twips(form->height());
     const QWidget* inner = Inner(form);
     for (QWidget* control : ControlsOf(form)) {
@@ -129,7 +131,8 @@ void Resize(QWidget* form) {
             for (QWidget* control : ControlsOf(form))
                 Rescale(*record, control, horizontal, vertical);
         }
-        form->setVisible(visible);
+        // The visible state noted at the start, should the rescaling have changed it.
+        if (form->isVisible() != visible) form->setVisible(visible);
     }
     g_resizing = false;
 }

@@ -40,7 +40,8 @@ CConfigTab::CConfigTab(QWidget* parent) : QWidget(parent) {
     chkRestore = PlaceButton<QCheckBox>(verify, "chkRestore", {10, 50, 170, 22}, tr("On Restore"));
 
     QWidget* log = PlaceFrame(this, "fraLogLevel", {416, 70, 192, 106}, tr("Log Level"));
-    log->setToolTip(tr("Basic is for most users. Advanced is for the paranoid. Trace is for nerds"));
+    log->setToolTip(
+        tr("Basic is for most users. Advanced is for the paranoid. Trace is for nerds"));
     Option1 = PlaceButton<QRadioButton>(log, "Option1", {10, 24, 172, 22}, tr("Basic"));
     Option2 = PlaceButton<QRadioButton>(log, "Option2", {10, 50, 172, 22}, tr("Advanced"));
     Option3 = PlaceButton<QRadioButton>(log, "Option3", {10, 76, 172, 22}, tr("Trace"));
@@ -62,15 +63,17 @@ CConfigTab::CConfigTab(QWidget* parent) : QWidget(parent) {
     chkExclRecycler->setToolTip(tr("Exclude files already deleted"));
 
     PlaceLabel(this, "lblMaxBackups", {416, 190, 104, 22}, tr("Backup limit:"));
-    txtMaxBackups = Place<QLineEdit>(this, "txtMaxBackups", {522, 188, 60, 26}, tr("Backup limit:"));
+    txtMaxBackups =
+        Place<QLineEdit>(this, "txtMaxBackups", {522, 188, 60, 26}, tr("Backup limit:"));
     txtMaxBackups->setText(QStringLiteral("10"));
     txtMaxBackups->setToolTip(tr("Maximum number of backups per source. After the number is "
                                  "reached any further backups will replace the oldest backup"));
 
     QWidget* manage = PlaceFrame(this, "fraManage", {12, 274, 596, 92}, tr("Manage Backups"));
     cmdManage = PlaceButton<QPushButton>(manage, "cmdManage", {10, 24, 104, 30}, tr("Delete"));
-    cmdManage->setToolTip(tr("CAUTION: this deletes all backups of any source not currently shown "
-                             "in the window on the \"Backup\" tab. Run \"Compact\" after deleting"));
+    cmdManage->setToolTip(
+        tr("CAUTION: this deletes all backups of any source not currently shown "
+           "in the window on the \"Backup\" tab. Run \"Compact\" after deleting"));
     cmdPurge = PlaceButton<QPushButton>(manage, "cmdPurge", {122, 24, 120, 30}, tr("Manual Purge"));
     cmdPurge->setToolTip(tr("If you have reduced the \"Backup limit\" above, this will purge "
                             "excess records from the database. A purge is executed automatically "
@@ -82,10 +85,9 @@ CConfigTab::CConfigTab(QWidget* parent) : QWidget(parent) {
     for (QPushButton* button : {cmdManage, cmdPurge, cmdCompact})
         button->setEnabled(false);
 
-    QWidget* order[] = {cmdSelBackupPath, chkHidden,     chkSystem,       chkBackup,
-                        chkRestore,       Option1,       Option2,         Option3,
-                        txtExclude,       txtExDirs,     chkExclRecycler, txtMaxBackups,
-                        cmdManage,        cmdPurge,      cmdCompact};
+    QWidget* order[] = {cmdSelBackupPath, chkHidden,     chkSystem, chkBackup,  chkRestore,
+                        Option1,          Option2,       Option3,   txtExclude, txtExDirs,
+                        chkExclRecycler,  txtMaxBackups, cmdManage, cmdPurge,   cmdCompact};
     for (size_t i = 1; i < std::size(order); ++i)
         setTabOrder(order[i - 1], order[i]);
 }

@@ -47,9 +47,11 @@ std::string Bytes(const QString& text) {
     return text.toStdString();
 }
 
-// The logo: the product's name on the program's bar colour.
+// The logo: the product's name on the program's bar colour, sharp at any scale.
 QPixmap Logo(QSize size) {
-    QPixmap logo(size);
+    const qreal ratio = qApp->devicePixelRatio();
+    QPixmap logo(size * ratio);
+    logo.setDevicePixelRatio(ratio);
     logo.fill(XP_ProgressBar::ToColor(kRunBarColour));
     QPainter painter(&logo);
     painter.setPen(Qt::white);
@@ -57,7 +59,7 @@ QPixmap Logo(QSize size) {
     font.setBold(true);
     font.setPointSize(11);
     painter.setFont(font);
-    painter.drawText(logo.rect().adjusted(10, 0, 0, 0), Qt::AlignVCenter | Qt::AlignLeft,
+    painter.drawText(QRect(QPoint(10, 0), size), Qt::AlignVCenter | Qt::AlignLeft,
                      QStringLiteral("Korvex Stashwell"));
     return logo;
 }
@@ -122,14 +124,17 @@ void frmMain::BuildMenus() {
 // Every option control writes its key on every change a person makes.
 void frmMain::ConnectOptions() {
     const std::pair<QCheckBox*, const char*> checks[] = {
-        {m_config->chkHidden, "Hidden"},   {m_config->chkSystem, "System"},
-        {m_config->chkBackup, "Backup"},   {m_config->chkRestore, "Restore"},
+        {m_config->chkHidden, "Hidden"},
+        {m_config->chkSystem, "System"},
+        {m_config->chkBackup, "Backup"},
+        {m_config->chkRestore, "Restore"},
         {m_config->chkExclRecycler, "ExclRecycler"}};
     for (const auto& [box, key] : checks)
         connect(box, &QCheckBox::clicked, this,
                 [key = std::string(key)](bool ticked) { StoreOption(key, ticked ? "1" : "0"); });
-    const std::pair<QRadioButton*, const char*> levels[] = {
-        {m_config->Option1, "Basic"}, {m_config->Option2, "Advanced"}, {m_config->Option3, "Trace"}};
+    const std::pair<QRadioButton*, const char*> levels[] = {{m_config->Option1, "Basic"},
+                                                            {m_config->Option2, "Advanced"},
+                                                            {m_config->Option3, "Trace"}};
     for (const auto& [button, word] : levels)
         connect(button, &QRadioButton::clicked, this,
                 [word = std::string(word)] { SelectLogLevel(word); });

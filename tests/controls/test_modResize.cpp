@@ -92,9 +92,10 @@ private slots:
         QCOMPARE(button->geometry(), QRect(100, 100, 100, 50));
         form->showNormal();
         Resize(form.get());
-        QCOMPARE(button->geometry(),
-                 QRect(100 * HorizontalScale(form.get()) / 100, 100 * VerticalScale(form.get()) / 100,
-                       100 * HorizontalScale(form.get()) / 100, 50 * VerticalScale(form.get()) / 100));
+        QCOMPARE(button->geometry(), QRect(100 * HorizontalScale(form.get()) / 100,
+                                           100 * VerticalScale(form.get()) / 100,
+                                           100 * HorizontalScale(form.get()) / 100,
+                                           50 * VerticalScale(form.get()) / 100));
         QCOMPARE(HorizontalScale(form.get()), 200);
     }
 
@@ -134,10 +135,12 @@ private slots:
         Resize(&form);
         QVERIFY(!hidden->isVisible());
         const int h = HorizontalScale(&form), v = VerticalScale(&form);
-        QCOMPARE(hidden->geometry(), QRect(50 * h / 100, 40 * v / 100, 100 * h / 100, 30 * v / 100));
+        QCOMPARE(hidden->geometry(),
+                 QRect(50 * h / 100, 40 * v / 100, 100 * h / 100, 30 * v / 100));
         tabs->setCurrentIndex(1);
         QVERIFY(hidden->isVisible());
-        QCOMPARE(hidden->geometry(), QRect(50 * h / 100, 40 * v / 100, 100 * h / 100, 30 * v / 100));
+        QCOMPARE(hidden->geometry(),
+                 QRect(50 * h / 100, 40 * v / 100, 100 * h / 100, 30 * v / 100));
     }
 
     void ControlParkedOffItsPageIsScaledAtItsRealPlaceAndStaysParked() {

@@ -1,0 +1,194 @@
+// The main window's commands without the window: the start-up questions, the backup limit's
+// range check, choosing the backup path, adding and removing sources, and the system
+// information tool with the settings store's values.
+
+#include "BackupFixture.h"
+#include "app/CProgramSettings.h"
+#include "app/modMainWindow.h"
+#include "app/modPaths.h"
+#include "app/modSetup.h"
+#include "app/modSysInfo.h"
+#include "support/modServices.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+namespace {
+
+using Calls = std::vector<CScriptedMessageBox::Call>;
+using Lines = std::vector<std::string>;
+
+constexpr const char* kTitle = "QRV - Stashwell";
+
+TEST(MainWindow, CaptionIsKorvexQrvWithTheVersion) {
+    EXPECT_EQ(MainWindowCaption().rfind("Korvex QRV - Ver ", 0), 0u);
+    EXPECT_EQ(MainWindowCaption(), "Korvex QRV - Ver 1.0.0");
+}
+
+TEST(MainWindow, DriveNotReadyYesAsksNothingMore) {
+    ScopedTestEnv env;
+    env.box.Answer(mb::kYes);
+    EXPECT_TRUE(AskToChangeBackupPath());
+    EXPECT_EQ(
+        env.box.calls,
+        (Calls{{"Error: Backup drive not ready. Do you wish to change the path?", 20, kTitle}}));
+}
+
+TEST(MainWindow, DriveNotReadyNoSaysToFixItAndStart) {
+    ScopedTestEnv env;
+    env.box.Answer(mb::kNo);
+    EXPECT_FALSE(AskToChangeBackupPath());
+    EXPECT_EQ(env.box.calls,
+              (Calls{{"Error: Backup drive not ready. Do you wish to change the path?", 20, kTitle},
+                     {"Error: Backup drive not ready. Please fix and start again.", 16, kTitle}}));
+}
+
+TEST(MaxBackups, LimitsFrom1To100AreStored) {
+    BackupFixture f;
+    for (const char* text : {"1", "15", "100", " 42", "15x"}) {
+        EXPECT_EQ(MaxBackupsChanged(text), std::nullopt) << text;
+        EXPECT_EQ(GetSetupValue("MaxBackups"), std::string(text).substr(text[0] == ' ')) << text;
+    }
+    EXPECT_TRUE(f.env.box.calls.empty());
+}
+
+TEST(MaxBackups, AnyOtherTextShowsTheRangeAndGivesBackTheStoredLimit) {
+    BackupFixture f;
+    f.SetOption("MaxBackups", "15");
+    for (const char* text : {"", "0", "150", "-3", "abc", "100.5"})
+        EXPECT_EQ(MaxBackupsChanged(text), std::optional<std::string>("15")) << text;
+    EXPECT_EQ(f.env.box.calls.size(), 6u);
+    EXPECT_EQ(f.env.box.calls[0],
+              (CScriptedMessageBox::Call{"Valid range between 1-100", 64, kTitle}));
+    EXPECT_EQ(GetSetupValue("MaxBackups"), "15");
+}
+
+TEST(MaxBackups, WithNothingStoredTheBoxGoesBackTo10) {
+    BackupFixture f;
+    EXPECT_EQ(MaxBackupsChanged("0"), std::optional<std::string>("10"));
+}
+
+TEST(LogLevel, OptionButtonSetsTheLoggersLevelAndStoresItsWord) {
+    BackupFixture f;
+    SelectLogLevel("Trace");
+    EXPECT_EQ(Logger().LogLevel(), 3);
+    EXPECT_EQ(GetSetupValue("Log"), "Trace");
+    SelectLogLevel("Basic");
+    EXPECT_EQ(Logger().LogLevel(), 1);
+}
+
+TEST(BackupPath, CancelledPickChangesNothing) {
+    BackupFixture f;
+    EXPECT_EQ(SelectBackupPath(), "");
+    EXPECT_EQ(GetBackupPath(), f.backup);
+    EXPECT_EQ(f.env.picker.prompts, Lines{"Select Backup Path"});
+}
+
+TEST(BackupPath, ChosenFolderGetsItsCatalogueAndTheDailyLog) {
+    BackupFixture f;
+    const std::string chosen = f.env.Path("elsewhere");
+    CreateTree(chosen, Dir());
+    f.env.picker.Answer(chosen);
+    EXPECT_EQ(SelectBackupPath(), chosen);
+    EXPECT_EQ(ReadRegSetting("BackupPath"), chosen);
+    EXPECT_TRUE(Exists(chosen + "/db/Backup.db"));
+    EXPECT_TRUE(Logger().Started());
+    EXPECT_EQ(Logger().LogFile().rfind(chosen + "/Logs/QRV-", 0), 0u);
+    EXPECT_TRUE(Exists(Logger().LogFile()));
+}
+
+TEST(Sources, AddedFolderWithAnApostropheIsStoredAsItIs) {
+    BackupFixture f;
+    f.env.picker.Answer("/home/bob/Bob's Documents");
+    EXPECT_TRUE(AddSource());
+    EXPECT_EQ(f.Rows("SELECT source FROM Sources"), Lines{"/home/bob/Bob's Documents"});
+    EXPECT_EQ(f.env.picker.prompts, Lines{"Select source to backup"});
+}
+
+TEST(Sources, SameFolderTwiceIsRefused) {
+    BackupFixture f;
+    f.AddSource("/data");
+    f.env.picker.Answer("/data");
+    EXPECT_FALSE(AddSource());
+    EXPECT_EQ(f.env.box.calls, (Calls{{"Source already in list", 64, kTitle}}));
+    EXPECT_EQ(f.Rows("SELECT count(*) FROM Sources"), Lines{"1"});
+}
+
+TEST(Sources, RemovingNothingSelectedAsksForASelection) {
+    BackupFixture f;
+    EXPECT_FALSE(RemoveSource(""));
+    EXPECT_EQ(f.env.box.calls, (Calls{{"Please select a Source to remove", 64, kTitle}}));
+    EXPECT_EQ(ErrHandler().StackPointer(), 0);
+}
+
+TEST(Sources, RemovalOfASourceWithAnApostropheAfterYes) {
+    BackupFixture f;
+    f.AddSource("/home/Bob's");
+    f.env.box.Answer(mb::kYes);
+    EXPECT_TRUE(RemoveSource("/home/Bob's"));
+    EXPECT_EQ(f.env.box.calls, (Calls{{"Are you sure you want to remove '/home/Bob's'", 36, kTitle},
+                                      {"'/home/Bob's' successfully removed", 64, kTitle}}));
+    EXPECT_EQ(f.Rows("SELECT count(*) FROM Sources"), Lines{"0"});
+}
+
+TEST(Sources, DatabaseErrorOnRemovalIsShownCritical) {
+    BackupFixture f;
+    f.AddSource("/data");
+    SqlRows(f.db, "SELECT 1"); // the catalogue is there
+    ::chmod(f.db.c_str(), 0400);
+    ScopedNoPermissionOverride noOverride;
+    if (!noOverride.Ok()) GTEST_SKIP() << "permissions cannot be enforced here";
+    f.env.box.Answer(mb::kYes);
+    EXPECT_FALSE(RemoveSource("/data"));
+    ASSERT_EQ(f.env.box.calls.size(), 2u);
+    EXPECT_EQ(f.env.box.calls[1], (CScriptedMessageBox::Call{
+                                      "Error: attempt to write a readonly database", 16, kTitle}));
+}
+
+TEST(GetKeyValue, ThirtyTwoBitValueOfOneReadsAsHexadecimalLedByAmpersandH) {
+    ScopedTestEnv env;
+    CreateTree(env.ConfigHome() + "/Korvex", Dir());
+    WriteFile(env.ConfigHome() + "/Korvex/QRV.conf",
+              "[SOFTWARE\\Korvex\\Tools]\nOne=dword:00000001\nBig=dword:0a0b0c0d\nText=hello\n");
+    std::string value;
+    EXPECT_TRUE(
+        GetKeyValue(CProgramSettings::kLocalMachine, "SOFTWARE\\Korvex\\Tools", "One", value));
+    EXPECT_EQ(value, "&h0001");
+    EXPECT_TRUE(
+        GetKeyValue(CProgramSettings::kLocalMachine, "SOFTWARE\\Korvex\\Tools", "Big", value));
+    EXPECT_EQ(value, "&hABCD");
+    EXPECT_TRUE(
+        GetKeyValue(CProgramSettings::kCurrentUser, "SOFTWARE\\Korvex\\Tools", "Text", value));
+    EXPECT_EQ(value, "hello");
+    EXPECT_FALSE(
+        GetKeyValue(CProgramSettings::kLocalMachine, "SOFTWARE\\Korvex\\Tools", "None", value));
+    EXPECT_EQ(value, "");
+}
+
+TEST(SysInfo, WithoutAnyToolItIsUnavailable) {
+    ScopedTestEnv env;
+    const char* path = std::getenv("PATH");
+    const std::string saved = path ? path : "";
+    ::setenv("PATH", env.Path("nothing here").c_str(), 1);
+    EXPECT_EQ(SysInfoProgram(), "");
+    StartSysInfo();
+    ::setenv("PATH", saved.c_str(), 1);
+    EXPECT_EQ(env.box.calls,
+              (Calls{{"System Information Is Unavailable At This Time", 0, kTitle}}));
+}
+
+TEST(SysInfo, AKnownToolOnThePathIsStarted) {
+    ScopedTestEnv env;
+    const std::string bin = env.Path("bin");
+    CreateTree(bin, Dir({{"kinfocenter", File("#!/bin/sh\n")}}));
+    ::chmod((bin + "/kinfocenter").c_str(), 0755);
+    const char* path = std::getenv("PATH");
+    const std::string saved = path ? path : "";
+    ::setenv("PATH", bin.c_str(), 1);
+    StartSysInfo();
+    ::setenv("PATH", saved.c_str(), 1);
+    EXPECT_EQ(env.desktop.started, Lines{bin + "/kinfocenter"});
+    EXPECT_TRUE(env.box.calls.empty());
+}
+
+} // namespace
