@@ -150,7 +150,8 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
     Log(2, "SIZ: " + NumText(size));
 
     Operation("Calculate MD5 signature");
-    CSignatureAhead::Prepared prepared = ahead.Prepare(index);
+    CSignatureAhead::Prepared prepared = ahead.Prepare(index, [this] { return m_cancel; });
+    if (prepared.cancelled) return; // the run stops after this file: nothing of it is kept
     SignedContent content = prepared.content;
     const std::unique_ptr<CStagedContent> staged = std::move(prepared.staged);
     if (content.signature.empty()) {

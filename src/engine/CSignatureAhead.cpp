@@ -96,7 +96,8 @@ CSignatureAhead::Ahead CSignatureAhead::StageLarge(const std::string& path) {
     return {content, std::make_unique<CStagedContent>(fd, *content)};
 }
 
-CSignatureAhead::Prepared CSignatureAhead::Prepare(size_t index) {
+CSignatureAhead::Prepared CSignatureAhead::Prepare(size_t index,
+                                                  const std::function<bool()>& cancelled) {
     Ahead ahead;
     {
         std::unique_lock lock(m_mutex);
@@ -111,6 +112,12 @@ CSignatureAhead::Prepared CSignatureAhead::Prepare(size_t index) {
             lock.unlock();
             DoEvents();
             lock.lock();
+            if (cancelled && cancelled()) {
+                // Nothing more is read: the workers stop at their next read.
+                m_stop = true;
+                m_changed.notify_all();
+                return {{}, nullptr, true};
+            }
         }
         auto found = m_ready.find(index);
         ahead = std::move(found->second);

@@ -40,6 +40,7 @@ public:
     struct Prepared {
         SignedContent content; // an empty signature after a reported error
         std::unique_ptr<CStagedContent> staged;
+        bool cancelled = false; // the run was cancelled while it waited for the file
     };
 
     // `files` must stay unchanged while this object lives. `workers` 0 means one per core.
@@ -51,7 +52,9 @@ public:
     CSignatureAhead& operator=(const CSignatureAhead&) = delete;
 
     // files[index], signed (and perhaps staged); the run asks for files in ascending order.
-    Prepared Prepare(size_t index);
+    // When `cancelled` answers true while the run waits (the window's events run meanwhile),
+    // the read-ahead stops at once and the file comes back cancelled, unsigned.
+    Prepared Prepare(size_t index, const std::function<bool()>& cancelled = {});
     // The signature of files[index] with its length, as SignFile gives it.
     SignedContent Signature(size_t index) { return Prepare(index).content; }
 

@@ -372,11 +372,30 @@ TEST_F(CBackupTest, CancelDuringTheFirstFileRaisesItsProgressThenRollsTheRunBack
     EXPECT_TRUE(Query("SELECT * FROM Backups").empty());
     EXPECT_TRUE(Query("SELECT * FROM Files").empty());
     EXPECT_TRUE(Query("SELECT * FROM Paths").empty());
-    // A file copied before the cancel stays in the store.
-    EXPECT_EQ(StoreListing(), StoreEntries({first}));
+    // Whether the first file was stored before the cancel came depends on the read-ahead; a file
+    // stored stays in the store, and nothing else is there.
+    EXPECT_TRUE(StoreListing() == Strings{} || StoreListing() == StoreEntries({first}));
     EXPECT_EQ(CountLines("Total Files : "), 0u);
     // The cancelled run leaves without popping its procedure name.
     EXPECT_EQ(ErrHandler().StackPointer(), 1);
+}
+
+TEST_F(CBackupTest, CancelWhileALargeFileIsReadAheadStopsWithoutFinishingIt) {
+    const std::string large = PatternContent(96 << 20);
+    CreateTree(source, Dir({{"large.bin", File(large)}, {"sub", Dir({{"second", File("2")}})}}));
+    CBackup backup;
+    Prepare(backup, source);
+    // The window's Cancel click arrives at the first chance while the run waits for the
+    // read-ahead of the large file.
+    backup.OnStart = [this, &backup](int32_t count) {
+        events.push_back("Start(" + std::to_string(count) + ")");
+        SetYieldHook([&backup] { backup.Cancel(); });
+    };
+    EXPECT_EQ(backup.Exec(), CBackup::Result::kCancel);
+    EXPECT_EQ(events, (Strings{"Start(2)", "FileProgress(1)"}));
+    EXPECT_EQ(StoreListing(), Strings{});
+    EXPECT_EQ(CountLines("MD5: "), 0u);
+    EXPECT_TRUE(Query("SELECT * FROM Backups").empty());
 }
 
 TEST_F(CBackupTest, CancelIsNeverClearedSoTheNextRunStopsAfterItsFirstFile) {
