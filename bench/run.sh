@@ -3,7 +3,12 @@
 # second backups of restic and BorgBackup (their Debian packages, default settings, no
 # encryption) of the same data, in the same invocation, and prints medians and ratios.
 #
-#   bench/run.sh [large|small|all]      (default all)
+#   bench/run.sh [large|small|all|cancel]   (default all)
+#
+# The small set also runs a first backup through the real main window (offscreen, clicking
+# Backup) beside the headless one. "cancel" makes one 2 GiB file and clicks Cancel one second
+# into its backup through the window, and tells how late the click was handled and how long the
+# run took to stop after it.
 #
 # Environment: BENCH_DIR (default /tmp/stashwell-bench; keeps every copy it makes, so it needs
 # about 45 GiB free with the default sizes),
@@ -14,8 +19,9 @@ set -euo pipefail
 here="$(cd "$(dirname "$0")/.." && pwd)"
 "$here/scripts/install-deps.sh" --bench
 cmake -S "$here" -B "$here/build-release" -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build "$here/build-release" --target stashwell make_data >/dev/null
+cmake --build "$here/build-release" --target stashwell make_data window_run >/dev/null
 bin="$here/build-release/stashwell"
+window_run="$here/build-release/window_run"
 
 which="${1:-all}"
 root="${BENCH_DIR:-/tmp/stashwell-bench}"
@@ -65,7 +71,7 @@ bench_set() {
     find "$data" -type f -exec cat {} + >/dev/null   # the same page-cache state for every tool
 
     local f
-    for f in md5 cp first second borg1 borg2 restic1 restic2; do : >"$work/$name.$f"; done
+    for f in md5 cp first second borg1 borg2 restic1 restic2 window; do : >"$work/$name.$f"; done
     for r in $(seq 1 "$repeat"); do
         timed "$work/$name.md5" bash -c "cd '$data' && find . -type f -print0 | xargs -0 md5sum"
         timed "$work/$name.cp" bash -c "cp -a '$data' '$work/$name-cp$r' && sync -f '$work/$name-cp$r'"
@@ -74,6 +80,12 @@ bench_set() {
         local xdg=(env XDG_CONFIG_HOME="$home/config" XDG_STATE_HOME="$home/state")
         timed "$work/$name.first" "${xdg[@]}" "$bin" backup
         timed "$work/$name.second" "${xdg[@]}" "$bin" backup
+        if [ "$name" = small ]; then
+            local window_home="$work/$name-window$r"
+            prepare_backup "$window_home" "$data"
+            timed "$work/$name.window" env XDG_CONFIG_HOME="$window_home/config" \
+                XDG_STATE_HOME="$window_home/state" QT_QPA_PLATFORM=offscreen "$window_run"
+        fi
         # Every tool ends with its data on disk, as Stashwell's run does before its commit.
         local borg_repo="$work/$name-borg$r" restic_repo="$work/$name-restic$r"
         borg init --encryption=none "$borg_repo" >/dev/null
@@ -118,12 +130,41 @@ bench_set() {
         printf "   first / faster of restic and borg  = %.2f\n", first / fast1
         printf "   second / faster of restic and borg = %.2f\n", second / fast2
     }'
+    if [ -s "$work/$name.window" ]; then
+        local window
+        window=$(cut -d' ' -f1 "$work/$name.window" | median)
+        awk -v w="$window" -v first="$first" 'BEGIN {
+            printf "   stashwell first through the window (offscreen) %.2f s\n", w
+            printf "   window first / headless first = %.2f\n", w / first
+        }'
+    fi
+}
+
+# Cancel clicked through the window one second into the backup of one 2 GiB file.
+bench_cancel() {
+    local data="$work/cancel-data"
+    echo "== cancel: making one 2 GiB file"
+    "$here/build-release/make_data" "$data" large 1 2048
+    : >"$work/cancel.times"
+    for r in $(seq 1 "$repeat"); do
+        local home="$work/cancel-home$r"
+        prepare_backup "$home" "$data"
+        XDG_CONFIG_HOME="$home/config" XDG_STATE_HOME="$home/state" QT_QPA_PLATFORM=offscreen \
+            "$window_run" --cancel-after 1000 2>/dev/null >>"$work/cancel.times"
+    done
+    local late stopped
+    late=$(awk '{print $2}' "$work/cancel.times" | median)
+    stopped=$(awk '{print $4}' "$work/cancel.times" | median)
+    echo "-- cancel: medians of $repeat runs"
+    echo "   the Cancel click was handled ${late} ms after it was made"
+    echo "   the run had stopped ${stopped} ms after the click was handled"
 }
 
 case "$which" in
     large) bench_set large ;;
     small) bench_set small ;;
-    all) bench_set large; bench_set small ;;
-    *) echo "usage: bench/run.sh [large|small|all]" >&2; exit 2 ;;
+    all) bench_set large; bench_set small; bench_cancel ;;
+    cancel) bench_cancel ;;
+    *) echo "usage: bench/run.sh [large|small|all|cancel]" >&2; exit 2 ;;
 esac
 echo "(data and copies left in $work; remove it when done)"

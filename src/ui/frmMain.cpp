@@ -90,6 +90,7 @@ frmMain::frmMain(std::string commandLine, QWidget* parent)
     connect(m_backup->cmdRemove, &QPushButton::clicked, this, &frmMain::cmdRemove_Click);
     connect(m_config->cmdSelBackupPath, &QPushButton::clicked, this,
             &frmMain::cmdSelBackupPath_Click);
+    m_shown.lblThruPut = "MB/s"; // the label's design text
     m_run.OnViewChanged = [this](const RunView& view) { Render(view); };
     m_run.OnShowReport = [this] { ShowReport(); };
 
@@ -246,21 +247,34 @@ void frmMain::cmdBackup_Click() {
     m_run.cmdBackup_Click();
 }
 
+// Only what changed is touched: a run renders twice per file, and most of the view stays.
 void frmMain::Render(const RunView& view) {
-    m_backup->lblSource->setText(Shown(view.lblSource));
-    m_backup->lblProcessing->setText(Shown(view.lblProcessing));
-    m_backup->lblCount->setText(QString::fromStdString(view.lblCount));
-    m_backup->lblDone->setText(QString::fromStdString(view.lblDone));
-    m_backup->lblThruPut->setText(QString::fromStdString(view.lblThruPut));
+    const RunView& shown = m_shown;
+    const auto text = [](QLabel* label, const std::string& now, const std::string& before) {
+        if (now != before) label->setText(Shown(now));
+    };
+    text(m_backup->lblSource, view.lblSource, shown.lblSource);
+    text(m_backup->lblProcessing, view.lblProcessing, shown.lblProcessing);
+    text(m_backup->lblCount, view.lblCount, shown.lblCount);
+    text(m_backup->lblDone, view.lblDone, shown.lblDone);
+    text(m_backup->lblThruPut, view.lblThruPut, shown.lblThruPut);
     if (m_backup->XP_PB1->Value() != view.progress) m_backup->XP_PB1->Value(view.progress);
-    m_backup->cmdBackup->setText(QString::fromStdString(view.cmdBackupCaption));
-    m_backup->cmdBackup->setToolTip(QString::fromStdString(view.cmdBackupToolTip));
-    m_backup->cmdAddSrc->setEnabled(view.sourceButtonsEnabled);
-    m_backup->cmdRemove->setEnabled(view.sourceButtonsEnabled);
-    SSTab1->setTabEnabled(1, view.tabsEnabled);
-    SSTab1->setTabEnabled(2, view.tabsEnabled);
-    if (view.selectedSource >= 0 && view.selectedSource < m_backup->lstSources->count())
+    if (view.cmdBackupCaption != shown.cmdBackupCaption) {
+        m_backup->cmdBackup->setText(QString::fromStdString(view.cmdBackupCaption));
+        m_backup->cmdBackup->setToolTip(QString::fromStdString(view.cmdBackupToolTip));
+    }
+    if (view.sourceButtonsEnabled != shown.sourceButtonsEnabled) {
+        m_backup->cmdAddSrc->setEnabled(view.sourceButtonsEnabled);
+        m_backup->cmdRemove->setEnabled(view.sourceButtonsEnabled);
+    }
+    if (view.tabsEnabled != shown.tabsEnabled) {
+        SSTab1->setTabEnabled(1, view.tabsEnabled);
+        SSTab1->setTabEnabled(2, view.tabsEnabled);
+    }
+    if (view.selectedSource != m_backup->lstSources->currentRow() && view.selectedSource >= 0 &&
+        view.selectedSource < m_backup->lstSources->count())
         m_backup->lstSources->setCurrentRow(view.selectedSource);
+    m_shown = view;
     emit RunShown();
 }
 

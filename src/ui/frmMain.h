@@ -71,4 +71,5 @@ private:
     CConfigTab* m_config;
     QLabel* kvLogo;
     CRunControl m_run;
+    RunView m_shown; // what Render shows now
 };
