@@ -29,6 +29,7 @@
 #include <QPainter>
 #include <QPushButton>
 #include <QRadioButton>
+#include <QShortcut>
 #include <QTabWidget>
 
 #include <iostream>
@@ -77,9 +78,16 @@ frmMain::frmMain(std::string commandLine, QWidget* parent)
     m_backup = new CBackupTab;
     m_restore = new CRestoreTab;
     m_config = new CConfigTab;
-    SSTab1->addTab(m_backup, tr("&Backup"));
-    SSTab1->addTab(m_restore, tr("&Restore"));
-    SSTab1->addTab(m_config, tr("&Configuration"));
+    // The tabs are reached with Alt+1, Alt+2 and Alt+3 (and Ctrl+Tab); Alt+letters belong to
+    // the buttons.
+    SSTab1->addTab(m_backup, tr("Backup"));
+    SSTab1->addTab(m_restore, tr("Restore"));
+    SSTab1->addTab(m_config, tr("Configuration"));
+    for (int tab = 0; tab < 3; ++tab) {
+        auto* shortcut = new QShortcut(QKeySequence(Qt::ALT | Qt::Key(Qt::Key_1 + tab)), this);
+        connect(shortcut, &QShortcut::activated, this,
+                [this, tab] { SSTab1->setCurrentIndex(tab); });
+    }
     kvLogo = Place<QLabel>(central, "kvLogo", {8, 448, 190, 26}, tr("Korvex Stashwell"));
     kvLogo->setPixmap(Logo(kvLogo->size()));
 

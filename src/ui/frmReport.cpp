@@ -7,6 +7,7 @@
 #include <QFontDatabase>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QTextCursor>
 #include <QVBoxLayout>
 
 frmReport::frmReport(const QString& logFile, QWidget* parent) : QDialog(parent) {
@@ -37,4 +38,5 @@ frmReport::frmReport(const QString& logFile, QWidget* parent) : QDialog(parent) 
     QString shown = QString::fromUtf8(m_text.data(), static_cast<qsizetype>(m_text.size()));
     shown.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
     txtReport->setPlainText(shown);
+    txtReport->moveCursor(QTextCursor::End); // the run just made is at the end
 }

@@ -367,6 +367,10 @@ private slots:
             QVERIFY(w.Get<QAction>(menu));
         QCOMPARE(w.Get<QAction>("mnuExit")->shortcut(), QKeySequence(QKeySequence::Quit));
         QCOMPARE(w.Get<QPushButton>("cmdBackup")->shortcut(), QKeySequence("Alt+B"));
+        // Alt+3 shows the configuration tab.
+        w.ShowTab(0);
+        QTest::keyClick(w.window.get(), Qt::Key_3, Qt::AltModifier);
+        QCOMPARE(w.Get<QTabWidget>("SSTab1")->currentIndex(), 2);
         QCOMPARE(w.Get<QCheckBox>("chkHidden")->text(), QStringLiteral("Hidden files"));
         QCOMPARE(w.Get<QCheckBox>("chkBackup")->text(), QStringLiteral("On Backup"));
         QCOMPARE(w.Get<QRadioButton>("Option3")->text(), QStringLiteral("Trace"));
