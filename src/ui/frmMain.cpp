@@ -22,6 +22,7 @@
 #include <QAction>
 #include <QApplication>
 #include <QCheckBox>
+#include <QCloseEvent>
 #include <QFile>
 #include <QLineEdit>
 #include <QListWidget>
@@ -253,6 +254,7 @@ std::vector<std::string> frmMain::ListedSources() const {
 void frmMain::cmdBackup_Click() {
     if (!m_run.Running()) m_run.Inputs(ListedSources(), OptionsShown());
     m_run.cmdBackup_Click();
+    if (m_closeAfterRun && !m_run.Running()) close();
 }
 
 // Only what changed is touched: a run renders twice per file, and most of the view stays.
@@ -287,6 +289,7 @@ void frmMain::Render(const RunView& view) {
 }
 
 void frmMain::ShowReport() {
+    if (m_closeAfterRun) return; // the person is leaving
     auto* report = new frmReport(QString::fromStdString(Logger().LogFile()), this);
     report->setAttribute(Qt::WA_DeleteOnClose);
     report->show(); // modeless
@@ -324,6 +327,19 @@ void frmMain::mnuManual_Click() {
 void frmMain::mnuAbout_Click() {
     frmAbout about(this);
     about.exec();
+}
+
+// The run is cancelled as by a second click on cmdBackup, so its catalogue rows are rolled back,
+// and the click that started it closes the window when it returns.
+void frmMain::closeEvent(QCloseEvent* event) {
+    if (!m_run.Running()) {
+        QMainWindow::closeEvent(event);
+        return;
+    }
+    event->ignore();
+    if (m_closeAfterRun) return; // already stopping
+    m_closeAfterRun = true;
+    m_run.cmdBackup_Click();
 }
 
 void frmMain::resizeEvent(QResizeEvent* event) {

@@ -53,6 +53,8 @@ signals:
 
 protected:
     void resizeEvent(QResizeEvent* event) override;
+    // Leaving during a run cancels it first; the window closes once the run has stopped.
+    void closeEvent(QCloseEvent* event) override;
 
 private:
     void BuildMenus();
@@ -72,4 +74,5 @@ private:
     QLabel* kvLogo;
     CRunControl m_run;
     RunView m_shown; // what Render shows now
+    bool m_closeAfterRun = false;
 };

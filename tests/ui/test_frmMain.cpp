@@ -589,6 +589,44 @@ private slots:
         QCOMPARE(w.Get<QPushButton>("cmdBackup")->text(), QStringLiteral("Backup"));
     }
 
+    void ExitDuringARunCancelsItAndClosesTheWindowWhenItHasStopped() {
+        WindowEnv w;
+        std::vector<std::string> sources;
+        for (const char* name : {"one", "two"}) {
+            sources.push_back(w.env.Path(name));
+            CreateTree(sources.back(), Dir({{"a.txt", File(std::string(name) + " a")},
+                                            {"b.txt", File(std::string(name) + " b")}}));
+            w.f.AddSource(sources.back());
+        }
+        CDatabase db;
+        db.Connect(w.f.db);
+        db.BackupRun(sources[0]); // a run of today keeps today's log when the logs are purged
+        frmMain& window = w.Open();
+        window.Form_Load();
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        bool exited = false;
+        bool visibleWhileStopping = false;
+        QObject::connect(&window, &frmMain::RunShown, [&] {
+            if (exited || w.Get<QLabel>("lblDone")->text() != "1") return;
+            exited = true;
+            w.Get<QAction>("mnuExit")->trigger();
+            visibleWhileStopping = window.isVisible();
+        });
+        QTest::mouseClick(w.Get<QPushButton>("cmdBackup"), Qt::LeftButton);
+        QVERIFY(exited);
+        QVERIFY(visibleWhileStopping);
+        QVERIFY(!window.isVisible());
+        QCOMPARE(w.Get<QLabel>("lblSource")->text(), QStringLiteral("Backup cancelled"));
+        QCOMPARE(Reports(window), 0);
+        // The cancelled run left no row; the earlier run is all there is.
+        QCOMPARE(Rows(w.f, "SELECT bid, source FROM Backups"), QStringList{Q("1|" + sources[0])});
+        QCOMPARE(Rows(w.f, "SELECT count(*) FROM Files"), QStringList{"0"});
+        const auto log = LogMessages(ReadFile(Logger().LogFile()));
+        QCOMPARE(std::count(log.begin(), log.end(), "Cancel requested. Stopping...\r\n"), 1);
+        QVERIFY(std::find(log.begin(), log.end(), "Source: " + sources[1] + "\r\n") == log.end());
+    }
+
     void RecycleBinTickedWithNoFoldersExcludesOnlyTheRecycler() {
         WindowEnv w;
         const std::string source = w.env.Path("s");
