@@ -107,9 +107,7 @@ void CRunControl::BackupSource(int16_t row, CBackup::Result& result) {
     m_bkup->IncludeHidden(m_options.hidden != 0);
     m_bkup->IncludeSystem(m_options.system != 0);
     m_bkup->Exclude(m_options.exclude);
-    std::string exDirs = m_options.exDirs;
-    if (m_options.exclRecycler == 1) exDirs += " recycler";
-    m_bkup->ExDirs(exDirs);
+    m_bkup->ExDirs(FoldersToExclude(m_options));
     m_bkup->BackupDB(GetDBPath());
     m_bkup->BackupPath(GetFilesPath());
     result = m_bkup->Exec();

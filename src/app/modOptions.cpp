@@ -26,6 +26,10 @@ int32_t LogLevelOf(const std::string& word) {
     return 1;
 }
 
+std::string FoldersToExclude(const BackupOptions& options) {
+    return options.exclRecycler == 1 ? options.exDirs + " recycler" : options.exDirs;
+}
+
 BackupOptions LoadOptions() {
     BackupOptions options;
     const std::string log = GetSetupValue("Log");

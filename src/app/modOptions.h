@@ -24,6 +24,10 @@ struct BackupOptions {
 // 1 for "Basic", 2 for "Advanced", 3 for "Trace", 1 for any other text (the comparison is exact).
 int32_t LogLevelOf(const std::string& word);
 
+// The folder names a run excludes: ExDirs, and " recycler" after them when the Recycle Bin box
+// holds 1 (so " recycler" alone when ExDirs is empty).
+std::string FoldersToExclude(const BackupOptions& options);
+
 // Reads every option from Setup over the design values; a stored log level other than Basic
 // is applied to the logger, as selecting its option button does.
 BackupOptions LoadOptions();

@@ -123,4 +123,17 @@ TEST(Options, LowerCaseTraceSelectsBasic) {
     EXPECT_EQ(LogLevelOf("trace"), 1);
 }
 
+TEST(Options, RecycleBinTickedWithNoFoldersExcludesOnlyTheRecycler) {
+    BackupOptions options;
+    options.exDirs = "";
+    options.exclRecycler = 1;
+    EXPECT_EQ(FoldersToExclude(options), " recycler");
+    options.exDirs = "cvs tmp";
+    EXPECT_EQ(FoldersToExclude(options), "cvs tmp recycler");
+    options.exclRecycler = 2; // only a tick adds the recycler
+    EXPECT_EQ(FoldersToExclude(options), "cvs tmp");
+    options.exclRecycler = 0;
+    EXPECT_EQ(FoldersToExclude(options), "cvs tmp");
+}
+
 } // namespace

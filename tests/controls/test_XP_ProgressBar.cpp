@@ -5,6 +5,7 @@
 #include "controls/XP_ProgressBar.h"
 
 #include <QApplication>
+#include <QPainter>
 #include <QtTest>
 
 namespace {
@@ -17,6 +18,15 @@ QRgb Rgb(int r, int g, int b) {
 
 const QRgb kWhite = Rgb(255, 255, 255);
 const QRgb kOrange = Rgb(228, 134, 74);
+
+// How many pixels of `area` are pure black.
+int BlackPixels(const QImage& image, QRect area) {
+    int black = 0;
+    for (int x = area.left(); x <= area.right(); ++x)
+        for (int y = area.top(); y <= area.bottom(); ++y)
+            black += image.pixel(x, y) == qRgb(0, 0, 0);
+    return black;
+}
 
 // A bar as the main window sets it up, at `value` of `max`.
 XP_ProgressBar* Bar(int32_t value, int32_t max = 100) {
@@ -38,11 +48,22 @@ private slots:
         std::unique_ptr<XP_ProgressBar> bar(Bar(0));
         bar->ShowText(true);
         QCOMPARE(bar->Caption(), QStringLiteral("0 %"));
-        bar->ShowText(false);
+        // Inside the frame: "0 %" in black, centred on white, and nothing else.
         const QImage image = bar->Render({200, 24});
+        QImage expected(200, 24, QImage::Format_RGB32);
+        expected.fill(Qt::white);
+        QPainter painter(&expected);
+        painter.setFont(bar->Font());
+        painter.setPen(Qt::black);
+        painter.drawText(QRect(0, 0, 200, 24), Qt::AlignCenter | Qt::TextSingleLine, "0 %");
+        painter.end();
+        QCOMPARE(image.copy(2, 2, 196, 20), expected.copy(2, 2, 196, 20));
+        // Without the text the inside is all white.
+        bar->ShowText(false);
+        const QImage plain = bar->Render({200, 24});
         for (int x = 2; x < 198; ++x)
             for (int y = 2; y < 22; ++y)
-                QCOMPARE(image.pixel(x, y), kWhite);
+                QCOMPARE(plain.pixel(x, y), kWhite);
     }
 
     void HalfOfAWidthOf103EndsOnTheLastWholeBlockBeforePixel51() {
@@ -64,13 +85,11 @@ private slots:
         std::unique_ptr<XP_ProgressBar> bar(Bar(999, 1000));
         bar->ShowText(true);
         QCOMPARE(bar->Caption(), QStringLiteral("99 %"));
-        // The text is drawn, centred.
+        // The text is drawn in black over the blocks, centred, and only there.
         const QImage image = bar->Render({200, 24});
-        int dark = 0;
-        for (int x = 80; x < 120; ++x)
-            for (int y = 4; y < 20; ++y)
-                dark += qGray(image.pixel(x, y)) < 60;
-        QVERIFY(dark > 10);
+        QVERIFY(BlackPixels(image, {80, 4, 40, 16}) > 0);
+        QCOMPARE(BlackPixels(image, {2, 2, 60, 20}), 0);
+        QCOMPARE(BlackPixels(image, {140, 2, 58, 20}), 0);
     }
 
     void MinOf50ChangesNothing() {

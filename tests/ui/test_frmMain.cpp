@@ -115,7 +115,11 @@ private slots:
         frmMain& window = w.Open();
         QCOMPARE(window.Form_Load(), std::nullopt);
         QCOMPARE(w.Get<QTabWidget>("SSTab1")->currentIndex(), 2);
-        QVERIFY(w.Get<QLineEdit>("txtBackupPath")->styleSheet().contains("rgb(255, 255, 0)"));
+        // The path box is painted yellow inside.
+        auto* path = w.Get<QLineEdit>("txtBackupPath");
+        w.ShowTab(2);
+        const QImage box = path->grab().toImage();
+        QCOMPARE(box.pixelColor(box.width() / 2, box.height() / 2), QColor(255, 255, 0));
         QCOMPARE(Boxes(w.env.box.calls),
                  QStringList{Box("Please define the backup path to proceed", 64)});
         QCOMPARE(w.Get<QListWidget>("lstSources")->count(), 0);
