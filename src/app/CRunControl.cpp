@@ -178,11 +178,7 @@ void CRunControl::RunUnattended(const std::string& commandLine) {
         } else if (word == "compact") {
             Log(1, "Compacting database");
             CBackupFolderLock lock;
-            if (LockBackupFolder(lock)) {
-                PruneDBTree();
-                KillOrphans();
-                VacuumDB();
-            }
+            if (LockBackupFolder(lock)) CompactCatalogue();
         }
         if (blank == std::string::npos) break;
         start = blank + 1;

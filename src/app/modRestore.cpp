@@ -1,8 +1,6 @@
 #include "app/modRestore.h"
 
-#include "app/modCatalogueQuery.h"
 #include "app/modPaths.h"
-#include "catalogue/ADOSQLite.h"
 #include "catalogue/modSQLQuote.h"
 #include "engine/CStore.h"
 #include "engine/kvCryptDriver.h"
@@ -13,53 +11,150 @@
 #include "support/modYield.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <sys/stat.h>
 
 namespace {
-std::string FirstRowField(ADOSQLite& db, const std::string& field) {
+
+constexpr const char* kTitle = "QRV - Stashwell";
+
+std::string FirstRowField(const ADOSQLite& db, const std::string& field) {
     return db.RecordCount() >= 1 ? db.Field(field) : std::string();
 }
+
+// `folder` without trailing "/" (but "/" itself stays).
+std::string FolderRoot(const std::string& folder) {
+    std::string root = folder;
+    while (root.size() > 1 && root.back() == '/')
+        root.pop_back();
+    return root;
+}
+
+std::string Below(const std::string& root) {
+    return root == "/" ? root : root + "/";
+}
+
+mode_t UserMask() {
+    static const mode_t mask = [] {
+        const mode_t current = ::umask(0);
+        ::umask(current);
+        return current;
+    }();
+    return mask;
+}
+
+// Creates the missing folders of `target`'s folder part with the user's default mode.
+void CreateRestoreFolders(const std::string& target) {
+    const std::string folder = FSGetPathPart(target);
+    for (size_t slash = folder.find('/', 1); slash != std::string::npos;
+         slash = folder.find('/', slash + 1)) {
+        const std::string path = folder.substr(0, slash);
+        struct stat st {};
+        if (::lstat(path.c_str(), &st) == 0) continue;
+        if (::mkdir(path.c_str(), 0777) != 0 && errno != EEXIST)
+            Raise(errno == ENOSPC ? err::kDiskFull : err::kPathNotFound);
+    }
+}
+
 } // namespace
 
-void RestoreFile(const std::string& bid, const std::string& key, const std::string& destination,
-                 bool verify) {
+std::string RestoreTargetProblem(const std::string& folder, const std::string& target) {
+    const std::string root = FolderRoot(folder);
+    const std::string prefix = Below(root);
+    const std::string outside = "the stored path leads outside " + root;
+    if (root.empty() || target.compare(0, prefix.size(), prefix) != 0 ||
+        target.size() == prefix.size())
+        return outside;
+    std::string path = root == "/" ? "" : root;
+    bool exists = true;
+    for (size_t start = prefix.size(); start <= target.size();) {
+        const size_t slash = std::min(target.find('/', start), target.size());
+        const std::string part = target.substr(start, slash - start);
+        if (part.empty() || part == "." || part == "..") return outside;
+        path += "/" + part;
+        struct stat st {};
+        if (exists && ::lstat(path.c_str(), &st) != 0) exists = false;
+        if (exists && S_ISLNK(st.st_mode)) return "a symbolic link stands at " + path;
+        start = slash + 1;
+    }
+    return {};
+}
+
+CFileRestorer::CFileRestorer(std::string bid, std::string destination, bool verify)
+    : m_bid(std::move(bid)), m_destination(std::move(destination)), m_verify(verify) {}
+
+const std::string& CFileRestorer::Source() {
+    if (!m_sourceRead) {
+        m_db.Reset();
+        m_db.Table("Backups");
+        m_db.Action(sqlaction::kSelect);
+        m_db.Where("bid = " + m_bid);
+        m_db.Exec();
+        m_source = FirstRowField(m_db, "source");
+        m_sourceRead = true;
+    }
+    return m_source;
+}
+
+void CFileRestorer::RestoreFile(const std::string& key) {
     CProcTrap trap("RestoreFile");
     try {
         trap.Check();
         Operation("Calculate filename to restore");
-        ADOSQLite files;
-        QueryCatalogue(files, "Files", sqlaction::kSelect,
-                       "bid = " + bid + " AND file = " + SQLLiteral(key));
-        const std::string file = FirstRowField(files, "file");
-        const std::string backup = FirstRowField(files, "backup");
+        if (!m_db.Handle()) m_db.Connect(GetDBPath());
+        m_db.Reset();
+        m_db.Table("Files");
+        m_db.Action(sqlaction::kSelect);
+        m_db.Where("bid = " + m_bid + " AND file = " + SQLLiteral(key));
+        m_db.Exec();
+        const std::string file = FirstRowField(m_db, "file");
+        const std::string backup = FirstRowField(m_db, "backup");
 
         std::string target = file;
-        if (!destination.empty()) {
-            ADOSQLite backups;
-            QueryCatalogue(backups, "Backups", sqlaction::kSelect, "bid = " + bid);
-            const std::string source = FirstRowField(backups, "source");
+        if (!m_destination.empty()) {
+            const std::string& source = Source();
             const size_t below = file.size() > source.size() ? file.size() - source.size() : 0;
-            target = destination + file.substr(file.size() - below);
+            target = m_destination + file.substr(file.size() - below);
         }
         // Every stored "\" is an apostrophe of the real name.
         std::replace(target.begin(), target.end(), '\\', '\'');
 
+        if (!file.empty()) {
+            const std::string folder = m_destination.empty() ? Source() : m_destination;
+            const std::string problem = RestoreTargetProblem(folder, target);
+            if (!problem.empty()) {
+                const std::string text = "Failed to restore " + target + ": " + problem;
+                Operation(text);
+                Log(1, text);
+                Raise(err::kNoDestination, text);
+            }
+        }
+
         Operation("Restore file");
-        FSCreatePath(target);
+        CreateRestoreFolders(target);
         const std::string storeFile = CStore::StorePath(GetFilesPath(), FSGetNamePart(backup));
+        struct stat st {};
+        const bool existed = ::lstat(target.c_str(), &st) == 0;
         if (!FSCopyFile(storeFile, target)) {
             Operation("Failed to restore " + target);
             Log(1, "Failed to restore " + target);
             Raise(err::kNoDestination);
         }
+        if (!existed) ::chmod(target.c_str(), 0666 & ~UserMask());
         DoEvents();
         Operation("Restore verify");
-        if (verify) {
+        if (m_verify) {
             const std::string name = FSGetNamePart(backup);
             if (MD5File(target) != name.substr(0, name.size() >= 4 ? name.size() - 4 : 0))
                 MsgBox("Restored file failed verification " + file, mb::kCritical | mb::kOKOnly,
-                       "QRV - Stashwell");
+                       kTitle);
         }
     } catch (...) {
         trap.Handle();
     }
+}
+
+void RestoreFile(const std::string& bid, const std::string& key, const std::string& destination,
+                 bool verify) {
+    CFileRestorer(bid, destination, verify).RestoreFile(key);
 }

@@ -1,13 +1,47 @@
 #pragma once
 
-// Restores one file of a backup run: finds its row, works out where it goes (its own place, or
-// the same path below another folder), copies the store file there with retries (over an
+// Restores files of one backup run: finds a file's row, works out where it goes (its own place,
+// or the same path below another folder), copies the store file there with retries (over an
 // existing file) and, when asked, checks the copy's signature against the store file's name.
 // A failure is reported through the error handler and does not stop the caller's walk.
+//
+// A restore never writes outside the folder it was asked to write into: the run's source when
+// files go back to their place, the chosen folder otherwise. A stored path that would lead out
+// of it (a "." or ".." component, a path that is not below the run's source, a symbolic link on
+// the way or in the target's place) is refused for that file. Folders and files that a restore
+// creates get the user's default modes (the catalogue keeps none).
+
+#include "catalogue/ADOSQLite.h"
 
 #include <string>
 
-// `bid` is the run's id as text (the caption of lblBid), `key` the stored (encoded) file path,
-// `destination` "" for the file's own place. A verification mismatch shows one critical box.
+// Restores the files of one run to one destination, on one catalogue connection.
+class CFileRestorer {
+public:
+    // `bid` is the run's id as text (the caption of lblBid), `destination` "" for each file's
+    // own place.
+    CFileRestorer(std::string bid, std::string destination, bool verify);
+
+    // RestoreFile for the stored (encoded) file path `key`. A verification mismatch shows one
+    // critical box.
+    void RestoreFile(const std::string& key);
+
+private:
+    const std::string& Source();
+
+    std::string m_bid;
+    std::string m_destination;
+    bool m_verify;
+    ADOSQLite m_db;
+    bool m_sourceRead = false;
+    std::string m_source;
+};
+
+// One file, on a connection of its own.
 void RestoreFile(const std::string& bid, const std::string& key, const std::string& destination,
                  bool verify);
+
+// Why `target` may not be written by a restore into `folder`, or "" when it may: the part of
+// `target` below `folder` must be a plain relative path (no ".", "..", or empty component), and
+// nothing that exists on the way below `folder`, nor the target itself, may be a symbolic link.
+std::string RestoreTargetProblem(const std::string& folder, const std::string& target);

@@ -174,6 +174,16 @@ void SetMaintenanceView(MaintenanceView view) {
     g_view = std::move(view);
 }
 
+void ShowMaintenanceProgress(int32_t percent) {
+    if (g_view.progress) g_view.progress(percent);
+}
+
+void CompactCatalogue() {
+    PruneDBTree();
+    KillOrphans();
+    VacuumDB();
+}
+
 void PruneAllSources() {
     ADOSQLite db;
     QueryCatalogue(db, "Sources", sqlaction::kSelect);
@@ -263,7 +273,7 @@ bool KillOrphans() {
             DeleteIfOrphan(finder.FilePath(), filesPath, signatures, folders);
             finder.MoveNext();
             const int32_t percent = static_cast<int32_t>(int64_t{finder.Idx()} * 100 / count);
-            if (percent < 100 && g_view.progress) g_view.progress(percent);
+            if (percent < 100) ShowMaintenanceProgress(percent);
             DoEvents();
         }
         return true;

@@ -18,6 +18,8 @@ struct MaintenanceView {
     std::function<void(int32_t percent)> progress;
 };
 void SetMaintenanceView(MaintenanceView view);
+// Sets the maintenance progress bar, when a view is set.
+void ShowMaintenanceProgress(int32_t percent);
 
 void PruneAllSources();
 // A limit of -1 reads MaxBackups; any limit below 1 (also 0, absent or empty) keeps ten runs.
@@ -32,3 +34,5 @@ bool KillOrphans();
 bool IsBackupFolderUnused(const std::string& folder);
 void PurgeOldLogs();
 void VacuumDB();
+// The compact sequence: PruneDBTree, KillOrphans, VacuumDB.
+void CompactCatalogue();

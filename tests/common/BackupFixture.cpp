@@ -35,6 +35,15 @@ void BackupFixture::AddSource(const std::string& source) {
     if (sql.Err()) throw std::runtime_error(sql.ErrMsg());
 }
 
+void BackupFixture::Exec(const std::string& statement) const {
+    ADOSQLite sql;
+    sql.Connect(db);
+    sql.Action(sqlaction::kAsIs);
+    std::string text = statement;
+    sql.Exec(text);
+    if (sql.Err()) throw std::runtime_error(sql.ErrMsg() + " in " + statement);
+}
+
 void BackupFixture::SetOption(const std::string& key, const std::string& value) {
     SetSetupValue(key, value);
 }

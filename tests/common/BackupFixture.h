@@ -20,6 +20,8 @@ public:
     void UseBackupPath(const std::string& path);
     void AddSource(const std::string& source);
     void SetOption(const std::string& key, const std::string& value);
+    // Runs a statement on the catalogue as it stands; an error throws.
+    void Exec(const std::string& statement) const;
     // Today's daily log, or "" when there is none.
     std::string TodaysLog() const;
     std::string TodaysLogPath() const;

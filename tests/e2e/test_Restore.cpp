@@ -8,6 +8,8 @@
 #include "support/modServices.h"
 
 #include <filesystem>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <gtest/gtest.h>
 #include <map>
 
@@ -128,6 +130,88 @@ TEST_F(RestoreTest, KeyWithoutARowFailsAndTheNextFileStillRestores) {
     EXPECT_EQ(log.back(), "Failed to restore " + other + "\r\n");
     RestoreFile("1", src + "/a.txt", other, false);
     EXPECT_EQ(ReadFile(other + "/a.txt"), "alpha");
+}
+
+TEST(RestoreTarget, OnlyAPlainPathBelowTheFolderMayBeWritten) {
+    ScopedTestEnv env;
+    const std::string folder = env.Path("to");
+    CreateTree(folder, Dir({{"sub", Dir({{"f.txt", File("f")}})}}));
+    EXPECT_EQ(RestoreTargetProblem(folder, folder + "/sub/f.txt"), "");
+    EXPECT_EQ(RestoreTargetProblem(folder + "/", folder + "/new/deeper/g.txt"), "");
+    EXPECT_EQ(RestoreTargetProblem("/", "/a/b.txt"), "");
+    const std::string outside = "the stored path leads outside " + folder;
+    for (const char* tail : {"/../escape.txt", "/sub/../../escape.txt", "/./f.txt",
+                             "//etc/passwd", "/sub/", ""})
+        EXPECT_EQ(RestoreTargetProblem(folder, folder + tail), outside) << tail;
+    EXPECT_EQ(RestoreTargetProblem(folder, env.Path("top-sibling.txt")), outside);
+    EXPECT_EQ(RestoreTargetProblem(folder, folder + "-other/f.txt"), outside);
+}
+
+TEST(RestoreTarget, NoSymbolicLinkOnTheWayNorInTheTargetsPlace) {
+    ScopedTestEnv env;
+    const std::string folder = env.Path("to");
+    CreateTree(folder, Dir());
+    CreateTree(env.Path("elsewhere"), Dir());
+    ASSERT_EQ(::symlink(env.Path("elsewhere").c_str(), (folder + "/link").c_str()), 0);
+    ASSERT_EQ(::symlink(env.Path("elsewhere/x").c_str(), (folder + "/file").c_str()), 0);
+    EXPECT_EQ(RestoreTargetProblem(folder, folder + "/link/a.txt"),
+              "a symbolic link stands at " + folder + "/link");
+    EXPECT_EQ(RestoreTargetProblem(folder, folder + "/file"),
+              "a symbolic link stands at " + folder + "/file");
+}
+
+TEST_F(RestoreTest, StoredPathLeadingOutOfTheFolderIsRefusedAndTheWalkGoesOn) {
+    Logger().LogFile(f.env.Path("restore.log"));
+    ASSERT_TRUE(Logger().StartLogger());
+    const std::string backupFile = f.Rows("SELECT backup FROM Files WHERE bid = 1")[0];
+    for (const std::string& file : {src + "/../escape.txt", src + "/sub/../../../escape.txt"})
+        f.Exec("INSERT INTO Files (bid, md5, path, file, backup, size) SELECT 1, 'x', '', '" +
+               file + "', '" + backupFile + "', 1");
+    const std::string other = f.env.Path("to/other");
+    CreateTree(other, Dir());
+    RestoreFile("1", src + "/../escape.txt", other, false);
+    EXPECT_EQ(ErrHandler().ErrNumber(), 10005);
+    const std::string text = "Failed to restore " + f.env.Path("to/other/../escape.txt") +
+                             ": the stored path leads outside " + other;
+    EXPECT_EQ(ErrHandler().ErrDescription(), text);
+    ASSERT_EQ(f.env.box.calls.size(), 1u);
+    EXPECT_NE(f.env.box.calls[0].text.find(text), std::string::npos);
+    EXPECT_EQ(LogMessages(ReadFile(f.env.Path("restore.log"))).back(), text + "\r\n");
+    // Back to its place: the place must lie below the run's source.
+    RestoreFile("1", src + "/sub/../../../escape.txt", "", false);
+    EXPECT_EQ(ErrHandler().ErrDescription(), "Failed to restore " + src +
+                                                 "/sub/../../../escape.txt: the stored path "
+                                                 "leads outside " + src);
+    for (const std::string& path : ListTree(f.env.Root()))
+        EXPECT_EQ(path.find("escape"), std::string::npos) << path; // written nowhere
+    EXPECT_FALSE(Exists(f.env.Path("../escape.txt")));
+    RestoreFile("1", src + "/a.txt", other, false);
+    EXPECT_EQ(ReadFile(other + "/a.txt"), "alpha");
+}
+
+TEST_F(RestoreTest, RestoreThroughALinkInTheChosenFolderIsRefused) {
+    const std::string other = f.env.Path("other");
+    CreateTree(other, Dir());
+    CreateTree(f.env.Path("outside"), Dir());
+    ASSERT_EQ(::symlink(f.env.Path("outside").c_str(), (other + "/sub").c_str()), 0);
+    RestoreFile("1", src + "/sub/Bob\\s file.txt", other, false);
+    EXPECT_EQ(ErrHandler().ErrDescription(), "Failed to restore " + other +
+                                                 "/sub/Bob's file.txt: a symbolic link stands "
+                                                 "at " + other + "/sub");
+    EXPECT_EQ(ListTree(f.env.Path("outside")), Lines{});
+}
+
+TEST_F(RestoreTest, RestoredFilesAndFoldersGetTheUsersDefaultModes) {
+    const mode_t saved = ::umask(022);
+    const std::string other = f.env.Path("other");
+    for (const std::string& key : Keys())
+        RestoreFile("1", key, other, false);
+    ::umask(saved);
+    struct stat st {};
+    ASSERT_EQ(::stat((other + "/a.txt").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0644u);
+    ASSERT_EQ(::stat((other + "/sub/deeper").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0755u);
 }
 
 } // namespace

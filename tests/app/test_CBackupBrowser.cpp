@@ -1,0 +1,349 @@
+// The restore tab without the window: a run's tree filled from its folders, files loaded when a
+// folder is opened or ticked, ticks carried down, the pictures of file kinds, the two restore
+// commands and their walks, and the run list of the dialog that chooses a run.
+
+#include "BackupFixture.h"
+#include "app/CBackupBrowser.h"
+#include "app/CRunControl.h"
+#include "app/modBackupRuns.h"
+#include "app/modOptions.h"
+#include "catalogue/ADOSQLite.h"
+#include "catalogue/CDatabase.h"
+#include "support/modServices.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+struct Browser : ::testing::Test {
+    BackupFixture f;
+    std::string src = f.env.Path("src");
+    std::string log;
+    CBackupBrowser browser;
+    Lines statuses;
+    std::vector<int32_t> progress;
+
+    void SetUp() override {
+        log = StartTestLog(f.env);
+        CreateTree(src, Dir({{"a.txt", File("alpha")},
+                             {"REPORT.Txt", File("report")},
+                             {"noext", File("no extension")},
+                             {"sub", Dir({{"b.doc", File("bravo")},
+                                          {"deeper", Dir({{"c.mp3", File("charlie")}})}})},
+                             {"Bob's", Dir({{"x.zip", File("x-ray")}})}}));
+        browser.OnStatus = [this](const std::string& text) { statuses.push_back(text); };
+        browser.OnProgress = [this](int32_t percent) { progress.push_back(percent); };
+    }
+
+    void BackUp(const std::vector<std::string>& sources) {
+        CRunControl run(sources, BackupOptions{});
+        run.cmdBackup_Click();
+    }
+
+    int32_t Node(const std::string& relative) const {
+        const int32_t node = browser.Find(src + relative);
+        EXPECT_NE(node, CBackupBrowser::kNone) << relative;
+        return node;
+    }
+
+    Lines ChildKeys(int32_t node) const {
+        Lines keys;
+        for (const int32_t child : browser.Node(node).children)
+            keys.push_back(browser.Node(child).key);
+        return keys;
+    }
+
+    Lines Ticked() const {
+        Lines keys;
+        for (int32_t node = 0; node < browser.NodeCount(); ++node)
+            if (browser.Node(node).checked) keys.push_back(browser.Node(node).key);
+        std::sort(keys.begin(), keys.end());
+        return keys;
+    }
+
+    // Every file below `root`, with its content, by path.
+    static std::map<std::string, std::string> Tree(const std::string& root) {
+        std::map<std::string, std::string> tree;
+        for (const std::string& path : WalkOrder(root))
+            tree[path] = ReadFile(path);
+        return tree;
+    }
+};
+
+TEST(FileKinds, ExtensionsAreComparedInUpperCase) {
+    EXPECT_EQ(FileKindImage("REPORT.Txt"), 16);
+    EXPECT_EQ(FileKindImage("noext"), 3);
+    EXPECT_EQ(FileKindImage("archive.tar.gz"), 3);
+    const std::map<std::string, int32_t> kinds = {
+        {"a.doc", 15}, {"a.DOT", 15}, {"a.ppt", 14}, {"a.pps", 14}, {"a.xls", 13},
+        {"a.xlw", 13}, {"a.mdb", 12}, {"a.mde", 12}, {"a.jpg", 11}, {"a.gif", 11},
+        {"a.bmp", 11}, {"a.avi", 10}, {"a.mpg", 10}, {"a.vob", 10}, {"a.wav", 9},
+        {"a.mp3", 9},  {"a.ogg", 9},  {"a.wma", 9},  {"a.htm", 8},  {"a.html", 8},
+        {"a.ttf", 7},  {"a.msi", 6},  {"a.zip", 5},  {"a.rar", 5},  {"a.dll", 4},
+        {"a.ini", 4},  {"a.ocx", 4},  {"a.jpeg", 3}, {"a.", 3}};
+    for (const auto& [name, image] : kinds)
+        EXPECT_EQ(FileKindImage(name), image) << name;
+}
+
+TEST_F(Browser, RunWithoutFolderRowsShowsOnlyTheRoot) {
+    CDatabase db;
+    db.Connect(f.db);
+    const int32_t bid = db.BackupRun(src);
+    browser.cmbBackups_Click(std::to_string(bid));
+    ASSERT_EQ(browser.NodeCount(), 1);
+    EXPECT_EQ(browser.Node(0).key, src + "/");
+    EXPECT_EQ(browser.Node(0).text, src + "/");
+    EXPECT_TRUE(browser.Node(0).expanded);
+    EXPECT_EQ(statuses, (Lines{"Populating tree: 0 folders", "Ready"}));
+    EXPECT_TRUE(progress.empty());
+}
+
+TEST_F(Browser, FoldersComeInOnePassUnderTheirParentsWithTheirNamesShown) {
+    BackUp({src});
+    browser.cmbBackups_Click("1");
+    EXPECT_EQ(statuses, (Lines{"Populating tree: 4 folders", "Ready"}));
+    EXPECT_EQ(progress, (std::vector<int32_t>{25, 50, 75, 100}));
+    // The root, and one node per folder; no file until a folder is opened.
+    EXPECT_EQ(browser.NodeCount(), 4);
+    EXPECT_EQ(ChildKeys(0), (Lines{src + "/Bob\\s/", src + "/sub/"}));
+    EXPECT_EQ(ChildKeys(Node("/sub/")), Lines{src + "/sub/deeper/"});
+    const BrowserNode& bob = browser.Node(Node("/Bob\\s/"));
+    EXPECT_EQ(bob.text, "Bob's");
+    EXPECT_EQ(bob.image, 1);
+    EXPECT_EQ(bob.selectedImage, 2);
+    EXPECT_FALSE(bob.checked);
+}
+
+TEST_F(Browser, OpeningAFolderLoadsItsFilesOnceWithTheirPictures) {
+    BackUp({src});
+    browser.cmbBackups_Click("1");
+    browser.NodeClick(0);                // the root is open: this closes it
+    EXPECT_FALSE(browser.Node(0).expanded);
+    EXPECT_EQ(browser.Node(0).image, 1);
+    browser.NodeClick(0);                // and this opens it again, loading its files
+    browser.NodeClick(0);
+    browser.NodeClick(0);
+    Lines children = ChildKeys(0);
+    std::sort(children.begin() + 2, children.end()); // files come in the order they were met
+    EXPECT_EQ(children, (Lines{src + "/Bob\\s/", src + "/sub/", src + "/REPORT.Txt",
+                               src + "/a.txt", src + "/noext"}));
+    EXPECT_EQ(browser.Node(Node("/REPORT.Txt")).image, 16);
+    EXPECT_EQ(browser.Node(Node("/REPORT.Txt")).selectedImage, 16);
+    EXPECT_EQ(browser.Node(Node("/noext")).image, 3);
+    EXPECT_EQ(browser.Node(Node("/a.txt")).text, "a.txt");
+    const Lines lines = LogMessages(ReadFile(log));
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), src + "/\r\n"), 4);
+}
+
+TEST_F(Browser, TickingAFolderNeverOpenedLoadsItsFilesAndTicksThemAll) {
+    BackUp({src});
+    browser.cmbBackups_Click("1");
+    const int32_t sub = Node("/sub/");
+    browser.NodeCheck(sub, true);
+    EXPECT_EQ(ChildKeys(sub), (Lines{src + "/sub/deeper/", src + "/sub/b.doc"}));
+    EXPECT_EQ(Ticked(), (Lines{src + "/sub/", src + "/sub/b.doc", src + "/sub/deeper/"}));
+    // The expansion walk loads the ticked folder below, ticking its files as they come in.
+    browser.LoadCheckedFolders(0);
+    EXPECT_EQ(Ticked(), (Lines{src + "/sub/", src + "/sub/b.doc", src + "/sub/deeper/",
+                               src + "/sub/deeper/c.mp3"}));
+    const Lines lines = LogMessages(ReadFile(log));
+    EXPECT_NE(std::find(lines.begin(), lines.end(),
+                        "checkboxclick " + src + "/sub/. Status: True\r\n"),
+              lines.end());
+}
+
+TEST_F(Browser, UntickingAFileChangesNothingElse) {
+    BackUp({src});
+    browser.cmbBackups_Click("1");
+    browser.NodeCheck(0, true);
+    const Lines before = Ticked();
+    browser.NodeCheck(Node("/a.txt"), false);
+    Lines expected = before;
+    expected.erase(std::find(expected.begin(), expected.end(), src + "/a.txt"));
+    EXPECT_EQ(Ticked(), expected);
+}
+
+TEST_F(Browser, UntickingAFolderUnticksEverythingBelowIt) {
+    BackUp({src});
+    browser.cmbBackups_Click("1");
+    browser.NodeCheck(0, true);
+    browser.LoadCheckedFolders(0);
+    browser.NodeCheck(Node("/sub/"), false);
+    EXPECT_EQ(Ticked(), (Lines{src + "/", src + "/Bob\\s/", src + "/Bob\\s/x.zip",
+                               src + "/REPORT.Txt", src + "/a.txt", src + "/noext"}));
+}
+
+TEST_F(Browser, NothingTickedCopiesNothingAndTheLabelEndsAtRestoreComplete) {
+    BackUp({src});
+    browser.cmbBackups_Click("1");
+    statuses.clear();
+    const auto files = Tree(src);
+    const Lines names = ListTree(f.env.Root());
+    EXPECT_TRUE(browser.cmdRestore_Click(false));
+    EXPECT_EQ(statuses,
+              (Lines{"Calculating files to restore", "Restoring selected files", "Restore complete"}));
+    ASSERT_EQ(f.env.box.calls.size(), 1u);
+    EXPECT_EQ(f.env.box.calls[0],
+              (CScriptedMessageBox::Call{
+                  "QRV will overwrite any existing files with the same name. Is this OK?", 33,
+                  "QRV - Stashwell"}));
+    EXPECT_EQ(Tree(src), files);
+    EXPECT_EQ(ListTree(f.env.Root()), names);
+}
+
+TEST_F(Browser, DecliningTheOverwriteQuestionDoesNothing) {
+    BackUp({src});
+    browser.cmbBackups_Click("1");
+    browser.NodeCheck(0, true);
+    WriteFile(src + "/a.txt", "changed");
+    statuses.clear();
+    f.env.box.Answer(2); // Cancel
+    EXPECT_FALSE(browser.cmdRestore_Click(false));
+    EXPECT_TRUE(statuses.empty());
+    EXPECT_EQ(ReadFile(src + "/a.txt"), "changed");
+}
+
+TEST_F(Browser, RestoreToItsPlacePutsBackTickedFilesOnly) {
+    BackUp({src});
+    browser.cmbBackups_Click("1");
+    browser.NodeCheck(Node("/Bob\\s/"), true);
+    browser.NodeClick(0);
+    browser.NodeClick(0); // the root's files are loaded
+    browser.NodeCheck(Node("/a.txt"), true);
+    WriteFile(src + "/a.txt", "changed");
+    WriteFile(src + "/Bob's/x.zip", "changed too");
+    WriteFile(src + "/REPORT.Txt", "not ticked");
+    EXPECT_TRUE(browser.cmdRestore_Click(true));
+    EXPECT_EQ(ReadFile(src + "/a.txt"), "alpha");
+    EXPECT_EQ(ReadFile(src + "/Bob's/x.zip"), "x-ray");
+    EXPECT_EQ(ReadFile(src + "/REPORT.Txt"), "not ticked");
+    EXPECT_EQ(progress.back(), 100);
+    EXPECT_EQ(f.env.box.calls.size(), 1u); // the question only: both verified
+}
+
+TEST_F(Browser, RestoreToAnotherFolderKeepsThePathBelowTheSource) {
+    BackUp({src});
+    browser.cmbBackups_Click("1");
+    browser.NodeCheck(Node("/sub/"), true); // deeper/ is never opened
+    const std::string other = f.env.Path("other");
+    CreateTree(other, Dir());
+    f.env.picker.Answer(other);
+    statuses.clear();
+    EXPECT_TRUE(browser.cmdRestoreTo_Click(true));
+    EXPECT_EQ(f.env.picker.prompts, Lines{"Select alternate folder to restore to"});
+    EXPECT_TRUE(f.env.box.calls.empty()); // no overwrite question on this path
+    EXPECT_EQ(statuses,
+              (Lines{"Calculating files to restore", "Restoring selected files", "Restore complete"}));
+    EXPECT_EQ(Tree(other), (std::map<std::string, std::string>{
+                               {other + "/sub/b.doc", "bravo"},
+                               {other + "/sub/deeper/c.mp3", "charlie"}}));
+}
+
+TEST_F(Browser, CancelledFolderPickRestoresNothing) {
+    BackUp({src});
+    browser.cmbBackups_Click("1");
+    browser.NodeCheck(0, true);
+    statuses.clear();
+    EXPECT_FALSE(browser.cmdRestoreTo_Click(false));
+    EXPECT_TRUE(statuses.empty());
+}
+
+TEST_F(Browser, ApostropheFileComesBackUnderItsOwnName) {
+    BackUp({src});
+    browser.cmbBackups_Click("1");
+    const int32_t bob = Node("/Bob\\s/");
+    browser.NodeCheck(bob, true);
+    EXPECT_EQ(ChildKeys(bob), Lines{src + "/Bob\\s/x.zip"});
+    const std::string other = f.env.Path("other");
+    CreateTree(other, Dir());
+    f.env.picker.Answer(other);
+    browser.cmdRestoreTo_Click(false);
+    EXPECT_EQ(ReadFile(other + "/Bob's/x.zip"), "x-ray");
+}
+
+TEST_F(Browser, EachFileFailingVerificationShowsItsOwnBox) {
+    BackUp({src});
+    for (const char* content : {"alpha", "bravo"})
+        WriteFile(StoreFile(f.backup, content), std::string(5, '#'));
+    browser.cmbBackups_Click("1");
+    browser.NodeCheck(0, true);
+    const std::string other = f.env.Path("other");
+    CreateTree(other, Dir());
+    f.env.picker.Answer(other);
+    browser.cmdRestoreTo_Click(true);
+    EXPECT_EQ(f.env.box.calls,
+              (std::vector<CScriptedMessageBox::Call>{
+                  {"Restored file failed verification " + src + "/sub/b.doc", 16, "QRV - Stashwell"},
+                  {"Restored file failed verification " + src + "/a.txt", 16, "QRV - Stashwell"}}));
+    EXPECT_EQ(ReadFile(other + "/a.txt"), "#####");
+}
+
+TEST_F(Browser, PopulateErrorIsShownAndTheTreeKeepsWhatItHad) {
+    BackUp({src});
+    browser.cmbBackups_Click("1");
+    f.Exec("DROP TABLE Files;");
+    ADOSQLite probe;
+    probe.Connect(f.db);
+    probe.Table("Files");
+    probe.Where("bid = 1 AND path = '" + src + "/sub/'");
+    probe.Exec();
+    ASSERT_TRUE(probe.Err());
+    browser.NodeClick(Node("/sub/"));
+    EXPECT_EQ(f.env.box.calls, (std::vector<CScriptedMessageBox::Call>{
+                                   {"PopulateNode error: " + probe.ErrMsg(), 16, "QRV - Stashwell"}}));
+    EXPECT_EQ(browser.NodeCount(), 4);
+}
+
+TEST_F(Browser, OlderRunGivesTheOlderContent) {
+    BackUp({src});
+    WriteFile(src + "/a.txt", "alpha, second version");
+    BackUp({src});
+    browser.cmbBackups_Click("1");
+    browser.NodeCheck(0, true);
+    f.env.box.Answer(1);
+    browser.cmdRestore_Click(true);
+    EXPECT_EQ(ReadFile(src + "/a.txt"), "alpha");
+    browser.cmbBackups_Click("2");
+    browser.NodeCheck(0, true);
+    browser.cmdRestore_Click(true);
+    EXPECT_EQ(ReadFile(src + "/a.txt"), "alpha, second version");
+}
+
+TEST_F(Browser, RunListGroupsRunsBySourceNewestFirst) {
+    const std::string other = f.env.Path("another");
+    CreateTree(other, Dir({{"o.txt", File("o")}}));
+    BackUp({src, other});
+    BackUp({src});
+    const std::vector<SourceRuns> runs = ListBackupRuns();
+    ASSERT_EQ(runs.size(), 2u);
+    EXPECT_EQ(runs[0].source, other);
+    ASSERT_EQ(runs[0].runs.size(), 1u);
+    EXPECT_EQ(runs[0].runs[0].bid, "2");
+    EXPECT_EQ(runs[1].source, src);
+    ASSERT_EQ(runs[1].runs.size(), 2u);
+    EXPECT_EQ(runs[1].runs[0].bid, "3");
+    EXPECT_EQ(runs[1].runs[1].bid, "1");
+    EXPECT_EQ(runs[1].runs[0].datebk, f.Rows("SELECT datebk FROM Backups WHERE bid = 3")[0]);
+    EXPECT_EQ(RunKey("3"), "a3");
+    EXPECT_EQ(BidOfRunKey("a3"), "3");
+    EXPECT_EQ(BidOfRunKey(src), "");
+}
+
+TEST_F(Browser, RunListOfAMissingTableSaysSo) {
+    f.Exec("DROP TABLE Backups;");
+    ADOSQLite probe;
+    probe.Connect(f.db);
+    probe.Table("Backups");
+    probe.Sort("source");
+    probe.Exec();
+    ASSERT_TRUE(probe.Err());
+    EXPECT_TRUE(ListBackupRuns().empty());
+    EXPECT_EQ(f.env.box.calls, (std::vector<CScriptedMessageBox::Call>{
+                                   {"frmSelBackup Error: Form_Load," + probe.ErrMsg(), 16, ""}}));
+}
+
+} // namespace
