@@ -60,6 +60,8 @@ int32_t CBackupBrowser::Find(const std::string& key) const {
 }
 
 void CBackupBrowser::Clear() {
+    if (m_restoring) return;
+    if (OnAboutToReset) OnAboutToReset();
     m_nodes.clear();
     m_byKey.clear();
     if (OnReset) OnReset();
@@ -74,10 +76,11 @@ int32_t CBackupBrowser::Append(int32_t parent, BrowserNode node) {
     const auto row = parent == kNone ? 0 : static_cast<int32_t>(Node(parent).children.size());
     if (OnAboutToAppend) OnAboutToAppend(parent, row, row);
     node.parent = parent;
+    node.row = row;
     m_byKey.emplace(node.key, index);
     m_nodes.push_back(std::move(node));
     if (parent != kNone) m_nodes[static_cast<size_t>(parent)].children.push_back(index);
-    if (OnAppended) OnAppended();
+    if (OnAppended) OnAppended(index);
     return index;
 }
 

@@ -28,6 +28,7 @@ struct BrowserNode {
     bool checked = false;
     bool expanded = false;
     int32_t parent = -1;
+    int32_t row = 0; // its place among its parent's children
     std::vector<int32_t> children;
 };
 
@@ -74,11 +75,12 @@ public:
     int32_t NodeCount() const { return static_cast<int32_t>(m_nodes.size()); }
     int32_t Find(const std::string& key) const;
 
-    // Observers. A view hears of a reset, of children about to be appended to a node and
-    // appended, and of a node whose tick, picture or opening changed.
+    // Observers. A view hears of a reset (before and after), of children about to be
+    // appended to a node and appended, and of a node whose tick, picture or opening changed.
+    std::function<void()> OnAboutToReset;
     std::function<void()> OnReset;
     std::function<void(int32_t parent, int32_t first, int32_t last)> OnAboutToAppend;
-    std::function<void()> OnAppended;
+    std::function<void(int32_t node)> OnAppended;
     std::function<void(int32_t node)> OnChanged;
     std::function<void(const std::string&)> OnStatus; // lblRestore
     std::function<void(int32_t percent)> OnProgress;  // XP_PB2

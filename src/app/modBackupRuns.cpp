@@ -43,6 +43,13 @@ std::vector<SourceRuns> ListBackupRuns() {
     return sources;
 }
 
+bool RunExists(const std::string& bid) {
+    if (bid.empty()) return false;
+    ADOSQLite run;
+    QueryCatalogue(run, "Backups", sqlaction::kSelect, "bid = " + bid);
+    return !run.Err() && run.RecordCount() >= 1;
+}
+
 std::string RunKey(const std::string& bid) {
     return "a" + bid;
 }

@@ -21,6 +21,9 @@ struct SourceRuns {
 // (critical icon) and returns what was read before it.
 std::vector<SourceRuns> ListBackupRuns();
 
+// True when the catalogue still holds run `bid`.
+bool RunExists(const std::string& bid);
+
 // "a" + bid; the bid of a key that begins with "a", else "".
 std::string RunKey(const std::string& bid);
 std::string BidOfRunKey(const std::string& key);

@@ -81,9 +81,11 @@ CConfigTab::CConfigTab(QWidget* parent) : QWidget(parent) {
     cmdCompact = PlaceButton<QPushButton>(manage, "cmdCompact", {250, 24, 104, 30}, tr("Compact"));
     cmdCompact->setToolTip(tr("Removes orphan files and cleans up the database. Can take many "
                               "minutes. Normally run after you \"Delete\" a source"));
+    lblStatus = Place<QLabel>(manage, "lblStatus", {362, 29, 224, 20}, tr("Maintenance status"));
     XP_PB3 = Place<XP_ProgressBar>(manage, "XP_PB3", {10, 62, 576, 20}, tr("Maintenance progress"));
-    for (QPushButton* button : {cmdManage, cmdPurge, cmdCompact})
-        button->setEnabled(false);
+    cmdManage->setShortcut(QKeySequence(tr("Alt+D")));
+    cmdPurge->setShortcut(QKeySequence(tr("Alt+U")));
+    cmdCompact->setShortcut(QKeySequence(tr("Alt+C")));
 
     QWidget* order[] = {cmdSelBackupPath, chkHidden,     chkSystem, chkBackup,  chkRestore,
                         Option1,          Option2,       Option3,   txtExclude, txtExDirs,

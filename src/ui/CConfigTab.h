@@ -2,11 +2,13 @@
 
 // Tab 2 of the main window, the configuration: the backup path, every option of the Setup
 // keys (include, verification, log level, exclusions, backup limit) with its tool tip, and
-// the maintenance buttons of Manage Backups, which are still to come and so are disabled.
+// the maintenance buttons of Manage Backups with their status line lblStatus and progress bar
+// XP_PB3.
 
 #include <QWidget>
 
 class QCheckBox;
+class QLabel;
 class QLineEdit;
 class QPushButton;
 class QRadioButton;
@@ -34,5 +36,6 @@ public:
     QPushButton* cmdManage;
     QPushButton* cmdPurge;
     QPushButton* cmdCompact;
+    QLabel* lblStatus;
     XP_ProgressBar* XP_PB3;
 };

@@ -1,14 +1,15 @@
 #pragma once
 
-// Tab 1 of the main window: choosing a run, its tree of folders and files, and the restore
-// buttons. Only its controls stand here so far; the restore itself is still to come, so its
-// buttons are disabled.
+// Tab 1 of the main window: choosing a run (cmdSelBackup, its bid shown in lblBid), its tree of
+// folders and files with check boxes (tvDirs), the restore buttons, the status label
+// lblRestore and the progress bar XP_PB2. The tab only holds the controls; frmMain connects
+// them to the app layer's CBackupBrowser.
 
 #include <QWidget>
 
 class QLabel;
 class QPushButton;
-class QTreeWidget;
+class QTreeView;
 class XP_ProgressBar;
 
 class CRestoreTab : public QWidget {
@@ -19,7 +20,8 @@ public:
 
     QPushButton* cmdSelBackup;
     QLabel* lblBid;
-    QTreeWidget* tvDirs;
+    QTreeView* tvDirs;
+    QLabel* lblRestore;
     QPushButton* cmdRestore;
     QPushButton* cmdRestoreTo;
     XP_ProgressBar* XP_PB2;

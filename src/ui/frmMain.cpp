@@ -2,8 +2,11 @@
 
 #include "app/CBackupFolderLock.h"
 #include "app/modMain.h"
+#include "app/modBackupRuns.h"
 #include "app/modMainWindow.h"
+#include "app/modMaintenance.h"
 #include "app/modPaths.h"
+#include "app/modRetention.h"
 #include "app/modSetup.h"
 #include "controls/XP_ProgressBar.h"
 #include "controls/modResize.h"
@@ -15,8 +18,10 @@
 #include "ui/CBackupTab.h"
 #include "ui/CConfigTab.h"
 #include "ui/CRestoreTab.h"
+#include "ui/CRunTreeModel.h"
 #include "ui/frmAbout.h"
 #include "ui/frmReport.h"
+#include "ui/frmSelBackup.h"
 #include "ui/modDesign.h"
 
 #include <QAction>
@@ -32,6 +37,7 @@
 #include <QRadioButton>
 #include <QShortcut>
 #include <QTabWidget>
+#include <QTreeView>
 
 #include <iostream>
 
@@ -99,6 +105,8 @@ frmMain::frmMain(std::string commandLine, QWidget* parent)
     connect(m_backup->cmdRemove, &QPushButton::clicked, this, &frmMain::cmdRemove_Click);
     connect(m_config->cmdSelBackupPath, &QPushButton::clicked, this,
             &frmMain::cmdSelBackupPath_Click);
+    ConnectRestore();
+    ConnectMaintenance();
     m_shown.lblThruPut = "MB/s"; // the label's design text
     m_run.OnViewChanged = [this](const RunView& view) { Render(view); };
     m_run.OnShowReport = [this] { ShowReport(); };
@@ -113,7 +121,52 @@ frmMain::frmMain(std::string commandLine, QWidget* parent)
 }
 
 frmMain::~frmMain() {
+    SetMaintenanceView({});
     ForgetForms(); // the next main window is recorded anew
+}
+
+// The tree follows the browser; a click on a node that changed no tick opens or closes it, as
+// do the view's own ways of opening (its arrows, the keyboard).
+void frmMain::ConnectRestore() {
+    QTreeView* tree = m_restore->tvDirs;
+    m_tree = new CRunTreeModel(m_browser, this);
+    tree->setModel(m_tree);
+    tree->setExpandsOnDoubleClick(false);
+    const auto node = [this](const QModelIndex& index) { return m_tree->NodeOf(index); };
+    connect(tree, &QTreeView::pressed, this,
+            [this] { m_checkEditsAtPress = m_tree->CheckEdits(); });
+    connect(tree, &QTreeView::clicked, this, [this, node](const QModelIndex& index) {
+        if (m_tree->CheckEdits() == m_checkEditsAtPress) m_browser.NodeClick(node(index));
+    });
+    connect(tree, &QTreeView::expanded, this, [this, node](const QModelIndex& index) {
+        if (!m_browser.Node(node(index)).expanded) m_browser.NodeClick(node(index));
+    });
+    connect(tree, &QTreeView::collapsed, this, [this, node](const QModelIndex& index) {
+        if (m_browser.Node(node(index)).expanded) m_browser.NodeClick(node(index));
+    });
+    connect(m_tree, &CRunTreeModel::ExpansionChanged, this,
+            [tree](const QModelIndex& index, bool expanded) {
+                if (tree->isExpanded(index) != expanded) tree->setExpanded(index, expanded);
+            });
+    m_browser.OnStatus = [this](const std::string& text) {
+        m_restore->lblRestore->setText(QString::fromStdString(text));
+    };
+    m_browser.OnProgress = [this](int32_t percent) {
+        if (m_restore->XP_PB2->Value() != percent) m_restore->XP_PB2->Value(percent);
+    };
+    connect(m_restore->cmdSelBackup, &QPushButton::clicked, this, &frmMain::cmdSelBackup_Click);
+    connect(m_restore->cmdRestore, &QPushButton::clicked, this, &frmMain::cmdRestore_Click);
+    connect(m_restore->cmdRestoreTo, &QPushButton::clicked, this, &frmMain::cmdRestoreTo_Click);
+}
+
+void frmMain::ConnectMaintenance() {
+    SetMaintenanceView({[this](const std::string& text) {
+                            m_config->lblStatus->setText(QString::fromStdString(text));
+                        },
+                        [this](int32_t percent) { m_config->XP_PB3->Value(percent); }});
+    connect(m_config->cmdManage, &QPushButton::clicked, this, &frmMain::cmdManage_Click);
+    connect(m_config->cmdPurge, &QPushButton::clicked, this, &frmMain::cmdPurge_Click);
+    connect(m_config->cmdCompact, &QPushButton::clicked, this, &frmMain::cmdCompact_Click);
 }
 
 void frmMain::BuildMenus() {
@@ -254,7 +307,7 @@ std::vector<std::string> frmMain::ListedSources() const {
 void frmMain::cmdBackup_Click() {
     if (!m_run.Running()) m_run.Inputs(ListedSources(), OptionsShown());
     m_run.cmdBackup_Click();
-    if (m_closeAfterRun && !m_run.Running()) close();
+    CloseIfAsked();
 }
 
 // Only what changed is touched: a run renders twice per file, and most of the view stays.
@@ -316,6 +369,89 @@ void frmMain::cmdSelBackupPath_Click() {
     ShowSources(FillSources());
 }
 
+void frmMain::SetBusy(int tab, bool busy) {
+    m_busy = busy;
+    for (int other = 0; other < SSTab1->count(); ++other)
+        if (other != tab) SSTab1->setTabEnabled(other, !busy);
+    for (QWidget* control :
+         std::initializer_list<QWidget*>{m_restore->cmdSelBackup, m_restore->tvDirs,
+                                         m_config->cmdSelBackupPath, m_config->cmdManage,
+                                         m_config->cmdPurge, m_config->cmdCompact})
+        control->setEnabled(!busy);
+    const bool runShown = !busy && m_browser.Root() != CBackupBrowser::kNone;
+    m_restore->cmdRestore->setEnabled(runShown);
+    m_restore->cmdRestoreTo->setEnabled(runShown);
+}
+
+void frmMain::CloseIfAsked() {
+    if (m_closeAfterRun && !m_run.Running() && !m_busy) close();
+}
+
+// The run chosen (or none, when `bid` is empty): its bid in lblBid and its tree in tvDirs.
+void frmMain::ShowRun(const std::string& bid) {
+    m_restore->lblBid->setText(QString::fromStdString(bid));
+    if (bid.empty()) {
+        m_browser.Clear();
+        m_restore->lblRestore->clear();
+        m_restore->XP_PB2->Value(0);
+    } else {
+        m_browser.cmbBackups_Click(bid);
+        // The root is shown open: it shows its own files too.
+        if (m_browser.Root() != CBackupBrowser::kNone) m_browser.PopulateNode(m_browser.Root());
+    }
+    const bool runShown = m_browser.Root() != CBackupBrowser::kNone;
+    m_restore->cmdRestore->setEnabled(runShown);
+    m_restore->cmdRestoreTo->setEnabled(runShown);
+}
+
+void frmMain::cmdSelBackup_Click() {
+    frmSelBackup dialog(this);
+    if (dialog.exec() == QDialog::Accepted) ShowRun(dialog.SelectedBid());
+}
+
+void frmMain::cmdRestore_Click() {
+    SetBusy(1, true);
+    m_browser.cmdRestore_Click(m_config->chkRestore->isChecked());
+    SetBusy(1, false);
+    CloseIfAsked();
+}
+
+void frmMain::cmdRestoreTo_Click() {
+    SetBusy(1, true);
+    m_browser.cmdRestoreTo_Click(m_config->chkRestore->isChecked());
+    SetBusy(1, false);
+    CloseIfAsked();
+}
+
+void frmMain::cmdManage_Click() {
+    SetBusy(2, true);
+    DeleteRemovedSources(ListedSources(),
+                         [this](int32_t row) { m_backup->lstSources->setCurrentRow(row); });
+    SetBusy(2, false);
+    if (!RunExists(m_browser.Bid())) ShowRun({});
+    CloseIfAsked();
+}
+
+void frmMain::cmdPurge_Click() {
+    SetBusy(2, true);
+    PurgeBackups();
+    SetBusy(2, false);
+    if (!RunExists(m_browser.Bid())) ShowRun({});
+    CloseIfAsked();
+}
+
+void frmMain::cmdCompact_Click() {
+    SetBusy(2, true);
+    CompactBackups([](bool busy) {
+        if (busy)
+            QApplication::setOverrideCursor(Qt::WaitCursor);
+        else
+            QApplication::restoreOverrideCursor();
+    });
+    SetBusy(2, false);
+    CloseIfAsked();
+}
+
 void frmMain::mnuExit_Click() {
     close();
 }
@@ -329,17 +465,18 @@ void frmMain::mnuAbout_Click() {
     about.exec();
 }
 
-// The run is cancelled as by a second click on cmdBackup, so its catalogue rows are rolled back,
-// and the click that started it closes the window when it returns.
+// A run is cancelled as by a second click on cmdBackup, so its catalogue rows are rolled back,
+// and the click that started it closes the window when it returns; a restore or maintenance
+// is let finish, and closes the window when it ends.
 void frmMain::closeEvent(QCloseEvent* event) {
-    if (!m_run.Running()) {
+    if (!m_run.Running() && !m_busy) {
         QMainWindow::closeEvent(event);
         return;
     }
     event->ignore();
     if (m_closeAfterRun) return; // already stopping
     m_closeAfterRun = true;
-    m_run.cmdBackup_Click();
+    if (m_run.Running()) m_run.cmdBackup_Click();
 }
 
 void frmMain::resizeEvent(QResizeEvent* event) {

@@ -5,8 +5,10 @@
 // the start-up order and every handler forwards to the app layer (modMainWindow, CRunControl),
 // then shows what that computed. A run's labels, progress and buttons render CRunControl's
 // view; a second click on cmdBackup during a run reaches the run through the yield hook and
-// cancels it. The layout is the design geometry, kept proportional by the resizer.
+// cancels it. The restore tab shows CBackupBrowser's tree; the maintenance buttons call
+// modMaintenance. The layout is the design geometry, kept proportional by the resizer.
 
+#include "app/CBackupBrowser.h"
 #include "app/CRunControl.h"
 #include "app/modOptions.h"
 
@@ -19,6 +21,7 @@
 class CBackupTab;
 class CConfigTab;
 class CRestoreTab;
+class CRunTreeModel;
 class QAction;
 class QLabel;
 class QTabWidget;
@@ -40,12 +43,20 @@ public:
     void cmdAddSrc_Click();
     void cmdRemove_Click();
     void cmdSelBackupPath_Click();
+    void cmdSelBackup_Click();
+    void cmdRestore_Click();
+    void cmdRestoreTo_Click();
+    void cmdManage_Click();
+    void cmdPurge_Click();
+    void cmdCompact_Click();
     void mnuExit_Click();
     void mnuManual_Click();
     void mnuAbout_Click();
 
     // The run's state, as the window shows it.
     const CRunControl& Run() const { return m_run; }
+    // The restore tab's tree.
+    const CBackupBrowser& Browser() const { return m_browser; }
 
 signals:
     // The window shows a new state of the run (after every event of the engine).
@@ -54,6 +65,7 @@ signals:
 protected:
     void resizeEvent(QResizeEvent* event) override;
     // Leaving during a run cancels it first; the window closes once the run has stopped.
+    // Leaving during a restore or maintenance waits for it to end.
     void closeEvent(QCloseEvent* event) override;
 
 private:
@@ -65,6 +77,13 @@ private:
     BackupOptions OptionsShown() const;
     void Render(const RunView& view);
     void ShowReport();
+    void ConnectRestore();
+    void ConnectMaintenance();
+    // A restore (tab 1) or maintenance (tab 2) is under way: the other tabs and the buttons
+    // that would start another are disabled until it ends.
+    void SetBusy(int tab, bool busy);
+    void ShowRun(const std::string& bid);
+    void CloseIfAsked();
 
     std::string m_commandLine;
     QTabWidget* SSTab1;
@@ -74,5 +93,9 @@ private:
     QLabel* kvLogo;
     CRunControl m_run;
     RunView m_shown; // what Render shows now
+    CBackupBrowser m_browser;
+    CRunTreeModel* m_tree;
+    int m_checkEditsAtPress = 0;
+    bool m_busy = false;
     bool m_closeAfterRun = false;
 };

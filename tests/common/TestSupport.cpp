@@ -106,6 +106,7 @@ std::vector<std::string> LogMessages(const std::string& logText) {
 
 int CScriptedMessageBox::Show(const std::string& text, int style, const std::string& title) {
     calls.push_back({text, style, title});
+    if (onShow) onShow(calls.back());
     if (answers.empty()) return FirstButton(style);
     const int answer = answers.front();
     answers.pop_front();

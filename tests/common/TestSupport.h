@@ -9,6 +9,7 @@
 #include "support/modShell.h"
 
 #include <deque>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -45,6 +46,8 @@ public:
     std::vector<Call> calls;
     std::deque<int> answers;
     int beeps = 0;
+    // Called with each box as it shows, to look at the program while it waits for the answer.
+    std::function<void(const Call&)> onShow;
 };
 
 // A folder picker that answers from a script: each queued folder in turn, "" for a cancel, and

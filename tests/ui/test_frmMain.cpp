@@ -31,34 +31,6 @@
 
 namespace {
 
-using Calls = std::vector<CScriptedMessageBox::Call>;
-
-QString Q(const std::string& text) {
-    return QString::fromStdString(text);
-}
-
-QStringList Q(const std::vector<std::string>& texts) {
-    QStringList list;
-    for (const std::string& text : texts)
-        list << Q(text);
-    return list;
-}
-
-QStringList Boxes(const Calls& calls) {
-    QStringList list;
-    for (const auto& call : calls)
-        list << Q(call.text) + " | " + QString::number(call.style) + " | " + Q(call.title);
-    return list;
-}
-
-QString Box(const std::string& text, int style) {
-    return Q(text) + " | " + QString::number(style) + " | QRV - Stashwell";
-}
-
-QStringList Rows(const BackupFixture& f, const std::string& sql) {
-    return Q(f.RowTexts(sql));
-}
-
 QStringList ListRows(const QListWidget* list) {
     QStringList rows;
     for (int i = 0; i < list->count(); ++i)
@@ -74,11 +46,6 @@ template <class After> void TypeOver(QLineEdit* box, const QString& keys, After 
         QTest::keyClick(box, key.toLatin1());
         after(key);
     }
-}
-
-// Clicks a check box or option button on its box, where a person clicks.
-void Tick(QAbstractButton* button) {
-    QTest::mouseClick(button, Qt::LeftButton, {}, QPoint(8, button->height() / 2));
 }
 
 int Reports(const frmMain& window) {

@@ -1,0 +1,116 @@
+#include "ui/CRunTreeModel.h"
+
+#include "ui/modFileIcons.h"
+
+#include <QFile>
+
+namespace {
+
+bool IsFolder(const BrowserNode& node) {
+    return node.image == 1 || node.image == 2;
+}
+
+} // namespace
+
+CRunTreeModel::CRunTreeModel(CBackupBrowser& browser, QObject* parent)
+    : QAbstractItemModel(parent), m_browser(browser) {
+    m_icons.push_back(QIcon());
+    m_icons.push_back(FolderNodeIcon());
+    m_icons.push_back(FileKindIcon(2));
+    for (int image = 3; image <= 16; ++image)
+        m_icons.push_back(FileKindIcon(image));
+
+    m_browser.OnAboutToReset = [this] { beginResetModel(); };
+    m_browser.OnReset = [this] { endResetModel(); };
+    m_browser.OnAboutToAppend = [this](int32_t parent, int32_t first, int32_t last) {
+        beginInsertRows(parent == CBackupBrowser::kNone ? QModelIndex() : IndexOf(parent), first,
+                        last);
+    };
+    m_browser.OnAppended = [this](int32_t node) {
+        endInsertRows();
+        if (m_browser.Node(node).expanded) emit ExpansionChanged(IndexOf(node), true);
+    };
+    m_browser.OnChanged = [this](int32_t node) {
+        const QModelIndex at = IndexOf(node);
+        emit dataChanged(at, at, {Qt::CheckStateRole, Qt::DecorationRole});
+        emit ExpansionChanged(at, m_browser.Node(node).expanded);
+    };
+}
+
+CRunTreeModel::~CRunTreeModel() {
+    m_browser.OnAboutToReset = nullptr;
+    m_browser.OnReset = nullptr;
+    m_browser.OnAboutToAppend = nullptr;
+    m_browser.OnAppended = nullptr;
+    m_browser.OnChanged = nullptr;
+}
+
+QModelIndex CRunTreeModel::IndexOf(int32_t node) const {
+    if (node == CBackupBrowser::kNone) return {};
+    return createIndex(m_browser.Node(node).row, 0, static_cast<quintptr>(node));
+}
+
+int32_t CRunTreeModel::NodeOf(const QModelIndex& index) const {
+    return index.isValid() ? static_cast<int32_t>(index.internalId()) : CBackupBrowser::kNone;
+}
+
+QModelIndex CRunTreeModel::index(int row, int column, const QModelIndex& parent) const {
+    if (column != 0 || row < 0) return {};
+    if (!parent.isValid())
+        return row == 0 && m_browser.Root() != CBackupBrowser::kNone ? IndexOf(m_browser.Root())
+                                                                     : QModelIndex();
+    const std::vector<int32_t>& children = m_browser.Node(NodeOf(parent)).children;
+    return static_cast<size_t>(row) < children.size() ? IndexOf(children[static_cast<size_t>(row)])
+                                                      : QModelIndex();
+}
+
+QModelIndex CRunTreeModel::parent(const QModelIndex& child) const {
+    return child.isValid() ? IndexOf(m_browser.Node(NodeOf(child)).parent) : QModelIndex();
+}
+
+int CRunTreeModel::rowCount(const QModelIndex& parent) const {
+    if (!parent.isValid()) return m_browser.Root() == CBackupBrowser::kNone ? 0 : 1;
+    return static_cast<int>(m_browser.Node(NodeOf(parent)).children.size());
+}
+
+int CRunTreeModel::columnCount(const QModelIndex&) const {
+    return 1;
+}
+
+// A folder may hold files not loaded yet: it shows that it can be opened.
+bool CRunTreeModel::hasChildren(const QModelIndex& parent) const {
+    if (!parent.isValid()) return rowCount(parent) > 0;
+    const BrowserNode& node = m_browser.Node(NodeOf(parent));
+    return !node.children.empty() || (IsFolder(node) && !node.expanded);
+}
+
+QVariant CRunTreeModel::data(const QModelIndex& index, int role) const {
+    if (!index.isValid()) return {};
+    const BrowserNode& node = m_browser.Node(NodeOf(index));
+    switch (role) {
+    case Qt::DisplayRole:
+        return QFile::decodeName(QByteArray::fromStdString(node.text));
+    case Qt::ToolTipRole:
+        return QFile::decodeName(QByteArray::fromStdString(node.key));
+    case Qt::DecorationRole:
+        return m_icons[static_cast<size_t>(node.image >= 1 && node.image <= 16 ? node.image : 3)];
+    case Qt::CheckStateRole:
+        return node.checked ? Qt::Checked : Qt::Unchecked;
+    case Qt::UserRole:
+        return QByteArray::fromStdString(node.key);
+    default:
+        return {};
+    }
+}
+
+bool CRunTreeModel::setData(const QModelIndex& index, const QVariant& value, int role) {
+    if (!index.isValid() || role != Qt::CheckStateRole || m_browser.Restoring()) return false;
+    ++m_checkEdits;
+    m_browser.NodeCheck(NodeOf(index), value.toInt() == Qt::Checked);
+    return true;
+}
+
+Qt::ItemFlags CRunTreeModel::flags(const QModelIndex& index) const {
+    if (!index.isValid()) return Qt::NoItemFlags;
+    return Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsUserCheckable;
+}
