@@ -1,6 +1,8 @@
 // Makes a benchmark data set quickly: `make_data DIR large COUNT MIB` writes COUNT files of MIB
-// MiB; `make_data DIR small COUNT` writes COUNT files of 1 to 64 KiB in folders of 500. In both,
-// every fifth file repeats the content of the file before it (20% duplicate content).
+// MiB; `make_data DIR small COUNT` writes COUNT files of 1 to 64 KiB in folders of 500;
+// `make_data DIR tree COUNT FOLDERS` writes COUNT files of 1 to 64 KiB spread evenly over
+// FOLDERS folders two levels deep (40 at the top, the rest below them). In all, every fifth
+// file repeats the content of the file before it (20% duplicate content).
 
 #include <cstdio>
 #include <cstdlib>
@@ -27,17 +29,29 @@ void Fill(std::mt19937_64& rng, std::vector<char>& data, size_t size) {
     }
 }
 
+// Folder `f` of a tree: the first `top` stand at the top, the others below them in turn.
+std::string TreeFolder(const std::string& dir, long f, long top) {
+    if (f < top) return dir + "/t" + std::to_string(f);
+    return dir + "/t" + std::to_string((f - top) % top) + "/s" + std::to_string((f - top) / top);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     if (argc < 4) {
-        std::fprintf(stderr, "usage: make_data DIR large|small COUNT [MIB]\n");
+        std::fprintf(stderr,
+                     "usage: make_data DIR large COUNT MIB | small COUNT | tree COUNT FOLDERS\n");
         return 2;
     }
     const std::string dir = argv[1], kind = argv[2];
     const long count = std::atol(argv[3]);
     const size_t mib = argc > 4 ? std::strtoul(argv[4], nullptr, 10) : 64;
+    const long folders = kind == "tree" && argc > 4 ? std::atol(argv[4]) : 1;
+    constexpr long kTop = 40;
     ::mkdir(dir.c_str(), 0755);
+    if (kind == "tree")
+        for (long f = 0; f < folders; ++f)
+            ::mkdir(TreeFolder(dir, f, kTop).c_str(), 0755);
     std::mt19937_64 rng(42);
     std::vector<char> data;
     size_t size = 0;
@@ -46,9 +60,11 @@ int main(int argc, char** argv) {
         if (kind == "small") {
             folder += "/d" + std::to_string(i / 500);
             ::mkdir(folder.c_str(), 0755);
+        } else if (kind == "tree") {
+            folder = TreeFolder(dir, i % folders, kTop);
         }
         if (i % 5 != 4) { // every fifth file repeats the one before it
-            size = kind == "small" ? (rng() % 64 + 1) * 1024 : mib * 1024 * 1024;
+            size = kind == "large" ? mib * 1024 * 1024 : (rng() % 64 + 1) * 1024;
             Fill(rng, data, size);
         }
         if (!WriteAll(folder + "/f" + std::to_string(i) + ".dat", data, size)) {

@@ -3,16 +3,18 @@
 # second backups of restic and BorgBackup (their Debian packages, default settings, no
 # encryption) of the same data, in the same invocation, and prints medians and ratios.
 #
-#   bench/run.sh [large|small|all|cancel]   (default all)
+#   bench/run.sh [large|small|all|cancel|restore]   (default all)
 #
 # The small set also runs a first backup through the real main window (offscreen, clicking
 # Backup) beside the headless one. "cancel" makes one 2 GiB file and clicks Cancel one second
 # into its backup through the window, and tells how late the click was handled and how long the
-# run took to stop after it.
+# run took to stop after it. "restore" restores a run of 50,000 files in 2,000 folders through the
+# window into a new folder and compares it with cp -a.
 #
 # Environment: BENCH_DIR (default /tmp/stashwell-bench; keeps every copy it makes, so it needs
 # about 45 GiB free with the default sizes),
-# BENCH_REPEAT (3), LARGE_FILES (32) x LARGE_MIB (64), SMALL_FILES (50000).
+# BENCH_REPEAT (3), LARGE_FILES (32) x LARGE_MIB (64), SMALL_FILES (50000), TREE_FILES (50000)
+# in TREE_FOLDERS (2000).
 # Data sets: "large", a few large files; "small", many files of 1 to 64 KiB; in both about 20%
 # of the files repeat the content of another file.
 set -euo pipefail
@@ -29,6 +31,8 @@ repeat="${BENCH_REPEAT:-3}"
 large_files="${LARGE_FILES:-32}"
 large_mib="${LARGE_MIB:-64}"
 small_files="${SMALL_FILES:-50000}"
+tree_files="${TREE_FILES:-50000}"
+tree_folders="${TREE_FOLDERS:-2000}"
 run_id="$(date +%s)"
 work="$root/run-$run_id"
 mkdir -p "$work"
@@ -160,11 +164,64 @@ bench_cancel() {
     echo "   the run had stopped ${stopped} ms after the click was handled"
 }
 
+# Restore through the window: a run of TREE_FILES files in TREE_FOLDERS folders chosen in the
+# Select Backup dialog (the folder tree filled), its root ticked and everything restored to a
+# new folder with Restore to, then sync -f; against cp -a + sync -f of the same tree.
+bench_restore() {
+    local data="$work/restore-data"
+    echo "== restore: making the data set"
+    "$here/build-release/make_data" "$data" tree "$tree_files" "$tree_folders"
+    sync -f "$data"
+    local bytes files folders
+    bytes=$(du -sb "$data" | cut -f1)
+    files=$(find "$data" -type f | wc -l)
+    folders=$(find "$data" -mindepth 1 -type d | wc -l)
+    echo "   $files files in $folders folders, $(( bytes / 1024 / 1024 )) MiB"
+    local home="$work/restore-home"
+    prepare_backup "$home" "$data"
+    XDG_CONFIG_HOME="$home/config" XDG_STATE_HOME="$home/state" "$bin" backup
+    find "$data" -type f -exec cat {} + >/dev/null
+    : >"$work/restore.cp"; : >"$work/restore.window"; : >"$work/restore.total"
+    for r in $(seq 1 "$repeat"); do
+        timed "$work/restore.cp" bash -c "cp -a '$data' '$work/restore-cp$r' && sync -f '$work/restore-cp$r'"
+        local to="$work/restore-to$r"
+        mkdir -p "$to"
+        /usr/bin/time -f "%e %M" -o "$work/time.txt" env XDG_CONFIG_HOME="$home/config" \
+            XDG_STATE_HOME="$home/state" QT_QPA_PLATFORM=offscreen \
+            "$window_run" --restore "$to" 2>/dev/null >>"$work/restore.window"
+        local start end
+        start=$(date +%s%N); sync -f "$to"; end=$(date +%s%N)
+        echo "$(tail -1 "$work/restore.window") sync $(( (end - start) / 1000000 ))e-3 $(cat "$work/time.txt")" \
+            >>"$work/restore.total"
+    done
+    # restore.total: fill F tick K restore R sync S wall_s peak_kib
+    local cp fill tick restore sync peak
+    cp=$(cut -d' ' -f1 "$work/restore.cp" | median)
+    fill=$(awk '{print $2}' "$work/restore.total" | median)
+    tick=$(awk '{print $4}' "$work/restore.total" | median)
+    restore=$(awk '{print $4 + $6 + $8}' "$work/restore.total" | median)
+    peak=$(awk '{print $10}' "$work/restore.total" | median)
+    awk -v cp="$cp" -v fill="$fill" -v tick="$tick" -v restore="$restore" -v peak="$peak" \
+        -v r="$repeat" 'BEGIN {
+        printf "-- restore: medians of %d runs\n", r
+        printf "   choosing the run: folder tree filled in %.3f s\n", fill
+        printf "   ticking the root: %.3f s\n", tick
+        printf "   tick + Restore to + sync -f: %.2f s; cp -a + sync -f: %.2f s\n", restore, cp
+        printf "   restore / (cp -a + sync -f) = %.2f\n", restore / cp
+        printf "   peak memory of the window program: %.1f MiB\n", peak / 1024
+    }'
+    if ! diff -r "$data" "$work/restore-to1" >/dev/null; then
+        echo "   the restored tree differs from the data set" >&2
+        return 1
+    fi
+}
+
 case "$which" in
     large) bench_set large ;;
     small) bench_set small ;;
-    all) bench_set large; bench_set small; bench_cancel ;;
+    all) bench_set large; bench_set small; bench_cancel; bench_restore ;;
     cancel) bench_cancel ;;
-    *) echo "usage: bench/run.sh [large|small|all|cancel]" >&2; exit 2 ;;
+    restore) bench_restore ;;
+    *) echo "usage: bench/run.sh [large|small|all|cancel|restore]" >&2; exit 2 ;;
 esac
 echo "(data and copies left in $work; remove it when done)"

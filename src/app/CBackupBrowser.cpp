@@ -45,11 +45,10 @@ private:
 
 int32_t FileKindImage(const std::string& name) {
     static const std::unordered_map<std::string, int32_t> kinds = {
-        {"TXT", 16}, {"DOC", 15}, {"DOT", 15}, {"PPT", 14}, {"PPS", 14}, {"XLS", 13},
-        {"XLW", 13}, {"MDB", 12}, {"MDE", 12}, {"JPG", 11}, {"GIF", 11}, {"BMP", 11},
-        {"AVI", 10}, {"MPG", 10}, {"VOB", 10}, {"WAV", 9},  {"MP3", 9},  {"OGG", 9},
-        {"WMA", 9},  {"HTM", 8},  {"HTML", 8}, {"TTF", 7},  {"MSI", 6},  {"ZIP", 5},
-        {"RAR", 5},  {"DLL", 4},  {"INI", 4},  {"OCX", 4}};
+        {"TXT", 16}, {"DOC", 15}, {"DOT", 15}, {"PPT", 14}, {"PPS", 14}, {"XLS", 13}, {"XLW", 13},
+        {"MDB", 12}, {"MDE", 12}, {"JPG", 11}, {"GIF", 11}, {"BMP", 11}, {"AVI", 10}, {"MPG", 10},
+        {"VOB", 10}, {"WAV", 9},  {"MP3", 9},  {"OGG", 9},  {"WMA", 9},  {"HTM", 8},  {"HTML", 8},
+        {"TTF", 7},  {"MSI", 6},  {"ZIP", 5},  {"RAR", 5},  {"DLL", 4},  {"INI", 4},  {"OCX", 4}};
     const auto kind = kinds.find(FSGetExtension(name));
     return kind == kinds.end() ? 3 : kind->second;
 }
@@ -118,9 +117,8 @@ void CBackupBrowser::cmbBackups_Click(const std::string& bid) {
             std::string stripped = path;
             if (!stripped.empty() && stripped.back() == '/') stripped.pop_back();
             const std::string name = stripped.substr(stripped.rfind('/') + 1);
-            const size_t parentLength = path.size() >= name.size() + 1
-                                            ? path.size() - name.size() - 1
-                                            : std::string::npos;
+            const size_t parentLength =
+                path.size() >= name.size() + 1 ? path.size() - name.size() - 1 : std::string::npos;
             // The run's own folder is the root; a folder whose parent is not in the run (a
             // damaged catalogue) has no place in the tree.
             const int32_t parent =

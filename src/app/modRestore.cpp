@@ -43,9 +43,8 @@ mode_t UserMask() {
     return mask;
 }
 
-// Creates the missing folders of `target`'s folder part with the user's default mode.
-void CreateRestoreFolders(const std::string& target) {
-    const std::string folder = FSGetPathPart(target);
+// Creates the missing folders of `folder` (ending in "/") with the user's default mode.
+void CreateRestoreFolders(const std::string& folder) {
     for (size_t slash = folder.find('/', 1); slash != std::string::npos;
          slash = folder.find('/', slash + 1)) {
         const std::string path = folder.substr(0, slash);
@@ -58,7 +57,8 @@ void CreateRestoreFolders(const std::string& target) {
 
 } // namespace
 
-std::string RestoreTargetProblem(const std::string& folder, const std::string& target) {
+std::string RestoreTargetProblem(const std::string& folder, const std::string& target,
+                                 const std::string& checked) {
     const std::string root = FolderRoot(folder);
     const std::string prefix = Below(root);
     const std::string outside = "the stored path leads outside " + root;
@@ -72,16 +72,27 @@ std::string RestoreTargetProblem(const std::string& folder, const std::string& t
         const std::string part = target.substr(start, slash - start);
         if (part.empty() || part == "." || part == "..") return outside;
         path += "/" + part;
+        const bool known = checked.size() > path.size() &&
+                           checked.compare(0, path.size(), path) == 0 &&
+                           checked[path.size()] == '/';
         struct stat st {};
-        if (exists && ::lstat(path.c_str(), &st) != 0) exists = false;
-        if (exists && S_ISLNK(st.st_mode)) return "a symbolic link stands at " + path;
+        if (exists && !known && ::lstat(path.c_str(), &st) != 0) exists = false;
+        if (exists && !known && S_ISLNK(st.st_mode)) return "a symbolic link stands at " + path;
         start = slash + 1;
     }
     return {};
 }
 
 CFileRestorer::CFileRestorer(std::string bid, std::string destination, bool verify)
-    : m_bid(std::move(bid)), m_destination(std::move(destination)), m_verify(verify) {}
+    : m_bid(std::move(bid)), m_destination(std::move(destination)), m_verify(verify),
+      m_store(GetFilesPath()) {}
+
+void CFileRestorer::CreateFolders(const std::string& target) {
+    const std::string folder = FSGetPathPart(target);
+    if (folder == m_lastFolder) return;
+    CreateRestoreFolders(folder);
+    m_lastFolder = folder;
+}
 
 const std::string& CFileRestorer::Source() {
     if (!m_sourceRead) {
@@ -105,7 +116,8 @@ void CFileRestorer::RestoreFile(const std::string& key) {
         m_db.Reset();
         m_db.Table("Files");
         m_db.Action(sqlaction::kSelect);
-        m_db.Where("bid = " + m_bid + " AND file = " + SQLLiteral(key));
+        // "+bid": the file's own index finds the row; the run's would visit every file of it.
+        m_db.Where("+bid = " + m_bid + " AND file = " + SQLLiteral(key));
         m_db.Exec();
         const std::string file = FirstRowField(m_db, "file");
         const std::string backup = FirstRowField(m_db, "backup");
@@ -121,7 +133,7 @@ void CFileRestorer::RestoreFile(const std::string& key) {
 
         if (!file.empty()) {
             const std::string folder = m_destination.empty() ? Source() : m_destination;
-            const std::string problem = RestoreTargetProblem(folder, target);
+            const std::string problem = RestoreTargetProblem(folder, target, m_lastFolder);
             if (!problem.empty()) {
                 const std::string text = "Failed to restore " + target + ": " + problem;
                 Operation(text);
@@ -131,8 +143,8 @@ void CFileRestorer::RestoreFile(const std::string& key) {
         }
 
         Operation("Restore file");
-        CreateRestoreFolders(target);
-        const std::string storeFile = CStore::StorePath(GetFilesPath(), FSGetNamePart(backup));
+        CreateFolders(target);
+        const std::string storeFile = CStore::StorePath(m_store, FSGetNamePart(backup));
         struct stat st {};
         const bool existed = ::lstat(target.c_str(), &st) == 0;
         if (!FSCopyFile(storeFile, target)) {

@@ -28,13 +28,16 @@ public:
 
 private:
     const std::string& Source();
+    void CreateFolders(const std::string& target);
 
     std::string m_bid;
     std::string m_destination;
     bool m_verify;
+    std::string m_store; // the store folder of the backup path
     ADOSQLite m_db;
     bool m_sourceRead = false;
     std::string m_source;
+    std::string m_lastFolder; // the folder of the last file restored: it exists, with no link
 };
 
 // One file, on a connection of its own.
@@ -44,4 +47,6 @@ void RestoreFile(const std::string& bid, const std::string& key, const std::stri
 // Why `target` may not be written by a restore into `folder`, or "" when it may: the part of
 // `target` below `folder` must be a plain relative path (no ".", "..", or empty component), and
 // nothing that exists on the way below `folder`, nor the target itself, may be a symbolic link.
-std::string RestoreTargetProblem(const std::string& folder, const std::string& target);
+// The folders of `checked` and above it (below `folder`) are known to be no links already.
+std::string RestoreTargetProblem(const std::string& folder, const std::string& target,
+                                 const std::string& checked = {});

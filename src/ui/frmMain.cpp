@@ -1,8 +1,8 @@
 #include "ui/frmMain.h"
 
 #include "app/CBackupFolderLock.h"
-#include "app/modMain.h"
 #include "app/modBackupRuns.h"
+#include "app/modMain.h"
 #include "app/modMainWindow.h"
 #include "app/modMaintenance.h"
 #include "app/modPaths.h"
@@ -373,10 +373,9 @@ void frmMain::SetBusy(int tab, bool busy) {
     m_busy = busy;
     for (int other = 0; other < SSTab1->count(); ++other)
         if (other != tab) SSTab1->setTabEnabled(other, !busy);
-    for (QWidget* control :
-         std::initializer_list<QWidget*>{m_restore->cmdSelBackup, m_restore->tvDirs,
-                                         m_config->cmdSelBackupPath, m_config->cmdManage,
-                                         m_config->cmdPurge, m_config->cmdCompact})
+    for (QWidget* control : std::initializer_list<QWidget*>{
+             m_restore->cmdSelBackup, m_restore->tvDirs, m_config->cmdSelBackupPath,
+             m_config->cmdManage, m_config->cmdPurge, m_config->cmdCompact})
         control->setEnabled(!busy);
     const bool runShown = !busy && m_browser.Root() != CBackupBrowser::kNone;
     m_restore->cmdRestore->setEnabled(runShown);

@@ -64,9 +64,8 @@ frmSelBackup::frmSelBackup(QWidget* parent) : QDialog(parent) {
 
 std::string frmSelBackup::BidOf(const QTreeWidgetItem* item) const {
     // Runs stand below their source; a source's key is its folder.
-    return item && item->parent()
-               ? BidOfRunKey(item->data(0, kKeyRole).toByteArray().toStdString())
-               : std::string();
+    return item && item->parent() ? BidOfRunKey(item->data(0, kKeyRole).toByteArray().toStdString())
+                                  : std::string();
 }
 
 void frmSelBackup::OKButton_Click() {

@@ -96,9 +96,12 @@ void Zipper(QPainter& p) {
     const QColor brown(150, 95, 40);
     p.setPen(Qt::NoPen);
     p.setBrush(brown);
-    for (int i = 0; i < 5; ++i)
-        p.drawRect(QRectF(i % 2 ? 8 : 7, 2 + 2 * i, 1, 1));
-    p.drawRoundedRect(QRectF(6.5, 11, 3, 3.5), 0.8, 0.8);
+    // A band of teeth down the page, left and right in turn, and the pull at its foot.
+    for (int i = 0; i < 7; ++i)
+        p.drawRect(QRectF(i % 2 ? 8 : 6.5, 1.5 + 1.4 * i, 1.5, 1));
+    p.drawRoundedRect(QRectF(6, 11, 4, 3.5), 0.8, 0.8);
+    p.setBrush(kPaper);
+    p.drawRect(QRectF(7.3, 12.2, 1.4, 1.2));
 }
 
 void Package(QPainter& p) {
@@ -235,20 +238,47 @@ void Draw(QPainter& p, int image) {
     }
     if (image != 6) Page(p);
     switch (image) {
-    case 4: Gear(p); break;
-    case 5: Zipper(p); break;
-    case 6: Package(p); break;
-    case 7: Letter(p); break;
-    case 8: Globe(p); break;
-    case 9: Note(p); break;
-    case 10: Film(p); break;
-    case 11: Picture(p); break;
-    case 12: Cylinder(p); break;
-    case 13: Grid(p); break;
-    case 14: Slide(p); break;
-    case 15: Document(p); break;
-    case 16: TextLines(p, QColor(110, 110, 110), 4, 6); break;
-    default: break; // 3: a blank page
+    case 4:
+        Gear(p);
+        break;
+    case 5:
+        Zipper(p);
+        break;
+    case 6:
+        Package(p);
+        break;
+    case 7:
+        Letter(p);
+        break;
+    case 8:
+        Globe(p);
+        break;
+    case 9:
+        Note(p);
+        break;
+    case 10:
+        Film(p);
+        break;
+    case 11:
+        Picture(p);
+        break;
+    case 12:
+        Cylinder(p);
+        break;
+    case 13:
+        Grid(p);
+        break;
+    case 14:
+        Slide(p);
+        break;
+    case 15:
+        Document(p);
+        break;
+    case 16:
+        TextLines(p, QColor(110, 110, 110), 4, 6);
+        break;
+    default:
+        break; // 3: a blank page
     }
 }
 

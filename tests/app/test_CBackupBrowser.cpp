@@ -79,12 +79,11 @@ TEST(FileKinds, ExtensionsAreComparedInUpperCase) {
     EXPECT_EQ(FileKindImage("noext"), 3);
     EXPECT_EQ(FileKindImage("archive.tar.gz"), 3);
     const std::map<std::string, int32_t> kinds = {
-        {"a.doc", 15}, {"a.DOT", 15}, {"a.ppt", 14}, {"a.pps", 14}, {"a.xls", 13},
-        {"a.xlw", 13}, {"a.mdb", 12}, {"a.mde", 12}, {"a.jpg", 11}, {"a.gif", 11},
-        {"a.bmp", 11}, {"a.avi", 10}, {"a.mpg", 10}, {"a.vob", 10}, {"a.wav", 9},
-        {"a.mp3", 9},  {"a.ogg", 9},  {"a.wma", 9},  {"a.htm", 8},  {"a.html", 8},
-        {"a.ttf", 7},  {"a.msi", 6},  {"a.zip", 5},  {"a.rar", 5},  {"a.dll", 4},
-        {"a.ini", 4},  {"a.ocx", 4},  {"a.jpeg", 3}, {"a.", 3}};
+        {"a.doc", 15}, {"a.DOT", 15}, {"a.ppt", 14}, {"a.pps", 14}, {"a.xls", 13}, {"a.xlw", 13},
+        {"a.mdb", 12}, {"a.mde", 12}, {"a.jpg", 11}, {"a.gif", 11}, {"a.bmp", 11}, {"a.avi", 10},
+        {"a.mpg", 10}, {"a.vob", 10}, {"a.wav", 9},  {"a.mp3", 9},  {"a.ogg", 9},  {"a.wma", 9},
+        {"a.htm", 8},  {"a.html", 8}, {"a.ttf", 7},  {"a.msi", 6},  {"a.zip", 5},  {"a.rar", 5},
+        {"a.dll", 4},  {"a.ini", 4},  {"a.ocx", 4},  {"a.jpeg", 3}, {"a.", 3}};
     for (const auto& [name, image] : kinds)
         EXPECT_EQ(FileKindImage(name), image) << name;
 }
@@ -121,16 +120,16 @@ TEST_F(Browser, FoldersComeInOnePassUnderTheirParentsWithTheirNamesShown) {
 TEST_F(Browser, OpeningAFolderLoadsItsFilesOnceWithTheirPictures) {
     BackUp({src});
     browser.cmbBackups_Click("1");
-    browser.NodeClick(0);                // the root is open: this closes it
+    browser.NodeClick(0); // the root is open: this closes it
     EXPECT_FALSE(browser.Node(0).expanded);
     EXPECT_EQ(browser.Node(0).image, 1);
-    browser.NodeClick(0);                // and this opens it again, loading its files
+    browser.NodeClick(0); // and this opens it again, loading its files
     browser.NodeClick(0);
     browser.NodeClick(0);
     Lines children = ChildKeys(0);
     std::sort(children.begin() + 2, children.end()); // files come in the order they were met
-    EXPECT_EQ(children, (Lines{src + "/Bob\\s/", src + "/sub/", src + "/REPORT.Txt",
-                               src + "/a.txt", src + "/noext"}));
+    EXPECT_EQ(children, (Lines{src + "/Bob\\s/", src + "/sub/", src + "/REPORT.Txt", src + "/a.txt",
+                               src + "/noext"}));
     EXPECT_EQ(browser.Node(Node("/REPORT.Txt")).image, 16);
     EXPECT_EQ(browser.Node(Node("/REPORT.Txt")).selectedImage, 16);
     EXPECT_EQ(browser.Node(Node("/noext")).image, 3);
@@ -151,9 +150,9 @@ TEST_F(Browser, TickingAFolderNeverOpenedLoadsItsFilesAndTicksThemAll) {
     EXPECT_EQ(Ticked(), (Lines{src + "/sub/", src + "/sub/b.doc", src + "/sub/deeper/",
                                src + "/sub/deeper/c.mp3"}));
     const Lines lines = LogMessages(ReadFile(log));
-    EXPECT_NE(std::find(lines.begin(), lines.end(),
-                        "checkboxclick " + src + "/sub/. Status: True\r\n"),
-              lines.end());
+    EXPECT_NE(
+        std::find(lines.begin(), lines.end(), "checkboxclick " + src + "/sub/. Status: True\r\n"),
+        lines.end());
 }
 
 TEST_F(Browser, UntickingAFileChangesNothingElse) {
@@ -184,8 +183,8 @@ TEST_F(Browser, NothingTickedCopiesNothingAndTheLabelEndsAtRestoreComplete) {
     const auto files = Tree(src);
     const Lines names = ListTree(f.env.Root());
     EXPECT_TRUE(browser.cmdRestore_Click(false));
-    EXPECT_EQ(statuses,
-              (Lines{"Calculating files to restore", "Restoring selected files", "Restore complete"}));
+    EXPECT_EQ(statuses, (Lines{"Calculating files to restore", "Restoring selected files",
+                               "Restore complete"}));
     ASSERT_EQ(f.env.box.calls.size(), 1u);
     EXPECT_EQ(f.env.box.calls[0],
               (CScriptedMessageBox::Call{
@@ -236,11 +235,11 @@ TEST_F(Browser, RestoreToAnotherFolderKeepsThePathBelowTheSource) {
     EXPECT_TRUE(browser.cmdRestoreTo_Click(true));
     EXPECT_EQ(f.env.picker.prompts, Lines{"Select alternate folder to restore to"});
     EXPECT_TRUE(f.env.box.calls.empty()); // no overwrite question on this path
-    EXPECT_EQ(statuses,
-              (Lines{"Calculating files to restore", "Restoring selected files", "Restore complete"}));
-    EXPECT_EQ(Tree(other), (std::map<std::string, std::string>{
-                               {other + "/sub/b.doc", "bravo"},
-                               {other + "/sub/deeper/c.mp3", "charlie"}}));
+    EXPECT_EQ(statuses, (Lines{"Calculating files to restore", "Restoring selected files",
+                               "Restore complete"}));
+    EXPECT_EQ(Tree(other),
+              (std::map<std::string, std::string>{{other + "/sub/b.doc", "bravo"},
+                                                  {other + "/sub/deeper/c.mp3", "charlie"}}));
 }
 
 TEST_F(Browser, CancelledFolderPickRestoresNothing) {
@@ -275,10 +274,11 @@ TEST_F(Browser, EachFileFailingVerificationShowsItsOwnBox) {
     CreateTree(other, Dir());
     f.env.picker.Answer(other);
     browser.cmdRestoreTo_Click(true);
-    EXPECT_EQ(f.env.box.calls,
-              (std::vector<CScriptedMessageBox::Call>{
-                  {"Restored file failed verification " + src + "/sub/b.doc", 16, "QRV - Stashwell"},
-                  {"Restored file failed verification " + src + "/a.txt", 16, "QRV - Stashwell"}}));
+    EXPECT_EQ(
+        f.env.box.calls,
+        (std::vector<CScriptedMessageBox::Call>{
+            {"Restored file failed verification " + src + "/sub/b.doc", 16, "QRV - Stashwell"},
+            {"Restored file failed verification " + src + "/a.txt", 16, "QRV - Stashwell"}}));
     EXPECT_EQ(ReadFile(other + "/a.txt"), "#####");
 }
 
@@ -293,8 +293,9 @@ TEST_F(Browser, PopulateErrorIsShownAndTheTreeKeepsWhatItHad) {
     probe.Exec();
     ASSERT_TRUE(probe.Err());
     browser.NodeClick(Node("/sub/"));
-    EXPECT_EQ(f.env.box.calls, (std::vector<CScriptedMessageBox::Call>{
-                                   {"PopulateNode error: " + probe.ErrMsg(), 16, "QRV - Stashwell"}}));
+    EXPECT_EQ(f.env.box.calls,
+              (std::vector<CScriptedMessageBox::Call>{
+                  {"PopulateNode error: " + probe.ErrMsg(), 16, "QRV - Stashwell"}}));
     EXPECT_EQ(browser.NodeCount(), 4);
 }
 

@@ -98,15 +98,15 @@ TEST_F(Maintenance, PurgeAppliesTheLimitToEverySourceAndAsksForACompact) {
     PurgeBackups();
     EXPECT_EQ(Runs(), (Lines{"2|/data", "3|/data", "4|/photos", "5|/photos", "6|/not listed",
                              "7|/not listed", "8|/not listed"}));
-    EXPECT_EQ(f.env.box.calls,
-              (std::vector<Call>{
-                  {"Purge Complete. You should run Compact", 64, "QRV - Stashwell"}}));
+    EXPECT_EQ(f.env.box.calls, (std::vector<Call>{{"Purge Complete. You should run Compact", 64,
+                                                   "QRV - Stashwell"}}));
 }
 
 TEST_F(Maintenance, CancelOnTheCompactQuestionChangesNothingNotEvenThePointer) {
     AddRuns("/data", 1);
     f.Exec("INSERT INTO Files (bid, md5, path, file, backup, size) SELECT 9, 'x', '/g/', "
-           "'/g/a', '" + StoreFile(f.backup, "alpha") + "', 5");
+           "'/g/a', '" +
+           StoreFile(f.backup, "alpha") + "', 5");
     PlaceOrphan();
     f.env.box.Answer(2);
     std::vector<bool> busy;
@@ -141,10 +141,9 @@ TEST_F(Maintenance, CompactPrunesKillsOrphansAndShowsItsEnd) {
     EXPECT_FALSE(Exists(StoreFile(f.backup, "orphan")));
     EXPECT_TRUE(Exists(StoreFile(f.backup, "alpha")));
     EXPECT_EQ(f.env.box.calls,
-              (std::vector<Call>{
-                  {"This may take an extended amount of time. Ok to continue?", 65,
-                   "QRV - Stashwell"},
-                  {"Compact process complete", 64, "QRV - Stashwell"}}));
+              (std::vector<Call>{{"This may take an extended amount of time. Ok to continue?", 65,
+                                  "QRV - Stashwell"},
+                                 {"Compact process complete", 64, "QRV - Stashwell"}}));
 }
 
 } // namespace

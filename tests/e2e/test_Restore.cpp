@@ -8,10 +8,10 @@
 #include "support/modServices.h"
 
 #include <filesystem>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <gtest/gtest.h>
 #include <map>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -140,8 +140,8 @@ TEST(RestoreTarget, OnlyAPlainPathBelowTheFolderMayBeWritten) {
     EXPECT_EQ(RestoreTargetProblem(folder + "/", folder + "/new/deeper/g.txt"), "");
     EXPECT_EQ(RestoreTargetProblem("/", "/a/b.txt"), "");
     const std::string outside = "the stored path leads outside " + folder;
-    for (const char* tail : {"/../escape.txt", "/sub/../../escape.txt", "/./f.txt",
-                             "//etc/passwd", "/sub/", ""})
+    for (const char* tail :
+         {"/../escape.txt", "/sub/../../escape.txt", "/./f.txt", "//etc/passwd", "/sub/", ""})
         EXPECT_EQ(RestoreTargetProblem(folder, folder + tail), outside) << tail;
     EXPECT_EQ(RestoreTargetProblem(folder, env.Path("top-sibling.txt")), outside);
     EXPECT_EQ(RestoreTargetProblem(folder, folder + "-other/f.txt"), outside);
@@ -181,7 +181,8 @@ TEST_F(RestoreTest, StoredPathLeadingOutOfTheFolderIsRefusedAndTheWalkGoesOn) {
     RestoreFile("1", src + "/sub/../../../escape.txt", "", false);
     EXPECT_EQ(ErrHandler().ErrDescription(), "Failed to restore " + src +
                                                  "/sub/../../../escape.txt: the stored path "
-                                                 "leads outside " + src);
+                                                 "leads outside " +
+                                                 src);
     for (const std::string& path : ListTree(f.env.Root()))
         EXPECT_EQ(path.find("escape"), std::string::npos) << path; // written nowhere
     EXPECT_FALSE(Exists(f.env.Path("../escape.txt")));
@@ -197,7 +198,8 @@ TEST_F(RestoreTest, RestoreThroughALinkInTheChosenFolderIsRefused) {
     RestoreFile("1", src + "/sub/Bob\\s file.txt", other, false);
     EXPECT_EQ(ErrHandler().ErrDescription(), "Failed to restore " + other +
                                                  "/sub/Bob's file.txt: a symbolic link stands "
-                                                 "at " + other + "/sub");
+                                                 "at " +
+                                                 other + "/sub");
     EXPECT_EQ(ListTree(f.env.Path("outside")), Lines{});
 }
 

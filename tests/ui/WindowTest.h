@@ -151,8 +151,7 @@ inline bool ChooseRun(WindowEnv& w, const std::string& bid) {
 }
 
 // The node of tvDirs whose key (the item's raw bytes) is `key`, among the nodes loaded.
-inline QModelIndex NodeIndex(WindowEnv& w, const std::string& key,
-                             const QModelIndex& parent = {}) {
+inline QModelIndex NodeIndex(WindowEnv& w, const std::string& key, const QModelIndex& parent = {}) {
     QAbstractItemModel* model = w.Get<QTreeView>("tvDirs")->model();
     for (int row = 0; row < model->rowCount(parent); ++row) {
         const QModelIndex index = model->index(row, 0, parent);
@@ -182,8 +181,8 @@ inline void ClickCheckBox(WindowEnv& w, const QModelIndex& index) {
     option.initFrom(tree->viewport());
     option.rect = tree->visualRect(index);
     options.initStyleOption(&option, index);
-    const QRect box = tree->style()->subElementRect(QStyle::SE_ItemViewItemCheckIndicator,
-                                                    &option, tree);
+    const QRect box =
+        tree->style()->subElementRect(QStyle::SE_ItemViewItemCheckIndicator, &option, tree);
     QTest::mouseClick(tree->viewport(), Qt::LeftButton, {}, box.center());
 }
 

@@ -63,7 +63,8 @@ private slots:
         Click(w, "cmdBackup");
         Click(w, "cmdBackup");
         QCOMPARE(StoreFiles(w.f).size(), 3);
-        const QStringList keptRuns = Rows(w.f, "SELECT * FROM Backups WHERE source = '" + kept + "'");
+        const QStringList keptRuns =
+            Rows(w.f, "SELECT * FROM Backups WHERE source = '" + kept + "'");
         const QStringList keptFiles = Rows(w.f, "SELECT * FROM Files WHERE bid IN (2, 4)");
 
         // The source leaves the list, then Delete drops its runs.
@@ -215,10 +216,10 @@ private slots:
                         QString::number(w.Get<XP_ProgressBar>("XP_PB3")->Value());
         };
         Click(w, "cmdCompact");
-        QCOMPARE(seen, (QStringList{
-                           "This may take an extended amount of time. Ok to continue? -1 0",
-                           "Pruning DB tree " + QString::number(Qt::WaitCursor),
-                           "Compact process complete -1 100"}));
+        QCOMPARE(seen,
+                 (QStringList{"This may take an extended amount of time. Ok to continue? -1 0",
+                              "Pruning DB tree " + QString::number(Qt::WaitCursor),
+                              "Compact process complete -1 100"}));
         auto* tabs = w.Get<QTabWidget>("SSTab1");
         QVERIFY(tabs->isTabEnabled(0) && tabs->isTabEnabled(1));
     }

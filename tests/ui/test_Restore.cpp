@@ -119,11 +119,15 @@ private slots:
         QCOMPARE(w.Get<QLabel>("lblRestore")->text(), QStringLiteral("Restore complete"));
         QCOMPARE(w.Get<XP_ProgressBar>("XP_PB2")->Value(), 100);
         QCOMPARE(Boxes(w.env.box.calls), QStringList{});
-        const std::vector<std::string> restored = {
-            "/big.bin",           "/other/o1.txt",      "/nested/Bob's file.txt",
-            "/nested/back\\slash.txt", "/nested/with blank.txt", "/nested/new\nline.txt",
-            "/nested/bad\xff\xfe.bin", "/nested/dup.txt",
-            "/nested/deeper/d.txt"};
+        const std::vector<std::string> restored = {"/big.bin",
+                                                   "/other/o1.txt",
+                                                   "/nested/Bob's file.txt",
+                                                   "/nested/back\\slash.txt",
+                                                   "/nested/with blank.txt",
+                                                   "/nested/new\nline.txt",
+                                                   "/nested/bad\xff\xfe.bin",
+                                                   "/nested/dup.txt",
+                                                   "/nested/deeper/d.txt"};
         QVERIFY(Tree(elsewhere) == Expected(original, src, elsewhere, restored));
 
         // Back to their place, over changed files, after the overwrite question.
@@ -192,8 +196,8 @@ private slots:
             QTest::mouseClick(dialog->findChild<QPushButton*>("CancelButton"), Qt::LeftButton);
         });
         QTest::mouseClick(w.Get<QPushButton>("cmdSelBackup"), Qt::LeftButton);
-        QCOMPARE(shown, (QStringList{Q(one) + " (open)", "  a3", "  a1", Q(two) + " (open)",
-                                     "  a4", "  a2"}));
+        QCOMPARE(shown, (QStringList{Q(one) + " (open)", "  a3", "  a1", Q(two) + " (open)", "  a4",
+                                     "  a2"}));
         QCOMPARE(w.Get<QLabel>("lblBid")->text(), QString());
         QCOMPARE(w.Get<QTreeView>("tvDirs")->model()->rowCount(), 0);
         QVERIFY(!w.Get<QPushButton>("cmdRestoreTo")->isEnabled());
@@ -218,8 +222,10 @@ private slots:
     void FileKindsShowTheirPictures() {
         WindowEnv w;
         const std::string src = w.env.Path("s");
-        CreateTree(src, Dir({{"REPORT.Txt", File("r")}, {"noext", File("n")},
-                             {"song.MP3", File("m")}, {"d", Dir({{"x.zip", File("z")}})}}));
+        CreateTree(src, Dir({{"REPORT.Txt", File("r")},
+                             {"noext", File("n")},
+                             {"song.MP3", File("m")},
+                             {"d", Dir({{"x.zip", File("z")}})}}));
         w.f.AddSource(src);
         frmMain& window = w.Open();
         window.Form_Load();
@@ -230,7 +236,8 @@ private slots:
         QCOMPARE(Picture(NodeIndex(w, src + "/noext")), FileKindIcon(3).pixmap(16).toImage());
         QCOMPARE(Picture(NodeIndex(w, src + "/song.MP3")), FileKindIcon(9).pixmap(16).toImage());
         QCOMPARE(Picture(NodeIndex(w, src + "/d/")), FileKindIcon(1).pixmap(16).toImage());
-        QVERIFY(Picture(NodeIndex(w, src + "/REPORT.Txt")) != Picture(NodeIndex(w, src + "/noext")));
+        QVERIFY(Picture(NodeIndex(w, src + "/REPORT.Txt")) !=
+                Picture(NodeIndex(w, src + "/noext")));
     }
 
     void EveryKindHasItsOwnDrawnPicture() {
@@ -238,10 +245,10 @@ private slots:
         for (int image = 1; image <= 16; ++image) {
             const QImage picture = DrawnFileKindIcon(image).pixmap(32).toImage();
             for (int other = 0; other < pictures.size(); ++other)
-                QVERIFY2(picture != pictures[other],
-                         qPrintable(QStringLiteral("image %1 looks like image %2")
-                                        .arg(image)
-                                        .arg(other + 1)));
+                QVERIFY2(
+                    picture != pictures[other],
+                    qPrintable(
+                        QStringLiteral("image %1 looks like image %2").arg(image).arg(other + 1)));
             pictures << picture;
         }
     }
@@ -249,7 +256,8 @@ private slots:
     void TickingAFolderNeverOpenedLoadsItsFilesAndTicksThemAll() {
         WindowEnv w;
         const std::string src = w.env.Path("s");
-        CreateTree(src, Dir({{"d", Dir({{"a.txt", File("a")}, {"b.txt", File("b")},
+        CreateTree(src, Dir({{"d", Dir({{"a.txt", File("a")},
+                                        {"b.txt", File("b")},
                                         {"e", Dir({{"c.txt", File("c")}})}})}}));
         w.f.AddSource(src);
         frmMain& window = w.Open();
@@ -331,8 +339,9 @@ private slots:
     void EachFileFailingVerificationShowsItsOwnBox() {
         WindowEnv w;
         const std::string src = w.env.Path("s");
-        CreateTree(src, Dir({{"a.txt", File("alpha")}, {"b.txt", File("bravo")},
-                             {"c.txt", File("charlie")}}));
+        CreateTree(
+            src,
+            Dir({{"a.txt", File("alpha")}, {"b.txt", File("bravo")}, {"c.txt", File("charlie")}}));
         w.f.AddSource(src);
         frmMain& window = w.Open();
         window.Form_Load();
@@ -350,8 +359,9 @@ private slots:
         QTest::mouseClick(w.Get<QPushButton>("cmdRestoreTo"), Qt::LeftButton);
         QStringList boxes = Boxes(w.env.box.calls);
         boxes.sort();
-        QCOMPARE(boxes, (QStringList{Box("Restored file failed verification " + src + "/a.txt", 16),
-                                     Box("Restored file failed verification " + src + "/c.txt", 16)}));
+        QCOMPARE(boxes,
+                 (QStringList{Box("Restored file failed verification " + src + "/a.txt", 16),
+                              Box("Restored file failed verification " + src + "/c.txt", 16)}));
         QCOMPARE(ReadFile(elsewhere + "/a.txt"), std::string("#####"));
         QCOMPARE(ReadFile(elsewhere + "/b.txt"), std::string("bravo"));
     }

@@ -15,13 +15,11 @@
 
 namespace {
 
-// Where the screenshots go: <build>/screenshots, named after the tab and the scale.
-QString ShotPath(int tab) {
+// Where the screenshots go: <build>/screenshots, named after what they show and the scale.
+QString ShotPath(const QString& name) {
     const QString scale = qEnvironmentVariable("QT_SCALE_FACTOR", "1");
     QDir().mkpath(QStringLiteral(QT_TESTCASE_BUILDDIR "/screenshots"));
-    return QStringLiteral(QT_TESTCASE_BUILDDIR "/screenshots/tab%1-scale%2.png")
-        .arg(tab)
-        .arg(scale);
+    return QStringLiteral(QT_TESTCASE_BUILDDIR "/screenshots/%1-scale%2.png").arg(name).arg(scale);
 }
 
 // What is wrong with the controls of the page shown: one line each.
@@ -75,16 +73,38 @@ private slots:
         QTest::mouseClick(w.Get<QPushButton>("cmdBackup"), Qt::LeftButton);
         for (QWidget* report : window.findChildren<QDialog*>())
             report->close();
+        w.ShowTab(1);
+        QVERIFY(ChooseRun(w, "1"));
         auto* tabs = w.Get<QTabWidget>("SSTab1");
         for (int tab = 0; tab < tabs->count(); ++tab) {
             tabs->setCurrentIndex(tab);
             QApplication::processEvents();
-            QVERIFY(window.grab().save(ShotPath(tab)));
+            QVERIFY(window.grab().save(ShotPath(QStringLiteral("tab%1").arg(tab))));
             const QStringList problems = Problems(&window, tabs->widget(tab));
             QVERIFY2(problems.isEmpty(), qPrintable(problems.join("; ")));
         }
         const QStringList outer = Problems(&window, window.centralWidget());
         QVERIFY2(outer.isEmpty(), qPrintable(outer.join("; ")));
+    }
+
+    void TheRunListFitsItsControls() {
+        WindowEnv w;
+        const std::string source = w.env.Path("Documents");
+        CreateTree(source, Dir({{"letter.txt", File("Dear reader")}}));
+        w.f.AddSource(source);
+        frmMain& window = w.Open();
+        QCOMPARE(window.Form_Load(), std::nullopt);
+        w.ShowTab(0);
+        QTest::mouseClick(w.Get<QPushButton>("cmdBackup"), Qt::LeftButton);
+        w.ShowTab(1);
+        QStringList problems{"the dialog did not show"};
+        WhenModal("frmSelBackup", [&](QWidget* dialog) {
+            dialog->grab().save(ShotPath(QStringLiteral("select-backup")));
+            problems = Problems(dialog, dialog);
+            QTest::mouseClick(dialog->findChild<QPushButton*>("CancelButton"), Qt::LeftButton);
+        });
+        QTest::mouseClick(w.Get<QPushButton>("cmdSelBackup"), Qt::LeftButton);
+        QVERIFY2(problems.isEmpty(), qPrintable(problems.join("; ")));
     }
 };
 
