@@ -53,6 +53,28 @@ public:
         Get<QTabWidget>("SSTab1")->setCurrentIndex(tab);
     }
 
+    // Clicks the button `name` as a person does, with the mouse.
+    void Click(const char* name) const {
+        QTest::mouseClick(Get<QPushButton>(name), Qt::LeftButton);
+    }
+
+    // Backs up every source through the Backup button of the first tab.
+    void BackUp() {
+        ShowTab(0);
+        Click("cmdBackup");
+    }
+
+    // Makes `tree` at `source`, lists it as the only source, opens the window and backs it up
+    // once through the window.
+    frmMain& OpenAfterOneRun(const std::string& source, const TestNode& tree) {
+        CreateTree(source, tree);
+        f.AddSource(source);
+        frmMain& opened = Open();
+        opened.Form_Load();
+        BackUp();
+        return opened;
+    }
+
     BackupFixture f;
     ScopedTestEnv& env = f.env;
     std::unique_ptr<frmMain> window;

@@ -23,10 +23,6 @@ const QString kCompactQuestion =
     Box("This may take an extended amount of time. Ok to continue?", 65);
 const QString kCompactDone = Box("Compact process complete", 64);
 
-void Click(WindowEnv& w, const char* button) {
-    QTest::mouseClick(w.Get<QPushButton>(button), Qt::LeftButton);
-}
-
 void AddRuns(const BackupFixture& f, const std::string& source, int count) {
     CDatabase db;
     db.Connect(f.db);
@@ -59,9 +55,8 @@ private slots:
         w.f.AddSource(kept);
         frmMain& window = w.Open();
         window.Form_Load();
-        w.ShowTab(0);
-        Click(w, "cmdBackup");
-        Click(w, "cmdBackup");
+        w.BackUp();
+        w.Click("cmdBackup");
         QCOMPARE(StoreFiles(w.f).size(), 3);
         const QStringList keptRuns =
             Rows(w.f, "SELECT * FROM Backups WHERE source = '" + kept + "'");
@@ -70,16 +65,16 @@ private slots:
         // The source leaves the list, then Delete drops its runs.
         auto* sources = w.Get<QListWidget>("lstSources");
         sources->setCurrentRow(0);
-        Click(w, "cmdRemove");
+        w.Click("cmdRemove");
         w.env.box.calls.clear();
         w.ShowTab(2);
-        Click(w, "cmdManage");
+        w.Click("cmdManage");
         QCOMPARE(Boxes(w.env.box.calls), (QStringList{kDeleteQuestion, kDeleteDone}));
         QCOMPARE(Rows(w.f, "SELECT bid FROM Backups"), (QStringList{"2", "4"}));
         QCOMPARE(StoreFiles(w.f).size(), 3); // the store waits for Compact
 
         w.env.box.calls.clear();
-        Click(w, "cmdCompact");
+        w.Click("cmdCompact");
         QCOMPARE(Boxes(w.env.box.calls), (QStringList{kCompactQuestion, kCompactDone}));
         QStringList expected;
         for (const char* content : {"in both sources", "only in the kept source"})
@@ -102,7 +97,7 @@ private slots:
         frmMain& window = w.Open();
         window.Form_Load();
         w.ShowTab(2);
-        Click(w, "cmdManage");
+        w.Click("cmdManage");
         QCOMPARE(Rows(w.f, "SELECT count(*) FROM Backups"), QStringList{"0"});
         QCOMPARE(Boxes(w.env.box.calls), (QStringList{kDeleteQuestion, kDeleteDone}));
     }
@@ -116,7 +111,7 @@ private slots:
         frmMain& window = w.Open();
         window.Form_Load();
         w.ShowTab(2);
-        Click(w, "cmdManage");
+        w.Click("cmdManage");
         QCOMPARE(Rows(w.f, "SELECT bid, source FROM Backups"), QStringList{"3|/srv/photos"});
         // The selection ran down the list while each run was compared.
         QCOMPARE(w.Get<QListWidget>("lstSources")->currentRow(), 1);
@@ -129,7 +124,7 @@ private slots:
         window.Form_Load();
         w.ShowTab(2);
         w.env.box.Answer(2);
-        Click(w, "cmdManage");
+        w.Click("cmdManage");
         QCOMPARE(Rows(w.f, "SELECT count(*) FROM Backups"), QStringList{"1"});
         QCOMPARE(Boxes(w.env.box.calls), QStringList{kDeleteQuestion});
     }
@@ -137,19 +132,14 @@ private slots:
     void DeletingTheRunShownInTheRestoreTabEmptiesIt() {
         WindowEnv w;
         const std::string src = w.env.Path("s");
-        CreateTree(src, Dir({{"a.txt", File("a")}}));
-        w.f.AddSource(src);
-        frmMain& window = w.Open();
-        window.Form_Load();
-        w.ShowTab(0);
-        Click(w, "cmdBackup");
+        w.OpenAfterOneRun(src, Dir({{"a.txt", File("a")}}));
         w.ShowTab(1);
         QVERIFY(ChooseRun(w, "1"));
         w.ShowTab(0);
         w.Get<QListWidget>("lstSources")->setCurrentRow(0);
-        Click(w, "cmdRemove");
+        w.Click("cmdRemove");
         w.ShowTab(2);
-        Click(w, "cmdManage");
+        w.Click("cmdManage");
         QCOMPARE(w.Get<QLabel>("lblBid")->text(), QString());
         QCOMPARE(w.Get<QTreeView>("tvDirs")->model()->rowCount(), 0);
         QVERIFY(!w.Get<QPushButton>("cmdRestore")->isEnabled());
@@ -163,7 +153,7 @@ private slots:
         frmMain& window = w.Open();
         window.Form_Load();
         w.ShowTab(2);
-        Click(w, "cmdPurge");
+        w.Click("cmdPurge");
         QCOMPARE(Rows(w.f, "SELECT bid FROM Backups"), (QStringList{"3", "4"}));
         QCOMPARE(Boxes(w.env.box.calls),
                  QStringList{Box("Purge Complete. You should run Compact", 64)});
@@ -172,12 +162,7 @@ private slots:
     void CancelOnTheCompactQuestionChangesNothingNotEvenThePointer() {
         WindowEnv w;
         const std::string src = w.env.Path("s");
-        CreateTree(src, Dir({{"a.txt", File("alpha")}}));
-        w.f.AddSource(src);
-        frmMain& window = w.Open();
-        window.Form_Load();
-        w.ShowTab(0);
-        Click(w, "cmdBackup");
+        w.OpenAfterOneRun(src, Dir({{"a.txt", File("alpha")}}));
         w.f.Exec("DELETE FROM Backups");
         const QStringList files = StoreFiles(w.f);
         w.ShowTab(2);
@@ -185,7 +170,7 @@ private slots:
         w.env.box.Answer(2);
         bool pointerAtQuestion = true;
         w.env.box.onShow = [&](const auto&) { pointerAtQuestion = QApplication::overrideCursor(); };
-        Click(w, "cmdCompact");
+        w.Click("cmdCompact");
         QCOMPARE(Boxes(w.env.box.calls), QStringList{kCompactQuestion});
         QVERIFY(!pointerAtQuestion);
         QVERIFY(!QApplication::overrideCursor());
@@ -215,7 +200,7 @@ private slots:
             seen << Q(call.text) + " " + QString::number(pointer ? pointer->shape() : -1) + " " +
                         QString::number(w.Get<XP_ProgressBar>("XP_PB3")->Value());
         };
-        Click(w, "cmdCompact");
+        w.Click("cmdCompact");
         QCOMPARE(seen,
                  (QStringList{"This may take an extended amount of time. Ok to continue? -1 0",
                               "Pruning DB tree " + QString::number(Qt::WaitCursor),

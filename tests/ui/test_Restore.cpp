@@ -53,34 +53,23 @@ QImage Picture(const QModelIndex& index) {
 class RestoreTabTest : public QObject {
     Q_OBJECT
 
-private:
-    // Backs up `source` through the window's Backup button.
-    static void BackUp(WindowEnv& w) {
-        w.ShowTab(0);
-        QTest::mouseClick(w.Get<QPushButton>("cmdBackup"), Qt::LeftButton);
-    }
-
 private slots:
     void TheRoundTripAPersonMakes() {
         WindowEnv w;
         const std::string src = w.env.Path("Documents");
-        CreateTree(src,
-                   Dir({{"big.bin", File(PatternContent(20 * 1024 * 1024))},
-                        {"top.txt", File("top")},
-                        {"nested", Dir({{"Bob's file.txt", File("apostrophe")},
-                                        {"back\\slash.txt", File("backslash")},
-                                        {"with blank.txt", File("blank")},
-                                        {"new\nline.txt", File("newline")},
-                                        {"bad\xff\xfe.bin", File("not UTF-8")},
-                                        {"empty.dat", File("")},
-                                        {"dup.txt", File("top")},
-                                        {"deeper", Dir({{"d.txt", File(PatternContent(9000))}})}})},
-                        {"other", Dir({{"o1.txt", File("one")}, {"o2.txt", File("two")}})}}));
+        w.OpenAfterOneRun(
+            src, Dir({{"big.bin", File(PatternContent(20 * 1024 * 1024))},
+                      {"top.txt", File("top")},
+                      {"nested", Dir({{"Bob's file.txt", File("apostrophe")},
+                                      {"back\\slash.txt", File("backslash")},
+                                      {"with blank.txt", File("blank")},
+                                      {"new\nline.txt", File("newline")},
+                                      {"bad\xff\xfe.bin", File("not UTF-8")},
+                                      {"empty.dat", File("")},
+                                      {"dup.txt", File("top")},
+                                      {"deeper", Dir({{"d.txt", File(PatternContent(9000))}})}})},
+                      {"other", Dir({{"o1.txt", File("one")}, {"o2.txt", File("two")}})}}));
         const Files original = Tree(src);
-        w.f.AddSource(src);
-        frmMain& window = w.Open();
-        window.Form_Load();
-        BackUp(w);
         // Every file but the empty one, which a run never stores.
         QCOMPARE(Rows(w.f, "SELECT count(*) FROM Files WHERE bid = 1"), QStringList{"11"});
         // Content stored once: "top" twice, one store file.
@@ -114,7 +103,7 @@ private slots:
         const std::string elsewhere = w.env.Path("Elsewhere");
         CreateTree(elsewhere, Dir());
         w.env.picker.Answer(elsewhere);
-        QTest::mouseClick(w.Get<QPushButton>("cmdRestoreTo"), Qt::LeftButton);
+        w.Click("cmdRestoreTo");
         QCOMPARE(Q(w.env.picker.prompts), QStringList{"Select alternate folder to restore to"});
         QCOMPARE(w.Get<QLabel>("lblRestore")->text(), QStringLiteral("Restore complete"));
         QCOMPARE(w.Get<XP_ProgressBar>("XP_PB2")->Value(), 100);
@@ -134,7 +123,7 @@ private slots:
         WriteFile(src + "/other/o1.txt", "changed");
         WriteFile(src + "/nested/dup.txt", "changed too");
         w.env.box.Answer(1);
-        QTest::mouseClick(w.Get<QPushButton>("cmdRestore"), Qt::LeftButton);
+        w.Click("cmdRestore");
         QCOMPARE(Boxes(w.env.box.calls),
                  QStringList{Box("QRV will overwrite any existing files with the same name. "
                                  "Is this OK?",
@@ -147,27 +136,23 @@ private slots:
     void OlderRunGivesTheOlderContent() {
         WindowEnv w;
         const std::string src = w.env.Path("s");
-        CreateTree(src, Dir({{"a.txt", File("first")}}));
-        w.f.AddSource(src);
-        frmMain& window = w.Open();
-        window.Form_Load();
-        BackUp(w);
+        w.OpenAfterOneRun(src, Dir({{"a.txt", File("first")}}));
         WriteFile(src + "/a.txt", "second, and longer");
-        BackUp(w);
+        w.BackUp();
         w.ShowTab(1);
         QVERIFY(ChooseRun(w, "1"));
         TickWithSpace(w, NodeIndex(w, src + "/a.txt"));
         const std::string elsewhere = w.env.Path("old");
         CreateTree(elsewhere, Dir());
         w.env.picker.Answer(elsewhere);
-        QTest::mouseClick(w.Get<QPushButton>("cmdRestoreTo"), Qt::LeftButton);
+        w.Click("cmdRestoreTo");
         QCOMPARE(ReadFile(elsewhere + "/a.txt"), std::string("first"));
         QVERIFY(ChooseRun(w, "2"));
         QCOMPARE(w.Get<QLabel>("lblBid")->text(), QStringLiteral("2"));
         QVERIFY(!Ticked(NodeIndex(w, src + "/a.txt"))); // a new tree
         TickWithSpace(w, NodeIndex(w, src + "/a.txt"));
         w.env.picker.Answer(elsewhere);
-        QTest::mouseClick(w.Get<QPushButton>("cmdRestoreTo"), Qt::LeftButton);
+        w.Click("cmdRestoreTo");
         QCOMPARE(ReadFile(elsewhere + "/a.txt"), std::string("second, and longer"));
     }
 
@@ -180,8 +165,8 @@ private slots:
         w.f.AddSource(two);
         frmMain& window = w.Open();
         window.Form_Load();
-        BackUp(w);
-        BackUp(w);
+        w.BackUp();
+        w.BackUp();
         w.ShowTab(1);
         QStringList shown;
         WhenModal("frmSelBackup", [&](QWidget* dialog) {
@@ -195,7 +180,7 @@ private slots:
             QVERIFY(!dialog->findChild<QPushButton*>("OKButton")->isEnabled());
             QTest::mouseClick(dialog->findChild<QPushButton*>("CancelButton"), Qt::LeftButton);
         });
-        QTest::mouseClick(w.Get<QPushButton>("cmdSelBackup"), Qt::LeftButton);
+        w.Click("cmdSelBackup");
         QCOMPARE(shown, (QStringList{Q(one) + " (open)", "  a3", "  a1", Q(two) + " (open)", "  a4",
                                      "  a2"}));
         QCOMPARE(w.Get<QLabel>("lblBid")->text(), QString());
@@ -222,14 +207,10 @@ private slots:
     void FileKindsShowTheirPictures() {
         WindowEnv w;
         const std::string src = w.env.Path("s");
-        CreateTree(src, Dir({{"REPORT.Txt", File("r")},
-                             {"noext", File("n")},
-                             {"song.MP3", File("m")},
-                             {"d", Dir({{"x.zip", File("z")}})}}));
-        w.f.AddSource(src);
-        frmMain& window = w.Open();
-        window.Form_Load();
-        BackUp(w);
+        w.OpenAfterOneRun(src, Dir({{"REPORT.Txt", File("r")},
+                                    {"noext", File("n")},
+                                    {"song.MP3", File("m")},
+                                    {"d", Dir({{"x.zip", File("z")}})}}));
         w.ShowTab(1);
         QVERIFY(ChooseRun(w, "1"));
         QCOMPARE(Picture(NodeIndex(w, src + "/REPORT.Txt")), FileKindIcon(16).pixmap(16).toImage());
@@ -256,13 +237,9 @@ private slots:
     void TickingAFolderNeverOpenedLoadsItsFilesAndTicksThemAll() {
         WindowEnv w;
         const std::string src = w.env.Path("s");
-        CreateTree(src, Dir({{"d", Dir({{"a.txt", File("a")},
-                                        {"b.txt", File("b")},
-                                        {"e", Dir({{"c.txt", File("c")}})}})}}));
-        w.f.AddSource(src);
-        frmMain& window = w.Open();
-        window.Form_Load();
-        BackUp(w);
+        w.OpenAfterOneRun(src, Dir({{"d", Dir({{"a.txt", File("a")},
+                                               {"b.txt", File("b")},
+                                               {"e", Dir({{"c.txt", File("c")}})}})}}));
         w.ShowTab(1);
         QVERIFY(ChooseRun(w, "1"));
         const QModelIndex d = NodeIndex(w, src + "/d/");
@@ -281,7 +258,7 @@ private slots:
         const std::string elsewhere = w.env.Path("x");
         CreateTree(elsewhere, Dir());
         w.env.picker.Answer(elsewhere);
-        QTest::mouseClick(w.Get<QPushButton>("cmdRestoreTo"), Qt::LeftButton);
+        w.Click("cmdRestoreTo");
         QVERIFY(Tree(elsewhere) ==
                 (Files{{elsewhere + "/d/b.txt", "b"}, {elsewhere + "/d/e/c.txt", "c"}}));
     }
@@ -289,11 +266,7 @@ private slots:
     void ClickingAFolderOpensItAndClosesIt() {
         WindowEnv w;
         const std::string src = w.env.Path("s");
-        CreateTree(src, Dir({{"d", Dir({{"a.txt", File("a")}})}}));
-        w.f.AddSource(src);
-        frmMain& window = w.Open();
-        window.Form_Load();
-        BackUp(w);
+        frmMain& window = w.OpenAfterOneRun(src, Dir({{"d", Dir({{"a.txt", File("a")}})}}));
         w.ShowTab(1);
         QVERIFY(ChooseRun(w, "1"));
         auto* tree = w.Get<QTreeView>("tvDirs");
@@ -316,22 +289,18 @@ private slots:
     void NothingTickedRestoresNothingAndEndsAtRestoreComplete() {
         WindowEnv w;
         const std::string src = w.env.Path("s");
-        CreateTree(src, Dir({{"a.txt", File("a")}}));
-        w.f.AddSource(src);
-        frmMain& window = w.Open();
-        window.Form_Load();
-        BackUp(w);
+        w.OpenAfterOneRun(src, Dir({{"a.txt", File("a")}}));
         WriteFile(src + "/a.txt", "changed");
         w.ShowTab(1);
         QVERIFY(ChooseRun(w, "1"));
-        QTest::mouseClick(w.Get<QPushButton>("cmdRestore"), Qt::LeftButton);
+        w.Click("cmdRestore");
         QCOMPARE(w.Get<QLabel>("lblRestore")->text(), QStringLiteral("Restore complete"));
         QCOMPARE(ReadFile(src + "/a.txt"), std::string("changed"));
         // Cancel on the question: nothing at all.
         w.Get<QLabel>("lblRestore")->setText("-");
         w.env.box.Answer(2);
         TickWithSpace(w, NodeIndex(w, src + "/a.txt"));
-        QTest::mouseClick(w.Get<QPushButton>("cmdRestore"), Qt::LeftButton);
+        w.Click("cmdRestore");
         QCOMPARE(w.Get<QLabel>("lblRestore")->text(), QStringLiteral("-"));
         QCOMPARE(ReadFile(src + "/a.txt"), std::string("changed"));
     }
@@ -345,7 +314,7 @@ private slots:
         w.f.AddSource(src);
         frmMain& window = w.Open();
         window.Form_Load();
-        BackUp(w);
+        w.BackUp();
         for (const char* content : {"alpha", "charlie"})
             WriteFile(StoreFile(w.f.backup, content), std::string(std::strlen(content), '#'));
         w.ShowTab(2);
@@ -356,7 +325,7 @@ private slots:
         const std::string elsewhere = w.env.Path("x");
         CreateTree(elsewhere, Dir());
         w.env.picker.Answer(elsewhere);
-        QTest::mouseClick(w.Get<QPushButton>("cmdRestoreTo"), Qt::LeftButton);
+        w.Click("cmdRestoreTo");
         QStringList boxes = Boxes(w.env.box.calls);
         boxes.sort();
         QCOMPARE(boxes,
@@ -369,11 +338,7 @@ private slots:
     void DuringARestoreTheOtherTabsAndTheTreeWait() {
         WindowEnv w;
         const std::string src = w.env.Path("s");
-        CreateTree(src, Dir({{"a.txt", File("a")}, {"b.txt", File("b")}}));
-        w.f.AddSource(src);
-        frmMain& window = w.Open();
-        window.Form_Load();
-        BackUp(w);
+        w.OpenAfterOneRun(src, Dir({{"a.txt", File("a")}, {"b.txt", File("b")}}));
         w.ShowTab(1);
         QVERIFY(ChooseRun(w, "1"));
         ClickCheckBox(w, NodeIndex(w, src + "/"));
@@ -394,7 +359,7 @@ private slots:
         const std::string elsewhere = w.env.Path("x");
         CreateTree(elsewhere, Dir());
         w.env.picker.Answer(elsewhere);
-        QTest::mouseClick(w.Get<QPushButton>("cmdRestoreTo"), Qt::LeftButton);
+        w.Click("cmdRestoreTo");
         QCOMPARE(during, QStringList{"00000"});
         auto* tabs = w.Get<QTabWidget>("SSTab1");
         QVERIFY(tabs->isTabEnabled(0) && tabs->isTabEnabled(2));
