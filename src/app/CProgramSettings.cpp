@@ -68,8 +68,11 @@ size_t NameEnd(const std::string& line) {
 std::vector<std::string> ReadLines(const std::string& path) {
     std::vector<std::string> lines;
     std::ifstream in(path, std::ios::binary);
-    for (std::string line; std::getline(in, line);)
+    // A file edited on another system may end its lines with CR LF.
+    for (std::string line; std::getline(in, line);) {
+        if (!line.empty() && line.back() == '\r') line.pop_back();
         lines.push_back(line);
+    }
     return lines;
 }
 

@@ -15,6 +15,11 @@ constexpr const char* kCancel = "Cancel";
 
 } // namespace
 
+std::string FailureSummary(int32_t lost) {
+    return "Backup failed: the run of " + NumText(lost) + (lost == 1 ? " source" : " sources") +
+           " was lost";
+}
+
 std::string BackupSummary(double totalBytes, int32_t seconds) {
     const double megabytes = RoundHalfEven(totalBytes / kDisplayMegabyte, 2);
     return "Backup Complete. " + FormatGrouped(megabytes) + "MB in " + FormatElapsed(seconds);
@@ -41,9 +46,26 @@ void CRunControl::cmdBackup_Click() {
         else
             StartRun();
     } catch (...) {
+        const std::string error = CurrentRuntimeError().Description();
         trap.Handle();
-        if (m_running) SetIdle();
+        if (m_running) {
+            // The sources after the one that met the error were not backed up.
+            m_outcome.Stopped(error);
+            for (size_t row = m_row + 1; row < m_sources.size(); ++row)
+                m_outcome.SourceSkipped(m_sources[row], "the run stopped before it");
+            try {
+                LogProblems();
+            } catch (...) {
+                // a log that cannot be written (its drive gone) keeps the problems from it only
+            }
+            SetIdle();
+        }
     }
+}
+
+void CRunControl::LogProblems() {
+    for (const std::string& line : m_outcome.Lines())
+        Log(1, kProblemMark + line);
 }
 
 void CRunControl::RequestCancel() {
@@ -60,6 +82,8 @@ void CRunControl::StartRun() {
     CBackupFolderLock lock;
     if (!LockBackupFolder(lock)) return;
     m_totalBytes = 0;
+    m_outcome.Clear();
+    m_row = 0;
     m_running = true;
     m_view.sourceButtonsEnabled = false;
     m_view.tabsEnabled = false;
@@ -79,11 +103,23 @@ void CRunControl::StartRun() {
     CBackup::Result result = CBackup::Result::kEmpty;
     const int32_t count = static_cast<int32_t>(m_sources.size());
     for (int32_t row = 0; row < count; ++row) {
+        m_row = static_cast<size_t>(row);
+        const std::string& source = m_sources[m_row];
         BackupSource(ToInt16(row), result);
         // A cancelled source gets no retention, and no further source starts.
         if (result == CBackup::Result::kCancel) break;
-        int16_t limit = TextToInt16(m_options.maxBackups);
-        PruneSource(m_sources[static_cast<size_t>(row)], limit);
+        if (result == CBackup::Result::kFalse)
+            m_outcome.SourceSkipped(source, SourceProblem(source));
+        else
+            m_outcome.Add(source, m_bkup->Problems());
+        int16_t limit = 0;
+        try {
+            limit = TextToInt16(m_options.maxBackups);
+        } catch (...) {
+            m_outcome.LimitInvalid(m_options.maxBackups);
+            throw; // the conversion error of the limit ends the run
+        }
+        PruneSource(source, limit);
     }
     Finish(result);
 }
@@ -119,10 +155,13 @@ void CRunControl::Finish(CBackup::Result result) {
     Logger().BlankLine();
     if (result == CBackup::Result::kCancel)
         m_view.lblSource = "Backup cancelled";
+    else if (m_outcome.LostSources() > 0)
+        m_view.lblSource = FailureSummary(m_outcome.LostSources());
     else
         m_view.lblSource = BackupSummary(m_totalBytes, ToInt32(m_timer->ElapsedTime()));
     Changed();
     Log(1, m_view.lblSource);
+    LogProblems();
     Log(1, "Backup complete");
     SetIdle();
     ClosingSteps();

@@ -8,6 +8,7 @@
 // Everything runs on one thread. A Cancel click arrives by re-entry: the window's event
 // processing (the yield hook) calls cmdBackup_Click while Exec is running.
 
+#include "app/CRunOutcome.h"
 #include "app/modOptions.h"
 #include "engine/CBackup.h"
 #include "support/CMMTimer.h"
@@ -53,6 +54,8 @@ public:
     bool Running() const { return m_running; }
     double TotalBytes() const { return m_totalBytes; }
     const RunView& View() const { return m_view; }
+    // How the last run ended, problem by problem.
+    const CRunOutcome& Outcome() const { return m_outcome; }
 
     // Called after every change of the view.
     std::function<void(const RunView&)> OnViewChanged;
@@ -65,6 +68,9 @@ private:
     void BackupSource(int16_t row, CBackup::Result& result);
     void Finish(CBackup::Result result);
     void SetIdle();
+    // Each problem of the run as a "Problem: " line of the log, which keeps the day's log
+    // from the purge.
+    void LogProblems();
     void ClosingSteps();
     void Changed();
 
@@ -75,7 +81,12 @@ private:
     std::unique_ptr<CBackup> m_bkup;
     std::unique_ptr<CMMTimer> m_timer;
     RunView m_view;
+    CRunOutcome m_outcome;
+    size_t m_row = 0; // the source being backed up
 };
+
+// The summary of a run in which `lost` sources were not recorded.
+std::string FailureSummary(int32_t lost);
 
 // The summary line of a complete run: "Backup Complete. " + megabytes (1,024,000 bytes,
 // "###,###,###", nothing for 0) + "MB in " + hh:mm:ss.

@@ -5,29 +5,55 @@
 #include "app/modIntegrity.h"
 #include "app/modOptions.h"
 #include "app/modPaths.h"
+#include "app/modRetention.h"
 #include "app/modSetup.h"
+#include "catalogue/modCatalogueCheck.h"
 #include "support/CProcTrap.h"
 #include "support/Version.h"
 #include "support/modDateText.h"
+#include "support/modFSCommon.h"
 #include "support/modMsgBox.h"
 #include "support/modNumText.h"
 #include "support/modPlatformPaths.h"
 #include "support/modServices.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
 #include <iostream>
+#include <optional>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
-// Held for the process's life: a second instance finds the lock taken.
-bool TakeInstanceLock() {
+// Why a file cannot be made in `folder` after the system error `error`: a missing folder is
+// one that could not be made, so the cause is the first folder on its way that refuses.
+std::string WriteProblem(std::string folder, int error) {
+    while (error == ENOENT && folder.size() > 1) {
+        folder.resize(folder.rfind('/'));
+        if (::faccessat(AT_FDCWD, folder.c_str(), F_OK, AT_EACCESS) != 0) continue;
+        if (::faccessat(AT_FDCWD, folder.c_str(), W_OK, AT_EACCESS) != 0) error = errno;
+        break;
+    }
+    return FSPlainCause(error);
+}
+
+// Held for the process's life: a second instance finds the lock taken. The exit status when
+// the program cannot go on, with the reason on stderr.
+std::optional<int> TakeInstanceLock() {
     const int fd =
         ::open(StateFile("QRV.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kPrivateFileMode);
-    return fd >= 0 && ::flock(fd, LOCK_EX | LOCK_NB) == 0;
+    if (fd < 0) {
+        std::cerr << "Error: Stashwell cannot write its state folder " << StateFolder() << ": "
+                  << WriteProblem(StateFolder(), errno) << std::endl;
+        return kExitCannotRun;
+    }
+    if (::flock(fd, LOCK_EX | LOCK_NB) == 0) return std::nullopt;
+    std::cerr << "Error: Stashwell is already running for this user." << std::endl;
+    return kExitOtherInstance;
 }
 
 void SetUpErrorHandler() {
@@ -46,6 +72,10 @@ int LoadWithoutWindow(const std::string& commandLine) {
         std::cerr << "Please define the backup path to proceed" << std::endl;
         return kExitCannotRun;
     }
+    if (const std::string problem = BackupPathProblem(); !problem.empty()) {
+        std::cerr << problem << std::endl;
+        return kExitCannotRun;
+    }
     if (!IsBackupDriveReady()) {
         std::cerr << "Error: Backup drive not ready. Please fix and start again." << std::endl;
         return kExitCannotRun;
@@ -56,16 +86,27 @@ int LoadWithoutWindow(const std::string& commandLine) {
         Log(1, lock.Problem());
         return kExitOtherInstance;
     }
+    int status = kExitDone;
     try {
         trap.Check();
         CreateDB();
+        if (const std::string problem = UnusableCatalogue(); !problem.empty()) {
+            std::cerr << problem << std::endl;
+            return kExitCannotRun;
+        }
         CRunControl run(FillSources(), LoadOptions());
         run.RunUnattended(commandLine);
+        status = ReportUnattendedEnd(run.Outcome());
     } catch (...) {
+        // An error that ended the unattended path (the log's drive gone, for one): nothing
+        // tells whether the run was recorded, so it counts as lost.
+        std::cerr << "Error: the unattended run stopped at an error: "
+                  << CurrentRuntimeError().Description() << std::endl;
         trap.Handle();
+        status = kExitRunLost;
     }
     Log(1, "Exiting QRV");
-    return kExitDone;
+    return status;
 }
 
 } // namespace
@@ -77,8 +118,37 @@ std::string CommandLine(int argc, char** argv) {
     return line;
 }
 
+std::string BackupPathProblem() {
+    const std::string path = GetBackupPath();
+    if (path.empty() || path[0] == '/') return {};
+    return "Error: The backup path \"" + path +
+           "\" is not a full path (one that begins with /). Please choose the backup folder again.";
+}
+
+std::string UnusableCatalogue() {
+    const std::string problem = CatalogueProblem(GetDBPath());
+    if (problem.empty()) return {};
+    const std::string text = "The catalogue " + GetDBPath() + " cannot be read: " + problem;
+    Log(1, kProblemMark + text);
+    return text;
+}
+
+int ReportUnattendedEnd(const CRunOutcome& outcome) {
+    for (const std::string& line : outcome.Lines())
+        std::cerr << line << '\n';
+    const std::string verdict = outcome.Verdict(Logger().LogFile());
+    if (!verdict.empty()) std::cerr << verdict << '\n';
+    std::cerr.flush();
+    return outcome.ExitStatus();
+}
+
 void StartDailyLog() {
     CLogger& logger = Logger();
+    // The Logs folder of a backup folder that is there, made before the log's first line.
+    const std::string backupPath = GetBackupPath();
+    if (!backupPath.empty() && backupPath[0] == '/' && FSFolderExists(backupPath) &&
+        !FSFolderExists(GetLogsPath()))
+        ::mkdir(GetLogsPath().c_str(), kPrivateFolderMode);
     logger.LogFile(GetLogsPath() + "/QRV-" + DateStamp(std::time(nullptr)) + ".LOG");
     logger.LogLevel(1);
     logger.StartLogger();
@@ -117,7 +187,7 @@ int Main(int argc, char** argv, const WindowRunner& runWindow) {
     const std::string commandLine = CommandLine(argc, argv);
     const bool unattended = !commandLine.empty();
     if (unattended) Log(3, "Start Unattended");
-    if (!TakeInstanceLock()) return kExitOtherInstance;
+    if (const std::optional<int> exit = TakeInstanceLock()) return *exit;
     Log(3, "Loading Controls");
     InitControls();
     CheckInterruptedRun(unattended);

@@ -5,19 +5,18 @@
 // at a time (an exclusive lock in the state folder), the integrity check after an interrupted
 // run, then the main window's load. `Main` does not know the window: the program hands it a
 // window runner, which it calls when a display is there. Without a display, an empty command
-// line says how to run unattended and exits 2; the unattended path exits 0 when it completes
-// and 1, with the reason on stderr, when no backup path is set or the backup drive is not
-// ready. It works on the backup folder only while it holds the folder's own lock
-// (CBackupFolderLock); when another program keeps it busy, the reason goes to stderr and the
-// exit status is 3.
+// line says how to run unattended and exits 2. The unattended path tells the truth in its exit
+// status (modExitStatus.h) and on stderr: 0 only when every source was backed up and
+// committed; 1 when it could not start (no backup path, or one that is not a full path, a
+// drive not ready, a catalogue that cannot be read, a state folder it cannot write); 3 when
+// another program keeps the backup folder or the user's instance busy; 4 when the run
+// completed with problems and 5 when a source's run was lost, with one line per problem. It
+// works on the backup folder only while it holds the folder's own lock (CBackupFolderLock).
+
+#include "app/modExitStatus.h"
 
 #include <functional>
 #include <string>
-
-inline constexpr int kExitDone = 0;
-inline constexpr int kExitCannotRun = 1;
-inline constexpr int kExitNoWindow = 2;
-inline constexpr int kExitOtherInstance = 3;
 
 // Shows the main window and runs it to its end (its load performs a non-empty command line);
 // the process's exit status.
@@ -28,6 +27,18 @@ int Main(int argc, char** argv, const WindowRunner& runWindow = {});
 // Whether the process has a display to show a window on (X11, Wayland, or a Qt platform named
 // in QT_QPA_PLATFORM such as offscreen).
 bool HasDisplay();
+
+class CRunOutcome;
+
+// Why the backup path cannot be used as it is written (a path that is not a full one), as the
+// message to show; empty when it can.
+std::string BackupPathProblem();
+// Why the catalogue cannot be used, as the message to show ("The catalogue ... cannot be
+// read: ..."), logged as a problem; empty when it can.
+std::string UnusableCatalogue();
+// The end of an unattended run: each problem on stderr, one line each, then the verdict with
+// the log's name; the exit status (0, 4 with problems, 5 when a run was lost).
+int ReportUnattendedEnd(const CRunOutcome& outcome);
 
 // Opens today's log Logs/QRV-yyyymmdd.LOG at level 1 and writes "QRV x.y.z Started".
 void StartDailyLog();

@@ -17,6 +17,8 @@
 #include "support/modYield.h"
 
 #include <algorithm>
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <sqlite3.h>
 #include <unordered_map>
@@ -293,12 +295,25 @@ bool IsBackupFolderUnused(const std::string& folder) {
     return db.RecordCount() == 0;
 }
 
+namespace {
+// Whether the log at `path` tells of a problem of a run (or cannot be read to find out).
+bool HoldsProblems(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return true;
+    const std::string mark = std::string(": ") + kProblemMark;
+    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    return text.find(mark) != std::string::npos;
+}
+} // namespace
+
 void PurgeOldLogs() {
     CDriveMap finder;
     finder.SourcePath(GetLogsPath());
     finder.Exec();
     ADOSQLite db;
     QueryCatalogue(db, "Backups", sqlaction::kSelect);
+    // Without the runs, every log would look like one of a day without a run.
+    if (db.Err() || !db.Handle()) return;
     // Run dates are dd/MM/yyyy ...: a log QRV-yyyymmdd.LOG of a day with a run is kept.
     std::vector<std::string> runDates;
     for (int32_t row = 1; row <= db.RecordCount(); ++row) {
@@ -320,7 +335,7 @@ void PurgeOldLogs() {
         if (day.size() != 10)
             for (const std::string& date : runDates)
                 backupDay = backupDay || date.compare(0, day.size(), day) == 0;
-        if (!backupDay) FSDeleteFile(path);
+        if (!backupDay && !HoldsProblems(path)) FSDeleteFile(path);
         finder.MoveNext();
     }
 }

@@ -32,7 +32,11 @@ void PruneDBPaths();
 bool KillOrphans();
 // True when no Files row has a backup value under `folder` (LIKE 'folder/%').
 bool IsBackupFolderUnused(const std::string& folder);
+// Deletes the daily logs of days without a committed run; a log that holds a problem line
+// (kProblemMark) is kept as evidence, and nothing is deleted when the runs cannot be read.
 void PurgeOldLogs();
+// What begins the log line of each problem of a run.
+inline constexpr const char* kProblemMark = "Problem: ";
 void VacuumDB();
 // The compact sequence: PruneDBTree, KillOrphans, VacuumDB.
 void CompactCatalogue();

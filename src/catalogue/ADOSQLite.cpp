@@ -156,6 +156,9 @@ bool ADOSQLite::Connect(const std::string& db, bool create) {
         return false;
     }
     m_db = handle;
+    // Another program's short read or write on the catalogue is waited for, not taken for a
+    // failure; one that lasts longer fails the statement, and the caller hears of it.
+    sqlite3_busy_timeout(m_db, kBusyTimeoutMs);
 
     ErrHandler().CurrentOperation("Query Master table");
     ResultTable names;

@@ -22,6 +22,9 @@ inline constexpr int32_t kAsIs = 4;
 
 class ADOSQLite {
 public:
+    // How long a statement waits for a lock that another connection holds.
+    static constexpr int kBusyTimeoutMs = 10000;
+
     ADOSQLite();
     ~ADOSQLite();
     ADOSQLite(const ADOSQLite&) = delete;

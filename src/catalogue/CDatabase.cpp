@@ -11,6 +11,14 @@
 void CDatabase::Connect(const std::string& db) {
     m_db.Connect(db);
     m_connected = !m_db.Err();
+    m_failedWrites = 0;
+    m_lastWriteError.clear();
+}
+
+void CDatabase::NoteWrite() {
+    if (!m_db.Err()) return;
+    ++m_failedWrites;
+    m_lastWriteError = m_db.ErrMsg();
 }
 
 void CDatabase::AddPath(int32_t bid, const std::string& path) {
@@ -21,6 +29,7 @@ void CDatabase::AddPath(int32_t bid, const std::string& path) {
     m_db.Field("path", SQLLiteral(SQLQuoteEncode(path)));
     m_db.Action(sqlaction::kInsert);
     m_db.Exec();
+    NoteWrite();
     if (m_db.Err()) MsgBox("Error: " + m_db.ErrMsg(), mb::kOKOnly);
 }
 
@@ -33,6 +42,7 @@ int32_t CDatabase::BackupRun(const std::string& source) {
     m_db.Field("source", SQLLiteral(source));
     m_db.Field("datebk", SQLLiteral(now));
     m_db.Exec();
+    NoteWrite();
     if (m_db.Err()) {
         MsgBox("Error: " + m_db.ErrMsg(), mb::kOKOnly);
         return -1;
@@ -53,7 +63,9 @@ void CDatabase::AddBackupRecord(int32_t run, const std::string& sig, const std::
     m_db.Field("bid", std::to_string(run));
     m_db.Field("size", size);
     m_db.Exec();
-    // A failed row is dropped without a word and the run goes on.
+    // A failed row is dropped without a word and the run goes on; the run learns of it from
+    // FailedWrites.
+    NoteWrite();
 }
 
 std::string CDatabase::GetFileFromMD5(const std::string& md5) {

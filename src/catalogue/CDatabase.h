@@ -26,9 +26,17 @@ public:
     std::string GetFileFromMD5(const std::string& md5);
 
     bool Connected() const { return m_connected; }
+    // The rows that AddPath, BackupRun and AddBackupRecord could not write since Connect, and
+    // the error text of the last of them; the run must not commit as if they were there.
+    int32_t FailedWrites() const { return m_failedWrites; }
+    const std::string& LastWriteError() const { return m_lastWriteError; }
     ADOSQLite& Connection() { return m_db; }
 
 private:
     ADOSQLite m_db;
     bool m_connected = false;
+    int32_t m_failedWrites = 0;
+    std::string m_lastWriteError;
+
+    void NoteWrite();
 };

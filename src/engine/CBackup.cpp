@@ -36,6 +36,7 @@ std::string CBackup::GetBackupFileName(const std::string& signature) {
 
 CBackup::Result CBackup::Exec() {
     CProcTrap trap("CBackup_Exec");
+    m_problems = {};
     try {
         trap.Check();
         if (!FSFolderExists(m_source)) {
@@ -71,6 +72,7 @@ CBackup::Result CBackup::Exec() {
         map.ExcludeFiles(m_exclude);
         map.ExcludeDirs(m_exDirs);
         map.Exec();
+        m_problems.unreadableFolders = map.UnreadableFolders();
         m_filesFound = map.FileCount();
         Log(1, "Elapsed time : " + FormatElapsed(ToInt32(m_timer.ElapsedTime())));
         Log(1, "Files found  : " + NumText(m_filesFound));
@@ -99,7 +101,7 @@ CBackup::Result CBackup::Exec() {
         Operation("Flush backup files");
         m_store.CheckIdentity();
         if (!FSSyncFileSystem(m_backupPath)) Raise(err::kDeviceIO);
-        m_db.Commit();
+        CommitRun();
         m_timer.StopTimer();
         if (OnFinish) OnFinish(m_bytes);
         DoEvents();
@@ -110,9 +112,33 @@ CBackup::Result CBackup::Exec() {
         LogTotals();
         return Result::kEmpty;
     } catch (...) {
+        // Nothing of the run is committed: it is lost, and the log and the run's end say so.
+        m_problems.lost = CurrentRuntimeError().Description();
+        Log(1, "The run of " + m_source + " was lost: " + m_problems.lost);
         trap.Handle();
+        m_db.Rollback(); // lets go of the catalogue's locks at once
         return Result::kEmpty;
     }
+}
+
+void CBackup::CommitRun() {
+    Operation("Commit");
+    if (m_bid <= 0 || m_db.FailedWrites() > 0)
+        Raise(err::kCatalogueWrite,
+              "the catalogue could not record " +
+                  (m_bid <= 0 ? std::string("the run")
+                              : NumText(m_db.FailedWrites()) + " of its rows") +
+                  ": " + m_db.LastWriteError());
+    m_db.Commit();
+    if (m_db.Connection().Err())
+        Raise(err::kCatalogueWrite,
+              "the catalogue could not record the run: " + m_db.Connection().ErrMsg());
+}
+
+void CBackup::NoteUnreadable(const std::string& path) {
+    std::string cause = FSReadProblem(path);
+    if (cause.empty()) cause = "it could not be read to its end";
+    m_problems.unreadableFiles.push_back(path + ": " + cause);
 }
 
 std::optional<CSignatureAhead::StagingPlan> CBackup::StagingPlan() {
@@ -142,7 +168,10 @@ std::optional<CSignatureAhead::StagingPlan> CBackup::StagingPlan() {
 void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, size_t index,
                             bool& stored) {
     Operation("Check File is readable");
-    if (!FSIsReadable(path)) return;
+    if (!FSIsReadable(path)) {
+        NoteUnreadable(path);
+        return;
+    }
 
     const double size = FSGetFileSize(path);
     m_bytes += size;
@@ -156,6 +185,7 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
     const std::unique_ptr<CStagedContent> staged = std::move(prepared.staged);
     if (content.signature.empty()) {
         Log(2, "Skipping " + path);
+        NoteUnreadable(path);
         return;
     }
     Log(2, "MD5: " + content.signature);
@@ -192,6 +222,9 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
         // Staged content is on the backup drive already.
         if (!staged && FSGetFreeDiskSpace(m_backupDrive) <= size) {
             Log(1, "Insufficient disk space on backup drive");
+            // The stored flag of an earlier file still records this one (intended).
+            (stored ? m_problems.recordedNotStored : m_problems.notStored)
+                .push_back(path + ": not enough free space on the backup drive");
         } else {
             StoreNew(path, content, target, legacy, staged.get(), stored);
             if (!stored) return;
@@ -233,6 +266,7 @@ void CBackup::StoreNew(const std::string& path, SignedContent& content, const st
     }
     if (!stored) {
         Log(1, "Failed to copy. Disk could be full");
+        m_problems.notStored.push_back(path + ": the copy into the store failed");
         DoEvents();
         return;
     }

@@ -17,6 +17,7 @@
 #include "catalogue/CDatabase.h"
 #include "engine/CSignatureAhead.h"
 #include "engine/CStore.h"
+#include "engine/SourceProblems.h"
 #include "engine/kvCryptDriver.h"
 #include "support/CMMTimer.h"
 
@@ -60,6 +61,8 @@ public:
     double BytesProcessed() const { return m_bytes; }
     int32_t Duplicates() const { return m_duplicates; }
     double DuplicateBytes() const { return m_duplicateBytes; }
+    // What the last Exec could not do (nothing after a cancel or a missing source).
+    const SourceProblems& Problems() const { return m_problems; }
 
     // Events, in their declared order.
     std::function<void(int32_t done, float bytesPerSecond)> OnFileProgress;
@@ -78,6 +81,10 @@ private:
     void StoreNew(const std::string& path, SignedContent& content, const std::string& target,
                   const std::string& legacy, CStagedContent* staged, bool& stored);
     void ReportCollision(const std::string& path, const std::string& target);
+    void NoteUnreadable(const std::string& path);
+    // Commits the run's rows; a row that could not be written, or a commit that fails, is an
+    // error of the run.
+    void CommitRun();
     void LogTotals();
     float Rate();
 
@@ -101,6 +108,7 @@ private:
 
     // Per run.
     int32_t m_bid = 0;
+    SourceProblems m_problems;
     std::vector<std::string> m_duplicateList;
     std::string m_backupDrive;
 };

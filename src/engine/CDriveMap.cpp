@@ -36,6 +36,7 @@ void CDriveMap::Reset() {
     // The lists keep their content, as the fixed arrays they stand in for; the counts govern.
     m_files.resize(0);
     m_folders.resize(0);
+    m_unreadableFolders.clear();
 }
 
 void CDriveMap::ExcludeFiles(const std::string& patterns) {
@@ -79,6 +80,8 @@ void CDriveMap::Search(const std::string& folder) {
     for (bool found = finder.FindFile(FSBuildPath(folder, "/")); found;
          found = finder.FindNextFile())
         TestEntry(finder);
+    if (finder.OpenError() != 0)
+        m_unreadableFolders.push_back(folder + ": " + FSPlainCause(finder.OpenError()));
     finder.FindClose();
 }
 

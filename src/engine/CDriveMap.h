@@ -46,6 +46,8 @@ public:
 
     // The files listed, in discovery order (at most 512000).
     const std::vector<std::string>& Files() const { return m_files; }
+    // The folders of the last walk that could not be read, as "<folder>: <cause>".
+    const std::vector<std::string>& UnreadableFolders() const { return m_unreadableFolders; }
     // The folders found, in discovery order (the walk's queue).
     const std::vector<std::string>& Folders() const { return m_folders; }
 
@@ -70,5 +72,6 @@ private:
     bool m_foldersActive = false;
     CDatabase* m_db = nullptr;
     bool m_limitExceeded = false;
+    std::vector<std::string> m_unreadableFolders;
     std::string m_source;
 };

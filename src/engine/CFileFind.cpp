@@ -2,6 +2,7 @@
 
 #include "support/modPlatformPaths.h"
 
+#include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
 #include <fnmatch.h>
@@ -21,6 +22,7 @@ bool CFileFind::FindFile(std::string name) {
     if (folder.empty() || folder[0] != '/') folder = CurrentFolder() + "/" + folder;
     m_root = folder;
     m_dir = ::opendir(m_root.c_str());
+    m_openError = m_dir ? 0 : errno;
     if (!m_dir) return false;
     if (NextListed()) return true;
     FindClose();

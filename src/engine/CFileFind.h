@@ -28,6 +28,8 @@ public:
     // Starts a search: "" means "*.*"; a name ending in "/" gets "*.*" appended. The part after
     // the last "/" is the mask ("*.*" and "*" match every name).
     bool FindFile(std::string name);
+    // The system error that kept the last FindFile from opening its folder; 0 when it opened.
+    int OpenError() const { return m_openError; }
     bool FindNextFile();
     void FindClose();
 
@@ -74,6 +76,7 @@ private:
     static uint64_t FileTime(const timespec& t);
 
     __dirstream* m_dir = nullptr;
+    int m_openError = 0;
     std::string m_root;
     std::string m_mask;
     std::string m_name;

@@ -25,6 +25,7 @@ inline constexpr int kPathFileAccess = 75;
 inline constexpr int kPathNotFound = 76;
 inline constexpr int kCopyFailed = 10001;
 inline constexpr int kNoDestination = 10005;
+inline constexpr int kCatalogueWrite = 10006;
 } // namespace err
 
 class CRuntimeError : public std::runtime_error {

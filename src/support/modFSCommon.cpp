@@ -19,8 +19,10 @@
 #include "support/modYield.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
 #include <random>
@@ -361,6 +363,44 @@ bool FSIsReadable(const std::string& path) {
     }
     ::close(fd);
     return readable;
+}
+
+std::string FSPlainCause(int error) {
+    switch (error) {
+    case EACCES:
+    case EPERM:
+        return "permission denied";
+    case ENOENT:
+        return "it no longer exists";
+    case ENAMETOOLONG:
+        return "its path is longer than the system allows";
+    case ELOOP:
+        return "it is a symbolic link";
+    case EIO:
+        return "the device reported an input/output error";
+    case ENOSPC:
+    case EDQUOT:
+        return "the disk is full";
+    default: {
+        std::string text = std::strerror(error);
+        if (!text.empty())
+            text[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[0])));
+        return text;
+    }
+    }
+}
+
+std::string FSReadProblem(const std::string& path) {
+    struct stat st {};
+    if (::lstat(path.c_str(), &st) != 0) return FSPlainCause(errno);
+    if (!S_ISREG(st.st_mode)) return "it is no longer a regular file";
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | O_NOFOLLOW);
+    if (fd < 0) return FSPlainCause(errno);
+    char byte = 0;
+    const ssize_t n = ::read(fd, &byte, 1);
+    const int error = errno;
+    ::close(fd);
+    return n < 0 ? FSPlainCause(error) : std::string();
 }
 
 std::string FSGetPathPart(const std::string& path) {

@@ -45,6 +45,11 @@ double FSGetFileSize(const std::string& path);
 // True when the regular file opens for reading and its first 8193 bytes (fewer when shorter)
 // can be read. FIFOs, sockets and devices are never opened.
 bool FSIsReadable(const std::string& path);
+// Why `path` cannot be read as a regular file, in plain words ("permission denied"); empty
+// when it can be opened now.
+std::string FSReadProblem(const std::string& path);
+// The cause that the system error `error` names, in plain words.
+std::string FSPlainCause(int error);
 // Everything up to and including the last "/"; empty when there is none.
 std::string FSGetPathPart(const std::string& path);
 // The mount point that holds the path; empty for a relative path.

@@ -1,6 +1,7 @@
 #include "ui/frmMain.h"
 
 #include "app/CBackupFolderLock.h"
+#include "app/CRunOutcome.h"
 #include "app/modBackupRuns.h"
 #include "app/modMain.h"
 #include "app/modMainWindow.h"
@@ -223,6 +224,15 @@ std::optional<int> frmMain::Form_Load() {
     }
     m_config->txtBackupPath->setText(Shown(GetBackupPath()));
     const bool unattended = !m_commandLine.empty();
+    if (const std::string problem = BackupPathProblem(); !problem.empty()) {
+        if (unattended) {
+            std::cerr << problem << std::endl;
+            return kExitCannotRun;
+        }
+        MsgBox(problem, mb::kCritical, kWindowTitle);
+        GotoConfigure();
+        return std::nullopt;
+    }
     if (!IsBackupDriveReady()) {
         if (!unattended && AskToChangeBackupPath()) {
             GotoConfigure();
@@ -231,6 +241,13 @@ std::optional<int> frmMain::Form_Load() {
         return kExitCannotRun;
     }
     CreateDB();
+    if (const std::string problem = UnusableCatalogue(); !problem.empty()) {
+        if (unattended) {
+            std::cerr << problem << std::endl;
+            return kExitCannotRun;
+        }
+        MsgBox(problem, mb::kCritical, kWindowTitle);
+    }
     ShowOptions(LoadOptions());
     ShowSources(FillSources());
     if (!unattended) return std::nullopt;
@@ -246,8 +263,9 @@ std::optional<int> frmMain::Form_Load() {
     }
     m_run.Inputs(ListedSources(), OptionsShown());
     m_run.RunUnattended(m_commandLine);
+    const int status = ReportUnattendedEnd(m_run.Outcome());
     Log(1, "Exiting QRV");
-    return kExitDone;
+    return status;
 }
 
 void frmMain::GotoConfigure() {

@@ -5,7 +5,10 @@
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
+#include <linux/capability.h>
 #include <stdexcept>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -17,6 +20,19 @@ void Drain(int fd, std::string& into) {
     ssize_t n;
     while ((n = ::read(fd, buf, sizeof buf)) > 0)
         into.append(buf, static_cast<size_t>(n));
+}
+
+// A test running as root that gave up bypassing file permissions (ScopedNoPermissionOverride)
+// runs the program without that power too: root regains every capability at exec unless it
+// has left the bounding set.
+void KeepPermissionsAsTheTestHasThem() {
+    if (::geteuid() != 0) return;
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct caps[2]{};
+    if (::syscall(SYS_capget, &header, caps) != 0) return;
+    if (caps[0].effective & (1u << CAP_DAC_OVERRIDE)) return;
+    ::prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE, 0, 0, 0);
+    ::prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH, 0, 0, 0);
 }
 
 } // namespace
@@ -41,6 +57,7 @@ RunningProgram::RunningProgram(const std::vector<std::string>& args, const Progr
         }
         for (const auto& [name, value] : env)
             ::setenv(name.c_str(), value.c_str(), 1);
+        KeepPermissionsAsTheTestHasThem();
         std::vector<char*> argv;
         static std::string bin = STASHWELL_BIN;
         argv.push_back(bin.data());

@@ -119,7 +119,7 @@ TEST(Unattended, BackupInAnyCaseStartsTheBackup) {
     EXPECT_TRUE(Exists(StoreFile(f.backup, "alpha")));
 }
 
-TEST(Unattended, SecondInstanceEndsSilently) {
+TEST(Unattended, SecondInstanceSaysSoAndEndsWithStatusThree) {
     BackupFixture f;
     CreateTree(f.env.Path("src"), Dir({{"a.txt", File("alpha")}}));
     f.AddSource(f.env.Path("src"));
@@ -130,7 +130,7 @@ TEST(Unattended, SecondInstanceEndsSilently) {
     const ProgramRun run = RunStashwell({"backup"});
     ::close(fd);
     EXPECT_EQ(run.exitCode, 3);
-    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(run.err, "Error: Stashwell is already running for this user.\n");
     EXPECT_EQ(LogOf(f), (Lines{" \r\n", kStarted}));
     EXPECT_EQ(f.Rows("SELECT bid FROM Backups"), Lines{});
 }
@@ -346,7 +346,12 @@ TEST(Unattended, MissingSourceIsSkippedAndTheOthersRun) {
     f.AddSource(f.env.Path("gone"));
     CreateTree(f.env.Path("here"), Dir({{"h.txt", File("here")}}));
     f.AddSource(f.env.Path("here"));
-    ASSERT_EQ(RunStashwell({"backup"}).exitCode, 0);
+    const ProgramRun run = RunStashwell({"backup"});
+    EXPECT_EQ(run.exitCode, 4);
+    EXPECT_EQ(run.err, "Source " + f.env.Path("gone") +
+                           " was not backed up: it does not exist\nBackup completed with problems. "
+                           "The log " +
+                           f.TodaysLogPath() + " has the details.\n");
     const Lines log = LogOf(f);
     EXPECT_NE(
         std::find(log.begin(), log.end(), f.env.Path("gone") + " not accessible. Skipping\r\n"),

@@ -1,0 +1,22 @@
+#pragma once
+
+// What the backup of one source could not do, in plain words: the files and folders it could
+// not read, the content it could not store (files recorded without their content among them),
+// and why the run's rows were not committed. The log keeps its own lines as they are; this is
+// what the end of a run reports to whoever scheduled it.
+
+#include <string>
+#include <vector>
+
+struct SourceProblems {
+    std::vector<std::string> unreadableFiles;   // "<file>: <cause>"
+    std::vector<std::string> unreadableFolders; // "<folder>: <cause>"
+    std::vector<std::string> notStored;         // "<file>: <cause>", not recorded either
+    std::vector<std::string> recordedNotStored; // "<file>: <cause>", recorded all the same
+    std::string lost; // why the run's rows were not committed; empty when they were
+
+    bool Any() const {
+        return !unreadableFiles.empty() || !unreadableFolders.empty() || !notStored.empty() ||
+               !recordedNotStored.empty() || !lost.empty();
+    }
+};
