@@ -44,8 +44,8 @@ void CRunOutcome::AddList(const std::vector<std::string>& items, const std::stri
     for (size_t i = 0; i < items.size() && i < kListedPerKind; ++i)
         m_lines.push_back(lead + items[i]);
     if (items.size() > kListedPerKind)
-        m_lines.push_back("... and " + Files(items.size() - kListedPerKind) + " more of " + source +
-                          " that " + counted);
+        m_lines.push_back("... and " + NumText(static_cast<double>(items.size() - kListedPerKind)) +
+                          " more of " + source + " that " + counted);
 }
 
 void CRunOutcome::Add(const std::string& source, const SourceProblems& problems) {

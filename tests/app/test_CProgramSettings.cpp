@@ -40,6 +40,17 @@ TEST(ProgramSettings, ValueReadsBackWithoutTrailingZero) {
     EXPECT_EQ(value.size(), 17u);
 }
 
+TEST(ProgramSettings, FileWithCrLfLineEndsReadsTheSame) {
+    ScopedTestEnv env;
+    CreateTree(env.ConfigHome() + "/Korvex", Dir());
+    WriteFile(CProgramSettings::FilePath(),
+              "[SOFTWARE\\Korvex\\QRV\\Settings]\r\nBackupPath=/media/usb/Backup\r\n");
+    EXPECT_EQ(ReadRegSetting("BackupPath"), "/media/usb/Backup");
+    WriteRegSetting("Other", "x");
+    EXPECT_EQ(ReadRegSetting("BackupPath"), "/media/usb/Backup");
+    EXPECT_EQ(ReadRegSetting("Other"), "x");
+}
+
 TEST(ProgramSettings, ValueStoredWithTerminatingZeroReadsTheSame) {
     ScopedTestEnv env;
     ProgramKey().WriteEntry("BackupPath", std::string("/data\0", 6));

@@ -213,6 +213,62 @@ TEST_F(RunControl, InvalidBackupLimitIsReportedThroughTheErrorHandler) {
     EXPECT_EQ(ErrHandler().StackPointer(), 0);
 }
 
+TEST_F(RunControl, InvalidBackupLimitNamesTheSourcesThatWereNotBackedUp) {
+    for (const char* name : {"s1", "s2", "s3"})
+        CreateTree(f.env.Path(name), Dir({{"a.txt", File(name)}}));
+    BackupOptions options;
+    options.maxBackups = "lots";
+    CRunControl run({f.env.Path("s1"), f.env.Path("s2"), f.env.Path("s3")}, options);
+    run.cmdBackup_Click();
+    EXPECT_EQ(
+        run.Outcome().Lines(),
+        (Lines{"The number of backups to keep, \"lots\", is not a whole number from 1 to "
+               "100; the run stopped there",
+               "The run stopped at an error: Type mismatch",
+               "Source " + f.env.Path("s2") + " was not backed up: the run stopped before it",
+               "Source " + f.env.Path("s3") + " was not backed up: the run stopped before it"}));
+    EXPECT_EQ(run.Outcome().ExitStatus(), 4);
+    EXPECT_TRUE(Logged("Problem: The run stopped at an error: Type mismatch"));
+}
+
+TEST_F(RunControl, LostRunIsShownAsAFailureAndThroughTheErrorHandler) {
+    CreateTree(f.env.Path("s"), Dir({{"a.txt", File("alpha")}}));
+    f.Exec("CREATE TRIGGER damaged BEFORE INSERT ON Files BEGIN "
+           "SELECT RAISE(ABORT, 'damaged page'); END;");
+    CRunControl run({f.env.Path("s")}, BackupOptions{});
+    run.cmdBackup_Click();
+    const std::string lost = "The run of " + f.env.Path("s") +
+                             " was lost: the catalogue could not record 1 of its rows: damaged "
+                             "page";
+    EXPECT_EQ(run.View().lblSource, "Backup failed: the run of 1 source was lost");
+    EXPECT_EQ(run.Outcome().Lines(), Lines{lost});
+    EXPECT_EQ(run.Outcome().ExitStatus(), 5);
+    // The error handler's box, with the error and the step it stopped.
+    ASSERT_EQ(f.env.box.calls.size(), 1u);
+    EXPECT_EQ(f.env.box.calls[0].style, 16);
+    EXPECT_EQ(f.env.box.calls[0].text,
+              "The following error has occurred in procedure: \r\nCBackup_Exec on line 0\r\nError "
+              "(10006) the catalogue could not record 1 of its rows: damaged page\r\nCurrent "
+              "Operation: Commit");
+    const Lines log = LogLines();
+    EXPECT_TRUE(Logged(lost));
+    EXPECT_TRUE(Logged("Backup failed: the run of 1 source was lost"));
+    EXPECT_TRUE(Logged("Problem: " + lost));
+    EXPECT_EQ(std::count_if(
+                  log.begin(), log.end(),
+                  [](const std::string& line) { return line.rfind("Backup Complete", 0) == 0; }),
+              0);
+    EXPECT_EQ(f.Rows("SELECT count(*) FROM Backups"), Lines{"0"});
+}
+
+TEST_F(RunControl, CompleteRunHasNoProblemsAndStatusZero) {
+    CreateTree(f.env.Path("s"), Dir({{"a.txt", File("alpha")}}));
+    CRunControl run({f.env.Path("s")}, BackupOptions{});
+    run.cmdBackup_Click();
+    EXPECT_EQ(run.Outcome().Lines(), Lines{});
+    EXPECT_EQ(run.Outcome().ExitStatus(), 0);
+}
+
 TEST_F(RunControl, UnattendedWordsActAsOftenAsGiven) {
     CreateTree(f.env.Path("s"), Dir({{"a.txt", File("a")}}));
     CRunControl run({f.env.Path("s")}, BackupOptions{});

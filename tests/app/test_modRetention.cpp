@@ -857,6 +857,27 @@ TEST_F(Retention, TodaysLogIsKeptWhenARunWasMadeToday) {
     EXPECT_TRUE(Exists(today));
 }
 
+TEST_F(Retention, LogOfADayWithoutARunThatTellsOfAProblemIsKept) {
+    const std::string logs = GetLogsPath();
+    WriteFile(
+        logs + "/QRV-20050314.LOG",
+        "14/03/2005 10:22:33: Problem: Source /gone was not backed up: it does not exist\r\n");
+    WriteFile(logs + "/QRV-20050315.LOG", "15/03/2005 10:22:33: Backup complete\r\n");
+    // The mark counts only where a log line's text begins.
+    WriteFile(logs + "/QRV-20050316.LOG", "16/03/2005 10:22:33: FIL: /src/Problem: x\r\n");
+    PurgeOldLogs();
+    EXPECT_EQ(ListTree(logs), Lines{"QRV-20050314.LOG"});
+}
+
+TEST_F(Retention, NoLogIsDeletedWhenTheRunsCannotBeRead) {
+    Sql("DROP TABLE Backups");
+    const std::string logs = GetLogsPath();
+    WriteFile(logs + "/QRV-20050314.LOG", "a");
+    WriteFile(logs + "/QRV-20050315.LOG", "b");
+    PurgeOldLogs();
+    EXPECT_EQ(ListTree(logs), (Lines{"QRV-20050314.LOG", "QRV-20050315.LOG"}));
+}
+
 TEST_F(Retention, LogsOfEveryRunDayAreKeptWhateverTheSource) {
     for (int day = 1; day <= 3; ++day)
         Sql("INSERT INTO Backups (source, datebk) SELECT '/src" + std::to_string(day) + "', " +
