@@ -560,6 +560,43 @@ private slots:
         QCOMPARE(w.Get<QPushButton>("cmdBackup")->text(), QStringLiteral("Backup"));
     }
 
+    void LostRunShowsTheErrorBoxAndNeverSaysBackupComplete() {
+        WindowEnv w;
+        const std::string src = w.env.Path("s");
+        CreateTree(src, Dir({{"a.txt", File("alpha")}}));
+        w.f.AddSource(src);
+        w.f.Exec("CREATE TRIGGER damaged BEFORE INSERT ON Files BEGIN "
+                 "SELECT RAISE(ABORT, 'damaged page'); END;");
+        frmMain& window = w.Open();
+        window.Form_Load();
+        w.BackUp();
+        QCOMPARE(w.Get<QLabel>("lblSource")->text(),
+                 QStringLiteral("Backup failed: the run of 1 source was lost"));
+        QCOMPARE(Boxes(w.env.box.calls),
+                 QStringList{QStringLiteral("The following error has occurred in procedure: "
+                                            "\r\nCBackup_Exec on line 0\r\nError (10006) the "
+                                            "catalogue could not record 1 of its rows: damaged "
+                                            "page\r\nCurrent Operation: Commit | 16 | Stashwell")});
+        // The report shows the log, which names the lost run.
+        QCOMPARE(Reports(window), 1);
+        const auto log = LogMessages(ReadFile(Logger().LogFile()));
+        QVERIFY(std::find(log.begin(), log.end(),
+                          "Problem: The run of " + src +
+                              " was lost: the catalogue could not record 1 of its rows: damaged "
+                              "page\r\n") != log.end());
+        QCOMPARE(Rows(w.f, "SELECT count(*) FROM Backups"), QStringList{"0"});
+    }
+
+    void DamagedCatalogueIsNamedInABoxAtLoad() {
+        WindowEnv w;
+        w.f.Exec("DROP TABLE Paths");
+        frmMain& window = w.Open();
+        window.Form_Load();
+        QCOMPARE(Boxes(w.env.box.calls),
+                 QStringList{
+                     Box("The catalogue " + w.f.db + " cannot be read: no such table: Paths", 16)});
+    }
+
     void ExitDuringARunCancelsItAndClosesTheWindowWhenItHasStopped() {
         WindowEnv w;
         std::vector<std::string> sources;
