@@ -9,7 +9,9 @@
 #include "support/Version.h"
 
 #include <algorithm>
+#include <chrono>
 #include <climits>
+#include <ctime>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -84,6 +86,13 @@ void FillUp(const std::string& path, off_t spare) {
     ::close(fd);
 }
 
+std::string TodaysStamp() {
+    char stamp[16];
+    const std::time_t now = std::time(nullptr);
+    std::strftime(stamp, sizeof stamp, "%Y%m%d", std::localtime(&now));
+    return stamp;
+}
+
 // Runs SQL on a connection of the test's own.
 void Sql(sqlite3* db, const char* sql) {
     char* error = nullptr;
@@ -119,6 +128,35 @@ TEST(FailedCommit, FullDiskLosesTheRunAndSaysSo) {
                   log.begin(), log.end(),
                   [](const std::string& line) { return line.rfind("Backup Complete.", 0) == 0; }),
               1); // the first run's
+}
+
+TEST(FailedCommit, DriveThatVanishesDuringTheRunLosesIt) {
+    BackupFixture f;
+    const std::string mount = f.env.Path("small");
+    {
+        SmallDisk disk(mount, 400);
+        if (!disk.Ok()) GTEST_SKIP() << "mounting a small file system needs root";
+        f.UseBackupPath(mount + "/backup");
+        const std::string src = f.env.Path("src");
+        MakeRandomFiles(src, 6000, 11);
+        f.AddSource(src);
+        RunningProgram program({"backup"});
+        // Pulled out once the run has found its files and started on them.
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (f.TodaysLog().find("Files found  : ") == std::string::npos &&
+               std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        ASSERT_EQ(::umount2(mount.c_str(), MNT_DETACH), 0);
+        const ProgramRun run = program.Wait();
+        EXPECT_EQ(run.exitCode, 5);
+        const Lines err = ErrLines(run.err);
+        ASSERT_GE(err.size(), 2u) << run.err;
+        EXPECT_EQ(err[err.size() - 2], "The run of " + src +
+                                           " was lost: Backup folder not available: " + mount +
+                                           "/backup/Files");
+        EXPECT_EQ(err.back(), "Backup failed: 1 run was lost. The log " + mount +
+                                  "/backup/Logs/QRV-" + TodaysStamp() + ".LOG has the details.");
+    }
 }
 
 TEST(FailedCommit, ReadTransactionHeldThroughTheRunLosesItAndTheLogStays) {
