@@ -114,7 +114,11 @@ CBackup::Result CBackup::Exec() {
     } catch (...) {
         // Nothing of the run is committed: it is lost, and the log and the run's end say so.
         m_problems.lost = CurrentRuntimeError().Description();
-        Log(1, "The run of " + m_source + " was lost: " + m_problems.lost);
+        try {
+            Log(1, "The run of " + m_source + " was lost: " + m_problems.lost);
+        } catch (...) {
+            // a log that cannot be written: the run's end still names the loss
+        }
         trap.Handle();
         m_db.Rollback(); // lets go of the catalogue's locks at once
         return Result::kEmpty;
@@ -123,12 +127,15 @@ CBackup::Result CBackup::Exec() {
 
 void CBackup::CommitRun() {
     Operation("Commit");
-    if (m_bid <= 0 || m_db.FailedWrites() > 0)
+    if (m_bid <= 0 || m_db.FailedWrites() > 0) {
+        const std::string why =
+            m_db.FailedWrites() > 0 ? m_db.LastWriteError() : m_db.Connection().ErrMsg();
         Raise(err::kCatalogueWrite,
               "the catalogue could not record " +
                   (m_bid <= 0 ? std::string("the run")
                               : NumText(m_db.FailedWrites()) + " of its rows") +
-                  ": " + m_db.LastWriteError());
+                  ": " + why);
+    }
     m_db.Commit();
     if (m_db.Connection().Err())
         Raise(err::kCatalogueWrite,
