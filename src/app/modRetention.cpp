@@ -18,7 +18,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <iterator>
 #include <map>
 #include <sqlite3.h>
 #include <unordered_map>
@@ -301,8 +300,16 @@ bool HoldsProblems(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     if (!in) return true;
     const std::string mark = std::string(": ") + kProblemMark;
-    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    return text.find(mark) != std::string::npos;
+    // Read a piece at a time, each piece after the end of the one before it, so that a log of
+    // any size costs little memory and a mark across two pieces is still found.
+    std::string window;
+    std::vector<char> piece(1 << 20);
+    while (in.read(piece.data(), static_cast<std::streamsize>(piece.size())) || in.gcount() > 0) {
+        window.append(piece.data(), static_cast<size_t>(in.gcount()));
+        if (window.find(mark) != std::string::npos) return true;
+        window.erase(0, window.size() - std::min(window.size(), mark.size() - 1));
+    }
+    return false;
 }
 } // namespace
 

@@ -869,6 +869,17 @@ TEST_F(Retention, LogOfADayWithoutARunThatTellsOfAProblemIsKept) {
     EXPECT_EQ(ListTree(logs), Lines{"QRV-20050314.LOG"});
 }
 
+TEST_F(Retention, ProblemLineAcrossAMebibyteOfLogIsFound) {
+    const std::string logs = GetLogsPath();
+    // The mark begins 4 bytes before the end of the first mebibyte read.
+    WriteFile(logs + "/QRV-20050314.LOG",
+              std::string((1 << 20) - 4, 'x') +
+                  ": Problem: Could not read /a: permission denied\r\n");
+    WriteFile(logs + "/QRV-20050315.LOG", std::string(3 << 20, 'x'));
+    PurgeOldLogs();
+    EXPECT_EQ(ListTree(logs), Lines{"QRV-20050314.LOG"});
+}
+
 TEST_F(Retention, NoLogIsDeletedWhenTheRunsCannotBeRead) {
     Sql("DROP TABLE Backups");
     const std::string logs = GetLogsPath();
