@@ -151,7 +151,8 @@ void StartDailyLog() {
         ::mkdir(GetLogsPath().c_str(), kPrivateFolderMode);
     logger.LogFile(GetLogsPath() + "/QRV-" + DateStamp(std::time(nullptr)) + ".LOG");
     logger.LogLevel(1);
-    logger.StartLogger();
+    // A backup path that is not a full one is refused; its log would land wherever we are.
+    if (backupPath.empty() || backupPath[0] == '/') logger.StartLogger();
     logger.BlankLine();
     Log(1, "QRV " + NumText(version::kMajor) + "." + NumText(version::kMinor) + "." +
                NumText(version::kRevision) + " Started");

@@ -446,12 +446,13 @@ INSTANTIATE_TEST_SUITE_P(Kinds, DamagedCatalogue,
 TEST(FailedStart, RelativeBackupPathIsRefused) {
     ScopedTestEnv env;
     WriteRegSetting("BackupPath", "backup");
-    fs::create_directories(env.Path("backup"));
+    // Even a Logs folder where the relative path leads, below the program's folder, gets nothing.
+    fs::create_directories(env.Path("backup/Logs"));
     const ProgramRun run = RunStashwell({"backup"});
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_EQ(run.err, "Error: The backup path \"backup\" is not a full path (one that begins "
                        "with /). Please choose the backup folder again.\n");
-    EXPECT_EQ(ListTree(env.Path("backup")), Lines{});
+    EXPECT_EQ(ListTree(env.Path("backup")), Lines{"Logs/"});
 }
 
 TEST(FailedStart, StateFolderThatCannotBeWrittenIsNamed) {
