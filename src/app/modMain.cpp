@@ -29,6 +29,11 @@
 
 namespace {
 
+// A backup path that is set but does not begin at the root.
+bool IsRelative(const std::string& backupPath) {
+    return !backupPath.empty() && backupPath[0] != '/';
+}
+
 // Why a file cannot be made in `folder` after the system error `error`: a missing folder is
 // one that could not be made, so the cause is the first folder on its way that refuses.
 std::string WriteProblem(std::string folder, int error) {
@@ -120,7 +125,7 @@ std::string CommandLine(int argc, char** argv) {
 
 std::string BackupPathProblem() {
     const std::string path = GetBackupPath();
-    if (path.empty() || path[0] == '/') return {};
+    if (!IsRelative(path)) return {};
     return "Error: The backup path \"" + path +
            "\" is not a full path (one that begins with /). Please choose the backup folder again.";
 }
@@ -146,13 +151,14 @@ void StartDailyLog() {
     CLogger& logger = Logger();
     // The Logs folder of a backup folder that is there, made before the log's first line.
     const std::string backupPath = GetBackupPath();
-    if (!backupPath.empty() && backupPath[0] == '/' && FSFolderExists(backupPath) &&
-        !FSFolderExists(GetLogsPath()))
-        ::mkdir(GetLogsPath().c_str(), kPrivateFolderMode);
-    logger.LogFile(GetLogsPath() + "/QRV-" + DateStamp(std::time(nullptr)) + ".LOG");
+    const std::string logs = GetLogsPath();
+    if (!backupPath.empty() && !IsRelative(backupPath) && FSFolderExists(backupPath) &&
+        !FSFolderExists(logs))
+        ::mkdir(logs.c_str(), kPrivateFolderMode);
+    logger.LogFile(logs + "/QRV-" + DateStamp(std::time(nullptr)) + ".LOG");
     logger.LogLevel(1);
     // A backup path that is not a full one is refused; its log would land wherever we are.
-    if (backupPath.empty() || backupPath[0] == '/') logger.StartLogger();
+    if (!IsRelative(backupPath)) logger.StartLogger();
     logger.BlankLine();
     Log(1, "QRV " + NumText(version::kMajor) + "." + NumText(version::kMinor) + "." +
                NumText(version::kRevision) + " Started");

@@ -320,7 +320,7 @@ void PurgeOldLogs() {
     ADOSQLite db;
     QueryCatalogue(db, "Backups", sqlaction::kSelect);
     // Without the runs, every log would look like one of a day without a run.
-    if (db.Err() || !db.Handle()) return;
+    if (db.Err()) return;
     // Run dates are dd/MM/yyyy ...: a log QRV-yyyymmdd.LOG of a day with a run is kept.
     std::vector<std::string> runDates;
     for (int32_t row = 1; row <= db.RecordCount(); ++row) {

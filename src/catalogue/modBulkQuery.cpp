@@ -11,9 +11,15 @@ bool ForEachRow(const ADOSQLite& db, const std::string& statement,
         error = "No database connection";
         return false;
     }
+    return ForEachRow(db.Handle(), statement, row, error);
+}
+
+bool ForEachRow(sqlite3* db, const std::string& statement,
+                const std::function<void(const std::vector<std::string_view>&)>& row,
+                std::string& error) {
     sqlite3_stmt* stmt = nullptr;
-    if (sqlite3_prepare_v2(db.Handle(), statement.c_str(), -1, &stmt, nullptr) != SQLITE_OK) {
-        error = sqlite3_errmsg(db.Handle());
+    if (sqlite3_prepare_v2(db, statement.c_str(), -1, &stmt, nullptr) != SQLITE_OK) {
+        error = sqlite3_errmsg(db);
         return false;
     }
     std::vector<std::string_view> values(static_cast<size_t>(sqlite3_column_count(stmt)));
@@ -30,7 +36,7 @@ bool ForEachRow(const ADOSQLite& db, const std::string& statement,
         row(values);
         DoEvents();
     }
-    if (rc != SQLITE_DONE) error = sqlite3_errmsg(db.Handle());
+    if (rc != SQLITE_DONE) error = sqlite3_errmsg(db);
     sqlite3_finalize(stmt);
     return rc == SQLITE_DONE;
 }

@@ -11,6 +11,10 @@
 #include <vector>
 
 // Calls `row` once per result row; false (with the engine's text in `error`) on failure.
+bool ForEachRow(sqlite3* db, const std::string& statement,
+                const std::function<void(const std::vector<std::string_view>&)>& row,
+                std::string& error);
+// The same on the connection of `db`.
 bool ForEachRow(const ADOSQLite& db, const std::string& statement,
                 const std::function<void(const std::vector<std::string_view>&)>& row,
                 std::string& error);

@@ -1,6 +1,7 @@
 #include "catalogue/modCatalogueCheck.h"
 
 #include "catalogue/ADOSQLite.h"
+#include "catalogue/modBulkQuery.h"
 
 #include <array>
 #include <sqlite3.h>
@@ -14,23 +15,6 @@ constexpr std::array<const char*, 5> kReads = {
     "SELECT sid, source FROM Sources LIMIT 0",
     "SELECT pid, bid, path FROM Paths LIMIT 0",
 };
-
-// Runs `sql`; the first column of the first row lands in `first`. The error text, or empty.
-std::string Run(sqlite3* db, const char* sql, std::string* first = nullptr) {
-    sqlite3_stmt* statement = nullptr;
-    int rc = sqlite3_prepare_v2(db, sql, -1, &statement, nullptr);
-    if (rc == SQLITE_OK) {
-        rc = sqlite3_step(statement);
-        if (rc == SQLITE_ROW && first) {
-            const unsigned char* text = sqlite3_column_text(statement, 0);
-            *first = text ? reinterpret_cast<const char*>(text) : "";
-        }
-        if (rc == SQLITE_ROW || rc == SQLITE_DONE) rc = SQLITE_OK;
-    }
-    std::string error = rc == SQLITE_OK ? std::string() : sqlite3_errmsg(db);
-    sqlite3_finalize(statement);
-    return error;
-}
 } // namespace
 
 std::string CatalogueProblem(const std::string& path) {
@@ -41,11 +25,15 @@ std::string CatalogueProblem(const std::string& path) {
         return error;
     }
     sqlite3_busy_timeout(db, ADOSQLite::kBusyTimeoutMs);
-    std::string verdict;
-    std::string error = Run(db, "PRAGMA quick_check(1)", &verdict);
-    if (error.empty() && verdict != "ok") error = "it is damaged (" + verdict + ")";
+    std::string verdict, error;
+    const bool checked = ForEachRow(
+        db, "PRAGMA quick_check(1)",
+        [&](const std::vector<std::string_view>& row) { verdict = row.at(0); }, error);
+    if (checked && verdict != "ok") error = "it is damaged (" + verdict + ")";
     for (const char* sql : kReads)
-        if (error.empty()) error = Run(db, sql);
+        if (error.empty())
+            ForEachRow(
+                db, sql, [](const auto&) {}, error);
     sqlite3_close_v2(db);
     // The quick check's verdict may span lines; the problem is one.
     for (size_t at; (at = error.find('\n')) != std::string::npos;)

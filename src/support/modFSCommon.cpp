@@ -342,27 +342,38 @@ double FSGetFileSize(const std::string& path) {
     }
 }
 
-bool FSIsReadable(const std::string& path) {
-    // Only regular files are opened, and without blocking, so a FIFO or device never hangs; a
-    // symbolic link is never followed.
+namespace {
+constexpr int kNotRegular = -1;
+
+// Opens `path` as a regular file and reads its first 8193 bytes (fewer when shorter): 0 when
+// that works, else the system error that stopped it, or kNotRegular. Only regular files are
+// opened, and without blocking, so a FIFO or device never hangs; a symbolic link is never
+// followed.
+int ReadProbe(const std::string& path) {
     struct stat st {};
-    if (::lstat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return false;
+    if (::lstat(path.c_str(), &st) != 0) return errno;
+    if (!S_ISREG(st.st_mode)) return kNotRegular;
     const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | O_NOFOLLOW);
-    if (fd < 0) return false;
-    bool readable = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
+    if (fd < 0) return errno;
+    int problem = ::fstat(fd, &st) != 0 ? errno : S_ISREG(st.st_mode) ? 0 : kNotRegular;
     char buffer[8193];
     // A file shorter than the probe is read to its known end, without a read that finds none.
     const size_t want = std::min(sizeof buffer, static_cast<size_t>(st.st_size));
     size_t got = 0;
-    while (readable && got < want) {
+    while (problem == 0 && got < want) {
         const ssize_t n = ::read(fd, buffer + got, want - got);
         if (n < 0 && errno == EINTR) continue;
-        if (n < 0) readable = false;
+        if (n < 0) problem = errno;
         if (n <= 0) break;
         got += static_cast<size_t>(n);
     }
     ::close(fd);
-    return readable;
+    return problem;
+}
+} // namespace
+
+bool FSIsReadable(const std::string& path) {
+    return ReadProbe(path) == 0;
 }
 
 std::string FSPlainCause(int error) {
@@ -391,16 +402,9 @@ std::string FSPlainCause(int error) {
 }
 
 std::string FSReadProblem(const std::string& path) {
-    struct stat st {};
-    if (::lstat(path.c_str(), &st) != 0) return FSPlainCause(errno);
-    if (!S_ISREG(st.st_mode)) return "it is no longer a regular file";
-    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | O_NOFOLLOW);
-    if (fd < 0) return FSPlainCause(errno);
-    char byte = 0;
-    const ssize_t n = ::read(fd, &byte, 1);
-    const int error = errno;
-    ::close(fd);
-    return n < 0 ? FSPlainCause(error) : std::string();
+    const int problem = ReadProbe(path);
+    if (problem == 0) return {};
+    return problem == kNotRegular ? "it is no longer a regular file" : FSPlainCause(problem);
 }
 
 std::string FSGetPathPart(const std::string& path) {

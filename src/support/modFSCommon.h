@@ -45,8 +45,8 @@ double FSGetFileSize(const std::string& path);
 // True when the regular file opens for reading and its first 8193 bytes (fewer when shorter)
 // can be read. FIFOs, sockets and devices are never opened.
 bool FSIsReadable(const std::string& path);
-// Why `path` cannot be read as a regular file, in plain words ("permission denied"); empty
-// when it can be opened now.
+// Why FSIsReadable is false for `path`, in plain words ("permission denied"); empty when the
+// file can be read now.
 std::string FSReadProblem(const std::string& path);
 // The cause that the system error `error` names, in plain words.
 std::string FSPlainCause(int error);
