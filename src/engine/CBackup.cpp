@@ -120,7 +120,10 @@ CBackup::Result CBackup::Exec() {
             // a log that cannot be written: the run's end still names the loss
         }
         trap.Handle();
-        m_db.Rollback(); // lets go of the catalogue's locks at once
+        // Lets go of the catalogue's locks at once, and of the failed statement's error, which
+        // would otherwise keep the next source's Connect from connecting.
+        m_db.Rollback();
+        m_db.Connection().Reset();
         return Result::kEmpty;
     }
 }

@@ -261,6 +261,20 @@ TEST_F(RunControl, LostRunIsShownAsAFailureAndThroughTheErrorHandler) {
     EXPECT_EQ(f.Rows("SELECT count(*) FROM Backups"), Lines{"0"});
 }
 
+TEST_F(RunControl, SourceAfterALostRunIsStillRecorded) {
+    CreateTree(f.env.Path("s1"), Dir({{"a.txt", File("alpha")}}));
+    CreateTree(f.env.Path("s2"), Dir({{"b.txt", File("beta")}}));
+    f.Exec("CREATE TRIGGER damaged BEFORE INSERT ON Files WHEN NEW.file LIKE '%/s1/%' BEGIN "
+           "SELECT RAISE(ABORT, 'damaged page'); END;");
+    CRunControl run({f.env.Path("s1"), f.env.Path("s2")}, BackupOptions{});
+    run.cmdBackup_Click();
+    EXPECT_EQ(run.Outcome().Lines(),
+              Lines{"The run of " + f.env.Path("s1") +
+                    " was lost: the catalogue could not record 1 of its rows: damaged page"});
+    EXPECT_EQ(f.Rows("SELECT source FROM Backups"), Lines{f.env.Path("s2")});
+    EXPECT_EQ(f.Rows("SELECT file FROM Files"), Lines{f.env.Path("s2") + "/b.txt"});
+}
+
 TEST_F(RunControl, CompleteRunHasNoProblemsAndStatusZero) {
     CreateTree(f.env.Path("s"), Dir({{"a.txt", File("alpha")}}));
     CRunControl run({f.env.Path("s")}, BackupOptions{});
