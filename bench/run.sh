@@ -1,22 +1,44 @@
 #!/usr/bin/env bash
-# Measures Stashwell's first and second backup against md5sum, cp -a + sync -f, and the first and
-# second backups of restic and BorgBackup (their Debian packages, default settings, no
-# encryption) of the same data, in the same invocation, and prints medians and ratios.
+# Measures Stashwell against md5sum, cp -a + sync -f, restic and BorgBackup (their Debian
+# packages, default settings, no encryption) on the same data, in the same invocation, each
+# repetition running every tool in turn, and prints medians, ratios and the goals they meet.
 #
 #   bench/run.sh [large|small|all|cancel|restore]   (default all)
 #
-# The small set also runs a first backup through the real main window (offscreen, clicking
-# Backup) beside the headless one. "cancel" makes one 2 GiB file and clicks Cancel one second
-# into its backup through the window, and tells how late the click was handled and how long the
-# run took to stop after it. "restore" restores a run of 50,000 files in 2,000 folders through the
-# window into a new folder and compares it with cp -a.
+# Each repetition of a data set times: md5sum of every file; cp -a + sync -f; Stashwell's first
+# and second headless backup (`stashwell backup`) with the quick check off, and in a backup
+# folder of its own, first and second with the quick check on (the Setup row QuickCheck = 1);
+# for the small set, a first backup through the real main window (offscreen, clicking Backup);
+# borg create first and second, and borg extract of the first archive into a new folder; restic
+# backup first and second, and restic restore of the latest snapshot into a new folder. Every
+# tool's time includes a sync -f of what it wrote. Every Stashwell backup folder excludes
+# "*.nomatch" (a pattern that matches none of the data), so no file of the data is left out.
+# After each run the script checks that every file was backed up: the Files rows of each
+# Stashwell run, the files of restic's latest snapshot and of borg's first archive, and the
+# files of the restored and extracted trees; a missing file prints an ERROR line and the script
+# ends with status 1 once it has printed its results. Stashwell's own restore has no headless
+# command; "restore" below measures it through the window.
+# The goals, each printed with "met" or "NOT met": small set, first / faster of restic and borg
+# first <= 0.80 and second / faster of restic and borg second <= 0.80; large set, second /
+# md5sum <= 0.60; both sets, quick second / borg second <= 0.50; small set, window first /
+# headless first <= 1.10.
 #
-# Environment: BENCH_DIR (default /tmp/stashwell-bench; keeps every copy it makes, so it needs
-# about 45 GiB free with the default sizes),
-# BENCH_REPEAT (3), LARGE_FILES (32) x LARGE_MIB (64), SMALL_FILES (50000), TREE_FILES (50000)
-# in TREE_FOLDERS (2000).
-# Data sets: "large", a few large files; "small", many files of 1 to 64 KiB; in both about 20%
-# of the files repeat the content of another file.
+# "cancel" makes one 2 GiB file and clicks Cancel one second into its backup through the window,
+# and tells how late the click was handled and how long the run took to stop after it.
+# "restore" restores a run of TREE_FILES files in TREE_FOLDERS folders through the window into a
+# new folder and compares it with cp -a.
+#
+# Data sets: "large", LARGE_FILES files of LARGE_MIB MiB (about 2.0 GiB by default); "small",
+# SMALL_FILES files of 1 to 64 KiB, spread evenly on a log scale (about 15 KiB on average, about
+# 776 MB by default) over SMALL_FOLDERS folders two levels deep; in both every fifth file
+# repeats the content of the file before it (20% duplicate content).
+#
+# Environment: BENCH_DIR (default /tmp/stashwell-bench), BENCH_REPEAT (3), LARGE_FILES (40) x
+# LARGE_MIB (51), SMALL_FILES (50000) in SMALL_FOLDERS (2000), TREE_FILES (50000) in
+# TREE_FOLDERS (2000).
+# Disk: every copy, backup, restore and extract is kept under BENCH_DIR/run-<time>, so with the
+# default sizes and 3 repetitions "large" needs about 40 GiB free, "small" about 20 GiB,
+# "cancel" about 5 GiB, "restore" about 13 GiB and "all" about 78 GiB.
 set -euo pipefail
 here="$(cd "$(dirname "$0")/.." && pwd)"
 "$here/scripts/install-deps.sh" --bench
@@ -28,9 +50,10 @@ window_run="$here/build-release/window_run"
 which="${1:-all}"
 root="${BENCH_DIR:-/tmp/stashwell-bench}"
 repeat="${BENCH_REPEAT:-3}"
-large_files="${LARGE_FILES:-32}"
-large_mib="${LARGE_MIB:-64}"
+large_files="${LARGE_FILES:-40}"
+large_mib="${LARGE_MIB:-51}"
 small_files="${SMALL_FILES:-50000}"
+small_folders="${SMALL_FOLDERS:-2000}"
 tree_files="${TREE_FILES:-50000}"
 tree_folders="${TREE_FOLDERS:-2000}"
 run_id="$(date +%s)"
@@ -49,10 +72,26 @@ timed() {
     cat "$work/time.txt" >>"$out"
 }
 
-make_large() { "$here/build-release/make_data" "$1" large "$large_files" "$large_mib"; }
-make_small() { "$here/build-release/make_data" "$1" small "$small_files"; }
+# check WHAT GOT WANT: an ERROR line, and a failed script at its end, unless GOT equals WANT.
+failures=0
+check() {
+    if [ "$2" != "$3" ]; then
+        echo "ERROR: $1 holds $2 files, not the $3 of the data set" >&2
+        failures=$((failures + 1))
+    fi
+}
 
-# A backup folder of its own for one repetition, with the data set as its one source.
+make_large() { "$here/build-release/make_data" "$1" large "$large_files" "$large_mib"; }
+make_small() { "$here/build-release/make_data" "$1" spread "$small_files" "$small_folders"; }
+
+# set_setup HOME KEY VALUE: the Setup row KEY of HOME's catalogue, as SetSetupValue stores it.
+set_setup() {
+    sqlite3 "$1/backup/db/Backup.db" \
+        "DELETE FROM Setup WHERE key = '$2'; INSERT INTO Setup (key, value) VALUES ('$2', '$3');"
+}
+
+# A backup folder of its own for one repetition, with the data set as its one source and an
+# exclusion pattern that matches none of its files.
 prepare_backup() {
     local home="$1" data="$2"
     mkdir -p "$home/config/Korvex" "$home/state"
@@ -60,6 +99,26 @@ prepare_backup() {
     mkdir -p "$home/backup"
     XDG_CONFIG_HOME="$home/config" XDG_STATE_HOME="$home/state" "$bin" nothing
     sqlite3 "$home/backup/db/Backup.db" "INSERT INTO Sources (source) VALUES ('$data');"
+    set_setup "$home" Exclude '*.nomatch'
+}
+
+# The Files rows of run BID in HOME's catalogue.
+run_files() {
+    sqlite3 "$1/backup/db/Backup.db" "SELECT COUNT(*) FROM Files WHERE bid = $2;"
+}
+
+# stashwell_runs SET KIND HOME DATA NONEMPTY: Stashwell's first and second headless backup in
+# HOME, timed into SET.KIND1 and SET.KIND2, each checked to hold every non-empty file; KIND is
+# "stash" with the quick check off and "quick" with it on.
+stashwell_runs() {
+    local name="$1" kind="$2" home="$3" data="$4" nonempty="$5"
+    local xdg=(env XDG_CONFIG_HOME="$home/config" XDG_STATE_HOME="$home/state")
+    timed "$work/$name.${kind}1" "${xdg[@]}" "$bin" backup
+    timed "$work/$name.${kind}2" "${xdg[@]}" "$bin" backup
+    local check_is="off"
+    [ "$kind" = quick ] && check_is="on"
+    check "stashwell first run, quick check $check_is ($home, bid 1)" "$(run_files "$home" 1)" "$nonempty"
+    check "stashwell second run, quick check $check_is ($home, bid 2)" "$(run_files "$home" 2)" "$nonempty"
 }
 
 bench_set() {
@@ -68,80 +127,117 @@ bench_set() {
     echo "== $name: making the data set"
     "make_$name" "$data"
     sync -f "$data"
-    local bytes files
+    local bytes files nonempty
     bytes=$(du -sb "$data" | cut -f1)
     files=$(find "$data" -type f | wc -l)
+    nonempty=$(find "$data" -type f -size +0 | wc -l)
     echo "   $files files, $(( bytes / 1024 / 1024 )) MiB"
     find "$data" -type f -exec cat {} + >/dev/null   # the same page-cache state for every tool
 
+    local keys=(md5 cp stash1 stash2 quick1 quick2 window borg1 borg2 borgx restic1 restic2 restic_r)
     local f
-    for f in md5 cp first second borg1 borg2 restic1 restic2 window; do : >"$work/$name.$f"; done
+    for f in "${keys[@]}"; do : >"$work/$name.$f"; done
     for r in $(seq 1 "$repeat"); do
         timed "$work/$name.md5" bash -c "cd '$data' && find . -type f -print0 | xargs -0 md5sum"
         timed "$work/$name.cp" bash -c "cp -a '$data' '$work/$name-cp$r' && sync -f '$work/$name-cp$r'"
-        local home="$work/$name-home$r"
+        # Stashwell with the quick check off, then in a backup folder of its own with it on.
+        local home="$work/$name-home$r" quick_home="$work/$name-quick$r"
         prepare_backup "$home" "$data"
-        local xdg=(env XDG_CONFIG_HOME="$home/config" XDG_STATE_HOME="$home/state")
-        timed "$work/$name.first" "${xdg[@]}" "$bin" backup
-        timed "$work/$name.second" "${xdg[@]}" "$bin" backup
+        stashwell_runs "$name" stash "$home" "$data" "$nonempty"
+        prepare_backup "$quick_home" "$data"
+        set_setup "$quick_home" QuickCheck 1
+        stashwell_runs "$name" quick "$quick_home" "$data" "$nonempty"
         if [ "$name" = small ]; then
             local window_home="$work/$name-window$r"
             prepare_backup "$window_home" "$data"
             timed "$work/$name.window" env XDG_CONFIG_HOME="$window_home/config" \
                 XDG_STATE_HOME="$window_home/state" QT_QPA_PLATFORM=offscreen "$window_run"
+            check "stashwell run through the window ($window_home, bid 1)" \
+                "$(run_files "$window_home" 1)" "$nonempty"
         fi
         # Every tool ends with its data on disk, as Stashwell's run does before its commit.
-        local borg_repo="$work/$name-borg$r" restic_repo="$work/$name-restic$r"
+        local borg_repo="$work/$name-borg$r" borg_to="$work/$name-borg-extract$r"
         borg init --encryption=none "$borg_repo" >/dev/null
         timed "$work/$name.borg1" bash -c "borg create '$borg_repo::first' '$data' && sync -f '$borg_repo'"
         timed "$work/$name.borg2" bash -c "borg create '$borg_repo::second' '$data' && sync -f '$borg_repo'"
+        mkdir "$borg_to"
+        timed "$work/$name.borgx" bash -c "cd '$borg_to' && borg extract '$borg_repo::first' && sync -f '$borg_to'"
+        check "borg archive $borg_repo::first" \
+            "$(borg list "$borg_repo::first" --format '{type}{NL}' | grep -cx -- - || true)" "$files"
+        check "borg extract $borg_to" "$(find "$borg_to" -type f | wc -l)" "$files"
+        local restic_repo="$work/$name-restic$r" restic_to="$work/$name-restic-restore$r"
         restic init -q --repo "$restic_repo"
         timed "$work/$name.restic1" bash -c "restic backup -q --repo '$restic_repo' '$data' && sync -f '$restic_repo'"
         timed "$work/$name.restic2" bash -c "restic backup -q --repo '$restic_repo' '$data' && sync -f '$restic_repo'"
+        mkdir "$restic_to"
+        timed "$work/$name.restic_r" bash -c "restic restore -q --repo '$restic_repo' latest --target '$restic_to' && sync -f '$restic_to'"
+        check "restic snapshot latest of $restic_repo" \
+            "$(restic ls --json -q --repo "$restic_repo" latest | grep -c '"type":"file"' || true)" "$files"
+        check "restic restore $restic_to" "$(find "$restic_to" -type f | wc -l)" "$files"
     done
 
-    local md5 cp first second first_mem second_mem borg1 borg2 restic1 restic2
-    md5=$(cut -d' ' -f1 "$work/$name.md5" | median)
-    cp=$(cut -d' ' -f1 "$work/$name.cp" | median)
-    first=$(cut -d' ' -f1 "$work/$name.first" | median)
-    second=$(cut -d' ' -f1 "$work/$name.second" | median)
-    borg1=$(cut -d' ' -f1 "$work/$name.borg1" | median)
-    borg2=$(cut -d' ' -f1 "$work/$name.borg2" | median)
-    restic1=$(cut -d' ' -f1 "$work/$name.restic1" | median)
-    restic2=$(cut -d' ' -f1 "$work/$name.restic2" | median)
-    first_mem=$(cut -d' ' -f2 "$work/$name.first" | median)
-    second_mem=$(cut -d' ' -f2 "$work/$name.second" | median)
-    awk -v n="$name" -v b="$bytes" -v f="$files" -v md5="$md5" -v cp="$cp" -v first="$first" \
-        -v second="$second" -v fm="$first_mem" -v sm="$second_mem" -v r="$repeat" \
-        -v b1="$borg1" -v b2="$borg2" -v r1="$restic1" -v r2="$restic2" 'BEGIN {
+    # NAME.medians: "key wall_s peak_kib", the medians of every timed step that ran.
+    : >"$work/$name.medians"
+    for f in "${keys[@]}"; do
+        [ -s "$work/$name.$f" ] || continue
+        echo "$f $(cut -d' ' -f1 "$work/$name.$f" | median) $(cut -d' ' -f2 "$work/$name.$f" | median)" \
+            >>"$work/$name.medians"
+    done
+    awk -v n="$name" -v b="$bytes" -v f="$files" -v r="$repeat" '
+    { w[$1] = $2; m[$1] = $3 }
+    # q(A, B): A / B, or "-" when B rounds to no time at all.
+    function q(a, b) { return b > 0 ? sprintf("%.2f", a / b) : "-" }
+    function row(label, k) {
+        if (!(k in w)) return
+        printf "   %-26s %8.2f %10s %10s %10.1f\n", label, w[k], \
+            (w[k] > 0 ? sprintf("%.1f", mb / w[k]) : "-"), (w[k] > 0 ? sprintf("%.0f", f / w[k]) : "-"), m[k] / 1024
+    }
+    function info(label, a, b) { printf "   %-44s = %s\n", label, q(a, b) }
+    function goal(label, a, b, limit,   v) {
+        v = q(a, b)
+        printf "   %-44s = %-5s   goal <= %.2f  %s\n", label, v, limit, \
+            (v != "-" && a / b <= limit) ? "met" : "NOT met"
+    }
+    END {
         mb = b / 1048576
         printf "-- %s: %d files, %.0f MiB, medians of %d runs\n", n, f, mb, r
-        printf "   %-22s %8s %10s %10s %10s\n", "", "wall s", "MiB/s", "files/s", "peak MiB"
-        printf "   %-22s %8.2f %10.1f %10.0f\n", "md5sum", md5, mb / md5, f / md5
-        printf "   %-22s %8.2f %10.1f %10.0f\n", "cp -a + sync -f", cp, mb / cp, f / cp
-        printf "   %-22s %8.2f %10.1f %10.0f %10.1f\n", "stashwell first", first, mb / first, f / first, fm / 1024
-        printf "   %-22s %8.2f %10.1f %10.0f %10.1f\n", "stashwell second", second, mb / second, f / second, sm / 1024
-        printf "   %-22s %8.2f %10.1f %10.0f\n", "borg first", b1, mb / b1, f / b1
-        printf "   %-22s %8.2f %10.1f %10.0f\n", "borg second", b2, mb / b2, f / b2
-        printf "   %-22s %8.2f %10.1f %10.0f\n", "restic first", r1, mb / r1, f / r1
-        printf "   %-22s %8.2f %10.1f %10.0f\n", "restic second", r2, mb / r2, f / r2
-        fast1 = b1 < r1 ? b1 : r1; fast2 = b2 < r2 ? b2 : r2
-        printf "   first / (md5sum + cp)      = %.2f\n", first / (md5 + cp)
-        printf "   second / md5sum            = %.2f\n", second / md5
-        printf "   first files/s / cp files/s = %.2f\n", (f / first) / (f / cp)
-        printf "   first / md5sum             = %.2f\n", first / md5
-        printf "   first / borg first         = %.2f\n", first / b1
-        printf "   first / faster of restic and borg  = %.2f\n", first / fast1
-        printf "   second / faster of restic and borg = %.2f\n", second / fast2
-    }'
-    if [ -s "$work/$name.window" ]; then
-        local window
-        window=$(cut -d' ' -f1 "$work/$name.window" | median)
-        awk -v w="$window" -v first="$first" 'BEGIN {
-            printf "   stashwell first through the window (offscreen) %.2f s\n", w
-            printf "   window first / headless first = %.2f\n", w / first
-        }'
-    fi
+        printf "   %-26s %8s %10s %10s %10s\n", "", "wall s", "MiB/s", "files/s", "peak MiB"
+        row("md5sum", "md5")
+        row("cp -a + sync -f", "cp")
+        row("stashwell first", "stash1")
+        row("stashwell second", "stash2")
+        row("stashwell quick first", "quick1")
+        row("stashwell quick second", "quick2")
+        row("stashwell window first", "window")
+        row("borg first", "borg1")
+        row("borg second", "borg2")
+        row("borg extract + sync -f", "borgx")
+        row("restic first", "restic1")
+        row("restic second", "restic2")
+        row("restic restore + sync -f", "restic_r")
+        first = w["stash1"]; second = w["stash2"]; md5 = w["md5"]; cp = w["cp"]
+        fast1 = w["borg1"] < w["restic1"] ? w["borg1"] : w["restic1"]
+        fast2 = w["borg2"] < w["restic2"] ? w["borg2"] : w["restic2"]
+        info("first / (md5sum + cp)", first, md5 + cp)
+        info("first files/s / cp files/s", cp, first)
+        info("first / md5sum", first, md5)
+        info("first / borg first", first, w["borg1"])
+        info("first / restic first", first, w["restic1"])
+        info("quick first / first", w["quick1"], first)
+        info("quick second / second", w["quick2"], second)
+        info("second / borg second", second, w["borg2"])
+        if (n == "small") {
+            goal("first / faster of restic and borg first", first, fast1, 0.80)
+            goal("second / faster of restic and borg second", second, fast2, 0.80)
+            info("second / md5sum", second, md5)
+        } else {
+            info("first / faster of restic and borg first", first, fast1)
+            info("second / faster of restic and borg second", second, fast2)
+        }
+        if (n == "large") goal("second / md5sum", second, md5, 0.60)
+        goal("quick second / borg second", w["quick2"], w["borg2"], 0.50)
+        if ("window" in w) goal("window first / headless first", w["window"], first, 1.10)
+    }' "$work/$name.medians"
 }
 
 # Cancel clicked through the window one second into the backup of one 2 GiB file.
@@ -225,3 +321,7 @@ case "$which" in
     *) echo "usage: bench/run.sh [large|small|all|cancel|restore]" >&2; exit 2 ;;
 esac
 echo "(data and copies left in $work; remove it when done)"
+if [ "$failures" -gt 0 ]; then
+    echo "ERROR: $failures file-count checks failed; see the ERROR lines above" >&2
+    exit 1
+fi

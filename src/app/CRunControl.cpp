@@ -146,6 +146,7 @@ void CRunControl::BackupSource(int16_t row, CBackup::Result& result) {
     m_bkup->ExDirs(FoldersToExclude(m_options));
     m_bkup->BackupDB(GetDBPath());
     m_bkup->BackupPath(GetFilesPath());
+    m_bkup->QuickCheck(m_options.quickCheck != 0);
     result = m_bkup->Exec();
 }
 
@@ -194,7 +195,11 @@ void CRunControl::Bkup_Start(int32_t fileCount) {
 void CRunControl::Bkup_FileProgress(int32_t done, float bytesPerSecond) {
     m_view.lblDone = NumText(done);
     // The file count is read back from its label, the only place that keeps it.
-    m_view.progress = ToInt32(Divide(done, TextToNumber(m_view.lblCount)) * 100);
+    if (m_view.lblCount != m_countLabel) {
+        m_countLabel = m_view.lblCount;
+        m_count = TextToNumber(m_countLabel);
+    }
+    m_view.progress = ToInt32(Divide(done, m_count) * 100);
     m_view.lblThruPut =
         NumText(RoundHalfEven(double(bytesPerSecond) / kDisplayMegabyte, 2)) + " MB/s";
     Changed();

@@ -78,6 +78,9 @@ private:
     BackupOptions m_options;
     bool m_running = false;
     double m_totalBytes = 0;
+    // The file count as last read back from its label, so that the label is parsed once.
+    std::string m_countLabel;
+    double m_count = 0;
     std::unique_ptr<CBackup> m_bkup;
     std::unique_ptr<CMMTimer> m_timer;
     RunView m_view;

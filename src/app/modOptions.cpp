@@ -40,6 +40,7 @@ BackupOptions LoadOptions() {
     options.backup = CheckValue("Backup");
     options.restore = CheckValue("Restore");
     options.exclRecycler = CheckValue("ExclRecycler");
+    options.quickCheck = GetSetupValue("QuickCheck") == "1" ? 1 : 0;
     KeepUnlessEmpty(options.exclude, "Exclude");
     KeepUnlessEmpty(options.maxBackups, "MaxBackups");
     KeepUnlessEmpty(options.exDirs, "ExDirs");

@@ -16,6 +16,8 @@ struct BackupOptions {
     int32_t backup = 0;
     int32_t restore = 0;
     int32_t exclRecycler = 0;
+    // Skip unchanged files (trust size and modification time): off unless "1" is stored.
+    int32_t quickCheck = 0;
     std::string exclude = "*.tmp *.tst";
     std::string exDirs = "cvs tmp";
     std::string maxBackups = "10";

@@ -1,6 +1,7 @@
 #include "engine/CBackup.h"
 
 #include "catalogue/modBulkQuery.h"
+#include "catalogue/modSQLQuote.h"
 #include "engine/CDriveMap.h"
 #include "engine/CSignatureAhead.h"
 #include "support/CProcTrap.h"
@@ -11,10 +12,19 @@
 #include "support/modYield.h"
 
 #include <charconv>
+#include <cstdlib>
+#include <ctime>
 #include <sys/stat.h>
 
 namespace {
 constexpr double kDisplayMegabyte = 1024000.0;
+
+// The size of the store file at `target`, -1 when there is none.
+double StoredSize(const std::string& target) {
+    struct stat st {};
+    if (::stat(target.c_str(), &st) != 0 || S_ISDIR(st.st_mode)) return -1;
+    return static_cast<double>(st.st_size);
+}
 constexpr const char* kSupportAddress = "support@korvex.invalid";
 } // namespace
 
@@ -58,6 +68,7 @@ CBackup::Result CBackup::Exec() {
         m_duplicates = 0;
         m_duplicateBytes = 0;
         m_duplicateList.clear();
+        m_quick = LoadQuickCheck();
         m_db.Begin();
         m_bid = m_db.BackupRun(m_source);
 
@@ -83,7 +94,7 @@ CBackup::Result CBackup::Exec() {
         // after an earlier file was stored is still recorded. This carry-over is intended.
         bool stored = false;
         m_backupDrive = FSDriveFromPath(m_backupPath);
-        CSignatureAhead ahead(map.Files(), 8, StagingPlan());
+        CSignatureAhead ahead(map.Files(), 8, StagingPlan(), 0, m_quick.get());
         while (!map.Eof()) {
             BackupOneFile(map.FilePath(), ahead, static_cast<size_t>(map.Idx() - 1), stored);
             const float rate = Rate();
@@ -102,6 +113,7 @@ CBackup::Result CBackup::Exec() {
         m_store.CheckIdentity();
         if (!FSSyncFileSystem(m_backupPath)) Raise(err::kDeviceIO);
         CommitRun();
+        SaveQuickCheck();
         m_timer.StopTimer();
         if (OnFinish) OnFinish(m_bytes);
         DoEvents();
@@ -145,6 +157,38 @@ void CBackup::CommitRun() {
               "the catalogue could not record the run: " + m_db.Connection().ErrMsg());
 }
 
+std::unique_ptr<CQuickCheck> CBackup::LoadQuickCheck() {
+    if (!m_quickCheck) return nullptr;
+    // Read before the run begins: only a committed run counts.
+    QuickCheckRun last;
+    std::string error;
+    ForEachRow(
+        m_db.Connection(),
+        "SELECT bid, datebk FROM Backups WHERE source = " + SQLLiteral(m_source) +
+            " ORDER BY bid DESC LIMIT 1",
+        [&](const auto& row) {
+            last.bid = static_cast<int32_t>(std::strtol(std::string(row[0]).c_str(), nullptr, 10));
+            last.datebk = std::string(row[1]);
+        },
+        error);
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    const int64_t startNs = static_cast<int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
+    return std::make_unique<CQuickCheck>(CQuickCheckDB::PathBeside(m_dbPath), m_source, last,
+                                         startNs);
+}
+
+void CBackup::SaveQuickCheck() {
+    if (!m_quick) return;
+    QuickCheckRun run{m_bid, {}};
+    std::string error;
+    ForEachRow(
+        m_db.Connection(), "SELECT datebk FROM Backups WHERE bid = " + std::to_string(m_bid),
+        [&](const auto& row) { run.datebk = std::string(row[0]); }, error);
+    if (!m_quick->Save(run)) Log(2, "The quick check could not keep the stamps of this run");
+    m_quick.reset();
+}
+
 void CBackup::NoteUnreadable(const std::string& path) {
     std::string cause = FSReadProblem(path);
     if (cause.empty()) cause = "it could not be read to its end";
@@ -178,7 +222,10 @@ std::optional<CSignatureAhead::StagingPlan> CBackup::StagingPlan() {
 void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, size_t index,
                             bool& stored) {
     Operation("Check File is readable");
-    if (!FSIsReadable(path)) {
+    CSignatureAhead::Prepared prepared = ahead.Prepare(index, [this] { return m_cancel; });
+    if (prepared.cancelled) return; // the run stops after this file: nothing of it is kept
+    // A file that a worker signed was read to its end; only the others are probed.
+    if (!prepared.signedAhead && !FSIsReadable(path)) {
         NoteUnreadable(path);
         return;
     }
@@ -189,9 +236,7 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
     Log(2, "SIZ: " + NumText(size));
 
     Operation("Calculate MD5 signature");
-    CSignatureAhead::Prepared prepared = ahead.Prepare(index, [this] { return m_cancel; });
-    if (prepared.cancelled) return; // the run stops after this file: nothing of it is kept
-    SignedContent content = prepared.content;
+    SignedContent content = prepared.signedAhead ? prepared.content : SignFile(path);
     const std::unique_ptr<CStagedContent> staged = std::move(prepared.staged);
     if (content.signature.empty()) {
         Log(2, "Skipping " + path);
@@ -213,12 +258,13 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
     }
 
     Operation("Already backed up?");
-    if (FSFileExists(target)) {
+    // One look at the store file tells whether it exists and its size.
+    if (const double targetSize = StoredSize(target); targetSize >= 0) {
         Operation("Check if 2 files have same MD5");
-        const double sourceSize = FSGetFileSize(path);
-        const double targetSize = FSGetFileSize(target);
-        Log(3, "File size: " + NumText(sourceSize));
-        Log(3, "File size: " + NumText(targetSize));
+        if (Logger().LogLevel() >= 3) {
+            Log(3, "File size: " + NumText(FSGetFileSize(path)));
+            Log(3, "File size: " + NumText(targetSize));
+        }
         // Only stored content of another length than the content signed is a collision; the
         // source itself may have changed since it was signed.
         if (static_cast<double>(content.length) != targetSize) ReportCollision(path, target);
@@ -251,17 +297,21 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
         Operation("AddBackupRecord");
         m_db.AddBackupRecord(m_bid, content.signature, path, m_store.Target(content.signature),
                              NumTextSigned(static_cast<double>(content.length)));
+        // The stamp vouches only for the content that the worker signed.
+        if (m_quick && prepared.signedAhead && content == prepared.content)
+            m_quick->Note(path, prepared.stamp, content);
         DoEvents();
     }
 }
 
 void CBackup::StoreNew(const std::string& path, SignedContent& content, const std::string& target,
                        const std::string& legacy, CStagedContent* staged, bool& stored) {
+    // The store makes the folders of the place where it puts the content.
     Operation("Make backup");
-    m_store.CreateFolders(target);
     Log(2, "COP: " + path);
-    if (FSFileExists(legacy)) {
+    if (m_store.HoldsLegacy(FSGetNamePart(legacy)) && FSFileExists(legacy)) {
         // Content left in the earlier flat layout is moved into its folder instead of copied.
+        m_store.CreateFolders(target);
         stored = m_store.MoveLegacy(legacy, target);
     } else if (staged) {
         stored = m_store.Place(*staged, target);

@@ -13,8 +13,11 @@
 // A row records the signature and the length of the content that the store holds for the
 // file, even when the file changed during the run.
 // Progress reaches the caller through three events; Cancel is seen after the current file.
+// With QuickCheck on, a file unchanged since the source's last committed run (CQuickCheck) takes
+// that run's signature without being read.
 
 #include "catalogue/CDatabase.h"
+#include "engine/CQuickCheck.h"
 #include "engine/CSignatureAhead.h"
 #include "engine/CStore.h"
 #include "engine/SourceProblems.h"
@@ -52,6 +55,9 @@ public:
     void ExDirs(const std::string& value) { m_exDirs = value; }
     int32_t MD5CalcMethod() const { return m_calcMethod; }
     void MD5CalcMethod(int32_t value) { m_calcMethod = value; }
+    // Off by default; its data lives beside the catalogue (CQuickCheckDB::PathBeside).
+    bool QuickCheck() const { return m_quickCheck; }
+    void QuickCheck(bool value) { m_quickCheck = value; }
 
     void Cancel() { m_cancel = true; }
     Result Exec();
@@ -81,6 +87,10 @@ private:
     void StoreNew(const std::string& path, SignedContent& content, const std::string& target,
                   const std::string& legacy, CStagedContent* staged, bool& stored);
     void ReportCollision(const std::string& path, const std::string& target);
+    // The stamps of the source's last committed run, when the quick check is on.
+    std::unique_ptr<CQuickCheck> LoadQuickCheck();
+    // Keeps the stamps of the run just committed; a failure only costs the next run its speed.
+    void SaveQuickCheck();
     void NoteUnreadable(const std::string& path);
     // Commits the run's rows; a row that could not be written, or a commit that fails, is an
     // error of the run.
@@ -97,6 +107,7 @@ private:
     std::string m_exclude;
     std::string m_exDirs;
     int32_t m_calcMethod = 0;
+    bool m_quickCheck = false;
     int32_t m_filesFound = 0;
     double m_bytes = 0;
     int32_t m_duplicates = 0;
@@ -111,4 +122,5 @@ private:
     SourceProblems m_problems;
     std::vector<std::string> m_duplicateList;
     std::string m_backupDrive;
+    std::unique_ptr<CQuickCheck> m_quick;
 };

@@ -6,12 +6,16 @@
 // file a worker could not hash is hashed again on the run's thread, where the error is reported
 // as usual. The workers touch no shared service (no log, no error handler, no window).
 //
+// With a quick check, a worker first compares the file's stamp with the one the source's last
+// run kept, and takes that run's signature without reading the file when they are equal.
+//
 // With a staging plan, the workers also copy content that is new for certain, a file whose
 // size (not 0) no stored content has, into an anonymous file of the store while they sign it:
 // the run then only gives those very bytes their store name. A small file is read into memory
 // first and staged only when its content is not stored yet; a large one is written as it is
 // read.
 
+#include "engine/CQuickCheck.h"
 #include "engine/CStore.h"
 #include "engine/kvCryptDriver.h"
 
@@ -38,42 +42,55 @@ public:
     };
     // A file as the run receives it.
     struct Prepared {
-        SignedContent content; // an empty signature after a reported error
+        // Whether a worker signed the file (and so could read it to its end): `content` is then
+        // its signature, otherwise empty and the run signs it itself.
+        bool signedAhead = false;
+        SignedContent content;
         std::unique_ptr<CStagedContent> staged;
+        FileStamp stamp;        // as the file was read; unknown when it changed meanwhile
         bool cancelled = false; // the run was cancelled while it waited for the file
     };
 
-    // `files` must stay unchanged while this object lives. `workers` 0 means one per core.
+    // `files` must stay unchanged while this object lives, and `quick` (when given) unchanged
+    // while it is used here. `workers` 0 means one per core.
     explicit CSignatureAhead(const std::vector<std::string>& files, size_t window = 8,
                              std::optional<StagingPlan> staging = std::nullopt,
-                             unsigned workers = 0);
+                             unsigned workers = 0, const CQuickCheck* quick = nullptr);
     ~CSignatureAhead();
     CSignatureAhead(const CSignatureAhead&) = delete;
     CSignatureAhead& operator=(const CSignatureAhead&) = delete;
 
-    // files[index], signed (and perhaps staged); the run asks for files in ascending order.
-    // When `cancelled` answers true while the run waits (the window's events run meanwhile),
-    // the read-ahead stops at once and the file comes back cancelled, unsigned.
+    // files[index], signed (and perhaps staged) when a worker could; the run asks for files in
+    // ascending order. When `cancelled` answers true while the run waits (the window's events
+    // run meanwhile), the read-ahead stops at once and the file comes back cancelled, unsigned.
     Prepared Prepare(size_t index, const std::function<bool()>& cancelled = {});
     // The signature of files[index] with its length, as SignFile gives it.
-    SignedContent Signature(size_t index) { return Prepare(index).content; }
+    SignedContent Signature(size_t index);
 
 private:
     struct Ahead {
         std::optional<SignedContent> content; // nullopt: the worker could not hash it
         std::unique_ptr<CStagedContent> staged;
+        FileStamp stamp;
     };
 
     void Work();
     Ahead PrepareAhead(const std::string& path);
     Ahead StageSmall(const std::string& path);
     Ahead StageLarge(const std::string& path);
+    // Where a worker notes the stamp of a file it reads: only the quick check needs it.
+    FileStamp* StampOf(Ahead& ahead) const { return m_quick ? &ahead.stamp : nullptr; }
 
     const std::vector<std::string>& m_files;
     const size_t m_window;
     const std::optional<StagingPlan> m_staging;
+    const CQuickCheck* const m_quick;
     std::mutex m_mutex;
-    std::condition_variable m_changed;
+    // Each side is woken only when it waits: a wake-up per file costs more than a small file.
+    std::condition_variable m_workToDo; // the workers wait here for room in the window
+    std::condition_variable m_oneReady; // the run waits here for its file
+    unsigned m_idleWorkers = 0;
+    bool m_runWaits = false;
     size_t m_next = 0;                // the next file a worker takes
     size_t m_consumer = 0;            // the file the run is at
     std::atomic<bool> m_stop = false; // also read by the workers while they hash

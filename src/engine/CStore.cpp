@@ -9,6 +9,7 @@
 #include "support/modServices.h"
 
 #include <cerrno>
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -47,6 +48,8 @@ void CStore::Open(const std::string& root) {
     m_device = st.st_dev;
     m_inode = st.st_ino;
     m_open = true;
+    m_folders.clear();
+    ReadLegacyNames();
     // Anonymous files need O_TMPFILE from the file system and /proc to link them by.
     m_anonymous = ::access("/proc/self/fd", X_OK) == 0;
     const int probe = OpenAnonymous();
@@ -94,14 +97,35 @@ void CStore::CreateFolders(const std::string& target) {
     CheckIdentity();
     std::string inner = FSGetPathPart(target);
     inner.pop_back();
+    if (m_folders.count(inner)) return;
     const std::string outer = FSGetPathPart(inner);
+    bool made = false;
     for (const std::string& folder : {outer.substr(0, outer.size() - 1), inner})
-        if (!FSFolderExists(folder)) FSCreateFolder(folder);
+        if (!FSFolderExists(folder)) {
+            FSCreateFolder(folder);
+            made = true;
+        }
+    // A folder that could not be made is asked for again by the next file that needs it.
+    if (!made || FSFolderExists(inner)) m_folders.insert(inner);
+}
+
+void CStore::ReadLegacyNames() {
+    m_legacy.clear();
+    DIR* dir = ::opendir(m_root.c_str());
+    if (!dir) return;
+    while (const dirent* entry = ::readdir(dir)) {
+        const std::string name = entry->d_name;
+        if (name.size() > 4 && name.compare(name.size() - 4, 4, ".QRV") == 0 &&
+            (entry->d_type == DT_REG || entry->d_type == DT_UNKNOWN))
+            m_legacy.insert(name);
+    }
+    ::closedir(dir);
 }
 
 bool CStore::MoveLegacy(const std::string& legacy, const std::string& target) {
     CheckIdentity();
     if (!FSMoveFile(legacy, target)) return false;
+    m_legacy.erase(FSGetNamePart(legacy));
     ::chmod(target.c_str(), kPrivateFileMode); // written by an earlier version, maybe public
     return true;
 }
@@ -147,11 +171,12 @@ int CStore::OpenAnonymous() const {
 
 bool CStore::Place(CStagedContent& staged, const std::string& target) {
     CreateFolders(target);
-    if (FSFileExists(target)) return true; // that content is stored already
     if (staged.m_fd < 0) {
+        if (FSFileExists(target)) return true; // that content is stored already
         staged.m_placed = FSMoveFile(staged.m_path, target);
         return staged.m_placed;
     }
+    // A link never replaces a file: content stored already stays as it is.
     return ::linkat(AT_FDCWD, staged.m_path.c_str(), AT_FDCWD, target.c_str(), AT_SYMLINK_FOLLOW) ==
                0 ||
            errno == EEXIST;
@@ -171,6 +196,7 @@ SignedContent CStore::Copy(const std::string& source, const std::string& target)
 
 void CStore::RemoveEmptyFolders(const std::string& target) {
     const std::string inner = FSGetPathPart(target);
+    m_folders.erase(inner.substr(0, inner.size() - 1));
     if (FSDeleteEmptyFolder(inner))
         FSDeleteEmptyFolder(FSGetPathPart(inner.substr(0, inner.size() - 1)));
 }

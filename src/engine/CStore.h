@@ -24,6 +24,7 @@
 #include <memory>
 #include <string>
 #include <sys/types.h>
+#include <unordered_set>
 
 // New content copied into the store under no store name yet, with the signature of the bytes
 // written. It vanishes unless the store places it.
@@ -75,6 +76,9 @@ public:
     void CheckIdentity() const;
     // Creates the missing store folders of `target` (the two levels below the store folder).
     void CreateFolders(const std::string& target);
+    // Whether the store folder held a backup file of the earlier flat layout named `name` when
+    // it was opened (the folder is read once, not asked per file).
+    bool HoldsLegacy(const std::string& name) const { return m_legacy.count(name) > 0; }
     // Moves a backup file of the earlier flat layout to `target` and makes it private.
     bool MoveLegacy(const std::string& legacy, const std::string& target);
 
@@ -96,7 +100,13 @@ private:
     // Removes the folders made for `target` when they are still empty.
     void RemoveEmptyFolders(const std::string& target);
 
+    // Reads the names of the earlier flat layout's backup files in the store folder.
+    void ReadLegacyNames();
+
     std::string m_root;
+    // Store folders this run made or found, so that each is asked for once.
+    std::unordered_set<std::string> m_folders;
+    std::unordered_set<std::string> m_legacy;
     int m_rootFd = -1; // anonymous files go into the folder opened, whatever its path names now
     dev_t m_device = 0;
     ino_t m_inode = 0;

@@ -46,9 +46,10 @@ int OpenSource(const std::string& path) {
 
 // Signs an open regular file from its start.
 SignedContent SignOpen(int fd, bool yield, const std::atomic<bool>* stop,
-                       const SignedBytesCopy& copy = {}) {
+                       const SignedBytesCopy& copy = {}, FileStamp* stamp = nullptr) {
     struct stat st {};
     if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) Raise(err::kPathFileAccess);
+    const FileStamp before = FSStampOfStat(st);
     if (st.st_size > static_cast<off_t>(kReadSize))
         ::posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
 
@@ -75,13 +76,15 @@ SignedContent SignOpen(int fd, bool yield, const std::atomic<bool>* stop,
         if (yield) DoEvents();
         if (stop && stop->load(std::memory_order_relaxed)) Raise(err::kInternal, "stopped");
     }
+    // The stamp vouches for the content only when nothing changed the file while it was read.
+    if (stamp) *stamp = FSStampOfOpen(fd) == before ? before : FileStamp{};
     return signer.Finish();
 }
 
 SignedContent Signature(const std::string& path, bool yield, const std::atomic<bool>* stop,
-                        const SignedBytesCopy& copy = {}) {
+                        const SignedBytesCopy& copy = {}, FileStamp* stamp = nullptr) {
     FdCloser file{OpenSource(path)};
-    return SignOpen(file.fd, yield, stop, copy);
+    return SignOpen(file.fd, yield, stop, copy, stamp);
 }
 
 } // namespace
@@ -145,9 +148,9 @@ SignedContent SignOpenFile(int fd) {
 
 std::optional<SignedContent> ComputeSignature(const std::string& path,
                                               const std::atomic<bool>* stop,
-                                              const SignedBytesCopy& copy) {
+                                              const SignedBytesCopy& copy, FileStamp* stamp) {
     try {
-        return Signature(path, false, stop, copy);
+        return Signature(path, false, stop, copy, stamp);
     } catch (...) {
         return std::nullopt; // the caller hashes again where the error can be reported
     }

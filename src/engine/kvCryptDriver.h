@@ -13,6 +13,8 @@
 // zero bytes that their own length calls for. SignedContent carries that length with the
 // signature, so a caller records the size of the content it signed, not a size read elsewhere.
 
+#include "support/modFSCommon.h"
+
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -65,7 +67,10 @@ struct SignedBytesCopy {
 };
 
 // The same signature without the error handler and without letting window messages run, for
-// use off the window's thread; nullopt after any error, or once `stop` becomes true.
+// use off the window's thread; nullopt after any error, or once `stop` becomes true. `stamp`
+// receives the file's stamp as it was opened, or an unknown one when the file changed while it
+// was read.
 std::optional<SignedContent> ComputeSignature(const std::string& path,
                                               const std::atomic<bool>* stop = nullptr,
-                                              const SignedBytesCopy& copy = {});
+                                              const SignedBytesCopy& copy = {},
+                                              FileStamp* stamp = nullptr);

@@ -494,3 +494,24 @@ bool FSSyncFileSystem(const std::string& path) {
     ::close(fd);
     return synced;
 }
+
+FileStamp FSStampOfStat(const struct stat& st) {
+    if (!S_ISREG(st.st_mode)) return {};
+    constexpr int64_t kNano = 1000000000;
+    return {static_cast<uint64_t>(st.st_dev), static_cast<uint64_t>(st.st_ino),
+            static_cast<int64_t>(st.st_size),
+            static_cast<int64_t>(st.st_mtim.tv_sec) * kNano + st.st_mtim.tv_nsec,
+            static_cast<int64_t>(st.st_ctim.tv_sec) * kNano + st.st_ctim.tv_nsec};
+}
+
+FileStamp FSStampOf(const std::string& path) {
+    struct stat st {};
+    if (::lstat(path.c_str(), &st) != 0) return {};
+    return FSStampOfStat(st);
+}
+
+FileStamp FSStampOfOpen(int fd) {
+    struct stat st {};
+    if (::fstat(fd, &st) != 0) return {};
+    return FSStampOfStat(st);
+}

@@ -7,7 +7,9 @@
 // error handler under their own procedure name and return their default; the others let a
 // CRuntimeError reach their caller.
 
+#include <cstdint>
 #include <string>
+#include <sys/stat.h>
 
 class ICopyObserver;
 
@@ -68,3 +70,21 @@ std::string FSGetExtension(const std::string& path);
 bool FSWriteAll(int fd, const char* data, size_t length);
 // Flushes everything written to the file system that holds `path` (syncfs); false on error.
 bool FSSyncFileSystem(const std::string& path);
+
+// What the quick check compares of a regular file: its device and inode, its size, and its
+// modification and change times in nanoseconds.
+struct FileStamp {
+    uint64_t device = 0;
+    uint64_t inode = 0;
+    int64_t size = -1; // -1: no regular file, or the stamp could not be read
+    int64_t mtimeNs = 0;
+    int64_t ctimeNs = 0;
+    bool Known() const { return size >= 0; }
+    bool operator==(const FileStamp&) const = default;
+};
+// The stamp of the regular file at `path` (a link is not followed); unknown for anything else.
+FileStamp FSStampOf(const std::string& path);
+// The stamp of an open file; unknown unless it is a regular file.
+FileStamp FSStampOfOpen(int fd);
+// The stamp that a stat call gave.
+FileStamp FSStampOfStat(const struct stat& st);

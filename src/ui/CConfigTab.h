@@ -31,6 +31,7 @@ public:
     QRadioButton* Option3;
     QLineEdit* txtExclude;
     QLineEdit* txtExDirs;
+    QCheckBox* chkQuickCheck;
     QCheckBox* chkExclRecycler;
     QLineEdit* txtMaxBackups;
     QPushButton* cmdManage;

@@ -192,7 +192,8 @@ void frmMain::ConnectOptions() {
         {m_config->chkSystem, "System"},
         {m_config->chkBackup, "Backup"},
         {m_config->chkRestore, "Restore"},
-        {m_config->chkExclRecycler, "ExclRecycler"}};
+        {m_config->chkExclRecycler, "ExclRecycler"},
+        {m_config->chkQuickCheck, "QuickCheck"}};
     for (const auto& [box, key] : checks)
         connect(box, &QCheckBox::clicked, this,
                 [key = std::string(key)](bool ticked) { StoreOption(key, ticked ? "1" : "0"); });
@@ -284,6 +285,7 @@ void frmMain::ShowOptions(const BackupOptions& options) {
     m_config->chkBackup->setChecked(options.backup != 0);
     m_config->chkRestore->setChecked(options.restore != 0);
     m_config->chkExclRecycler->setChecked(options.exclRecycler != 0);
+    m_config->chkQuickCheck->setChecked(options.quickCheck != 0);
     m_config->txtExclude->setText(Shown(options.exclude));
     m_config->txtExDirs->setText(Shown(options.exDirs));
     m_config->txtMaxBackups->setText(Shown(options.maxBackups));
@@ -299,6 +301,7 @@ BackupOptions frmMain::OptionsShown() const {
     options.backup = m_config->chkBackup->isChecked();
     options.restore = m_config->chkRestore->isChecked();
     options.exclRecycler = m_config->chkExclRecycler->isChecked();
+    options.quickCheck = m_config->chkQuickCheck->isChecked();
     options.exclude = Bytes(m_config->txtExclude->text());
     options.exDirs = Bytes(m_config->txtExDirs->text());
     options.maxBackups = Bytes(m_config->txtMaxBackups->text());
