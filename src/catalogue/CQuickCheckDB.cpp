@@ -27,7 +27,9 @@ public:
 
     explicit operator bool() const { return m_db != nullptr; }
     sqlite3* Handle() const { return m_db; }
-    bool Run(const char* sql) { return sqlite3_exec(m_db, sql, nullptr, nullptr, nullptr) == SQLITE_OK; }
+    bool Run(const char* sql) {
+        return sqlite3_exec(m_db, sql, nullptr, nullptr, nullptr) == SQLITE_OK;
+    }
 
 private:
     void Close() {
@@ -76,8 +78,8 @@ private:
 
 // The file holds paths of the user's files: it is made private before the engine opens it.
 void CreatePrivate(const std::string& file) {
-    const int fd = ::open(file.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC,
-                          kPrivateFileMode);
+    const int fd =
+        ::open(file.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kPrivateFileMode);
     if (fd >= 0) ::close(fd);
 }
 

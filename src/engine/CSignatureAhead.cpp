@@ -103,7 +103,7 @@ CSignatureAhead::Ahead CSignatureAhead::StageLarge(const std::string& path) {
 }
 
 CSignatureAhead::Prepared CSignatureAhead::Prepare(size_t index,
-                                                  const std::function<bool()>& cancelled) {
+                                                   const std::function<bool()>& cancelled) {
     Ahead ahead;
     {
         std::unique_lock lock(m_mutex);

@@ -83,9 +83,9 @@ CConfigTab::CConfigTab(QWidget* parent) : QWidget(parent) {
                               "minutes. Normally run after you \"Delete\" a source"));
     lblStatus = Place<QLabel>(manage, "lblStatus", {362, 29, 224, 20}, tr("Maintenance status"));
     XP_PB3 = Place<XP_ProgressBar>(manage, "XP_PB3", {10, 62, 576, 20}, tr("Maintenance progress"));
-    chkQuickCheck = PlaceButton<QCheckBox>(
-        this, "chkQuickCheck", {22, 372, 586, 22},
-        tr("Skip unchanged files (trust size and modification time)"));
+    chkQuickCheck =
+        PlaceButton<QCheckBox>(this, "chkQuickCheck", {22, 372, 586, 22},
+                               tr("Skip unchanged files (trust size and modification time)"));
     chkQuickCheck->setToolTip(
         tr("Faster later backups: a file whose size and times have not changed since the last "
            "backup of its source is not read again. A change that keeps the size and the times "
@@ -94,10 +94,10 @@ CConfigTab::CConfigTab(QWidget* parent) : QWidget(parent) {
     cmdPurge->setShortcut(QKeySequence(tr("Alt+U")));
     cmdCompact->setShortcut(QKeySequence(tr("Alt+C")));
 
-    QWidget* order[] = {cmdSelBackupPath, chkHidden,     chkSystem, chkBackup,  chkRestore,
-                        Option1,          Option2,       Option3,   txtExclude, txtExDirs,
-                        chkExclRecycler,  txtMaxBackups, cmdManage, cmdPurge,   cmdCompact,
-                        chkQuickCheck};
+    QWidget* order[] = {cmdSelBackupPath, chkHidden, chkSystem,       chkBackup,
+                        chkRestore,       Option1,   Option2,         Option3,
+                        txtExclude,       txtExDirs, chkExclRecycler, txtMaxBackups,
+                        cmdManage,        cmdPurge,  cmdCompact,      chkQuickCheck};
     for (size_t i = 1; i < std::size(order); ++i)
         setTabOrder(order[i - 1], order[i]);
 }

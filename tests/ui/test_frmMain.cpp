@@ -262,6 +262,43 @@ private slots:
         QVERIFY(w.env.box.calls.empty());
     }
 
+    void QuickCheckIsOffUntilTickedAndEachChangeIsKept() {
+        WindowEnv w;
+        const std::string source = w.env.Path("s");
+        CreateTree(source, Dir({{"a.txt", File("alpha")}}));
+        w.f.AddSource(source);
+        w.Open().Form_Load();
+        w.ShowTab(2);
+        QCheckBox* box = w.Get<QCheckBox>("chkQuickCheck");
+        QCOMPARE(box->text(),
+                 QStringLiteral("Skip unchanged files (trust size and modification time)"));
+        QVERIFY(!box->accessibleName().isEmpty());
+        QVERIFY(!box->isChecked());
+        const auto value = [&] {
+            return Rows(w.f, "SELECT value FROM Setup WHERE key = 'QuickCheck'");
+        };
+        QCOMPARE(value(), QStringList{});
+        Tick(box);
+        QCOMPARE(value(), QStringList{"1"});
+        // A run through the window keeps the stamps of its files beside the catalogue.
+        w.ShowTab(0);
+        QTest::mouseClick(w.Get<QPushButton>("cmdBackup"), Qt::LeftButton);
+        const std::string kept = w.f.backup + "/db/QuickCheck.db";
+        QCOMPARE(SqlRows(kept, "SELECT source, bid FROM Runs"),
+                 (std::vector<std::vector<std::string>>{{source, "1"}}));
+        w.ShowTab(2);
+        Tick(box);
+        QCOMPARE(value(), QStringList{"0"});
+        QVERIFY(w.env.box.calls.empty());
+    }
+
+    void QuickCheckStoredAsTickedIsShownTicked() {
+        WindowEnv w;
+        w.f.SetOption("QuickCheck", "1");
+        w.Open().Form_Load();
+        QVERIFY(w.Get<QCheckBox>("chkQuickCheck")->isChecked());
+    }
+
     void Typing150IntoALimitBoxThatHeld1() {
         WindowEnv w;
         w.f.SetOption("MaxBackups", "1");
