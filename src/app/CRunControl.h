@@ -32,6 +32,7 @@ struct RunView {
     bool sourceButtonsEnabled = true; // cmdAddSrc, cmdRemove
     bool tabsEnabled = true;          // tabs 1 and 2
     int32_t selectedSource = -1;      // the row of lstSources being backed up
+    bool operator==(const RunView&) const = default;
 };
 
 class CRunControl {

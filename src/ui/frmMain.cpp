@@ -47,6 +47,7 @@ namespace {
 constexpr uint32_t kRunBarColour = 0x004A86E4; // red 228, green 134, blue 74
 constexpr uint32_t kDesignBarColour = 0x00C56A31;
 constexpr QSize kDesignSize{640, 504};
+constexpr auto kProgressInterval = std::chrono::milliseconds(50);
 
 QString Shown(const std::string& bytes) {
     return QFile::decodeName(QByteArray::fromStdString(bytes));
@@ -332,8 +333,20 @@ void frmMain::cmdBackup_Click() {
 }
 
 // Only what changed is touched: a run renders twice per file, and most of the view stays.
+// A change of the progress alone (file count done, throughput, bar) is shown at most every
+// 50 ms, except the first after any other change: painting every file of a run of many small
+// files would cost the run its speed. Whatever is held back shows with the next render.
 void frmMain::Render(const RunView& view) {
     const RunView& shown = m_shown;
+    RunView progressOnly = shown;
+    progressOnly.lblDone = view.lblDone;
+    progressOnly.lblThruPut = view.lblThruPut;
+    progressOnly.progress = view.progress;
+    const bool onlyProgress = progressOnly == view;
+    const auto now = std::chrono::steady_clock::now();
+    if (onlyProgress && m_lastWasProgress && now - m_progressShown < kProgressInterval) return;
+    m_lastWasProgress = onlyProgress;
+    if (onlyProgress) m_progressShown = now;
     const auto text = [](QLabel* label, const std::string& now, const std::string& before) {
         if (now != before) label->setText(Shown(now));
     };

@@ -14,6 +14,8 @@
 
 #include <QMainWindow>
 
+#include <chrono>
+
 #include <optional>
 #include <string>
 #include <vector>
@@ -93,6 +95,9 @@ private:
     QLabel* kvLogo;
     CRunControl m_run;
     RunView m_shown; // what Render shows now
+    // When Render last showed a change of the run's progress alone (see Render).
+    std::chrono::steady_clock::time_point m_progressShown;
+    bool m_lastWasProgress = false;
     CBackupBrowser m_browser;
     CRunTreeModel* m_tree;
     int m_checkEditsAtPress = 0;

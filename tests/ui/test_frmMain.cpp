@@ -516,6 +516,19 @@ private slots:
                                     "4|MB/s|100"}));
     }
 
+    void ProgressShownSparinglyStillEndsAtTheLastFile() {
+        WindowEnv w;
+        const std::string source = w.env.Path("many");
+        MakeRandomFiles(source, 300, 7);
+        w.f.AddSource(source);
+        w.Open().Form_Load();
+        QTest::mouseClick(w.Get<QPushButton>("cmdBackup"), Qt::LeftButton);
+        QCOMPARE(w.Get<QLabel>("lblCount")->text(), QStringLiteral("300"));
+        QCOMPARE(w.Get<QLabel>("lblDone")->text(), QStringLiteral("300"));
+        QCOMPARE(w.Get<XP_ProgressBar>("XP_PB1")->Value(), 100);
+        QVERIFY(TextOf(w.Get<QLabel>("lblSource")).starts_with("Backup Complete. "));
+    }
+
     void SmallRunSummaryShowsNoMegabytes() {
         WindowEnv w;
         const std::string source = w.env.Path("small");
