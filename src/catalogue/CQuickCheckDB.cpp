@@ -11,9 +11,9 @@ namespace {
 
 constexpr const char* kSchema =
     "CREATE TABLE IF NOT EXISTS Runs (source BLOB PRIMARY KEY, bid INTEGER, datebk TEXT);"
-    "CREATE TABLE IF NOT EXISTS Stamps (bid INTEGER, path BLOB, device INTEGER, inode INTEGER,"
+    "CREATE TABLE IF NOT EXISTS Stamps (source BLOB, path BLOB, device INTEGER, inode INTEGER,"
     " size INTEGER, mtime INTEGER, ctime INTEGER, md5 TEXT, length INTEGER,"
-    " PRIMARY KEY (bid, path)) WITHOUT ROWID;";
+    " PRIMARY KEY (source, path)) WITHOUT ROWID;";
 
 class Connection {
 public:
@@ -88,11 +88,10 @@ bool SaveInto(const std::string& file, const std::string& source, const QuickChe
     CreatePrivate(file);
     Connection db(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW);
     if (!db || !db.Run(kSchema) || !db.Run("BEGIN IMMEDIATE")) return false;
-    Statement forget(db.Handle(),
-                     "DELETE FROM Stamps WHERE bid IN (SELECT bid FROM Runs WHERE source = ?1)");
+    Statement forget(db.Handle(), "DELETE FROM Stamps WHERE source = ?1");
     Statement keepRun(db.Handle(),
                       "INSERT OR REPLACE INTO Runs (source, bid, datebk) VALUES (?1, ?2, ?3)");
-    Statement keep(db.Handle(), "INSERT OR REPLACE INTO Stamps (bid, path, device, inode, size,"
+    Statement keep(db.Handle(), "INSERT OR REPLACE INTO Stamps (source, path, device, inode, size,"
                                 " mtime, ctime, md5, length) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7,"
                                 " ?8, ?9)");
     bool ok = forget && keepRun && keep;
@@ -105,7 +104,7 @@ bool SaveInto(const std::string& file, const std::string& source, const QuickChe
     }
     for (size_t i = 0; ok && i < rows.size(); ++i) {
         const QuickCheckRow& row = rows[i];
-        keep.Bind(1, int64_t{run.bid});
+        keep.Bind(1, source);
         keep.Bind(2, row.path);
         keep.Bind(3, static_cast<int64_t>(row.stamp.device));
         keep.Bind(4, static_cast<int64_t>(row.stamp.inode));
@@ -142,9 +141,9 @@ bool CQuickCheckDB::Load(const std::string& file, const std::string& source,
     const QuickCheckRun kept{static_cast<int32_t>(which.Number(0)), which.Bytes(1)};
     if (kept != run) return false; // the rows of another run: the source's last run differs
     Statement read(db.Handle(), "SELECT path, device, inode, size, mtime, ctime, md5, length"
-                                " FROM Stamps WHERE bid = ?1");
+                                " FROM Stamps WHERE source = ?1");
     if (!read) return false;
-    read.Bind(1, int64_t{run.bid});
+    read.Bind(1, source);
     int rc;
     while ((rc = sqlite3_step(read.Get())) == SQLITE_ROW) {
         QuickCheckRow& row = rows.emplace_back();

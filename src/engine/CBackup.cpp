@@ -18,6 +18,7 @@
 
 namespace {
 constexpr double kDisplayMegabyte = 1024000.0;
+constexpr const char* kSupportAddress = "support@korvex.invalid";
 
 // The size of the store file at `target`, -1 when there is none.
 double StoredSize(const std::string& target) {
@@ -25,7 +26,6 @@ double StoredSize(const std::string& target) {
     if (::stat(target.c_str(), &st) != 0 || S_ISDIR(st.st_mode)) return -1;
     return static_cast<double>(st.st_size);
 }
-constexpr const char* kSupportAddress = "support@korvex.invalid";
 } // namespace
 
 CBackup::CBackup() {
@@ -69,6 +69,10 @@ CBackup::Result CBackup::Exec() {
         m_duplicateBytes = 0;
         m_duplicateList.clear();
         m_quick = LoadQuickCheck();
+        // The run's rows stay in memory until the commit instead of spilling to the journal.
+        std::string pragmaError;
+        ForEachRow(
+            m_db.Connection(), "PRAGMA cache_size = -65536", [](const auto&) {}, pragmaError);
         m_db.Begin();
         m_bid = m_db.BackupRun(m_source);
 
@@ -94,7 +98,7 @@ CBackup::Result CBackup::Exec() {
         // after an earlier file was stored is still recorded. This carry-over is intended.
         bool stored = false;
         m_backupDrive = FSDriveFromPath(m_backupPath);
-        CSignatureAhead ahead(map.Files(), 8, StagingPlan(), 0, m_quick.get());
+        CSignatureAhead ahead(map.Files(), 32, StagingPlan(), 0, m_quick.get());
         while (!map.Eof()) {
             BackupOneFile(map.FilePath(), ahead, static_cast<size_t>(map.Idx() - 1), stored);
             const float rate = Rate();
@@ -230,7 +234,9 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
         return;
     }
 
-    const double size = FSGetFileSize(path);
+    // The stamp a worker took moments ago holds the size already.
+    const double size =
+        prepared.stamp.Known() ? static_cast<double>(prepared.stamp.size) : FSGetFileSize(path);
     m_bytes += size;
     Log(2, "FIL: " + path);
     Log(2, "SIZ: " + NumText(size));

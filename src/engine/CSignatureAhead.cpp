@@ -111,7 +111,8 @@ CSignatureAhead::Prepared CSignatureAhead::Prepare(size_t index,
         m_ready.erase(m_ready.begin(), m_ready.lower_bound(index)); // files the run skipped
         // Files between the workers' next one and this one were skipped by the run.
         if (index > m_next) m_next = index;
-        if (m_idleWorkers > 0) m_workToDo.notify_all();
+        // A file that no worker has taken yet wakes them; otherwise they are woken below.
+        if (m_idleWorkers > 0 && m_next <= index) m_workToDo.notify_all();
         while (m_ready.find(index) == m_ready.end()) {
             // A worker is on it, or about to be; the window stays responsive meanwhile.
             m_runWaits = true;
@@ -134,7 +135,10 @@ CSignatureAhead::Prepared CSignatureAhead::Prepare(size_t index,
         ahead = std::move(found->second);
         m_ready.erase(found);
         m_consumer = index + 1;
-        if (m_idleWorkers > 0) m_workToDo.notify_one();
+        // Idle workers are woken once half the window is free, and then fill it: one wake-up
+        // per several files.
+        if (m_idleWorkers > 0 && m_next + m_window / 2 <= m_consumer + m_window)
+            m_workToDo.notify_all();
     }
     Prepared prepared;
     prepared.signedAhead = ahead.content.has_value();

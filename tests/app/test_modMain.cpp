@@ -114,6 +114,16 @@ TEST(Options, StoredValuesReplaceTheDesignValues) {
     EXPECT_EQ(Logger().LogLevel(), 2);
 }
 
+TEST(Options, QuickCheckIsOnOnlyWhenOneIsStored) {
+    BackupFixture f;
+    EXPECT_EQ(LoadOptions().quickCheck, 0);
+    for (const auto& [stored, on] : std::vector<std::pair<std::string, int32_t>>{
+             {"1", 1}, {"0", 0}, {"", 0}, {"2", 0}, {"yes", 0}}) {
+        f.SetOption("QuickCheck", stored);
+        EXPECT_EQ(LoadOptions().quickCheck, on) << stored;
+    }
+}
+
 TEST(Options, LowerCaseTraceSelectsBasic) {
     BackupFixture f;
     f.SetOption("Log", "trace");

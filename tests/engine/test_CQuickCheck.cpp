@@ -1,0 +1,570 @@
+// The opt-in quick check of a backup run: a file whose stamp (device, inode, size, modification
+// and change times) is what the source's last committed run kept takes that run's signature
+// without being opened; every other file is read and signed as usual, and the run is recorded
+// as if every file had been hashed. Which files a run opens is watched with inotify.
+//
+// A stamp is kept only for files whose times lie 2 seconds before the run's start, so the tests
+// make their files, then wait that long before the first run.
+
+#include "BackupFixture.h"
+#include "StoreAudit.h"
+
+#include "app/modPaths.h"
+#include "app/modSetup.h"
+#include "catalogue/CQuickCheckDB.h"
+#include "engine/CBackup.h"
+#include "engine/CQuickCheck.h"
+#include "support/CMMTimer.h"
+#include "support/modServices.h"
+#include "support/modYield.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <fcntl.h>
+#include <map>
+#include <set>
+#include <string>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using Strings = std::vector<std::string>;
+using Rows = std::vector<Strings>;
+
+// Every apostrophe of a stored path becomes a backslash.
+std::string Encoded(std::string path) {
+    for (char& c : path)
+        if (c == '\'') c = '\\';
+    return path;
+}
+
+struct stat StatOf(const std::string& path) {
+    struct stat st {};
+    EXPECT_EQ(::lstat(path.c_str(), &st), 0) << path;
+    return st;
+}
+
+// Lets the files just made grow old enough for their stamps to be kept by the next run.
+void LetFilesSettle() {
+    std::this_thread::sleep_for(std::chrono::nanoseconds(CQuickCheck::kSettledNs) +
+                                std::chrono::milliseconds(100));
+}
+
+// The files opened or read below a folder while this object lives, seen through inotify.
+class OpenWatch {
+public:
+    // Watches `root` and every folder below it.
+    explicit OpenWatch(const std::string& root) : m_fd(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
+        EXPECT_GE(m_fd, 0) << "inotify_init1: errno " << errno;
+        Add(root, "");
+        for (const std::string& folder : WalkBreadthFirst(root).folders)
+            Add(folder, folder.substr(root.size() + 1) + "/");
+    }
+    ~OpenWatch() {
+        if (m_fd >= 0) ::close(m_fd);
+    }
+    OpenWatch(const OpenWatch&) = delete;
+    OpenWatch& operator=(const OpenWatch&) = delete;
+
+    // The files (not folders) opened or read so far, relative to the root, sorted, each once.
+    Strings Opened() {
+        std::set<std::string> names;
+        alignas(inotify_event) char buffer[64 * 1024];
+        for (;;) {
+            const ssize_t got = ::read(m_fd, buffer, sizeof buffer);
+            if (got < 0 && errno == EAGAIN) break;
+            if (got <= 0) {
+                ADD_FAILURE() << "reading the inotify events failed: errno " << errno;
+                break;
+            }
+            for (ssize_t at = 0; at < got;) {
+                const auto* event = reinterpret_cast<const inotify_event*>(buffer + at);
+                EXPECT_EQ(event->mask & IN_Q_OVERFLOW, 0u) << "inotify events were lost";
+                if (event->len > 0 && !(event->mask & IN_ISDIR))
+                    names.insert(m_folders[event->wd] + event->name);
+                at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+            }
+        }
+        return Strings(names.begin(), names.end());
+    }
+
+private:
+    void Add(const std::string& folder, const std::string& relative) {
+        const int wd = ::inotify_add_watch(m_fd, folder.c_str(), IN_OPEN | IN_ACCESS);
+        EXPECT_GE(wd, 0) << "inotify_add_watch " << folder << ": errno " << errno;
+        m_folders[wd] = relative;
+    }
+
+    int m_fd;
+    std::map<int, std::string> m_folders;
+};
+
+class CQuickCheckTest : public ::testing::Test {
+protected:
+    CQuickCheckTest() : source(env.Path("src")) {
+        WriteRegSetting("BackupPath", env.Path("bk"));
+        CreateDB();
+        Logger().LogFile(env.Path("t.log"));
+        Logger().StartLogger();
+        Logger().LogLevel(3);
+        // The run's clock stands still except at the start of the file loop: the quick check
+        // uses the wall clock, not this one.
+        CMMTimer::SetTickSource([this] { return now; });
+        quickFile = CQuickCheckDB::PathBeside(GetDBPath());
+    }
+    ~CQuickCheckTest() override {
+        SetYieldHook(nullptr);
+        CMMTimer::SetTickSource(nullptr);
+    }
+
+    void Prepare(CBackup& backup, const std::string& folder, bool quick) {
+        backup.Source(folder);
+        backup.BackupDB(GetDBPath());
+        backup.BackupPath(GetFilesPath());
+        backup.QuickCheck(quick);
+        backup.OnStart = [this](int32_t) { now += 3000; };
+    }
+
+    // One complete run of `folder`; the run must raise no box and meet no problem.
+    void Run(bool quick, const std::string& folder) {
+        CBackup backup;
+        Prepare(backup, folder, quick);
+        EXPECT_EQ(backup.Exec(), CBackup::Result::kEmpty);
+        EXPECT_FALSE(backup.Problems().Any()) << backup.Problems().lost;
+        EXPECT_EQ(env.box.calls.size(), 0u);
+    }
+    void Run(bool quick) { Run(quick, source); }
+
+    // One complete run of `folder`, and the files below it that the run opened or read.
+    Strings RunWatched(bool quick, const std::string& folder) {
+        OpenWatch watch(folder);
+        Run(quick, folder);
+        return watch.Opened();
+    }
+    Strings RunWatched(bool quick) { return RunWatched(quick, source); }
+
+    std::string StoreFile(const std::string& content) const {
+        const std::string sig = TestSignature(content);
+        return GetFilesPath() + "/" + sig.substr(0, 2) + "/" + sig.substr(2, 2) + "/" + sig +
+               ".QRV";
+    }
+
+    Strings StoreListing() const { return ListTree(GetFilesPath()); }
+
+    // The store entries that a set of contents needs: two folder levels and the file.
+    static Strings StoreEntries(const Strings& contents) {
+        std::set<std::string> entries;
+        for (const std::string& content : contents) {
+            const std::string sig = TestSignature(content);
+            entries.insert(sig.substr(0, 2) + "/");
+            entries.insert(sig.substr(0, 2) + "/" + sig.substr(2, 2) + "/");
+            entries.insert(sig.substr(0, 2) + "/" + sig.substr(2, 2) + "/" + sig + ".QRV");
+        }
+        return Strings(entries.begin(), entries.end());
+    }
+
+    // Every content is in the store under its signature, and nothing else is.
+    void ExpectStoreHolds(const Strings& contents) const {
+        EXPECT_EQ(StoreListing(), StoreEntries(contents));
+        for (const std::string& content : contents)
+            EXPECT_EQ(ReadFile(StoreFile(content)), content) << TestSignature(content);
+        EXPECT_EQ(AuditBackupFolder(env.Path("bk")), Strings{});
+    }
+
+    // Log messages without stamp and line end.
+    Strings LogLines() const {
+        Strings lines;
+        for (std::string line : LogMessages(ReadFile(env.Path("t.log")))) {
+            if (line.size() >= 2 && line.compare(line.size() - 2, 2, "\r\n") == 0)
+                line.resize(line.size() - 2);
+            lines.push_back(line);
+        }
+        return lines;
+    }
+
+    Rows Query(const std::string& sql) const { return SqlRows(GetDBPath(), sql); }
+
+    // The Files rows of run `bid`, in the order they were written.
+    Rows RunRows(int bid) const {
+        return Query("SELECT md5, path, file, backup, size FROM Files WHERE bid = " +
+                     std::to_string(bid) + " ORDER BY fid");
+    }
+
+    // The rows a run of `folder` writes when its files hold `contents` (keyed by full path).
+    Rows ExpectedRows(const std::map<std::string, std::string>& contents,
+                      const std::string& folder) const {
+        Rows rows;
+        for (const std::string& path : WalkOrder(folder)) {
+            const auto found = contents.find(path);
+            EXPECT_NE(found, contents.end()) << path;
+            if (found == contents.end()) continue;
+            const std::string& content = found->second;
+            rows.push_back({TestSignature(content), Encoded(path.substr(0, path.rfind('/') + 1)),
+                            Encoded(path), StoreFile(content), std::to_string(content.size())});
+        }
+        return rows;
+    }
+    Rows ExpectedRows(const std::map<std::string, std::string>& contents) const {
+        return ExpectedRows(contents, source);
+    }
+
+    ScopedTestEnv env;
+    std::string source;
+    std::string quickFile;
+    uint32_t now = 5000;
+
+    // A small tree used by most tests: files of three sizes, two of them with equal content,
+    // in the source folder and two levels below it.
+    const std::string a = "alpha content", b = PatternContent(20000), c = PatternContent(9000);
+    std::map<std::string, std::string> Contents() const {
+        return {{source + "/a.txt", a},
+                {source + "/sub/b.bin", b},
+                {source + "/sub/deep/c.dat", c},
+                {source + "/sub/deep/copy.dat", c}};
+    }
+    void MakeTree() {
+        CreateTree(
+            source,
+            Dir({{"a.txt", File(a)},
+                 {"sub", Dir({{"b.bin", File(b)},
+                              {"deep", Dir({{"c.dat", File(c)}, {"copy.dat", File(c)}})}})}}));
+    }
+    static inline const Strings kAllFiles{"a.txt", "sub/b.bin", "sub/deep/c.dat",
+                                          "sub/deep/copy.dat"};
+};
+
+// ---- Unchanged files ----
+
+TEST_F(CQuickCheckTest, SecondRunOpensNoUnchangedFileAndRecordsItAsTheFirstDid) {
+    MakeTree();
+    LetFilesSettle();
+    Run(true);
+    ASSERT_EQ(RunRows(1), ExpectedRows(Contents()));
+    const Strings storeAfterFirst = StoreListing();
+    ASSERT_EQ(storeAfterFirst, StoreEntries({a, b, c}));
+    const size_t firstRunLines = LogLines().size();
+    const Strings order = WalkOrder(source);
+
+    EXPECT_EQ(RunWatched(true), Strings{});
+
+    EXPECT_EQ(RunRows(2), RunRows(1));
+    EXPECT_EQ(StoreListing(), storeAfterFirst);
+    ExpectStoreHolds({a, b, c});
+    // The run's lines from the file count on, as for files that were hashed and found stored.
+    const Strings lines = LogLines();
+    ASSERT_GT(lines.size(), firstRunLines);
+    const Strings second(lines.begin() + static_cast<std::ptrdiff_t>(firstRunLines), lines.end());
+    const auto from = std::find(second.begin(), second.end(), "Files found  : 4");
+    ASSERT_NE(from, second.end());
+    Strings expected{"Files found  : 4"};
+    const std::map<std::string, std::string> contents = Contents();
+    for (const std::string& path : order) {
+        const std::string& content = contents.at(path);
+        const std::string size = std::to_string(content.size());
+        for (const std::string& line :
+             {"FIL: " + path, "SIZ: " + size, "MD5: " + TestSignature(content),
+              "File size: " + size, "File size: " + size,
+              std::string("File already in backup collection")})
+            expected.push_back(line);
+    }
+    expected.push_back("List of duplicates");
+    for (const std::string& path : order)
+        expected.push_back("Duplicate: " + path);
+    for (const char* line :
+         {"Total Files : 4", "Tot Filesize: 38,013", "Fil not copd: 4", "Siz not copd: 38,013"})
+        expected.push_back(line);
+    ASSERT_GE(second.end() - from, static_cast<std::ptrdiff_t>(expected.size()));
+    EXPECT_EQ(Strings(from, from + static_cast<std::ptrdiff_t>(expected.size())), expected);
+}
+
+TEST_F(CQuickCheckTest, ARunThatTookTheKeptSignaturesKeepsThemForTheNextRun) {
+    MakeTree();
+    LetFilesSettle();
+    Run(true);
+    EXPECT_EQ(RunWatched(true), Strings{});
+    EXPECT_EQ(RunWatched(true), Strings{});
+    EXPECT_EQ(RunRows(3), ExpectedRows(Contents()));
+    ExpectStoreHolds({a, b, c});
+}
+
+TEST_F(CQuickCheckTest, FileAddedSinceTheLastRunIsTheOnlyOneOpened) {
+    MakeTree();
+    LetFilesSettle();
+    Run(true);
+    const std::string added = "a file that came later";
+    WriteFile(source + "/sub/added.txt", added);
+    std::map<std::string, std::string> contents = Contents();
+    contents[source + "/sub/added.txt"] = added;
+
+    EXPECT_EQ(RunWatched(true), Strings{"sub/added.txt"});
+    EXPECT_EQ(RunRows(2), ExpectedRows(contents));
+    ExpectStoreHolds({a, b, c, added});
+}
+
+TEST_F(CQuickCheckTest, OddSourceAndFileNamesAreRecognisedUnchanged) {
+    source = env.Path("Bob's src");
+    const std::map<std::string, std::string> contents{
+        {source + "/it's.txt", "apostrophe"},
+        {source + "/new\nline.txt", "new line"},
+        {source + "/bad\xff\xfe name.bin", "invalid utf-8"},
+        {source + "/Bob's dir/x'y\r.txt", "apostrophes in folder and name"},
+    };
+    CreateTree(source, Dir({{"Bob's dir", Dir()}}));
+    for (const auto& [path, content] : contents)
+        WriteFile(path, content);
+    LetFilesSettle();
+    Run(true);
+    ASSERT_EQ(RunRows(1), ExpectedRows(contents));
+
+    EXPECT_EQ(RunWatched(true), Strings{});
+    EXPECT_EQ(RunRows(2), ExpectedRows(contents));
+}
+
+// ---- Changed files ----
+
+TEST_F(CQuickCheckTest, FileRewrittenWithTheSameSizeIsReadAgainAndStoredUnderItsNewSignature) {
+    MakeTree();
+    LetFilesSettle();
+    Run(true);
+    const std::string path = source + "/sub/b.bin";
+    const struct stat before = StatOf(path);
+    std::string changed = b;
+    changed[100] = static_cast<char>(changed[100] + 1);
+    WriteFile(path, changed);
+    const struct stat after = StatOf(path);
+    ASSERT_EQ(after.st_ino, before.st_ino);
+    ASSERT_EQ(after.st_size, before.st_size);
+    ASSERT_NE(after.st_mtim.tv_nsec + after.st_mtim.tv_sec * 1'000'000'000LL,
+              before.st_mtim.tv_nsec + before.st_mtim.tv_sec * 1'000'000'000LL);
+
+    EXPECT_EQ(RunWatched(true), Strings{"sub/b.bin"});
+
+    std::map<std::string, std::string> contents = Contents();
+    contents[path] = changed;
+    EXPECT_EQ(RunRows(2), ExpectedRows(contents));
+    EXPECT_EQ(RunRows(1), ExpectedRows(Contents()));
+    ExpectStoreHolds({a, b, c, changed});
+}
+
+TEST_F(CQuickCheckTest, FileReplacedByAnotherOfTheSameSizeAndModificationTimeIsReadAgain) {
+    MakeTree();
+    LetFilesSettle();
+    Run(true);
+    const std::string path = source + "/sub/deep/c.dat";
+    const struct stat before = StatOf(path);
+    // Made beside the source, given the old file's modification time, and renamed over it.
+    std::string other = c;
+    std::reverse(other.begin(), other.end());
+    ASSERT_NE(other, c);
+    const std::string replacement = env.Path("replacement.dat");
+    WriteFile(replacement, other);
+    const struct timespec times[2] = {before.st_atim, before.st_mtim};
+    ASSERT_EQ(::utimensat(AT_FDCWD, replacement.c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
+    ASSERT_EQ(std::rename(replacement.c_str(), path.c_str()), 0);
+    const struct stat after = StatOf(path);
+    ASSERT_NE(after.st_ino, before.st_ino);
+    ASSERT_EQ(after.st_size, before.st_size);
+    ASSERT_EQ(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
+    ASSERT_EQ(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
+
+    EXPECT_EQ(RunWatched(true), Strings{"sub/deep/c.dat"});
+
+    std::map<std::string, std::string> contents = Contents();
+    contents[path] = other;
+    EXPECT_EQ(RunRows(2), ExpectedRows(contents));
+    ExpectStoreHolds({a, b, c, other});
+}
+
+TEST_F(CQuickCheckTest, UnchangedFileWhoseStoreFileWentMissingIsCopiedAgain) {
+    MakeTree();
+    LetFilesSettle();
+    Run(true);
+    ASSERT_EQ(::unlink(StoreFile(b).c_str()), 0);
+    const size_t firstRunLines = LogLines().size();
+
+    // Only the copy into the store reads it.
+    EXPECT_EQ(RunWatched(true), Strings{"sub/b.bin"});
+
+    EXPECT_EQ(RunRows(2), ExpectedRows(Contents()));
+    ExpectStoreHolds({a, b, c});
+    const Strings lines = LogLines();
+    const Strings copies = [&] {
+        Strings found;
+        for (size_t i = firstRunLines; i < lines.size(); ++i)
+            if (lines[i].compare(0, 5, "COP: ") == 0) found.push_back(lines[i]);
+        return found;
+    }();
+    EXPECT_EQ(copies, Strings{"COP: " + source + "/sub/b.bin"});
+}
+
+// ---- Fresh files ----
+
+TEST_F(CQuickCheckTest, FilesMadeJustBeforeTheFirstRunAreReadAgainByTheNext) {
+    MakeTree();
+    Run(true);
+    EXPECT_EQ(RunWatched(true), kAllFiles);
+    EXPECT_EQ(RunRows(2), ExpectedRows(Contents()));
+    ExpectStoreHolds({a, b, c});
+}
+
+TEST_F(CQuickCheckTest, OnlyTheFileMadeJustBeforeTheFirstRunIsReadAgain) {
+    MakeTree();
+    LetFilesSettle();
+    const std::string fresh = "made a moment before the run";
+    WriteFile(source + "/sub/fresh.txt", fresh);
+    std::map<std::string, std::string> contents = Contents();
+    contents[source + "/sub/fresh.txt"] = fresh;
+    Run(true);
+    ASSERT_EQ(RunRows(1), ExpectedRows(contents));
+
+    EXPECT_EQ(RunWatched(true), Strings{"sub/fresh.txt"});
+    EXPECT_EQ(RunRows(2), ExpectedRows(contents));
+    ExpectStoreHolds({a, b, c, fresh});
+}
+
+// ---- The data file ----
+
+TEST_F(CQuickCheckTest, DamagedQuickCheckFileMeansEveryFileIsReadAndItIsReplaced) {
+    MakeTree();
+    LetFilesSettle();
+    Run(true);
+    ASSERT_TRUE(Exists(quickFile));
+    const std::string garbage = "not a database\n" + PatternContent(3000);
+    WriteFile(quickFile, garbage);
+    const size_t firstRunLines = LogLines().size();
+
+    EXPECT_EQ(RunWatched(true), kAllFiles);
+
+    EXPECT_EQ(RunRows(2), ExpectedRows(Contents()));
+    ExpectStoreHolds({a, b, c});
+    EXPECT_EQ(ReadFile(quickFile).substr(0, 16), std::string("SQLite format 3\0", 16));
+    const Strings lines = LogLines();
+    EXPECT_EQ(std::count(lines.begin() + static_cast<std::ptrdiff_t>(firstRunLines), lines.end(),
+                         "The quick check could not keep the stamps of this run"),
+              0);
+
+    EXPECT_EQ(RunWatched(true), Strings{});
+    EXPECT_EQ(RunRows(3), ExpectedRows(Contents()));
+}
+
+TEST_F(CQuickCheckTest, DeletedQuickCheckFileMeansEveryFileIsReadAndItIsMadeAgain) {
+    MakeTree();
+    LetFilesSettle();
+    Run(true);
+    ASSERT_EQ(::unlink(quickFile.c_str()), 0);
+
+    EXPECT_EQ(RunWatched(true), kAllFiles);
+
+    EXPECT_EQ(RunRows(2), ExpectedRows(Contents()));
+    ExpectStoreHolds({a, b, c});
+    ASSERT_TRUE(Exists(quickFile));
+    EXPECT_EQ(StatOf(quickFile).st_mode & 07777, 0600u);
+
+    EXPECT_EQ(RunWatched(true), Strings{});
+    EXPECT_EQ(RunRows(3), ExpectedRows(Contents()));
+}
+
+// ---- The option ----
+
+TEST_F(CQuickCheckTest, WithTheOptionOffNoQuickCheckFileIsMadeAndEveryFileIsRead) {
+    MakeTree();
+    LetFilesSettle();
+    Run(false);
+    EXPECT_FALSE(Exists(quickFile));
+
+    EXPECT_EQ(RunWatched(false), kAllFiles);
+
+    EXPECT_FALSE(Exists(quickFile));
+    EXPECT_EQ(ListTree(env.Path("bk/db")), Strings{"Backup.db"});
+    EXPECT_EQ(RunRows(2), ExpectedRows(Contents()));
+    ExpectStoreHolds({a, b, c});
+}
+
+TEST_F(CQuickCheckTest, WithTheOptionOffTheQuickCheckFileIsNeitherOpenedNorChanged) {
+    MakeTree();
+    LetFilesSettle();
+    Run(true);
+    const std::string kept = ReadFile(quickFile);
+    const struct stat before = StatOf(quickFile);
+
+    OpenWatch catalogueFolder(env.Path("bk/db"));
+    EXPECT_EQ(RunWatched(false), kAllFiles);
+    // The catalogue itself was opened, its neighbour was not.
+    const Strings opened = catalogueFolder.Opened();
+    EXPECT_EQ(std::count(opened.begin(), opened.end(), "Backup.db"), 1);
+    EXPECT_EQ(std::count(opened.begin(), opened.end(), "QuickCheck.db"), 0);
+
+    EXPECT_EQ(ReadFile(quickFile), kept);
+    const struct stat after = StatOf(quickFile);
+    EXPECT_EQ(after.st_ino, before.st_ino);
+    EXPECT_EQ(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
+    EXPECT_EQ(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
+    EXPECT_EQ(RunRows(2), ExpectedRows(Contents()));
+}
+
+// ---- Which run the stamps belong to ----
+
+TEST_F(CQuickCheckTest, StampsOfAnEarlierRunThanTheLastCommittedOneAreNotUsed) {
+    MakeTree();
+    LetFilesSettle();
+    Run(true);
+    Run(false);
+
+    // The kept stamps belong to run 1; the last committed run is run 2.
+    EXPECT_EQ(RunWatched(true), kAllFiles);
+    EXPECT_EQ(RunRows(3), ExpectedRows(Contents()));
+
+    // Run 3 kept its own.
+    EXPECT_EQ(RunWatched(true), Strings{});
+    EXPECT_EQ(RunRows(4), ExpectedRows(Contents()));
+}
+
+TEST_F(CQuickCheckTest, CancelledRunLeavesTheStampsOfTheLastCommittedRunInUse) {
+    MakeTree();
+    LetFilesSettle();
+    Run(true);
+
+    CBackup cancelled;
+    Prepare(cancelled, source, true);
+    cancelled.OnStart = [this, &cancelled](int32_t) {
+        now += 3000;
+        SetYieldHook([&cancelled] { cancelled.Cancel(); });
+    };
+    EXPECT_EQ(cancelled.Exec(), CBackup::Result::kCancel);
+    SetYieldHook(nullptr);
+    ASSERT_EQ(Query("SELECT bid FROM Backups"), (Rows{{"1"}}));
+
+    EXPECT_EQ(RunWatched(true), Strings{});
+    EXPECT_EQ(Query("SELECT bid FROM Backups ORDER BY bid"), (Rows{{"1"}, {"2"}}));
+    EXPECT_EQ(RunRows(2), ExpectedRows(Contents()));
+}
+
+TEST_F(CQuickCheckTest, TwoSourcesEachKeepTheirOwnStamps) {
+    MakeTree();
+    const std::string other = env.Path("other");
+    const std::string x = "the other source's file";
+    CreateTree(other, Dir({{"x.txt", File(x)}, {"inner", Dir({{"y.txt", File(a)}})}}));
+    const std::map<std::string, std::string> otherContents{{other + "/x.txt", x},
+                                                           {other + "/inner/y.txt", a}};
+    LetFilesSettle();
+    Run(true);
+    Run(true, other);
+
+    EXPECT_EQ(RunWatched(true), Strings{});
+    EXPECT_EQ(RunWatched(true, other), Strings{});
+
+    EXPECT_EQ(RunRows(3), ExpectedRows(Contents()));
+    EXPECT_EQ(RunRows(4), ExpectedRows(otherContents, other));
+    ExpectStoreHolds({a, b, c, x});
+}
+
+} // namespace
