@@ -11,6 +11,7 @@
 #include <deque>
 #include <dirent.h>
 #include <random>
+#include <set>
 #include <stdexcept>
 #include <sys/stat.h>
 
@@ -82,6 +83,22 @@ std::string TestSignature(const std::string& content) {
 std::string StoreFile(const std::string& backup, const std::string& content) {
     const std::string sig = TestSignature(content);
     return backup + "/Files/" + sig.substr(0, 2) + "/" + sig.substr(2, 2) + "/" + sig + ".QRV";
+}
+
+std::vector<std::string> StoreEntries(const std::vector<std::string>& contents) {
+    std::set<std::string> entries;
+    for (const std::string& content : contents) {
+        const std::string sig = TestSignature(content);
+        entries.insert(sig.substr(0, 2) + "/");
+        entries.insert(sig.substr(0, 2) + "/" + sig.substr(2, 2) + "/");
+        entries.insert(sig.substr(0, 2) + "/" + sig.substr(2, 2) + "/" + sig + ".QRV");
+    }
+    return {entries.begin(), entries.end()};
+}
+
+std::string Encoded(std::string path) {
+    std::replace(path.begin(), path.end(), '\'', '\\');
+    return path;
 }
 
 TreeWalk WalkBreadthFirst(const std::string& root) {

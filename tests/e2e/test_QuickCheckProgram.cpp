@@ -3,47 +3,19 @@
 // files while it records every one of them as the first run did.
 
 #include "BackupFixture.h"
+#include "OpenWatch.h"
 #include "TestProgram.h"
 
 #include <chrono>
 #include <gtest/gtest.h>
-#include <set>
 #include <string>
-#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 namespace {
 
 using Lines = std::vector<std::string>;
-
-// The names of the files opened in one folder while it is watched.
-class OpenedFiles {
-public:
-    explicit OpenedFiles(const std::string& folder)
-        : m_fd(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
-        ::inotify_add_watch(m_fd, folder.c_str(), IN_OPEN | IN_ACCESS);
-    }
-    ~OpenedFiles() { ::close(m_fd); }
-
-    // Each name once, in order.
-    Lines Names() const {
-        std::set<std::string> names;
-        alignas(inotify_event) char buffer[64 * 1024];
-        for (ssize_t got; (got = ::read(m_fd, buffer, sizeof buffer)) > 0;)
-            for (char* at = buffer; at < buffer + got;) {
-                const auto* event = reinterpret_cast<const inotify_event*>(at);
-                if (event->len > 0 && !(event->mask & IN_ISDIR)) names.insert(event->name);
-                at += sizeof(inotify_event) + event->len;
-            }
-        return {names.begin(), names.end()};
-    }
-
-private:
-    int m_fd;
-};
 
 class QuickCheckProgram : public ::testing::Test {
 protected:
@@ -74,10 +46,10 @@ TEST_F(QuickCheckProgram, SecondRunOpensNoUnchangedFileAndRecordsEveryOne) {
     EXPECT_EQ(st.st_mode & 0777, 0600u);
     EXPECT_EQ(SqlRows(kept, "SELECT count(*) FROM Stamps"), (std::vector<Lines>{{"3"}}));
 
-    const OpenedFiles opened(src);
+    OpenWatch opened(src);
     const ProgramRun second = RunStashwell({"backup"});
     EXPECT_EQ(second.exitCode, 0) << second.err;
-    EXPECT_EQ(opened.Names(), Lines{});
+    EXPECT_EQ(opened.Opened(), Lines{});
     EXPECT_EQ(FileRows(2), FileRows(1));
     EXPECT_EQ(FileRows(2).size(), 3u);
 }
@@ -85,9 +57,9 @@ TEST_F(QuickCheckProgram, SecondRunOpensNoUnchangedFileAndRecordsEveryOne) {
 TEST_F(QuickCheckProgram, OptionOffReadsEveryFileAndKeepsNoStamps) {
     f.SetOption("QuickCheck", "0");
     ASSERT_EQ(RunStashwell({"backup"}).exitCode, 0);
-    const OpenedFiles opened(src);
+    OpenWatch opened(src);
     ASSERT_EQ(RunStashwell({"backup"}).exitCode, 0);
-    EXPECT_EQ(opened.Names(), (Lines{"a.txt", "b.txt", "c.txt"}));
+    EXPECT_EQ(opened.Opened(), (Lines{"a.txt", "b.txt", "c.txt"}));
     EXPECT_FALSE(Exists(f.backup + "/db/QuickCheck.db"));
     EXPECT_EQ(FileRows(2), FileRows(1));
 }
@@ -96,9 +68,9 @@ TEST_F(QuickCheckProgram, ChangedFileIsReadAgainAndItsNewContentStored) {
     f.SetOption("QuickCheck", "1");
     ASSERT_EQ(RunStashwell({"backup"}).exitCode, 0);
     WriteFile(src + "/b.txt", "BRAVO CONTENT");
-    const OpenedFiles opened(src);
+    OpenWatch opened(src);
     ASSERT_EQ(RunStashwell({"backup"}).exitCode, 0);
-    EXPECT_EQ(opened.Names(), Lines{"b.txt"});
+    EXPECT_EQ(opened.Opened(), Lines{"b.txt"});
     EXPECT_EQ(
         f.RowTexts("SELECT md5, backup FROM Files WHERE bid = 2 AND file = '" + src + "/b.txt'"),
         Lines{TestSignature("BRAVO CONTENT") + "|" + StoreFile(f.backup, "BRAVO CONTENT")});

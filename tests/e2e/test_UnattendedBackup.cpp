@@ -173,11 +173,6 @@ struct FirstBackup : ::testing::Test {
     }
 };
 
-std::string Encoded(std::string path) {
-    std::replace(path.begin(), path.end(), '\'', '\\');
-    return path;
-}
-
 TEST_F(FirstBackup, StoresEachContentOnceAndRecordsEveryFile) {
     const ProgramRun run = RunStashwell({"backup"});
     ASSERT_EQ(run.exitCode, 0) << run.err;

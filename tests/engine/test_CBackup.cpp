@@ -39,13 +39,6 @@ using Rows = std::vector<Strings>;
 
 // The signature the store uses: MD5 of the content followed by one zero byte per started
 // 8192-byte block.
-// Every apostrophe of a stored path becomes a backslash (paths here never begin with one).
-std::string Encoded(std::string path) {
-    for (char& c : path)
-        if (c == '\'') c = '\\';
-    return path;
-}
-
 mode_t Mode(const std::string& path) {
     struct stat st {};
     if (::lstat(path.c_str(), &st) != 0) return 0;
@@ -99,27 +92,10 @@ protected:
     }
 
     std::string StoreFile(const std::string& content) const {
-        const std::string sig = TestSignature(content);
-        return GetFilesPath() + "/" + sig.substr(0, 2) + "/" + sig.substr(2, 2) + "/" + sig +
-               ".QRV";
+        return ::StoreFile(GetBackupPath(), content);
     }
 
     Strings StoreListing() const { return ListTree(GetFilesPath()); }
-
-    // The store entries that a set of contents needs: two folder levels and the file.
-    static Strings StoreEntries(const Strings& contents) {
-        Strings entries;
-        for (const std::string& content : contents) {
-            const std::string sig = TestSignature(content);
-            for (const std::string& entry :
-                 {sig.substr(0, 2) + "/", sig.substr(0, 2) + "/" + sig.substr(2, 2) + "/",
-                  sig.substr(0, 2) + "/" + sig.substr(2, 2) + "/" + sig + ".QRV"})
-                if (std::find(entries.begin(), entries.end(), entry) == entries.end())
-                    entries.push_back(entry);
-        }
-        std::sort(entries.begin(), entries.end());
-        return entries;
-    }
 
     // Log messages without stamp and line end.
     Strings LogLines() const {

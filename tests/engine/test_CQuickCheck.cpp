@@ -7,6 +7,7 @@
 // make their files, then wait that long before the first run.
 
 #include "BackupFixture.h"
+#include "OpenWatch.h"
 #include "StoreAudit.h"
 
 #include "app/modPaths.h"
@@ -21,15 +22,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <fcntl.h>
 #include <map>
-#include <set>
 #include <string>
-#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -39,13 +37,6 @@ namespace {
 
 using Strings = std::vector<std::string>;
 using Rows = std::vector<Strings>;
-
-// Every apostrophe of a stored path becomes a backslash.
-std::string Encoded(std::string path) {
-    for (char& c : path)
-        if (c == '\'') c = '\\';
-    return path;
-}
 
 struct stat StatOf(const std::string& path) {
     struct stat st {};
@@ -58,55 +49,6 @@ void LetFilesSettle() {
     std::this_thread::sleep_for(std::chrono::nanoseconds(CQuickCheck::kSettledNs) +
                                 std::chrono::milliseconds(100));
 }
-
-// The files opened or read below a folder while this object lives, seen through inotify.
-class OpenWatch {
-public:
-    // Watches `root` and every folder below it.
-    explicit OpenWatch(const std::string& root) : m_fd(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
-        EXPECT_GE(m_fd, 0) << "inotify_init1: errno " << errno;
-        Add(root, "");
-        for (const std::string& folder : WalkBreadthFirst(root).folders)
-            Add(folder, folder.substr(root.size() + 1) + "/");
-    }
-    ~OpenWatch() {
-        if (m_fd >= 0) ::close(m_fd);
-    }
-    OpenWatch(const OpenWatch&) = delete;
-    OpenWatch& operator=(const OpenWatch&) = delete;
-
-    // The files (not folders) opened or read so far, relative to the root, sorted, each once.
-    Strings Opened() {
-        std::set<std::string> names;
-        alignas(inotify_event) char buffer[64 * 1024];
-        for (;;) {
-            const ssize_t got = ::read(m_fd, buffer, sizeof buffer);
-            if (got < 0 && errno == EAGAIN) break;
-            if (got <= 0) {
-                ADD_FAILURE() << "reading the inotify events failed: errno " << errno;
-                break;
-            }
-            for (ssize_t at = 0; at < got;) {
-                const auto* event = reinterpret_cast<const inotify_event*>(buffer + at);
-                EXPECT_EQ(event->mask & IN_Q_OVERFLOW, 0u) << "inotify events were lost";
-                if (event->len > 0 && !(event->mask & IN_ISDIR))
-                    names.insert(m_folders[event->wd] + event->name);
-                at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
-            }
-        }
-        return Strings(names.begin(), names.end());
-    }
-
-private:
-    void Add(const std::string& folder, const std::string& relative) {
-        const int wd = ::inotify_add_watch(m_fd, folder.c_str(), IN_OPEN | IN_ACCESS);
-        EXPECT_GE(wd, 0) << "inotify_add_watch " << folder << ": errno " << errno;
-        m_folders[wd] = relative;
-    }
-
-    int m_fd;
-    std::map<int, std::string> m_folders;
-};
 
 class CQuickCheckTest : public ::testing::Test {
 protected:
@@ -153,24 +95,10 @@ protected:
     Strings RunWatched(bool quick) { return RunWatched(quick, source); }
 
     std::string StoreFile(const std::string& content) const {
-        const std::string sig = TestSignature(content);
-        return GetFilesPath() + "/" + sig.substr(0, 2) + "/" + sig.substr(2, 2) + "/" + sig +
-               ".QRV";
+        return ::StoreFile(GetBackupPath(), content);
     }
 
     Strings StoreListing() const { return ListTree(GetFilesPath()); }
-
-    // The store entries that a set of contents needs: two folder levels and the file.
-    static Strings StoreEntries(const Strings& contents) {
-        std::set<std::string> entries;
-        for (const std::string& content : contents) {
-            const std::string sig = TestSignature(content);
-            entries.insert(sig.substr(0, 2) + "/");
-            entries.insert(sig.substr(0, 2) + "/" + sig.substr(2, 2) + "/");
-            entries.insert(sig.substr(0, 2) + "/" + sig.substr(2, 2) + "/" + sig + ".QRV");
-        }
-        return Strings(entries.begin(), entries.end());
-    }
 
     // Every content is in the store under its signature, and nothing else is.
     void ExpectStoreHolds(const Strings& contents) const {
