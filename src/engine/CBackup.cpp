@@ -229,7 +229,7 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
     CSignatureAhead::Prepared prepared = ahead.Prepare(index, [this] { return m_cancel; });
     if (prepared.cancelled) return; // the run stops after this file: nothing of it is kept
     // A file that a worker signed was read to its end; only the others are probed.
-    if (!prepared.signedAhead && !FSIsReadable(path)) {
+    if (!prepared.SignedAhead() && !FSIsReadable(path)) {
         NoteUnreadable(path);
         return;
     }
@@ -242,7 +242,7 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
     Log(2, "SIZ: " + NumText(size));
 
     Operation("Calculate MD5 signature");
-    SignedContent content = prepared.signedAhead ? prepared.content : SignFile(path);
+    SignedContent content = prepared.SignedAhead() ? prepared.content : SignFile(path);
     const std::unique_ptr<CStagedContent> staged = std::move(prepared.staged);
     if (content.signature.empty()) {
         Log(2, "Skipping " + path);
@@ -304,7 +304,7 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
         m_db.AddBackupRecord(m_bid, content.signature, path, m_store.Target(content.signature),
                              NumTextSigned(static_cast<double>(content.length)));
         // The stamp vouches only for the content that the worker signed.
-        if (m_quick && prepared.signedAhead && content == prepared.content)
+        if (m_quick && prepared.SignedAhead() && content == prepared.content)
             m_quick->Note(path, prepared.stamp, content);
         DoEvents();
     }

@@ -141,7 +141,6 @@ CSignatureAhead::Prepared CSignatureAhead::Prepare(size_t index,
             m_workToDo.notify_all();
     }
     Prepared prepared;
-    prepared.signedAhead = ahead.content.has_value();
     if (ahead.content) prepared.content = *ahead.content;
     prepared.staged = std::move(ahead.staged);
     prepared.stamp = ahead.stamp;
@@ -150,5 +149,5 @@ CSignatureAhead::Prepared CSignatureAhead::Prepare(size_t index,
 
 SignedContent CSignatureAhead::Signature(size_t index) {
     Prepared prepared = Prepare(index);
-    return prepared.signedAhead ? prepared.content : SignFile(m_files[index]);
+    return prepared.SignedAhead() ? prepared.content : SignFile(m_files[index]);
 }

@@ -42,13 +42,13 @@ public:
     };
     // A file as the run receives it.
     struct Prepared {
-        // Whether a worker signed the file (and so could read it to its end): `content` is then
-        // its signature, otherwise empty and the run signs it itself.
-        bool signedAhead = false;
+        // The signature when a worker could sign the file (and so read it to its end);
+        // otherwise empty, and the run signs the file itself.
         SignedContent content;
         std::unique_ptr<CStagedContent> staged;
         FileStamp stamp;        // as the file was read; unknown when it changed meanwhile
         bool cancelled = false; // the run was cancelled while it waited for the file
+        bool SignedAhead() const { return !content.signature.empty(); }
     };
 
     // `files` must stay unchanged while this object lives, and `quick` (when given) unchanged
