@@ -5,6 +5,11 @@
 #include "support/modServices.h"
 
 namespace {
+std::string& ChosenBackupPath() {
+    static std::string path;
+    return path;
+}
+
 CProgramSettings ProgramSettings() {
     CProgramSettings settings;
     settings.RootKey(CProgramSettings::kLocalMachine);
@@ -25,7 +30,11 @@ void WriteRegSetting(const std::string& name, const std::string& value) {
 }
 
 std::string GetBackupPath() {
-    return ReadRegSetting("BackupPath");
+    return ChosenBackupPath().empty() ? ReadRegSetting("BackupPath") : ChosenBackupPath();
+}
+
+void UseBackupPath(const std::string& path) {
+    ChosenBackupPath() = path;
 }
 
 bool IsBackupPathSet() {

@@ -11,6 +11,9 @@ std::string ReadRegSetting(const std::string& name);
 void WriteRegSetting(const std::string& name, const std::string& value);
 
 std::string GetBackupPath();
+// Makes GetBackupPath answer `path` for the rest of the process, whatever the settings file
+// says (the companion's --backup-path); "" goes back to the setting.
+void UseBackupPath(const std::string& path);
 bool IsBackupPathSet();
 // "" when no backup path is set.
 std::string GetDBPath();

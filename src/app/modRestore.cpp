@@ -96,6 +96,7 @@ void CFileRestorer::CreateFolders(const std::string& target) {
 
 const std::string& CFileRestorer::Source() {
     if (!m_sourceRead) {
+        if (!m_db.Handle()) m_db.Connect(GetDBPath());
         m_db.Reset();
         m_db.Table("Backups");
         m_db.Action(sqlaction::kSelect);
@@ -107,10 +108,8 @@ const std::string& CFileRestorer::Source() {
     return m_source;
 }
 
-void CFileRestorer::RestoreFile(const std::string& key) {
-    CProcTrap trap("RestoreFile");
-    try {
-        trap.Check();
+RestoreOutcome CFileRestorer::RestoreFile(const std::string& key) {
+    const bool found = Trapped("RestoreFile", false, [&] {
         Operation("Calculate filename to restore");
         if (!m_db.Handle()) m_db.Connect(GetDBPath());
         m_db.Reset();
@@ -119,9 +118,17 @@ void CFileRestorer::RestoreFile(const std::string& key) {
         // "+bid": the file's own index finds the row; the run's would visit every file of it.
         m_db.Where("+bid = " + m_bid + " AND file = " + SQLLiteral(key));
         m_db.Exec();
-        const std::string file = FirstRowField(m_db, "file");
-        const std::string backup = FirstRowField(m_db, "backup");
+        return true;
+    });
+    if (!found) return {false, false, key, "the catalogue could not be read"};
+    return RestoreRow(FirstRowField(m_db, "file"), FirstRowField(m_db, "backup"));
+}
 
+RestoreOutcome CFileRestorer::RestoreRow(const std::string& file, const std::string& backup) {
+    CProcTrap trap("RestoreFile");
+    RestoreOutcome outcome;
+    try {
+        trap.Check();
         std::string target = file;
         if (!m_destination.empty()) {
             const std::string& source = Source();
@@ -130,16 +137,20 @@ void CFileRestorer::RestoreFile(const std::string& key) {
         }
         // Every stored "\" is an apostrophe of the real name.
         std::replace(target.begin(), target.end(), '\\', '\'');
+        outcome.target = target;
 
         if (!file.empty()) {
             const std::string folder = m_destination.empty() ? Source() : m_destination;
             const std::string problem = RestoreTargetProblem(folder, target, m_lastFolder);
             if (!problem.empty()) {
+                outcome.problem = problem;
                 const std::string text = "Failed to restore " + target + ": " + problem;
                 Operation(text);
                 Log(1, text);
                 Raise(err::kNoDestination, text);
             }
+        } else {
+            outcome.problem = "the run holds no such file";
         }
 
         Operation("Restore file");
@@ -148,22 +159,34 @@ void CFileRestorer::RestoreFile(const std::string& key) {
         struct stat st {};
         const bool existed = ::lstat(target.c_str(), &st) == 0;
         if (!FSCopyFile(storeFile, target)) {
+            if (outcome.problem.empty())
+                outcome.problem = ::lstat(storeFile.c_str(), &st) != 0 && errno == ENOENT
+                                      ? "its store file " + storeFile + " is missing"
+                                      : "it could not be copied from " + storeFile;
             Operation("Failed to restore " + target);
             Log(1, "Failed to restore " + target);
             Raise(err::kNoDestination);
         }
+        outcome.restored = true;
         if (!existed) ::chmod(target.c_str(), 0666 & ~UserMask());
         DoEvents();
         Operation("Restore verify");
+        outcome.verified = true;
         if (m_verify) {
             const std::string name = FSGetNamePart(backup);
-            if (MD5File(target) != name.substr(0, name.size() >= 4 ? name.size() - 4 : 0))
+            const std::string signature = name.substr(0, name.size() >= 4 ? name.size() - 4 : 0);
+            if (MD5File(target) != signature) {
+                outcome.verified = false;
+                outcome.problem = "its content does not have the signature " + signature;
                 MsgBox("Restored file failed verification " + file, mb::kCritical | mb::kOKOnly,
                        kTitle);
+            }
         }
     } catch (...) {
+        if (outcome.problem.empty()) outcome.problem = CurrentRuntimeError().Description();
         trap.Handle();
     }
+    return outcome;
 }
 
 void RestoreFile(const std::string& bid, const std::string& key, const std::string& destination,

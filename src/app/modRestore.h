@@ -15,6 +15,14 @@
 
 #include <string>
 
+// How the restore of one file ended.
+struct RestoreOutcome {
+    bool restored = false; // the target holds the store file's bytes
+    bool verified = false; // and their signature is the store file's name (when asked)
+    std::string target;    // where the file went (or was to go)
+    std::string problem;   // why it was not restored or not verified, in words; "" when it was
+};
+
 // Restores the files of one run to one destination, on one catalogue connection.
 class CFileRestorer {
 public:
@@ -24,7 +32,10 @@ public:
 
     // RestoreFile for the stored (encoded) file path `key`. A verification mismatch shows one
     // critical box.
-    void RestoreFile(const std::string& key);
+    RestoreOutcome RestoreFile(const std::string& key);
+    // The same for a row of the run that the caller has read already: its `file` and `backup`
+    // values.
+    RestoreOutcome RestoreRow(const std::string& file, const std::string& backup);
 
 private:
     const std::string& Source();

@@ -1,5 +1,6 @@
 #include "TestSupport.h"
 
+#include "app/modPaths.h"
 #include "app/modRetention.h"
 #include "catalogue/ADOSQLite.h"
 #include "support/CMMTimer.h"
@@ -141,6 +142,7 @@ void ScopedTestEnv::DefaultHooks() {
     CMMTimer::SetTickSource(nullptr);
     ADOSQLite::SetLibVersionProbe(nullptr);
     SetMaintenanceView({});
+    UseBackupPath({});
 }
 
 ScopedTestEnv::ScopedTestEnv() {

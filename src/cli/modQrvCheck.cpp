@@ -1,0 +1,202 @@
+#include "cli/modQrvCheck.h"
+
+#include "app/CBackupFolderLock.h"
+#include "app/modPaths.h"
+#include "cli/CProgressLine.h"
+#include "cli/CQrvArgs.h"
+#include "cli/CQrvCatalogue.h"
+#include "cli/modQrvExit.h"
+#include "cli/modQrvText.h"
+#include "cli/modStoreScan.h"
+#include "engine/CStore.h"
+#include "support/modFSCommon.h"
+
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <ostream>
+#include <sys/stat.h>
+#include <unordered_map>
+
+namespace {
+
+using Row = CQrvCatalogue::Row;
+
+struct StoreProblem {
+    std::string path;
+    std::string kind; // "missing", "wrong size", "altered", "unreadable"
+    std::string detail;
+    bool contentWrong = false; // what --repair moves out of the store
+    std::string quarantined;
+    std::vector<std::pair<std::string, std::string>> heldBy; // bid, stored file
+};
+
+struct CheckResult {
+    std::vector<std::string> catalogue; // the integrity check's rows
+    size_t runs = 0, files = 0, storeFiles = 0, read = 0;
+    std::map<std::string, StoreProblem> problems; // by store file name
+};
+
+const char* const kRunFiles = "FROM Files f JOIN Backups b ON b.bid = f.bid";
+
+std::string NameOf(std::string_view backup) {
+    return FSGetNamePart(std::string(backup));
+}
+
+// Each store file that the runs refer to is there with the recorded size.
+void CheckReferenced(const std::unordered_map<std::string, uint64_t>& recorded,
+                     const std::string& store, CheckResult& result) {
+    for (const auto& [name, size] : recorded) {
+        std::string path = CStore::StorePath(store, name);
+        struct stat st {};
+        if (::stat(path.c_str(), &st) != 0 && ::stat((store + "/" + name).c_str(), &st) != 0) {
+            result.problems[name] = {path, "missing", "", false, "", {}};
+        } else if (static_cast<uint64_t>(st.st_size) != size) {
+            result.problems[name] = {path,
+                                     "wrong size",
+                                     "it holds " + std::to_string(st.st_size) +
+                                         " bytes, the catalogue records " + std::to_string(size),
+                                     false,
+                                     "",
+                                     {}};
+        }
+    }
+}
+
+// Every store file's content has the signature of its name.
+void ReadStore(const std::string& store, CheckResult& result) {
+    const std::vector<std::string> paths = StoreFiles(store);
+    CProgressLine progress(CProgressLine::StderrIsTerminal());
+    const auto signatures = SignFiles(paths, [&](size_t done) {
+        progress.Show("Reading store files: " + std::to_string(done) + " of " +
+                      std::to_string(paths.size()));
+    });
+    progress.Clear();
+    result.read = paths.size();
+    for (size_t k = 0; k < paths.size(); ++k) {
+        const std::string name = FSGetNamePart(paths[k]);
+        const std::string expected = name.substr(0, name.size() - 4);
+        if (signatures[k] && signatures[k]->signature == expected) continue;
+        StoreProblem& problem = result.problems[name];
+        const std::string what = signatures[k]
+                                     ? "its content has the signature " + signatures[k]->signature
+                                     : "it cannot be read";
+        problem.path = paths[k];
+        problem.detail += (problem.detail.empty() ? "" : "; ") + what;
+        if (problem.kind.empty()) problem.kind = signatures[k] ? "altered" : "unreadable";
+        problem.contentWrong = signatures[k].has_value();
+    }
+}
+
+// Moves a store file whose content is wrong into <backup path>/Quarantine/.
+void Quarantine(StoreProblem& problem) {
+    const std::string folder = FSBuildPath(GetBackupPath(), "Quarantine");
+    ::mkdir(folder.c_str(), 0700);
+    const std::string name = FSGetNamePart(problem.path);
+    std::string target = folder + "/" + name;
+    struct stat st {};
+    for (int n = 1; ::lstat(target.c_str(), &st) == 0; ++n)
+        target = folder + "/" + name + "." + std::to_string(n);
+    if (::rename(problem.path.c_str(), target.c_str()) == 0)
+        problem.quarantined = target;
+    else
+        problem.detail += "; it could not be moved to " + folder + ": " + std::strerror(errno);
+}
+
+void PrintJson(const CheckResult& result, bool readData, std::ostream& out) {
+    out << "{\"backup_path\":" << JsonString(GetBackupPath()) << ",\"catalogue\":[";
+    for (size_t k = 0; k < result.catalogue.size(); ++k)
+        out << (k ? "," : "") << JsonString(result.catalogue[k]);
+    out << "],\"runs\":" << result.runs << ",\"files\":" << result.files
+        << ",\"store_files\":" << result.storeFiles
+        << ",\"read_data\":" << (readData ? "true" : "false") << ",\"read\":" << result.read
+        << ",\"problems\":[";
+    bool first = true;
+    for (const auto& [name, problem] : result.problems) {
+        out << (first ? "" : ",") << "{\"kind\":" << JsonString(problem.kind)
+            << ",\"store_file\":" << JsonString(problem.path)
+            << ",\"detail\":" << JsonString(problem.detail) << ",\"held_by\":[";
+        for (size_t k = 0; k < problem.heldBy.size(); ++k)
+            out << (k ? "," : "") << "{\"bid\":" << problem.heldBy[k].first
+                << ",\"file\":" << JsonString(ShownPath(problem.heldBy[k].second)) << "}";
+        out << "],\"quarantined\":" << JsonString(problem.quarantined) << "}";
+        first = false;
+    }
+    out << "]}\n";
+}
+
+void PrintText(const CheckResult& result, bool catalogueSound, bool readData, std::ostream& out) {
+    if (!catalogueSound)
+        for (const std::string& line : result.catalogue)
+            out << "catalogue: " << LineText(line) << "\n";
+    for (const auto& [name, problem] : result.problems) {
+        out << problem.kind << ": " << LineText(problem.path)
+            << (problem.detail.empty() ? "" : ": " + LineText(problem.detail)) << "\n";
+        if (problem.heldBy.empty()) out << "  held by no run\n";
+        for (const auto& [bid, file] : problem.heldBy)
+            out << "  held by run " << bid << ": " << LineText(ShownPath(file)) << "\n";
+        if (!problem.quarantined.empty())
+            out << "  moved to " << LineText(problem.quarantined)
+                << "; the next backup stores this content afresh\n";
+    }
+    const size_t count = result.problems.size() + (catalogueSound ? 0 : 1);
+    out << "Checked " << result.runs << (result.runs == 1 ? " run, " : " runs, ") << result.files
+        << (result.files == 1 ? " file and " : " files and ") << result.storeFiles
+        << (result.storeFiles == 1 ? " store file" : " store files");
+    if (readData)
+        out << ", read " << result.read << (result.read == 1 ? " store file" : " store files");
+    if (count == 0)
+        out << ": no problems.\n";
+    else
+        out << ": " << count << (count == 1 ? " problem.\n" : " problems.\n");
+}
+
+} // namespace
+
+int QrvCheck(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
+    CQrvCatalogue db;
+    const auto failed = [&] {
+        err << "qrv: " << db.Problem() << "\n";
+        return db.Status();
+    };
+    if (!db.Open()) return failed();
+    CBackupFolderLock lock;
+    if (args.Repair() && !lock.Acquire(GetBackupPath())) {
+        err << "qrv: " << lock.Problem() << "\n";
+        return kQrvBusy;
+    }
+    CheckResult result;
+    if (!db.Rows("PRAGMA integrity_check",
+                 [&](const Row& r) { result.catalogue.emplace_back(r[0]); }))
+        return failed();
+    const bool catalogueSound = result.catalogue == std::vector<std::string>{"ok"};
+    std::unordered_map<std::string, uint64_t> recorded;
+    if (!db.Rows("SELECT count(*) FROM Backups",
+                 [&](const Row& r) { result.runs = std::stoull(std::string(r[0])); }) ||
+        !db.Rows(std::string("SELECT f.backup, f.size ") + kRunFiles, [&](const Row& r) {
+            ++result.files;
+            recorded.emplace(NameOf(r[0]), std::strtoull(std::string(r[1]).c_str(), nullptr, 10));
+        }))
+        return failed();
+    result.storeFiles = recorded.size();
+    const std::string store = GetFilesPath();
+    CheckReferenced(recorded, store, result);
+    if (args.ReadData()) ReadStore(store, result);
+    if (!result.problems.empty() &&
+        !db.Rows(std::string("SELECT f.bid, f.file, f.backup ") + kRunFiles +
+                     " ORDER BY f.bid, f.fid",
+                 [&](const Row& r) {
+                     const auto problem = result.problems.find(NameOf(r[2]));
+                     if (problem != result.problems.end())
+                         problem->second.heldBy.emplace_back(r[0], r[1]);
+                 }))
+        return failed();
+    if (args.Repair())
+        for (auto& [name, problem] : result.problems)
+            if (problem.contentWrong) Quarantine(problem);
+    if (args.Json())
+        PrintJson(result, args.ReadData(), out);
+    else
+        PrintText(result, catalogueSound, args.ReadData(), out);
+    return catalogueSound && result.problems.empty() ? kQrvDone : kQrvProblems;
+}

@@ -1,0 +1,96 @@
+#include "cli/modQrvHelp.h"
+
+#include "support/Version.h"
+
+#include <map>
+
+namespace {
+
+const char* const kProgram =
+    R"(Usage: qrv [--backup-path DIR] COMMAND [ARGUMENTS] [OPTIONS]
+
+Lists, finds, restores and checks the backups that Stashwell made, without its window.
+It works on the backup path that Stashwell keeps in its settings, or on DIR.
+
+Commands:
+  runs [SOURCE]                       every run, grouped by source, newest first
+  ls BID [FOLDER]                     the folders and files of a folder of a run
+  find PATTERN                        the runs and paths of files whose name matches
+  restore BID [PATH...] [--to DIR]    restore a run, or files and folders of it
+  check [--read-data [--repair]]      check the catalogue and the store
+  help [COMMAND]                      this help, or a command's
+
+Options:
+  --backup-path DIR   work on the backup folder DIR
+  --json              runs, ls, find and check write JSON for scripts
+  --help, -h          show the help of the program or of a command
+  --version           show the version
+
+Exit status: 0 done; 1 problems found (check), files not restored (restore), nothing
+matched (find); 2 a command line that cannot be understood; 3 no backup path, folder,
+catalogue, run or path; a catalogue that cannot be read; 4 the catalogue or the backup
+folder is busy. See qrv(1).
+)";
+
+const std::map<std::string, std::string>& Commands() {
+    static const std::map<std::string, std::string> help = {
+        {"runs", R"(Usage: qrv runs [SOURCE] [--json]
+
+Lists every run of the catalogue, grouped by source (sources in name order), the newest
+run first: its bid, its date, its files and their bytes. With SOURCE, only the runs of
+that source folder.
+)"},
+        {"ls", R"(Usage: qrv ls BID [FOLDER] [--json]
+
+Lists the folders (ending in "/"), then the files with their sizes, directly in FOLDER of
+run BID, as the restore tree shows them. FOLDER is a full path or a path below the run's
+source; without it, the source itself. Names holding a new line, a backslash, a control
+character or bytes that are not UTF-8 are escaped ("\n", "\\", "\xff"); --json keeps
+every byte (a byte that is not UTF-8 as \udcXX).
+)"},
+        {"find", R"(Usage: qrv find PATTERN [--json]
+
+Lists the run, its date and the path of every file whose name matches PATTERN, a glob
+("*.txt", "report-202?.*", "[Bb]udget*"), newest run first. Quote the pattern so that
+the shell does not expand it. Exits 1 when nothing matches.
+)"},
+        {"restore", R"(Usage: qrv restore BID [PATH...] [--to DIR] [--verify]
+
+Restores every file of run BID, or the files and folders PATH names (full paths, or
+paths below the run's source), as the window's Restore does. Without --to each file goes
+back to its own place, over any file of the same name; with --to the files go below DIR
+as they were below the source. Nothing is written outside the folder restored into, and
+no symbolic link is followed. With --verify each restored file's signature is checked.
+Each file that could not be restored is named on stderr and the others go on; exits 0
+only when every file was restored (and verified when asked).
+)"},
+        {"check", R"(Usage: qrv check [--read-data [--repair]] [--json]
+
+Checks that the catalogue passes SQLite's integrity check and that every file of every
+run has its store file, of the size the catalogue records. With --read-data every store
+file is read, and its content must have the signature of its name. Each store file found
+wanting is named with the runs' files that hold it. Exits 1 when anything is wrong.
+
+--repair (with --read-data) moves each store file whose content does not match its name
+out of the store into <backup path>/Quarantine/, so that the next backup stores that
+content afresh. The runs that held it are named; until then they cannot restore it.
+)"},
+        {"help", R"(Usage: qrv help [COMMAND]
+
+Shows the help of the program, or of COMMAND.
+)"},
+    };
+    return help;
+}
+
+} // namespace
+
+std::string QrvHelp(const std::string& command) {
+    const auto found = Commands().find(command);
+    return found == Commands().end() ? kProgram : found->second;
+}
+
+std::string QrvVersion() {
+    return "qrv (Stashwell) " + std::to_string(version::kMajor) + "." +
+           std::to_string(version::kMinor) + "." + std::to_string(version::kRevision);
+}

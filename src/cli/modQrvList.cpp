@@ -1,0 +1,203 @@
+#include "cli/modQrvList.h"
+
+#include "app/modPaths.h"
+#include "catalogue/modSQLQuote.h"
+#include "cli/CQrvArgs.h"
+#include "cli/CQrvCatalogue.h"
+#include "cli/modQrvExit.h"
+#include "cli/modQrvPaths.h"
+#include "cli/modQrvText.h"
+
+#include <algorithm>
+#include <fnmatch.h>
+#include <map>
+#include <ostream>
+
+namespace {
+
+using Row = CQrvCatalogue::Row;
+
+int Failed(const CQrvCatalogue& db, std::ostream& err) {
+    err << "qrv: " << db.Problem() << "\n";
+    return db.Status();
+}
+
+// `text` padded with blanks to `width` on the left (`right`) or on the right; never cut.
+std::string Pad(const std::string& text, size_t width, bool right = true) {
+    const std::string blanks(text.size() < width ? width - text.size() : 0, ' ');
+    return right ? blanks + text : text + blanks;
+}
+
+std::string RunLine(const std::string& bid, const std::string& date, const std::string& files,
+                    const std::string& bytes) {
+    return Pad(bid, 8) + "  " + Pad(date, 19, false) + "  " + Pad(files, 10) + "  " +
+           Pad(bytes, 16) + "\n";
+}
+
+struct RunTotals {
+    std::string files = "0";
+    std::string bytes = "0";
+};
+
+struct SourceGroup {
+    std::string source;
+    std::vector<QrvRun> runs;
+};
+
+std::string WithoutTrailingSlash(std::string path) {
+    while (path.size() > 1 && path.back() == '/')
+        path.pop_back();
+    return path;
+}
+
+void PrintRuns(const std::vector<SourceGroup>& groups,
+               const std::map<std::string, RunTotals>& totals, bool json, std::ostream& out) {
+    const auto total = [&](const std::string& bid) {
+        const auto found = totals.find(bid);
+        return found == totals.end() ? RunTotals() : found->second;
+    };
+    if (json) {
+        out << "{\"backup_path\":" << JsonString(GetBackupPath()) << ",\"sources\":[";
+        for (size_t g = 0; g < groups.size(); ++g) {
+            out << (g ? "," : "") << "{\"source\":" << JsonString(groups[g].source)
+                << ",\"runs\":[";
+            for (size_t r = 0; r < groups[g].runs.size(); ++r) {
+                const QrvRun& run = groups[g].runs[r];
+                out << (r ? "," : "") << "{\"bid\":" << run.bid
+                    << ",\"date\":" << JsonString(run.datebk)
+                    << ",\"files\":" << total(run.bid).files
+                    << ",\"bytes\":" << total(run.bid).bytes << "}";
+            }
+            out << "]}";
+        }
+        out << "]}\n";
+        return;
+    }
+    for (size_t g = 0; g < groups.size(); ++g) {
+        out << (g ? "\n" : "") << LineText(groups[g].source) << "\n"
+            << RunLine("bid", "date", "files", "bytes");
+        for (const QrvRun& run : groups[g].runs)
+            out << RunLine(run.bid, LineText(run.datebk), total(run.bid).files,
+                           total(run.bid).bytes);
+    }
+}
+
+} // namespace
+
+int QrvRuns(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
+    CQrvCatalogue db;
+    if (!db.Open()) return Failed(db, err);
+    std::map<std::string, RunTotals> totals;
+    if (!db.Rows("SELECT bid, count(*), sum(CAST(size AS INTEGER)) FROM Files GROUP BY bid",
+                 [&](const Row& r) {
+                     totals[std::string(r[0])] = {std::string(r[1]),
+                                                  r[2].empty() ? "0" : std::string(r[2])};
+                 }))
+        return Failed(db, err);
+    const std::string wanted =
+        args.Arguments().empty() ? std::string() : WithoutTrailingSlash(args.Arguments()[0]);
+    std::vector<SourceGroup> groups;
+    if (!db.Rows("SELECT bid, source, datebk FROM Backups ORDER BY source, bid DESC",
+                 [&](const Row& r) {
+                     QrvRun run{std::string(r[0]), std::string(r[1]), std::string(r[2])};
+                     const std::string source = WithoutTrailingSlash(run.source);
+                     if (!wanted.empty() && wanted != source && wanted != ShownPath(source)) return;
+                     if (groups.empty() || groups.back().source != run.source)
+                         groups.push_back({run.source, {}});
+                     groups.back().runs.push_back(std::move(run));
+                 }))
+        return Failed(db, err);
+    if (!wanted.empty() && groups.empty()) {
+        err << "qrv: the catalogue holds no run of " << LineText(wanted) << "\n";
+        return kQrvCannotOpen;
+    }
+    PrintRuns(groups, totals, args.Json(), out);
+    return kQrvDone;
+}
+
+int QrvLs(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
+    CQrvCatalogue db;
+    QrvRun run;
+    if (!db.Open() || !db.Run(args.Arguments()[0], run)) return Failed(db, err);
+    const std::string folder =
+        StoredRunPath(run.source, args.Arguments().size() > 1 ? args.Arguments()[1] : "");
+    const std::string key = folder == "/" ? folder : folder + "/";
+    bool known = false;
+    std::vector<std::string> folders;
+    if (!db.Rows("SELECT path FROM Paths WHERE bid = " + run.bid, [&](const Row& r) {
+            const std::string path = WithoutTrailingSlash(std::string(r[0]));
+            if (path + "/" == key || path == key) known = true;
+            const size_t slash = path.rfind('/');
+            if (slash != std::string::npos && path.substr(0, slash + 1) == key)
+                folders.push_back(path.substr(slash + 1));
+        }))
+        return Failed(db, err);
+    if (!known) {
+        err << "qrv: run " << run.bid << " holds no folder " << LineText(ShownPath(folder)) << "\n";
+        return kQrvCannotOpen;
+    }
+    struct Entry {
+        std::string name, size, signature;
+        bool operator<(const Entry& other) const { return name < other.name; }
+    };
+    std::vector<Entry> files;
+    if (!db.Rows("SELECT file, size, md5 FROM Files WHERE bid = " + run.bid +
+                     " AND path = " + SQLLiteral(key),
+                 [&](const Row& r) {
+                     const std::string file(r[0]);
+                     files.push_back(
+                         {file.substr(file.rfind('/') + 1), std::string(r[1]), std::string(r[2])});
+                 }))
+        return Failed(db, err);
+    std::sort(folders.begin(), folders.end());
+    std::sort(files.begin(), files.end());
+    if (args.Json()) {
+        out << "{\"bid\":" << run.bid << ",\"source\":" << JsonString(run.source)
+            << ",\"folder\":" << JsonString(ShownPath(folder)) << ",\"folders\":[";
+        for (size_t k = 0; k < folders.size(); ++k)
+            out << (k ? "," : "") << JsonString(ShownPath(folders[k]));
+        out << "],\"files\":[";
+        for (size_t k = 0; k < files.size(); ++k)
+            out << (k ? "," : "") << "{\"name\":" << JsonString(ShownPath(files[k].name))
+                << ",\"size\":" << (files[k].size.empty() ? "0" : files[k].size)
+                << ",\"signature\":" << JsonString(files[k].signature) << "}";
+        out << "]}\n";
+        return kQrvDone;
+    }
+    for (const std::string& name : folders)
+        out << Pad("-", 12) << "  " << LineText(ShownPath(name)) << "/\n";
+    for (const Entry& file : files)
+        out << Pad(file.size, 12) << "  " << LineText(ShownPath(file.name)) << "\n";
+    return kQrvDone;
+}
+
+int QrvFind(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
+    CQrvCatalogue db;
+    if (!db.Open()) return Failed(db, err);
+    const std::string& pattern = args.Arguments()[0];
+    bool any = false;
+    if (args.Json()) out << "{\"pattern\":" << JsonString(pattern) << ",\"matches\":[";
+    if (!db.Rows("SELECT f.bid, b.datebk, f.file FROM Files f JOIN Backups b ON b.bid = f.bid "
+                 "ORDER BY f.bid DESC, f.fid",
+                 [&](const Row& r) {
+                     const std::string path = ShownPath(std::string(r[2]));
+                     const std::string name = path.substr(path.rfind('/') + 1);
+                     if (::fnmatch(pattern.c_str(), name.c_str(), 0) != 0) return;
+                     if (args.Json())
+                         out << (any ? "," : "") << "{\"bid\":" << r[0]
+                             << ",\"date\":" << JsonString(std::string(r[1]))
+                             << ",\"path\":" << JsonString(path) << "}";
+                     else
+                         out << Pad(std::string(r[0]), 8) << "  "
+                             << Pad(LineText(std::string(r[1])), 19, false) << "  "
+                             << LineText(path) << "\n";
+                     any = true;
+                 })) {
+        if (args.Json()) out << "]}\n";
+        return Failed(db, err);
+    }
+    if (args.Json()) out << "]}\n";
+    if (!any && !args.Json())
+        err << "qrv: no file of any run matches " << LineText(pattern) << "\n";
+    return any ? kQrvDone : kQrvProblems;
+}

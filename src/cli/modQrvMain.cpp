@@ -1,0 +1,69 @@
+#include "cli/modQrvMain.h"
+
+#include "app/modPaths.h"
+#include "cli/CQrvArgs.h"
+#include "cli/modQrvCheck.h"
+#include "cli/modQrvExit.h"
+#include "cli/modQrvHelp.h"
+#include "cli/modQrvList.h"
+#include "cli/modQrvRestore.h"
+#include "support/modMsgBox.h"
+#include "support/modPlatformPaths.h"
+#include "support/modServices.h"
+
+#include <ostream>
+
+namespace {
+
+// Boxes of the shared core become lines on stderr; nobody is there to answer, so the first
+// button is the answer.
+class CQrvMessages : public IMessageBoxService {
+public:
+    explicit CQrvMessages(std::ostream& err) : m_err(err) {}
+    int Show(const std::string& text, int style, const std::string&) override {
+        m_err << "qrv: " << text << "\n";
+        return FirstButton(style);
+    }
+
+private:
+    std::ostream& m_err;
+};
+
+} // namespace
+
+int QrvMain(const std::vector<std::string>& words, std::ostream& out, std::ostream& err) {
+    CQrvArgs args;
+    if (!args.Parse(words)) {
+        err << "qrv: " << args.Problem() << "; see 'qrv --help'\n";
+        return kQrvUsage;
+    }
+    if (args.Version()) {
+        out << QrvVersion() << "\n";
+        return kQrvDone;
+    }
+    const std::string& command = args.Command();
+    if (args.Help() || command == "help") {
+        out << QrvHelp(command == "help" && !args.Arguments().empty() ? args.Arguments()[0]
+                                                                      : command);
+        return kQrvDone;
+    }
+    if (command.empty()) {
+        err << QrvHelp("");
+        return kQrvUsage;
+    }
+    if (!args.BackupPath().empty())
+        UseBackupPath(args.BackupPath()[0] == '/' ? args.BackupPath()
+                                                  : CurrentFolder() + "/" + args.BackupPath());
+
+    CQrvMessages messages(err);
+    SetMessageBoxService(&messages);
+    ErrHandler().DisplayMsgOnError(false); // each command names its failures itself
+    int status = kQrvUsage;
+    if (command == "runs") status = QrvRuns(args, out, err);
+    if (command == "ls") status = QrvLs(args, out, err);
+    if (command == "find") status = QrvFind(args, out, err);
+    if (command == "restore") status = QrvRestore(args, out, err);
+    if (command == "check") status = QrvCheck(args, out, err);
+    SetMessageBoxService(nullptr);
+    return status;
+}

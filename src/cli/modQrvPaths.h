@@ -1,0 +1,12 @@
+#pragma once
+
+// Paths that a person names on the companion's command line, turned into the catalogue's
+// stored form: a full path as it stands, a relative one below the run's source; no trailing
+// "/"; every apostrophe encoded as the catalogue stores it.
+
+#include <string>
+
+// The stored form of `given` in a run of `source` ("" names the source itself).
+std::string StoredRunPath(const std::string& source, const std::string& given);
+// Whether stored path `path` is `folder` itself or lies below it.
+bool IsAtOrBelow(const std::string& path, const std::string& folder);

@@ -1,0 +1,146 @@
+#include "cli/modQrvRestore.h"
+
+#include "app/CBackupFolderLock.h"
+#include "app/modPaths.h"
+#include "app/modRestore.h"
+#include "cli/CProgressLine.h"
+#include "cli/CQrvArgs.h"
+#include "cli/CQrvCatalogue.h"
+#include "cli/modQrvExit.h"
+#include "cli/modQrvPaths.h"
+#include "cli/modQrvText.h"
+#include "support/modPlatformPaths.h"
+
+#include <cstdlib>
+#include <ostream>
+#include <sys/stat.h>
+
+namespace {
+
+using Row = CQrvCatalogue::Row;
+
+struct StoredFile {
+    std::string file;
+    std::string backup;
+    uint64_t size = 0;
+};
+
+// The folder restored into: "" for each file's own place, else `to` as a full path without a
+// trailing "/"; false with `problem` for a folder that cannot be one.
+bool Destination(const CQrvArgs& args, std::string& destination, std::string& problem) {
+    if (!args.ToGiven()) return true;
+    destination = args.To()[0] == '/' ? args.To() : CurrentFolder() + "/" + args.To();
+    while (destination.size() > 1 && destination.back() == '/')
+        destination.pop_back();
+    if (destination == "/") {
+        problem = "cannot restore into / itself: name a folder";
+        return false;
+    }
+    struct stat st {};
+    if (::stat(destination.c_str(), &st) == 0 && !S_ISDIR(st.st_mode)) {
+        problem = LineText(destination) + " is not a folder";
+        return false;
+    }
+    return true;
+}
+
+// The files of `run` that the named paths choose (all when none is named), in the order the
+// run met them; false with `problem` when a named path is neither a file nor a folder of it.
+bool ChosenFiles(CQrvCatalogue& db, const QrvRun& run, const std::vector<std::string>& named,
+                 std::vector<StoredFile>& files, std::string& problem) {
+    std::vector<std::string> chosen;
+    for (const std::string& path : named)
+        chosen.push_back(StoredRunPath(run.source, path));
+    std::vector<bool> met(chosen.size(), false);
+    const auto choose = [&](const std::string& path) {
+        bool any = chosen.empty();
+        for (size_t k = 0; k < chosen.size(); ++k)
+            if (IsAtOrBelow(path, chosen[k])) any = met[k] = true;
+        return any;
+    };
+    if (!db.Rows("SELECT file, backup, size FROM Files WHERE bid = " + run.bid + " ORDER BY fid",
+                 [&](const Row& r) {
+                     if (choose(std::string(r[0])))
+                         files.push_back({std::string(r[0]), std::string(r[1]),
+                                          std::strtoull(std::string(r[2]).c_str(), nullptr, 10)});
+                 }) ||
+        !db.Rows("SELECT path FROM Paths WHERE bid = " + run.bid,
+                 [&](const Row& r) { choose(std::string(r[0])); })) {
+        problem = db.Problem();
+        return false;
+    }
+    for (size_t k = 0; k < chosen.size(); ++k)
+        if (!met[k]) {
+            problem =
+                "run " + run.bid + " holds no file or folder " + LineText(ShownPath(chosen[k]));
+            return false;
+        }
+    return true;
+}
+
+std::string Files(uint64_t count) {
+    return std::to_string(count) + (count == 1 ? " file" : " files");
+}
+
+} // namespace
+
+int QrvRestore(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
+    std::string destination, problem;
+    if (!Destination(args, destination, problem)) {
+        err << "qrv: " << problem << "\n";
+        return kQrvUsage;
+    }
+    CQrvCatalogue db;
+    QrvRun run;
+    std::vector<StoredFile> files;
+    if (!db.Open() || !db.Run(args.Arguments()[0], run)) {
+        err << "qrv: " << db.Problem() << "\n";
+        return db.Status();
+    }
+    const std::vector<std::string> named(args.Arguments().begin() + 1, args.Arguments().end());
+    if (!ChosenFiles(db, run, named, files, problem)) {
+        err << "qrv: " << problem << "\n";
+        return db.Problem().empty() ? kQrvCannotOpen : db.Status();
+    }
+    db.Close();
+
+    CBackupFolderLock lock;
+    if (!lock.Acquire(GetBackupPath())) {
+        err << "qrv: " << lock.Problem() << "\n";
+        return kQrvBusy;
+    }
+    CFileRestorer restorer(run.bid, destination, args.Verify());
+    CProgressLine progress(CProgressLine::StderrIsTerminal());
+    uint64_t restored = 0, failed = 0, unverified = 0, bytes = 0;
+    for (const StoredFile& file : files) {
+        progress.Show("Restoring " + std::to_string(restored + failed + unverified) + " of " +
+                      Files(files.size()));
+        const RestoreOutcome outcome = restorer.RestoreRow(file.file, file.backup);
+        if (!outcome.restored) {
+            progress.Clear();
+            err << "qrv: not restored: " << LineText(outcome.target) << ": " << outcome.problem
+                << "\n";
+            ++failed;
+        } else if (!outcome.verified) {
+            progress.Clear();
+            err << "qrv: failed verification: " << LineText(outcome.target) << ": "
+                << outcome.problem << "\n";
+            ++unverified;
+        } else {
+            ++restored;
+            bytes += file.size;
+        }
+    }
+    progress.Clear();
+    const std::string where =
+        destination.empty() ? "to their places" : "into " + LineText(destination);
+    if (failed == 0 && unverified == 0) {
+        out << (args.Verify() ? "Restored and verified " : "Restored ") << Files(restored) << " ("
+            << std::to_string(bytes) << " bytes) of run " << run.bid << " " << where << ".\n";
+        return kQrvDone;
+    }
+    out << "Restored " << std::to_string(restored) << " of " << Files(files.size()) << " of run "
+        << run.bid << " " << where << ": " << std::to_string(failed) << " not restored, "
+        << std::to_string(unverified) << " failed verification.\n";
+    return kQrvProblems;
+}

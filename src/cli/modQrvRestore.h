@@ -1,0 +1,20 @@
+#pragma once
+
+// qrv restore BID [PATH...] [--to DIR] [--verify]: the window's restore without the window.
+// Every file of run BID, or those of the named files and folders (full paths, or paths below
+// the run's source), goes back to its own place, or with --to below DIR as the window's
+// "Restore to" puts it, through the same RestoreFile: the same target rules (nothing written
+// outside the folder restored into, no symbolic link followed), the same folder creation and
+// the same check of each copy's signature with --verify. Files go in the order the run met
+// them. The restore holds the backup folder's lock, so no compact takes store files away
+// meanwhile.
+//
+// Each file that could not be restored or verified gets one line on stderr, the others go on;
+// the end is one summary line on stdout. The exit status is 0 only when every file chosen was
+// restored, and verified when asked.
+
+#include <iosfwd>
+
+class CQrvArgs;
+
+int QrvRestore(const CQrvArgs& args, std::ostream& out, std::ostream& err);
