@@ -9,6 +9,7 @@
 #include "cli/modQrvExit.h"
 #include "cli/modQrvPaths.h"
 #include "cli/modQrvText.h"
+#include "support/modMsgBox.h"
 #include "support/modPlatformPaths.h"
 
 #include <cstdlib>
@@ -78,6 +79,31 @@ bool ChosenFiles(CQrvCatalogue& db, const QrvRun& run, const std::vector<std::st
     return true;
 }
 
+// While the restore runs, the restorer's box about a failed verification is not shown: the
+// restore names that file itself, with the signature that was expected.
+class CNoBoxes : public IMessageBoxService {
+public:
+    CNoBoxes() : m_before(MessageBoxService()) { SetMessageBoxService(this); }
+    ~CNoBoxes() override { SetMessageBoxService(&m_before); }
+    CNoBoxes(const CNoBoxes&) = delete;
+    CNoBoxes& operator=(const CNoBoxes&) = delete;
+    int Show(const std::string&, int style, const std::string&) override {
+        return FirstButton(style);
+    }
+
+private:
+    IMessageBoxService& m_before;
+};
+
+// Why the restored `target` is not what the catalogue recorded, judged by its size; "" when
+// it has the size.
+std::string SizeProblem(const std::string& target, uint64_t size) {
+    struct stat st {};
+    if (::lstat(target.c_str(), &st) != 0 || static_cast<uint64_t>(st.st_size) == size) return {};
+    return "its store file held " + std::to_string(st.st_size) + " bytes, the catalogue records " +
+           std::to_string(size);
+}
+
 std::string Files(uint64_t count) {
     return std::to_string(count) + (count == 1 ? " file" : " files");
 }
@@ -109,13 +135,17 @@ int QrvRestore(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
         err << "qrv: " << lock.Problem() << "\n";
         return kQrvBusy;
     }
+    CNoBoxes noBoxes;
     CFileRestorer restorer(run.bid, destination, args.Verify());
     CProgressLine progress(CProgressLine::StderrIsTerminal());
-    uint64_t restored = 0, failed = 0, unverified = 0, bytes = 0;
+    uint64_t restored = 0, failed = 0, wrong = 0, bytes = 0;
     for (const StoredFile& file : files) {
-        progress.Show("Restoring " + std::to_string(restored + failed + unverified) + " of " +
+        progress.Show("Restoring " + std::to_string(restored + failed + wrong) + " of " +
                       Files(files.size()));
-        const RestoreOutcome outcome = restorer.RestoreRow(file.file, file.backup);
+        RestoreOutcome outcome = restorer.RestoreRow(file.file, file.backup);
+        if (outcome.restored && outcome.problem.empty())
+            outcome.problem = SizeProblem(outcome.target, file.size);
+        if (!outcome.problem.empty()) outcome.verified = false;
         if (!outcome.restored) {
             progress.Clear();
             err << "qrv: not restored: " << LineText(outcome.target) << ": " << outcome.problem
@@ -123,9 +153,9 @@ int QrvRestore(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
             ++failed;
         } else if (!outcome.verified) {
             progress.Clear();
-            err << "qrv: failed verification: " << LineText(outcome.target) << ": "
+            err << "qrv: restored with the wrong content: " << LineText(outcome.target) << ": "
                 << outcome.problem << "\n";
-            ++unverified;
+            ++wrong;
         } else {
             ++restored;
             bytes += file.size;
@@ -134,13 +164,13 @@ int QrvRestore(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
     progress.Clear();
     const std::string where =
         destination.empty() ? "to their places" : "into " + LineText(destination);
-    if (failed == 0 && unverified == 0) {
+    if (failed == 0 && wrong == 0) {
         out << (args.Verify() ? "Restored and verified " : "Restored ") << Files(restored) << " ("
             << std::to_string(bytes) << " bytes) of run " << run.bid << " " << where << ".\n";
         return kQrvDone;
     }
     out << "Restored " << std::to_string(restored) << " of " << Files(files.size()) << " of run "
         << run.bid << " " << where << ": " << std::to_string(failed) << " not restored, "
-        << std::to_string(unverified) << " failed verification.\n";
+        << std::to_string(wrong) << " with the wrong content.\n";
     return kQrvProblems;
 }

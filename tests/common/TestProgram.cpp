@@ -37,7 +37,9 @@ void KeepPermissionsAsTheTestHasThem() {
 
 } // namespace
 
-RunningProgram::RunningProgram(const std::vector<std::string>& args, const ProgramEnv& env) {
+RunningProgram::RunningProgram(const std::vector<std::string>& args, const ProgramEnv& env,
+                               const std::string& program) {
+    std::string bin = program.empty() ? STASHWELL_BIN : program;
     int outPipe[2], errPipe[2];
     if (::pipe2(outPipe, O_CLOEXEC) != 0 || ::pipe2(errPipe, O_CLOEXEC) != 0)
         throw std::runtime_error("pipe failed");
@@ -59,7 +61,6 @@ RunningProgram::RunningProgram(const std::vector<std::string>& args, const Progr
             ::setenv(name.c_str(), value.c_str(), 1);
         KeepPermissionsAsTheTestHasThem();
         std::vector<char*> argv;
-        static std::string bin = STASHWELL_BIN;
         argv.push_back(bin.data());
         for (const std::string& a : args)
             argv.push_back(const_cast<char*>(a.c_str()));
@@ -112,6 +113,14 @@ ProgramRun RunningProgram::Wait(int timeoutSeconds, const std::function<bool()>&
 ProgramRun RunStashwell(const std::vector<std::string>& args, int timeoutSeconds,
                         const ProgramEnv& env) {
     return RunningProgram(args, env).Wait(timeoutSeconds);
+}
+
+std::string QrvProgram() {
+    return QRV_BIN;
+}
+
+ProgramRun RunQrv(const std::vector<std::string>& args, int timeoutSeconds, const ProgramEnv& env) {
+    return RunningProgram(args, env, QrvProgram()).Wait(timeoutSeconds);
 }
 
 ProgramRun RunStashwellUntil(const std::vector<std::string>& args,

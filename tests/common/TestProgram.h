@@ -1,6 +1,7 @@
 #pragma once
 
-// Runs the real stashwell program with the test's XDG folders, capturing its output.
+// Runs the real programs (stashwell, and its command-line companion qrv) with the test's XDG
+// folders, capturing their output.
 
 #include <functional>
 #include <string>
@@ -21,7 +22,9 @@ using ProgramEnv = std::vector<std::pair<std::string, std::string>>;
 // The program started in the background; Wait collects how it ended.
 class RunningProgram {
 public:
-    explicit RunningProgram(const std::vector<std::string>& args, const ProgramEnv& env = {});
+    // `program` is the path of the program to run; "" for stashwell.
+    explicit RunningProgram(const std::vector<std::string>& args, const ProgramEnv& env = {},
+                            const std::string& program = {});
     ~RunningProgram();
     RunningProgram(const RunningProgram&) = delete;
     RunningProgram& operator=(const RunningProgram&) = delete;
@@ -41,6 +44,12 @@ private:
 // Runs the program with `args` and waits (at most `timeoutSeconds`, then kills it).
 ProgramRun RunStashwell(const std::vector<std::string>& args, int timeoutSeconds = 120,
                         const ProgramEnv& env = {});
+
+// Runs the companion qrv with `args` and waits (at most `timeoutSeconds`, then kills it).
+ProgramRun RunQrv(const std::vector<std::string>& args, int timeoutSeconds = 120,
+                  const ProgramEnv& env = {});
+// The path of the companion program.
+std::string QrvProgram();
 
 // Starts the program and kills it with SIGKILL once `killWhen` returns true (polled every tenth
 // of a millisecond) or the program ends by itself; returns how it ended.

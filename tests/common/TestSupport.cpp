@@ -142,7 +142,7 @@ void ScopedTestEnv::DefaultHooks() {
     CMMTimer::SetTickSource(nullptr);
     ADOSQLite::SetLibVersionProbe(nullptr);
     SetMaintenanceView({});
-    UseBackupPath({});
+    ::UseBackupPath({});
 }
 
 ScopedTestEnv::ScopedTestEnv() {
