@@ -1,0 +1,30 @@
+// Paths named on the companion's command line, in the catalogue's stored form.
+
+#include "cli/modQrvPaths.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+TEST(QrvPaths, ARelativePathLiesBelowTheRunsSource) {
+    EXPECT_EQ(StoredRunPath("/home/ann/Docs", ""), "/home/ann/Docs");
+    EXPECT_EQ(StoredRunPath("/home/ann/Docs/", "."), "/home/ann/Docs");
+    EXPECT_EQ(StoredRunPath("/home/ann/Docs", "sub/a.txt"), "/home/ann/Docs/sub/a.txt");
+    EXPECT_EQ(StoredRunPath("/home/ann/Docs", "./sub/"), "/home/ann/Docs/sub");
+    EXPECT_EQ(StoredRunPath("/", "etc"), "/etc");
+}
+
+TEST(QrvPaths, AFullPathStandsAsItIsWithApostrophesEncoded) {
+    EXPECT_EQ(StoredRunPath("/home/ann/Docs", "/home/ann/Docs/Bob's/"), "/home/ann/Docs/Bob\\s");
+    EXPECT_EQ(StoredRunPath("/home/ann/Bob's", "x'y"), "/home/ann/Bob\\s/x\\y");
+}
+
+TEST(QrvPaths, AtOrBelowComparesWholeComponents) {
+    EXPECT_TRUE(IsAtOrBelow("/a/sub", "/a/sub"));
+    EXPECT_TRUE(IsAtOrBelow("/a/sub/x.txt", "/a/sub"));
+    EXPECT_FALSE(IsAtOrBelow("/a/subway/x.txt", "/a/sub"));
+    EXPECT_FALSE(IsAtOrBelow("/a", "/a/sub"));
+    EXPECT_TRUE(IsAtOrBelow("/anything", "/"));
+}
+
+} // namespace

@@ -1,0 +1,63 @@
+// Reading the whole store for a check: which files are store files, and the signature of each
+// one's content, read on several threads.
+
+#include "BackupFixture.h"
+#include "cli/modStoreScan.h"
+
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+namespace {
+
+TEST(StoreScan, StoreFilesOfBothLayoutsInPathOrderWithoutTemporaries) {
+    ScopedTestEnv env;
+    const std::string root = env.Path("Files");
+    const std::string a(32, 'a'), b(32, 'b'), c(32, 'c');
+    CreateTree(root, Dir({
+                         {b + ".QRV", File("flat layout")},
+                         {".unfinished", File("")},
+                         {"aa", Dir({{"aa", Dir({{a + ".QRV", File("x")},
+                                                 {".stage-1234", File("temporary")},
+                                                 {a + ".QRV.tmp", File("temporary")}})}})},
+                         {"cc", Dir({{"cc", Dir({{c + ".QRV", File("y")}})}})},
+                         {"notes.txt", File("not a store file")},
+                     }));
+    EXPECT_EQ(StoreFiles(root),
+              (std::vector<std::string>{root + "/aa/aa/" + a + ".QRV", root + "/" + b + ".QRV",
+                                        root + "/cc/cc/" + c + ".QRV"}));
+    EXPECT_TRUE(StoreFiles(env.Path("none")).empty());
+}
+
+TEST(StoreScan, StoreNamesAreLowerCaseHexThenQrv) {
+    EXPECT_TRUE(IsStoreName("0123456789abcdef.QRV"));
+    EXPECT_FALSE(IsStoreName(".QRV"));
+    EXPECT_FALSE(IsStoreName("ABCDEF.QRV"));
+    EXPECT_FALSE(IsStoreName("abc.qrv"));
+    EXPECT_FALSE(IsStoreName("abc.QRV.tmp"));
+}
+
+TEST(StoreScan, EveryFileIsSignedInItsPlaceAndAnUnreadableOneHasNone) {
+    ScopedTestEnv env;
+    std::vector<std::string> paths, contents;
+    for (int k = 0; k < 40; ++k) {
+        contents.push_back(PatternContent(static_cast<size_t>(k) * 1000 + 1));
+        paths.push_back(env.Path("f" + std::to_string(k)));
+        WriteFile(paths.back(), contents.back());
+    }
+    paths.push_back(env.Path("gone"));
+    std::vector<size_t> progress;
+    const auto signatures = SignFiles(paths, [&](size_t done) { progress.push_back(done); });
+    ASSERT_EQ(signatures.size(), paths.size());
+    for (size_t k = 0; k < contents.size(); ++k) {
+        ASSERT_TRUE(signatures[k].has_value()) << k;
+        EXPECT_EQ(signatures[k]->signature, TestSignature(contents[k])) << k;
+        EXPECT_EQ(signatures[k]->length, contents[k].size());
+    }
+    EXPECT_FALSE(signatures.back().has_value());
+    ASSERT_FALSE(progress.empty());
+    EXPECT_EQ(progress.back(), paths.size());
+    EXPECT_TRUE(std::is_sorted(progress.begin(), progress.end()));
+}
+
+} // namespace
