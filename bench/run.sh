@@ -3,7 +3,7 @@
 # packages, default settings, no encryption) on the same data, in the same invocation, each
 # repetition running every tool in turn, and prints medians, ratios and the goals they meet.
 #
-#   bench/run.sh [large|small|all|cancel|restore]   (default all)
+#   bench/run.sh [large|small|all|cancel|restore|qrv]   (default all)
 #
 # Each repetition of a data set times: md5sum of every file; cp -a + sync -f; Stashwell's first
 # and second headless backup (`stashwell backup`) with the quick check off, and in a backup
@@ -27,6 +27,12 @@
 # and tells how late the click was handled and how long the run took to stop after it.
 # "restore" restores a run of TREE_FILES files in TREE_FOLDERS folders through the window into a
 # new folder and compares it with cp -a.
+# "qrv" backs up the small data set once, with Stashwell and with restic, then times per
+# repetition: cp -a + sync -f of the data; `qrv restore 1 --to` a new folder, + sync -f; restic
+# restore of the same tree into a new folder, + sync -f; and md5sum over every store file
+# against `qrv check --read-data`, which reads the same store files and checks each one's
+# signature. Goals: qrv restore / restic restore <= 0.80, qrv restore / (cp -a + sync -f) <= 1.50,
+# check --read-data speed / md5sum speed >= 0.80.
 #
 # Data sets: "large", LARGE_FILES files of LARGE_MIB MiB (about 2.0 GiB by default); "small",
 # SMALL_FILES files of 1 to 64 KiB, spread evenly on a log scale (about 15 KiB on average, about
@@ -38,13 +44,14 @@
 # TREE_FOLDERS (2000).
 # Disk: every copy, backup, restore and extract is kept under BENCH_DIR/run-<time>, so with the
 # default sizes and 3 repetitions "large" needs about 40 GiB free, "small" about 20 GiB,
-# "cancel" about 5 GiB, "restore" about 13 GiB and "all" about 78 GiB.
+# "cancel" about 5 GiB, "restore" about 13 GiB, "qrv" about 9 GiB and "all" about 87 GiB.
 set -euo pipefail
 here="$(cd "$(dirname "$0")/.." && pwd)"
 "$here/scripts/install-deps.sh" --bench
 cmake -S "$here" -B "$here/build-release" -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build "$here/build-release" --target stashwell make_data window_run >/dev/null
+cmake --build "$here/build-release" --target stashwell qrv make_data window_run >/dev/null
 bin="$here/build-release/stashwell"
+qrv="$here/build-release/qrv"
 window_run="$here/build-release/window_run"
 
 which="${1:-all}"
@@ -312,13 +319,91 @@ bench_restore() {
     fi
 }
 
+# The companion: a whole run of the small data set restored with qrv, against restic restore of
+# the same tree and cp -a; the store read by qrv check --read-data, against md5sum.
+bench_qrv() {
+    local data="$work/qrv-data"
+    echo "== qrv: making the data set"
+    make_small "$data"
+    sync -f "$data"
+    local bytes files nonempty
+    bytes=$(du -sb "$data" | cut -f1)
+    files=$(find "$data" -type f | wc -l)
+    nonempty=$(find "$data" -type f -size +0 | wc -l)
+    echo "   $files files, $(( bytes / 1024 / 1024 )) MiB"
+    local home="$work/qrv-home" restic_repo="$work/qrv-restic"
+    local xdg=(env XDG_CONFIG_HOME="$home/config" XDG_STATE_HOME="$home/state")
+    prepare_backup "$home" "$data"
+    "${xdg[@]}" "$bin" backup
+    check "stashwell run ($home, bid 1)" "$(run_files "$home" 1)" "$nonempty"
+    restic init -q --repo "$restic_repo"
+    restic backup -q --repo "$restic_repo" "$data"
+    local store="$home/backup/Files" store_bytes store_files
+    store_bytes=$(find "$store" -type f -name '*.QRV' -printf '%s\n' | awk '{s += $1} END {print s}')
+    store_files=$(find "$store" -type f -name '*.QRV' | wc -l)
+    echo "   store: $store_files files, $(( store_bytes / 1024 / 1024 )) MiB"
+    # The same page-cache state for every tool: what each one reads has just been read.
+    find "$data" "$store" "$restic_repo" -type f -exec cat {} + >/dev/null
+
+    local keys=(cp qrv_r restic_r md5 qrv_c)
+    local f
+    for f in "${keys[@]}"; do : >"$work/qrv.$f"; done
+    for r in $(seq 1 "$repeat"); do
+        timed "$work/qrv.cp" bash -c "cp -a '$data' '$work/qrv-cp$r' && sync -f '$work/qrv-cp$r'"
+        timed "$work/qrv.qrv_r" bash -c "${xdg[*]} '$qrv' restore 1 --to '$work/qrv-to$r' && sync -f '$work/qrv-to$r'"
+        check "qrv restore $work/qrv-to$r" "$(find "$work/qrv-to$r" -type f | wc -l)" "$nonempty"
+        mkdir "$work/qrv-restic-to$r"
+        timed "$work/qrv.restic_r" bash -c "restic restore -q --repo '$restic_repo' latest --target '$work/qrv-restic-to$r' && sync -f '$work/qrv-restic-to$r'"
+        check "restic restore $work/qrv-restic-to$r" "$(find "$work/qrv-restic-to$r" -type f | wc -l)" "$files"
+        timed "$work/qrv.md5" bash -c "find '$store' -type f -name '*.QRV' -print0 | xargs -0 md5sum"
+        timed "$work/qrv.qrv_c" "${xdg[@]}" "$qrv" check --read-data
+    done
+    if ! diff -r "$data" "$work/qrv-to1" >/dev/null; then
+        # Empty files are never stored, so never restored; anything else is an error.
+        if diff -r "$data" "$work/qrv-to1" | grep -v "^Only in $data" >/dev/null; then
+            echo "ERROR: the tree qrv restored differs from the data set" >&2
+            failures=$((failures + 1))
+        fi
+    fi
+
+    : >"$work/qrv.medians"
+    for f in "${keys[@]}"; do
+        echo "$f $(cut -d' ' -f1 "$work/qrv.$f" | median) $(cut -d' ' -f2 "$work/qrv.$f" | median)" \
+            >>"$work/qrv.medians"
+    done
+    awk -v b="$bytes" -v sb="$store_bytes" -v f="$files" -v r="$repeat" '
+    { w[$1] = $2; m[$1] = $3 }
+    function row(label, k, bytes) {
+        printf "   %-30s %8.2f %10.1f %10.0f %10.1f\n", label, w[k], bytes / 1048576 / w[k], \
+            f / w[k], m[k] / 1024
+    }
+    function goal(label, v, limit, above) {
+        printf "   %-44s = %-5.2f   goal %s %.2f  %s\n", label, v, above ? ">=" : "<=", limit, \
+            (above ? v >= limit : v <= limit) ? "met" : "NOT met"
+    }
+    END {
+        printf "-- qrv: %d files, %.0f MiB (store %.0f MiB), medians of %d runs\n", f, b / 1048576, \
+            sb / 1048576, r
+        printf "   %-30s %8s %10s %10s %10s\n", "", "wall s", "MiB/s", "files/s", "peak MiB"
+        row("cp -a + sync -f", "cp", b)
+        row("qrv restore + sync -f", "qrv_r", b)
+        row("restic restore + sync -f", "restic_r", b)
+        row("md5sum of the store", "md5", sb)
+        row("qrv check --read-data", "qrv_c", sb)
+        goal("qrv restore / restic restore", w["qrv_r"] / w["restic_r"], 0.80, 0)
+        goal("qrv restore / (cp -a + sync -f)", w["qrv_r"] / w["cp"], 1.50, 0)
+        goal("check --read-data speed / md5sum speed", w["md5"] / w["qrv_c"], 0.80, 1)
+    }' "$work/qrv.medians"
+}
+
 case "$which" in
     large) bench_set large ;;
     small) bench_set small ;;
-    all) bench_set large; bench_set small; bench_cancel; bench_restore ;;
+    all) bench_set large; bench_set small; bench_cancel; bench_restore; bench_qrv ;;
     cancel) bench_cancel ;;
     restore) bench_restore ;;
-    *) echo "usage: bench/run.sh [large|small|all|cancel|restore]" >&2; exit 2 ;;
+    qrv) bench_qrv ;;
+    *) echo "usage: bench/run.sh [large|small|all|cancel|restore|qrv]" >&2; exit 2 ;;
 esac
 echo "(data and copies left in $work; remove it when done)"
 if [ "$failures" -gt 0 ]; then

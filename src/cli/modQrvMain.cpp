@@ -57,7 +57,9 @@ int QrvMain(const std::vector<std::string>& words, std::ostream& out, std::ostre
 
     CQrvMessages messages(err);
     SetMessageBoxService(&messages);
-    ErrHandler().DisplayMsgOnError(false); // each command names its failures itself
+    // Each command names its failures itself, on stderr; no box and no report file.
+    ErrHandler().DisplayMsgOnError(false);
+    ErrHandler().Destination({});
     int status = kQrvUsage;
     if (command == "runs") status = QrvRuns(args, out, err);
     if (command == "ls") status = QrvLs(args, out, err);

@@ -6,6 +6,7 @@
 #include "cli/CProgressLine.h"
 #include "cli/CQrvArgs.h"
 #include "cli/CQrvCatalogue.h"
+#include "cli/CRestoreWorkers.h"
 #include "cli/modQrvExit.h"
 #include "cli/modQrvPaths.h"
 #include "cli/modQrvText.h"
@@ -19,6 +20,9 @@
 namespace {
 
 using Row = CQrvCatalogue::Row;
+
+// Restoring processes side by side: enough to keep two cores and the disk busy.
+constexpr unsigned kWorkers = 4;
 
 struct StoredFile {
     std::string file;
@@ -138,27 +142,35 @@ int QrvRestore(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
     CNoBoxes noBoxes;
     CFileRestorer restorer(run.bid, destination, args.Verify());
     CProgressLine progress(CProgressLine::StderrIsTerminal());
+    out.flush();
+    err.flush();
+    const std::vector<RestoreOutcome> outcomes = CRestoreWorkers(kWorkers).Run(
+        files.size(),
+        [&](size_t i) {
+            RestoreOutcome outcome = restorer.RestoreRow(files[i].file, files[i].backup);
+            if (outcome.restored && outcome.problem.empty())
+                outcome.problem = SizeProblem(outcome.target, files[i].size);
+            if (!outcome.problem.empty()) outcome.verified = false;
+            return outcome;
+        },
+        [&](size_t done) {
+            progress.Show("Restoring " + std::to_string(done) + " of " + Files(files.size()));
+        });
+    progress.Clear();
     uint64_t restored = 0, failed = 0, wrong = 0, bytes = 0;
-    for (const StoredFile& file : files) {
-        progress.Show("Restoring " + std::to_string(restored + failed + wrong) + " of " +
-                      Files(files.size()));
-        RestoreOutcome outcome = restorer.RestoreRow(file.file, file.backup);
-        if (outcome.restored && outcome.problem.empty())
-            outcome.problem = SizeProblem(outcome.target, file.size);
-        if (!outcome.problem.empty()) outcome.verified = false;
+    for (size_t i = 0; i < files.size(); ++i) {
+        const RestoreOutcome& outcome = outcomes[i];
         if (!outcome.restored) {
-            progress.Clear();
             err << "qrv: not restored: " << LineText(outcome.target) << ": " << outcome.problem
                 << "\n";
             ++failed;
         } else if (!outcome.verified) {
-            progress.Clear();
             err << "qrv: restored with the wrong content: " << LineText(outcome.target) << ": "
                 << outcome.problem << "\n";
             ++wrong;
         } else {
             ++restored;
-            bytes += file.size;
+            bytes += files[i].size;
         }
     }
     progress.Clear();

@@ -9,9 +9,10 @@
 // them. The restore holds the backup folder's lock, so no compact takes store files away
 // meanwhile.
 //
-// Each file that could not be restored, or came back with the wrong content (a size other than
-// the catalogue's, or with --verify another signature), gets one line on stderr, and the
-// others go on; the end is one summary line on stdout. The exit status is 0 only when every
+// Several processes restore side by side (CRestoreWorkers). Each file that could not be
+// restored, or came back with the wrong content (a size other than the catalogue's, or with
+// --verify another signature), gets one line on stderr, in the run's order, once every file
+// has been tried; the end is one summary line on stdout. The exit status is 0 only when every
 // file chosen was restored, and verified when asked.
 
 #include <iosfwd>

@@ -168,4 +168,29 @@ TEST_F(QrvRestoreTest, ABackupFolderAnotherProgramKeepsBusyIsSaidAndNothingIsRes
     EXPECT_FALSE(Exists(to));
 }
 
+TEST_F(QrvRestoreTest, ManyFilesRestoredSideBySideComeBackWholeAndFailuresInTheRunsOrder) {
+    MakeRandomFiles(src + "/many", 1000, 11);
+    f.Backup(); // run 2: 1007 files, shared out among the restoring processes
+    const Tree many = QrvFixture::Tree(src + "/many");
+    const auto rows = f.Rows("SELECT file, backup FROM Files WHERE bid = 2 AND file LIKE '%.dat' "
+                             "ORDER BY fid");
+    // Two store files gone: one early in the run, one late, restored by different processes.
+    const std::string early = rows.at(2 * 10), late = rows.at(2 * 900);
+    ASSERT_EQ(::unlink(rows.at(2 * 10 + 1).c_str()), 0);
+    ASSERT_EQ(::unlink(rows.at(2 * 900 + 1).c_str()), 0);
+    const ProgramRun run = RunQrv({"restore", "2", "many", "--to", to, "--verify"});
+    EXPECT_EQ(run.exitCode, 1);
+    const auto there = [&](const std::string& file) { return to + file.substr(src.size()); };
+    EXPECT_EQ(run.err, "qrv: not restored: " + there(early) + ": its store file " +
+                           rows.at(2 * 10 + 1) + " is missing\n" +
+                           "qrv: not restored: " + there(late) + ": its store file " +
+                           rows.at(2 * 900 + 1) + " is missing\n");
+    EXPECT_EQ(run.out, "Restored 998 of 1000 files of run 2 into " + to +
+                           ": 2 not restored, 0 with the wrong content.\n");
+    Tree expected;
+    for (const auto& [path, content] : many)
+        if (path != early && path != late) expected[there(path)] = content;
+    EXPECT_TRUE(QrvFixture::Tree(to) == expected) << Names(QrvFixture::Tree(to)).substr(0, 2000);
+}
+
 } // namespace
