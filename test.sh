@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds Stashwell and runs every test: first the whole build, then the Qt-free core and its
 # tests again under AddressSanitizer and UndefinedBehaviorSanitizer, then the engine's tests,
-# whose read-ahead runs worker threads, under ThreadSanitizer.
+# whose read-ahead runs worker threads, under ThreadSanitizer, and last the Debian package:
+# built, installed, its programs run, and purged again.
 set -euo pipefail
 cd "$(dirname "$0")"
 ./scripts/install-deps.sh
@@ -25,3 +26,7 @@ cmake --build build-tsan -j "$jobs" --target "${threaded[@]}"
 for t in "${threaded[@]}"; do
     TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" "build-tsan/tests/$t"
 done
+
+# The Debian package of the Release build: built with CPack, installed with apt-get, its
+# programs run from /usr/bin on a private home, then purged (tests/package/run.sh).
+tests/package/run.sh build-release

@@ -4,9 +4,10 @@
 set -euo pipefail
 
 packages=(cmake ninja-build g++ pkg-config libsqlite3-dev libssl-dev libgtest-dev
-    qt6-base-dev qt6-qpa-plugins libgl-dev fonts-dejavu-core xdg-utils)
+    qt6-base-dev qt6-qpa-plugins libgl-dev fonts-dejavu-core xdg-utils
+    dpkg-dev desktop-file-utils sqlite3 man-db)
 if [ "${1:-}" = "--bench" ]; then
-    packages+=(time sqlite3 borgbackup restic)
+    packages+=(time borgbackup restic)
 fi
 
 missing=()
