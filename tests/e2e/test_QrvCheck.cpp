@@ -3,7 +3,7 @@
 // read with --read-data, and --repair moving bad store files into Quarantine/ so that the next
 // backup stores their content afresh.
 
-#include "QrvFixture.h"
+#include "OddNamesBackup.h"
 #include "app/CBackupFolderLock.h"
 
 #include <algorithm>
@@ -14,7 +14,7 @@
 namespace {
 
 struct QrvCheckTest : ::testing::Test {
-    QrvFixture f;
+    OddNamesBackup f;
     std::string src = f.src;
 
     void SetUp() override { f.Backup(); } // run 2 holds the same files as run 1

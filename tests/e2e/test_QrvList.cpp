@@ -2,7 +2,7 @@
 // that the real program made: runs, ls and find, their JSON, their one-line errors and exit
 // statuses, and a catalogue that a backup holds meanwhile.
 
-#include "QrvFixture.h"
+#include "OddNamesBackup.h"
 #include "cli/modQrvHelp.h"
 
 #include <algorithm>
@@ -14,7 +14,7 @@
 namespace {
 
 struct QrvListTest : ::testing::Test {
-    QrvFixture f;
+    OddNamesBackup f;
     std::string src = f.src;
 
     // A run line of `qrv runs`.

@@ -2,7 +2,7 @@
 // their places and elsewhere, byte for byte, with odd names; store files deleted, cut short or
 // altered; a folder another program keeps busy.
 
-#include "QrvFixture.h"
+#include "OddNamesBackup.h"
 #include "app/CBackupFolderLock.h"
 
 #include <filesystem>
@@ -23,10 +23,10 @@ std::string Names(const Tree& tree) {
 }
 
 struct QrvRestoreTest : ::testing::Test {
-    QrvFixture f;
+    OddNamesBackup f;
     std::string src = f.src;
     std::string to = f.env.Path("restored");
-    Tree original = QrvFixture::Tree(src);
+    Tree original = OddNamesBackup::Tree(src);
     Tree expectedHere = f.ExpectedBelow(src);
     Tree expectedThere = f.ExpectedBelow(to);
     std::string bytes = std::to_string(5 + 300000 + 10 + 8192 + 13 + 7 + 9);
@@ -47,7 +47,7 @@ TEST_F(QrvRestoreTest, AWholeRunComesBackToItsPlace) {
     EXPECT_EQ(run.exitCode, 0);
     EXPECT_EQ(run.err, "");
     EXPECT_EQ(run.out, "Restored 7 files (" + bytes + " bytes) of run 1 to their places.\n");
-    EXPECT_TRUE(QrvFixture::Tree(src) == expectedHere) << Names(QrvFixture::Tree(src));
+    EXPECT_TRUE(OddNamesBackup::Tree(src) == expectedHere) << Names(OddNamesBackup::Tree(src));
 }
 
 TEST_F(QrvRestoreTest, AWholeRunGoesBelowAnotherFolderAndIsVerified) {
@@ -56,8 +56,8 @@ TEST_F(QrvRestoreTest, AWholeRunGoesBelowAnotherFolderAndIsVerified) {
     EXPECT_EQ(run.err, "");
     EXPECT_EQ(run.out,
               "Restored and verified 7 files (" + bytes + " bytes) of run 1 into " + to + ".\n");
-    EXPECT_TRUE(QrvFixture::Tree(to) == expectedThere) << Names(QrvFixture::Tree(to));
-    EXPECT_TRUE(QrvFixture::Tree(src) == original); // the source is left alone
+    EXPECT_TRUE(OddNamesBackup::Tree(to) == expectedThere) << Names(OddNamesBackup::Tree(to));
+    EXPECT_TRUE(OddNamesBackup::Tree(src) == original); // the source is left alone
 }
 
 TEST_F(QrvRestoreTest, ChosenFilesAndFoldersByRelativeAndFullPath) {
@@ -67,10 +67,10 @@ TEST_F(QrvRestoreTest, ChosenFilesAndFoldersByRelativeAndFullPath) {
     EXPECT_EQ(run.err, "");
     EXPECT_EQ(run.out, "Restored 4 files (" + std::to_string(10 + 8192 + 13 + 9) +
                            " bytes) of run 1 into " + to + ".\n");
-    EXPECT_TRUE(QrvFixture::Tree(to) == Only(expectedThere, to,
-                                             {"sub/Bob's file.txt", "sub/deeper/d.txt",
-                                              "bad\xff\xfe.bin", "back'slash.txt"}))
-        << Names(QrvFixture::Tree(to));
+    EXPECT_TRUE(OddNamesBackup::Tree(to) == Only(expectedThere, to,
+                                                 {"sub/Bob's file.txt", "sub/deeper/d.txt",
+                                                  "bad\xff\xfe.bin", "back'slash.txt"}))
+        << Names(OddNamesBackup::Tree(to));
 }
 
 TEST_F(QrvRestoreTest, ChosenFilesGoBackToTheirPlaceOverWhatIsThere) {
@@ -79,7 +79,7 @@ TEST_F(QrvRestoreTest, ChosenFilesGoBackToTheirPlaceOverWhatIsThere) {
     const ProgramRun run = RunQrv({"restore", "1", "new\nline.txt", "sub/Bob's file.txt"});
     EXPECT_EQ(run.exitCode, 0);
     EXPECT_EQ(run.out, "Restored 2 files (17 bytes) of run 1 to their places.\n");
-    EXPECT_TRUE(QrvFixture::Tree(src) == original) << Names(QrvFixture::Tree(src));
+    EXPECT_TRUE(OddNamesBackup::Tree(src) == original) << Names(OddNamesBackup::Tree(src));
 }
 
 TEST_F(QrvRestoreTest, APathTheRunDoesNotHoldRestoresNothing) {
@@ -106,7 +106,7 @@ TEST_F(QrvRestoreTest, ADeletedStoreFileIsNamedAndTheOtherFilesAreRestored) {
                            ": 1 not restored, 0 with the wrong content.\n");
     Tree expected = expectedThere;
     expected.erase(to + "/a.txt");
-    EXPECT_TRUE(QrvFixture::Tree(to) == expected) << Names(QrvFixture::Tree(to));
+    EXPECT_TRUE(OddNamesBackup::Tree(to) == expected) << Names(OddNamesBackup::Tree(to));
 }
 
 TEST_F(QrvRestoreTest, AnAlteredStoreFileFailsVerificationAndIsNamed) {
@@ -120,7 +120,7 @@ TEST_F(QrvRestoreTest, AnAlteredStoreFileFailsVerificationAndIsNamed) {
                            ": 0 not restored, 1 with the wrong content.\n");
     Tree expected = expectedThere;
     expected[to + "/sub/Bob's file.txt"] = "APOSTROPHE";
-    EXPECT_TRUE(QrvFixture::Tree(to) == expected) << Names(QrvFixture::Tree(to));
+    EXPECT_TRUE(OddNamesBackup::Tree(to) == expected) << Names(OddNamesBackup::Tree(to));
     // Without --verify a change that keeps the size goes unseen, as in the window.
     EXPECT_EQ(RunQrv({"restore", "1", "--to", f.env.Path("again")}).exitCode, 0);
 }
@@ -171,7 +171,7 @@ TEST_F(QrvRestoreTest, ABackupFolderAnotherProgramKeepsBusyIsSaidAndNothingIsRes
 TEST_F(QrvRestoreTest, ManyFilesRestoredSideBySideComeBackWholeAndFailuresInTheRunsOrder) {
     MakeRandomFiles(src + "/many", 1000, 11);
     f.Backup(); // run 2: 1007 files, shared out among the restoring processes
-    const Tree many = QrvFixture::Tree(src + "/many");
+    const Tree many = OddNamesBackup::Tree(src + "/many");
     const auto rows = f.Rows("SELECT file, backup FROM Files WHERE bid = 2 AND file LIKE '%.dat' "
                              "ORDER BY fid");
     // Two store files gone: one early in the run, one late, restored by different processes.
@@ -190,7 +190,8 @@ TEST_F(QrvRestoreTest, ManyFilesRestoredSideBySideComeBackWholeAndFailuresInTheR
     Tree expected;
     for (const auto& [path, content] : many)
         if (path != early && path != late) expected[there(path)] = content;
-    EXPECT_TRUE(QrvFixture::Tree(to) == expected) << Names(QrvFixture::Tree(to)).substr(0, 2000);
+    EXPECT_TRUE(OddNamesBackup::Tree(to) == expected)
+        << Names(OddNamesBackup::Tree(to)).substr(0, 2000);
 }
 
 } // namespace

@@ -1,8 +1,7 @@
 // A run made by the real program, restored file by file to its place and to another folder,
 // compared byte for byte with what was backed up.
 
-#include "BackupFixture.h"
-#include "TestProgram.h"
+#include "OddNamesBackup.h"
 #include "app/modPaths.h"
 #include "app/modRestore.h"
 #include "support/modServices.h"
@@ -18,45 +17,15 @@ namespace {
 using Lines = std::vector<std::string>;
 
 struct RestoreTest : ::testing::Test {
-    BackupFixture f;
-    std::string src = f.env.Path("src");
-    std::map<std::string, std::string> contents; // relative path -> content
-
-    void SetUp() override {
-        CreateTree(src,
-                   Dir({
-                       {"a.txt", File("alpha")},
-                       {"big.bin", File(PatternContent(300000))},
-                       {"sub", Dir({{"Bob's file.txt", File("apostrophe")},
-                                    {"deeper", Dir({{"d.txt", File(PatternContent(8192))}})}})},
-                       {"bad\xff\xfe.bin", File("invalid utf-8")},
-                       {"new\nline.txt", File("newline")},
-                       {"back\\slash.txt", File("backslash")},
-                   }));
-        for (const std::string& path : WalkOrder(src))
-            contents[path.substr(src.size())] = ReadFile(path);
-        f.AddSource(src);
-        ASSERT_EQ(RunStashwell({"backup"}).exitCode, 0);
-    }
+    OddNamesBackup f;
+    std::string src = f.src;
 
     Lines Keys() const { return f.Rows("SELECT file FROM Files WHERE bid = 1 ORDER BY fid"); }
-
-    // What a restore must produce: the same tree, except that a "\" in a name comes back as "'".
     std::map<std::string, std::string> ExpectedBelow(const std::string& root) const {
-        std::map<std::string, std::string> expected;
-        for (const auto& [stored, content] : contents) {
-            std::string relative = stored;
-            std::replace(relative.begin(), relative.end(), '\\', '\'');
-            expected[root + relative] = content;
-        }
-        return expected;
+        return f.ExpectedBelow(root);
     }
-
     static std::map<std::string, std::string> Tree(const std::string& root) {
-        std::map<std::string, std::string> tree;
-        for (const std::string& path : WalkOrder(root))
-            tree[path] = ReadFile(path);
-        return tree;
+        return OddNamesBackup::Tree(root);
     }
 };
 

@@ -1,9 +1,9 @@
-#include "QrvFixture.h"
+#include "OddNamesBackup.h"
 
 #include <algorithm>
 #include <stdexcept>
 
-QrvFixture::QrvFixture() : src(env.Path("src")) {
+OddNamesBackup::OddNamesBackup() : src(env.Path("src")) {
     CreateTree(src, Dir({
                         {"a.txt", File("alpha")},
                         {"big.bin", File(PatternContent(300000))},
@@ -13,30 +13,25 @@ QrvFixture::QrvFixture() : src(env.Path("src")) {
                         {"new\nline.txt", File("newline")},
                         {"back\\slash.txt", File("backslash")},
                     }));
+    for (const std::string& path : WalkOrder(src))
+        contents[path.substr(src.size())] = ReadFile(path);
     AddSource(src);
     Backup();
 }
 
-void QrvFixture::Backup() const {
+void OddNamesBackup::Backup() const {
     const ProgramRun run = RunStashwell({"backup"});
     if (run.exitCode != 0) throw std::runtime_error("backup failed: " + run.err);
 }
 
-std::string QrvFixture::Date(const std::string& bid) const {
+std::string OddNamesBackup::Date(const std::string& bid) const {
     const auto rows = Rows("SELECT datebk FROM Backups WHERE bid = " + bid);
     return rows.empty() ? std::string() : rows[0];
 }
 
-std::map<std::string, std::string> QrvFixture::Contents() const {
-    std::map<std::string, std::string> contents;
-    for (const std::string& path : WalkOrder(src))
-        contents[path.substr(src.size())] = ReadFile(path);
-    return contents;
-}
-
-std::map<std::string, std::string> QrvFixture::ExpectedBelow(const std::string& root) const {
+std::map<std::string, std::string> OddNamesBackup::ExpectedBelow(const std::string& root) const {
     std::map<std::string, std::string> expected;
-    for (const auto& [stored, content] : Contents()) {
+    for (const auto& [stored, content] : contents) {
         std::string relative = stored;
         std::replace(relative.begin(), relative.end(), '\\', '\'');
         expected[root + relative] = content;
@@ -44,7 +39,7 @@ std::map<std::string, std::string> QrvFixture::ExpectedBelow(const std::string& 
     return expected;
 }
 
-std::map<std::string, std::string> QrvFixture::Tree(const std::string& root) {
+std::map<std::string, std::string> OddNamesBackup::Tree(const std::string& root) {
     std::map<std::string, std::string> tree;
     for (const std::string& path : WalkOrder(root))
         tree[path] = ReadFile(path);
