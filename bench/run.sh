@@ -72,6 +72,18 @@ export BORG_UNKNOWN_UNENCRYPTED_REPO_ACCESS_IS_OK=yes BORG_RELOCATED_REPO_ACCESS
 
 median() { sort -g | awk '{a[NR]=$1} END {print (NR%2 ? a[(NR+1)/2] : (a[NR/2]+a[NR/2+1])/2)}'; }
 
+# write_medians NAME KEY...: NAME.medians, one line "key wall_s peak_kib" per timed step KEY
+# that ran, the medians of its repetitions.
+write_medians() {
+    local name="$1" f; shift
+    : >"$work/$name.medians"
+    for f in "$@"; do
+        [ -s "$work/$name.$f" ] || continue
+        echo "$f $(cut -d' ' -f1 "$work/$name.$f" | median) $(cut -d' ' -f2 "$work/$name.$f" | median)" \
+            >>"$work/$name.medians"
+    done
+}
+
 # timed OUT CMD...: runs CMD, appends "seconds peak_kib" to OUT.
 timed() {
     local out="$1"; shift
@@ -183,13 +195,7 @@ bench_set() {
         check "restic restore $restic_to" "$(find "$restic_to" -type f | wc -l)" "$files"
     done
 
-    # NAME.medians: "key wall_s peak_kib", the medians of every timed step that ran.
-    : >"$work/$name.medians"
-    for f in "${keys[@]}"; do
-        [ -s "$work/$name.$f" ] || continue
-        echo "$f $(cut -d' ' -f1 "$work/$name.$f" | median) $(cut -d' ' -f2 "$work/$name.$f" | median)" \
-            >>"$work/$name.medians"
-    done
+    write_medians "$name" "${keys[@]}"
     awk -v n="$name" -v b="$bytes" -v f="$files" -v r="$repeat" '
     { w[$1] = $2; m[$1] = $3 }
     # q(A, B): A / B, or "-" when B rounds to no time at all.
@@ -366,11 +372,7 @@ bench_qrv() {
         fi
     fi
 
-    : >"$work/qrv.medians"
-    for f in "${keys[@]}"; do
-        echo "$f $(cut -d' ' -f1 "$work/qrv.$f" | median) $(cut -d' ' -f2 "$work/qrv.$f" | median)" \
-            >>"$work/qrv.medians"
-    done
+    write_medians qrv "${keys[@]}"
     awk -v b="$bytes" -v sb="$store_bytes" -v f="$files" -v r="$repeat" '
     { w[$1] = $2; m[$1] = $3 }
     function row(label, k, bytes) {
