@@ -1,5 +1,6 @@
 #include "cli/CQrvCatalogue.h"
 
+#include "app/CBackupFolderLock.h"
 #include "app/modPaths.h"
 #include "catalogue/ADOSQLite.h"
 #include "catalogue/modBulkQuery.h"
@@ -8,6 +9,11 @@
 
 #include <sqlite3.h>
 #include <sys/stat.h>
+
+std::string LockProblem(const CBackupFolderLock& lock) {
+    const std::string& problem = lock.Problem();
+    return problem.rfind("Error: ", 0) == 0 ? problem.substr(7) : problem;
+}
 
 std::string BackupFolderProblem(int& status) {
     status = kQrvCannotOpen;

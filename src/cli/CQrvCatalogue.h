@@ -51,6 +51,11 @@ private:
     int m_status = 0;
 };
 
+class CBackupFolderLock;
+
+// Why the backup folder's lock could not be taken, as one line for the companion.
+std::string LockProblem(const CBackupFolderLock& lock);
+
 // Why the backup path cannot be used (not set, not a full path, its folder not there), with
 // the exit status it calls for; "" when it can.
 std::string BackupFolderProblem(int& status);

@@ -74,10 +74,10 @@ size_t TakeRecords(std::string& buffer, std::vector<RestoreOutcome>& outcomes) {
         Put(records, (outcome.restored ? 1u : 0u) | (outcome.verified ? 2u : 0u));
         PutText(records, outcome.target);
         PutText(records, outcome.problem);
-        if (records.size() >= 4096 || (i + 1) % 16 == 0) {
-            if (!WriteAll(fd, records)) ::_exit(1);
-            records.clear();
-        }
+        // Each outcome goes out at once, so a worker that dies loses at most the file it
+        // was restoring.
+        if (!WriteAll(fd, records)) ::_exit(1);
+        records.clear();
     }
     ::_exit(WriteAll(fd, records) ? 0 : 1);
 }
@@ -127,7 +127,10 @@ CRestoreWorkers::Run(size_t count, const std::function<RestoreOutcome(size_t)>& 
     std::vector<std::string> buffers(pipes.size());
     size_t done = 0, open = pipes.size();
     while (open > 0) {
-        if (::poll(pipes.data(), pipes.size(), -1) < 0 && errno != EINTR) break;
+        if (::poll(pipes.data(), pipes.size(), -1) < 0) {
+            if (errno == EINTR) continue;
+            break;
+        }
         for (size_t k = 0; k < pipes.size(); ++k) {
             if (pipes[k].fd < 0 || pipes[k].revents == 0) continue;
             char chunk[65536];
@@ -145,6 +148,7 @@ CRestoreWorkers::Run(size_t count, const std::function<RestoreOutcome(size_t)>& 
         }
     }
     for (const pid_t pid : pids)
-        ::waitpid(pid, nullptr, 0);
+        while (::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
+        }
     return outcomes;
 }

@@ -34,7 +34,7 @@ struct StoreProblem {
 struct CheckResult {
     std::vector<std::string> catalogue; // the integrity check's rows
     size_t runs = 0, files = 0, storeFiles = 0, read = 0;
-    std::map<std::string, StoreProblem> problems; // by store file name
+    std::map<std::string, StoreProblem> problems; // by store file path
 };
 
 const char* const kRunFiles = "FROM Files f JOIN Backups b ON b.bid = f.bid";
@@ -43,23 +43,38 @@ std::string NameOf(std::string_view backup) {
     return FSGetNamePart(std::string(backup));
 }
 
-// Each store file that the runs refer to is there with the recorded size.
+// What an entry that is not a regular file is, in words.
+std::string Kind(mode_t mode) {
+    if (S_ISDIR(mode)) return "a folder";
+    if (S_ISLNK(mode)) return "a symbolic link";
+    return "a special file";
+}
+
+// Each store file that the runs refer to is there, a regular file of the recorded size; one of
+// the earlier flat layout counts where the two-level one has none.
 void CheckReferenced(const std::unordered_map<std::string, uint64_t>& recorded,
                      const std::string& store, CheckResult& result) {
     for (const auto& [name, size] : recorded) {
         std::string path = CStore::StorePath(store, name);
         struct stat st {};
-        if (::stat(path.c_str(), &st) != 0 && ::stat((store + "/" + name).c_str(), &st) != 0) {
-            result.problems[name] = {path, "missing", "", false, "", {}};
-        } else if (static_cast<uint64_t>(st.st_size) != size) {
-            result.problems[name] = {path,
+        bool found = ::lstat(path.c_str(), &st) == 0;
+        if (!found && ::lstat((store + "/" + name).c_str(), &st) == 0) {
+            path = store + "/" + name;
+            found = true;
+        }
+        if (!found)
+            result.problems[path] = {path, "missing", "", false, "", {}};
+        else if (!S_ISREG(st.st_mode))
+            result.problems[path] = {path,  "not a file", "it is " + Kind(st.st_mode),
+                                     false, "",           {}};
+        else if (static_cast<uint64_t>(st.st_size) != size)
+            result.problems[path] = {path,
                                      "wrong size",
                                      "it holds " + std::to_string(st.st_size) +
                                          " bytes, the catalogue records " + std::to_string(size),
                                      false,
                                      "",
                                      {}};
-        }
     }
 }
 
@@ -77,7 +92,7 @@ void ReadStore(const std::string& store, CheckResult& result) {
         const std::string name = FSGetNamePart(paths[k]);
         const std::string expected = name.substr(0, name.size() - 4);
         if (signatures[k] && signatures[k]->signature == expected) continue;
-        StoreProblem& problem = result.problems[name];
+        StoreProblem& problem = result.problems[paths[k]];
         const std::string what = signatures[k]
                                      ? "its content has the signature " + signatures[k]->signature
                                      : "it cannot be read";
@@ -112,7 +127,7 @@ void PrintJson(const CheckResult& result, bool readData, std::ostream& out) {
         << ",\"read_data\":" << (readData ? "true" : "false") << ",\"read\":" << result.read
         << ",\"problems\":[";
     bool first = true;
-    for (const auto& [name, problem] : result.problems) {
+    for (const auto& [path, problem] : result.problems) {
         out << (first ? "" : ",") << "{\"kind\":" << JsonString(problem.kind)
             << ",\"store_file\":" << JsonString(problem.path)
             << ",\"detail\":" << JsonString(problem.detail) << ",\"held_by\":[";
@@ -129,7 +144,7 @@ void PrintText(const CheckResult& result, bool catalogueSound, bool readData, st
     if (!catalogueSound)
         for (const std::string& line : result.catalogue)
             out << "catalogue: " << LineText(line) << "\n";
-    for (const auto& [name, problem] : result.problems) {
+    for (const auto& [path, problem] : result.problems) {
         out << problem.kind << ": " << LineText(problem.path)
             << (problem.detail.empty() ? "" : ": " + LineText(problem.detail)) << "\n";
         if (problem.heldBy.empty()) out << "  held by no run\n";
@@ -162,7 +177,7 @@ int QrvCheck(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
     if (!db.Open()) return failed();
     CBackupFolderLock lock;
     if (args.Repair() && !lock.Acquire(GetBackupPath())) {
-        err << "qrv: " << lock.Problem() << "\n";
+        err << "qrv: " << LockProblem(lock) << "\n";
         return kQrvBusy;
     }
     CheckResult result;
@@ -182,17 +197,21 @@ int QrvCheck(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
     const std::string store = GetFilesPath();
     CheckReferenced(recorded, store, result);
     if (args.ReadData()) ReadStore(store, result);
-    if (!result.problems.empty() &&
-        !db.Rows(std::string("SELECT f.bid, f.file, f.backup ") + kRunFiles +
-                     " ORDER BY f.bid, f.fid",
-                 [&](const Row& r) {
-                     const auto problem = result.problems.find(NameOf(r[2]));
-                     if (problem != result.problems.end())
-                         problem->second.heldBy.emplace_back(r[0], r[1]);
-                 }))
+    // The runs' files that hold each store file found wanting, found by its name.
+    std::unordered_map<std::string, std::vector<StoreProblem*>> byName;
+    for (auto& [path, problem] : result.problems)
+        byName[FSGetNamePart(path)].push_back(&problem);
+    if (!byName.empty() && !db.Rows(std::string("SELECT f.bid, f.file, f.backup ") + kRunFiles +
+                                        " ORDER BY f.bid, f.fid",
+                                    [&](const Row& r) {
+                                        const auto found = byName.find(NameOf(r[2]));
+                                        if (found == byName.end()) return;
+                                        for (StoreProblem* problem : found->second)
+                                            problem->heldBy.emplace_back(r[0], r[1]);
+                                    }))
         return failed();
     if (args.Repair())
-        for (auto& [name, problem] : result.problems)
+        for (auto& [path, problem] : result.problems)
             if (problem.contentWrong) Quarantine(problem);
     if (args.Json())
         PrintJson(result, args.ReadData(), out);

@@ -7,6 +7,7 @@
 #include "cli/modQrvExit.h"
 #include "cli/modQrvPaths.h"
 #include "cli/modQrvText.h"
+#include "support/modPlatformPaths.h"
 
 #include <algorithm>
 #include <fnmatch.h>
@@ -43,12 +44,6 @@ struct SourceGroup {
     std::string source;
     std::vector<QrvRun> runs;
 };
-
-std::string WithoutTrailingSlash(std::string path) {
-    while (path.size() > 1 && path.back() == '/')
-        path.pop_back();
-    return path;
-}
 
 void PrintRuns(const std::vector<SourceGroup>& groups,
                const std::map<std::string, RunTotals>& totals, bool json, std::ostream& out) {
@@ -94,13 +89,16 @@ int QrvRuns(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
                                                   r[2].empty() ? "0" : std::string(r[2])};
                  }))
         return Failed(db, err);
-    const std::string wanted =
-        args.Arguments().empty() ? std::string() : WithoutTrailingSlash(args.Arguments()[0]);
+    std::string wanted;
+    if (!args.Arguments().empty()) {
+        const std::string& given = args.Arguments()[0];
+        wanted = TidyPath(given[0] == '/' ? given : CurrentFolder() + "/" + given);
+    }
     std::vector<SourceGroup> groups;
     if (!db.Rows("SELECT bid, source, datebk FROM Backups ORDER BY source, bid DESC",
                  [&](const Row& r) {
                      QrvRun run{std::string(r[0]), std::string(r[1]), std::string(r[2])};
-                     const std::string source = WithoutTrailingSlash(run.source);
+                     const std::string source = TidyPath(run.source);
                      if (!wanted.empty() && wanted != source && wanted != ShownPath(source)) return;
                      if (groups.empty() || groups.back().source != run.source)
                          groups.push_back({run.source, {}});
@@ -125,7 +123,7 @@ int QrvLs(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
     bool known = false;
     std::vector<std::string> folders;
     if (!db.Rows("SELECT path FROM Paths WHERE bid = " + run.bid, [&](const Row& r) {
-            const std::string path = WithoutTrailingSlash(std::string(r[0]));
+            const std::string path = TidyPath(std::string(r[0]));
             if (path + "/" == key || path == key) known = true;
             const size_t slash = path.rfind('/');
             if (slash != std::string::npos && path.substr(0, slash + 1) == key)

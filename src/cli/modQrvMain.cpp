@@ -11,6 +11,7 @@
 #include "support/modPlatformPaths.h"
 #include "support/modServices.h"
 
+#include <algorithm>
 #include <ostream>
 
 namespace {
@@ -43,8 +44,14 @@ int QrvMain(const std::vector<std::string>& words, std::ostream& out, std::ostre
     }
     const std::string& command = args.Command();
     if (args.Help() || command == "help") {
-        out << QrvHelp(command == "help" && !args.Arguments().empty() ? args.Arguments()[0]
-                                                                      : command);
+        const std::string& topic =
+            command == "help" && !args.Arguments().empty() ? args.Arguments()[0] : command;
+        const auto& known = CQrvArgs::Commands();
+        if (!topic.empty() && std::find(known.begin(), known.end(), topic) == known.end()) {
+            err << "qrv: unknown command '" << topic << "'; see 'qrv --help'\n";
+            return kQrvUsage;
+        }
+        out << QrvHelp(topic);
         return kQrvDone;
     }
     if (command.empty()) {

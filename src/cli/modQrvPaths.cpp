@@ -2,22 +2,22 @@
 
 #include "catalogue/modSQLQuote.h"
 
-namespace {
-
-std::string WithoutTrailingSlash(std::string path) {
-    while (path.size() > 1 && path.back() == '/')
-        path.pop_back();
-    return path;
+std::string TidyPath(const std::string& path) {
+    std::string tidy;
+    for (size_t start = 0; start <= path.size();) {
+        const size_t slash = std::min(path.find('/', start), path.size());
+        const std::string part = path.substr(start, slash - start);
+        if (!part.empty() && part != ".") tidy += "/" + part;
+        start = slash + 1;
+    }
+    return tidy.empty() ? "/" : tidy;
 }
 
-} // namespace
-
 std::string StoredRunPath(const std::string& source, const std::string& given) {
-    const std::string root = WithoutTrailingSlash(SQLQuoteEncode(source));
-    if (given.empty() || given == ".") return root;
-    const std::string path = WithoutTrailingSlash(SQLQuoteEncode(given));
-    if (path[0] == '/') return path;
-    return (root == "/" ? root : root + "/") + (path.rfind("./", 0) == 0 ? path.substr(2) : path);
+    // Joined first and encoded whole: the encoding leaves a path alone whose first character
+    // is an apostrophe, and a full path never begins with one.
+    const std::string full = !given.empty() && given[0] == '/' ? given : source + "/" + given;
+    return SQLQuoteEncode(TidyPath(full));
 }
 
 bool IsAtOrBelow(const std::string& path, const std::string& folder) {

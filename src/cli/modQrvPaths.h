@@ -1,8 +1,8 @@
 #pragma once
 
 // Paths that a person names on the companion's command line, turned into the catalogue's
-// stored form: a full path as it stands, a relative one below the run's source; no trailing
-// "/"; every apostrophe encoded as the catalogue stores it.
+// stored form: a full path as it stands, a relative one below the run's source; no "." and no
+// empty components, no trailing "/"; every apostrophe encoded as the catalogue stores it.
 
 #include <string>
 
@@ -10,3 +10,6 @@
 std::string StoredRunPath(const std::string& source, const std::string& given);
 // Whether stored path `path` is `folder` itself or lies below it.
 bool IsAtOrBelow(const std::string& path, const std::string& folder);
+// A full path without "." components, empty components or a trailing "/" ("/" stays "/");
+// ".." components stay, for the caller to refuse.
+std::string TidyPath(const std::string& path);

@@ -10,10 +10,16 @@
 #include "cli/modQrvExit.h"
 #include "cli/modQrvPaths.h"
 #include "cli/modQrvText.h"
+#include "engine/CStore.h"
+#include "engine/kvCryptDriver.h"
+#include "support/modFSCommon.h"
 #include "support/modMsgBox.h"
 #include "support/modPlatformPaths.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <ostream>
 #include <sys/stat.h>
 
@@ -30,20 +36,22 @@ struct StoredFile {
     uint64_t size = 0;
 };
 
-// The folder restored into: "" for each file's own place, else `to` as a full path without a
-// trailing "/"; false with `problem` for a folder that cannot be one.
+// The folder restored into: "" for each file's own place, else `to` as a tidy full path; false
+// with `problem` for a folder that cannot be one (it, or the nearest of its folders that
+// exists, is not a folder).
 bool Destination(const CQrvArgs& args, std::string& destination, std::string& problem) {
     if (!args.ToGiven()) return true;
-    destination = args.To()[0] == '/' ? args.To() : CurrentFolder() + "/" + args.To();
-    while (destination.size() > 1 && destination.back() == '/')
-        destination.pop_back();
+    destination = TidyPath(args.To()[0] == '/' ? args.To() : CurrentFolder() + "/" + args.To());
     if (destination == "/") {
         problem = "cannot restore into / itself: name a folder";
         return false;
     }
+    std::string existing = destination;
     struct stat st {};
-    if (::stat(destination.c_str(), &st) == 0 && !S_ISDIR(st.st_mode)) {
-        problem = LineText(destination) + " is not a folder";
+    while (::stat(existing.c_str(), &st) != 0 && errno == ENOENT && existing != "/")
+        existing = existing.substr(0, std::max<size_t>(existing.rfind('/'), 1));
+    if (::stat(existing.c_str(), &st) == 0 && !S_ISDIR(st.st_mode)) {
+        problem = LineText(existing) + " is not a folder";
         return false;
     }
     return true;
@@ -99,12 +107,36 @@ private:
     IMessageBoxService& m_before;
 };
 
+// Why the store file at `path` cannot give back content of `size` bytes whose signature is its
+// name, in words; "" when it can. The content is read only when `read`. A restore asks first,
+// so that a damaged store file never replaces a good file in its place.
+std::string StoreFileProblem(const std::string& path, uint64_t size, bool read) {
+    struct stat st {};
+    if (::lstat(path.c_str(), &st) != 0)
+        return errno == ENOENT
+                   ? "its store file " + path + " is missing"
+                   : "its store file " + path + " cannot be read: " + std::strerror(errno);
+    if (!S_ISREG(st.st_mode)) return "its store file " + path + " is not a regular file";
+    if (static_cast<uint64_t>(st.st_size) != size)
+        return "its store file " + path + " holds " + std::to_string(st.st_size) +
+               " bytes, the catalogue records " + std::to_string(size);
+    if (!read) return {};
+    const std::string name = FSGetNamePart(path);
+    const std::string expected = name.substr(0, name.size() >= 4 ? name.size() - 4 : 0);
+    const auto content = ComputeSignature(path);
+    if (!content) return "its store file " + path + " cannot be read";
+    if (content->signature != expected)
+        return "the content of its store file " + path + " has the signature " +
+               content->signature + ", not that of its name";
+    return {};
+}
+
 // Why the restored `target` is not what the catalogue recorded, judged by its size; "" when
 // it has the size.
 std::string SizeProblem(const std::string& target, uint64_t size) {
     struct stat st {};
     if (::lstat(target.c_str(), &st) != 0 || static_cast<uint64_t>(st.st_size) == size) return {};
-    return "its store file held " + std::to_string(st.st_size) + " bytes, the catalogue records " +
+    return "it holds " + std::to_string(st.st_size) + " bytes, the catalogue records " +
            std::to_string(size);
 }
 
@@ -136,20 +168,30 @@ int QrvRestore(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
 
     CBackupFolderLock lock;
     if (!lock.Acquire(GetBackupPath())) {
-        err << "qrv: " << lock.Problem() << "\n";
+        err << "qrv: " << LockProblem(lock) << "\n";
         return kQrvBusy;
     }
     CNoBoxes noBoxes;
     CFileRestorer restorer(run.bid, destination, args.Verify());
+    const std::string store = GetFilesPath();
+    // Where a file goes, to name it when it cannot be restored at all.
+    const auto targetOf = [&](const StoredFile& file) {
+        const std::string below = file.file.substr(std::min(file.file.size(), run.source.size()));
+        return ShownPath(destination.empty() ? file.file : destination + below);
+    };
     CProgressLine progress(CProgressLine::StderrIsTerminal());
     out.flush();
     err.flush();
     const std::vector<RestoreOutcome> outcomes = CRestoreWorkers(kWorkers).Run(
         files.size(),
         [&](size_t i) {
-            RestoreOutcome outcome = restorer.RestoreRow(files[i].file, files[i].backup);
+            const StoredFile& file = files[i];
+            const std::string problem = StoreFileProblem(
+                CStore::StorePath(store, FSGetNamePart(file.backup)), file.size, args.Verify());
+            if (!problem.empty()) return RestoreOutcome{false, false, targetOf(file), problem};
+            RestoreOutcome outcome = restorer.RestoreRow(file.file, file.backup);
             if (outcome.restored && outcome.problem.empty())
-                outcome.problem = SizeProblem(outcome.target, files[i].size);
+                outcome.problem = SizeProblem(outcome.target, file.size);
             if (!outcome.problem.empty()) outcome.verified = false;
             return outcome;
         },
@@ -161,8 +203,9 @@ int QrvRestore(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
     for (size_t i = 0; i < files.size(); ++i) {
         const RestoreOutcome& outcome = outcomes[i];
         if (!outcome.restored) {
-            err << "qrv: not restored: " << LineText(outcome.target) << ": " << outcome.problem
-                << "\n";
+            err << "qrv: not restored: "
+                << LineText(outcome.target.empty() ? targetOf(files[i]) : outcome.target) << ": "
+                << outcome.problem << "\n";
             ++failed;
         } else if (!outcome.verified) {
             err << "qrv: restored with the wrong content: " << LineText(outcome.target) << ": "

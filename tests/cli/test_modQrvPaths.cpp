@@ -17,6 +17,14 @@ TEST(QrvPaths, ARelativePathLiesBelowTheRunsSource) {
 TEST(QrvPaths, AFullPathStandsAsItIsWithApostrophesEncoded) {
     EXPECT_EQ(StoredRunPath("/home/ann/Docs", "/home/ann/Docs/Bob's/"), "/home/ann/Docs/Bob\\s");
     EXPECT_EQ(StoredRunPath("/home/ann/Bob's", "x'y"), "/home/ann/Bob\\s/x\\y");
+    EXPECT_EQ(StoredRunPath("/home/ann/Docs", "'lead.txt"), "/home/ann/Docs/\\lead.txt");
+}
+
+TEST(QrvPaths, TidyPathDropsDotAndEmptyComponentsButKeepsDotDot) {
+    EXPECT_EQ(TidyPath("/a//b/./c/"), "/a/b/c");
+    EXPECT_EQ(TidyPath("/a/../b"), "/a/../b");
+    EXPECT_EQ(TidyPath("/."), "/");
+    EXPECT_EQ(TidyPath("//"), "/");
 }
 
 TEST(QrvPaths, AtOrBelowComparesWholeComponents) {

@@ -138,6 +138,46 @@ TEST_F(QrvCheckTest, RepairQuarantinesBadContentAndTheNextBackupStoresItAfresh) 
               "Checked 3 runs, 21 files and 7 store files, read 7 store files: no problems.\n");
 }
 
+TEST_F(QrvCheckTest, AFolderOrALinkInAStoreFilesPlaceIsNamed) {
+    ASSERT_EQ(::unlink(Store("alpha").c_str()), 0);
+    ASSERT_EQ(::mkdir(Store("alpha").c_str(), 0700), 0);
+    ASSERT_EQ(::unlink(Store("newline").c_str()), 0);
+    ASSERT_EQ(::symlink(Store("apostrophe").c_str(), Store("newline").c_str()), 0);
+    const ProgramRun run = RunQrv({"check"});
+    EXPECT_EQ(run.exitCode, 1);
+    std::map<std::string, std::string> problems = {
+        {Store("alpha"), "not a file: " + Store("alpha") + ": it is a folder\n" + HeldBy("/a.txt")},
+        {Store("newline"), "not a file: " + Store("newline") + ": it is a symbolic link\n" +
+                               HeldBy("/new\\nline.txt")},
+    };
+    EXPECT_EQ(run.out, problems.begin()->second + problems.rbegin()->second +
+                           "Checked 2 runs, 14 files and 7 store files: 2 problems.\n");
+}
+
+TEST_F(QrvCheckTest, TheSameContentDamagedInBothLayoutsIsNamedAndMovedTwice) {
+    // A copy of the earlier flat layout beside the two-level one, both altered.
+    const std::string flat = f.backup + "/Files/" + TestSignature("apostrophe") + ".QRV";
+    WriteFile(flat, "APOSTROPHE");
+    WriteFile(Store("apostrophe"), "Apostrophe");
+    const ProgramRun run = RunQrv({"check", "--read-data", "--repair"});
+    EXPECT_EQ(run.exitCode, 1);
+    const std::string quarantine = f.backup + "/Quarantine/" + TestSignature("apostrophe") + ".QRV";
+    std::map<std::string, std::string> problems = {
+        {flat, "altered: " + flat + ": its content has the signature " +
+                   TestSignature("APOSTROPHE") + "\n" + HeldBy("/sub/Bob's file.txt")},
+        {Store("apostrophe"), "altered: " + Store("apostrophe") +
+                                  ": its content has the signature " + TestSignature("Apostrophe") +
+                                  "\n" + HeldBy("/sub/Bob's file.txt")},
+    };
+    EXPECT_NE(run.out.find(problems.begin()->second), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find(problems.rbegin()->second), std::string::npos) << run.out;
+    EXPECT_FALSE(Exists(flat));
+    EXPECT_FALSE(Exists(Store("apostrophe")));
+    EXPECT_EQ(ListTree(f.backup + "/Quarantine").size(), 2u);
+    f.Backup();
+    EXPECT_EQ(RunQrv({"check", "--read-data"}).exitCode, 0);
+}
+
 TEST_F(QrvCheckTest, ProblemsAsJson) {
     ASSERT_EQ(::unlink(Store("alpha").c_str()), 0);
     const ProgramRun run = RunQrv({"check", "--json"});
@@ -159,8 +199,8 @@ TEST_F(QrvCheckTest, ARepairWaitsForTheFolderAndACheckDoesNot) {
     const ProgramRun repair = RunQrv({"check", "--read-data", "--repair"});
     EXPECT_EQ(repair.exitCode, 4);
     EXPECT_EQ(repair.out, "");
-    EXPECT_EQ(repair.err, "qrv: Error: Another Stashwell is working on the backup folder " +
-                              f.backup + ". Please try again when it has finished.\n");
+    EXPECT_EQ(repair.err, "qrv: Another Stashwell is working on the backup folder " + f.backup +
+                              ". Please try again when it has finished.\n");
     EXPECT_EQ(ReadFile(Store("apostrophe")), "APOSTROPHE");
     EXPECT_FALSE(Exists(f.backup + "/Quarantine"));
     const ProgramRun check = RunQrv({"check", "--read-data"});

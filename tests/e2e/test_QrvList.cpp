@@ -53,7 +53,7 @@ TEST_F(QrvListTest, RunsListsEachSourceWithItsNewestRunFirst) {
 }
 
 TEST_F(QrvListTest, RunsOfOneSourceAndOfASourceWithoutRuns) {
-    const ProgramRun run = RunQrv({"runs", src + "/"});
+    const ProgramRun run = RunQrv({"runs", "src/"}); // relative to the folder qrv runs in
     EXPECT_EQ(run.exitCode, 0);
     EXPECT_EQ(run.out, src + "\n" + Header() + RunLine("1", f.Date("1"), "7", kSourceBytes));
     const ProgramRun none = RunQrv({"runs", f.env.Path("elsewhere")});
@@ -88,6 +88,7 @@ TEST_F(QrvListTest, LsOfAFolderNamedBelowTheSourceOrInFull) {
     EXPECT_EQ(RunQrv({"ls", "1", "sub"}).out, expected);
     EXPECT_EQ(RunQrv({"ls", "1", src + "/sub/"}).out, expected);
     EXPECT_EQ(RunQrv({"ls", "1", "sub/deeper"}).out, "        8192  d.txt\n");
+    EXPECT_EQ(RunQrv({"ls", "1", "./sub/./deeper/"}).out, "        8192  d.txt\n");
 }
 
 TEST_F(QrvListTest, LsAsJsonKeepsEveryByteOfTheNames) {
@@ -188,6 +189,7 @@ TEST_F(QrvListTest, UsageErrorsHelpAndVersion) {
     usage({"check", "all"}, "'check' takes no arguments");
     usage({"check", "--repair"}, "'--repair' works only with '--read-data'");
     usage({"runs", "--colour"}, "unknown option '--colour'");
+    usage({"help", "backup"}, "unknown command 'backup'");
     usage({"restore", "1", "--to"}, "option '--to' needs a folder");
     const ProgramRun bare = RunQrv({});
     EXPECT_EQ(bare.exitCode, 2);

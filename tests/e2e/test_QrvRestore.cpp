@@ -109,31 +109,49 @@ TEST_F(QrvRestoreTest, ADeletedStoreFileIsNamedAndTheOtherFilesAreRestored) {
     EXPECT_TRUE(OddNamesBackup::Tree(to) == expected) << Names(OddNamesBackup::Tree(to));
 }
 
-TEST_F(QrvRestoreTest, AnAlteredStoreFileFailsVerificationAndIsNamed) {
+TEST_F(QrvRestoreTest, AnAlteredStoreFileIsFoundByVerificationAndReplacesNothing) {
     WriteFile(StoreFile(f.backup, "apostrophe"), "APOSTROPHE");
+    WriteFile(src + "/sub/Bob's file.txt", "changed since");
+    const std::string problem = "the content of its store file " +
+                                StoreFile(f.backup, "apostrophe") + " has the signature " +
+                                TestSignature("APOSTROPHE") + ", not that of its name\n";
     const ProgramRun run = RunQrv({"restore", "1", "--to", to, "--verify"});
     EXPECT_EQ(run.exitCode, 1);
-    EXPECT_EQ(run.err, "qrv: restored with the wrong content: " + to +
-                           "/sub/Bob's file.txt: its content does not have the signature " +
-                           TestSignature("apostrophe") + "\n");
+    EXPECT_EQ(run.err, "qrv: not restored: " + to + "/sub/Bob's file.txt: " + problem);
     EXPECT_EQ(run.out, "Restored 6 of 7 files of run 1 into " + to +
-                           ": 0 not restored, 1 with the wrong content.\n");
+                           ": 1 not restored, 0 with the wrong content.\n");
     Tree expected = expectedThere;
-    expected[to + "/sub/Bob's file.txt"] = "APOSTROPHE";
+    expected.erase(to + "/sub/Bob's file.txt");
     EXPECT_TRUE(OddNamesBackup::Tree(to) == expected) << Names(OddNamesBackup::Tree(to));
+    // In its place, the file there stays as it is.
+    const ProgramRun here = RunQrv({"restore", "1", "sub", "--verify"});
+    EXPECT_EQ(here.exitCode, 1);
+    EXPECT_EQ(here.err, "qrv: not restored: " + src + "/sub/Bob's file.txt: " + problem);
+    EXPECT_EQ(ReadFile(src + "/sub/Bob's file.txt"), "changed since");
     // Without --verify a change that keeps the size goes unseen, as in the window.
     EXPECT_EQ(RunQrv({"restore", "1", "--to", f.env.Path("again")}).exitCode, 0);
 }
 
-TEST_F(QrvRestoreTest, AStoreFileCutShortIsNamedEvenWithoutVerification) {
+TEST_F(QrvRestoreTest, AStoreFileCutShortOrNotAFileIsNamedAndReplacesNothing) {
     WriteFile(StoreFile(f.backup, "newline"), "new");
-    const ProgramRun run = RunQrv({"restore", "1", "--to", to});
+    ASSERT_EQ(::unlink(StoreFile(f.backup, "alpha").c_str()), 0);
+    ASSERT_EQ(::mkdir(StoreFile(f.backup, "alpha").c_str(), 0700), 0);
+    const ProgramRun run = RunQrv({"restore", "1"});
     EXPECT_EQ(run.exitCode, 1);
-    EXPECT_EQ(run.err, "qrv: restored with the wrong content: " + to +
-                           "/new\\nline.txt: its store file held 3 bytes, the catalogue records "
-                           "7\n");
-    EXPECT_EQ(run.out, "Restored 6 of 7 files of run 1 into " + to +
-                           ": 0 not restored, 1 with the wrong content.\n");
+    const std::map<std::string, std::string> lines = {
+        {src + "/a.txt", "qrv: not restored: " + src + "/a.txt: its store file " +
+                             StoreFile(f.backup, "alpha") + " is not a regular file\n"},
+        {src + "/new\nline.txt", "qrv: not restored: " + src + "/new\\nline.txt: its store file " +
+                                     StoreFile(f.backup, "newline") +
+                                     " holds 3 bytes, the catalogue records 7\n"}};
+    std::string expected; // in the order the run met the files
+    for (const std::string& file : WalkOrder(src))
+        if (lines.count(file)) expected += lines.at(file);
+    EXPECT_EQ(run.err, expected);
+    EXPECT_EQ(run.out, "Restored 5 of 7 files of run 1 to their places: 2 not restored, 0 with "
+                       "the wrong content.\n");
+    EXPECT_EQ(ReadFile(src + "/a.txt"), "alpha");
+    EXPECT_EQ(ReadFile(src + "/new\nline.txt"), "newline");
 }
 
 TEST_F(QrvRestoreTest, NothingIsWrittenThroughALinkInTheFolderRestoredInto) {
@@ -163,7 +181,7 @@ TEST_F(QrvRestoreTest, ABackupFolderAnotherProgramKeepsBusyIsSaidAndNothingIsRes
     const ProgramRun run = RunQrv({"restore", "1", "--to", to});
     EXPECT_EQ(run.exitCode, 4);
     EXPECT_EQ(run.out, "");
-    EXPECT_EQ(run.err, "qrv: Error: Another Stashwell is working on the backup folder " + f.backup +
+    EXPECT_EQ(run.err, "qrv: Another Stashwell is working on the backup folder " + f.backup +
                            ". Please try again when it has finished.\n");
     EXPECT_FALSE(Exists(to));
 }

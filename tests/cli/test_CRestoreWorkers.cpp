@@ -1,0 +1,84 @@
+// Restores shared out among processes: every outcome comes back in its place whatever process
+// restored it, long texts survive the pipe whole, and a worker that dies leaves its files
+// named as not restored.
+
+#include "cli/CRestoreWorkers.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+namespace {
+
+RestoreOutcome Outcome(size_t i) {
+    RestoreOutcome outcome;
+    outcome.restored = i % 3 != 0;
+    outcome.verified = i % 3 == 1;
+    outcome.target = "/to/file " + std::to_string(i) + std::string(i % 7 == 0 ? 70000 : 0, 'x');
+    outcome.problem = outcome.verified ? "" : "problem of " + std::to_string(i);
+    return outcome;
+}
+
+void ExpectSame(const RestoreOutcome& got, const RestoreOutcome& want, size_t i) {
+    EXPECT_EQ(got.restored, want.restored) << i;
+    EXPECT_EQ(got.verified, want.verified) << i;
+    EXPECT_EQ(got.target, want.target) << i;
+    EXPECT_EQ(got.problem, want.problem) << i;
+}
+
+TEST(RestoreWorkers, EveryOutcomeComesBackInItsPlaceFromSeveralProcesses) {
+    const pid_t self = ::getpid();
+    const size_t count = 1000;
+    std::vector<size_t> progress;
+    const auto outcomes = CRestoreWorkers(4).Run(
+        count,
+        [&](size_t i) {
+            RestoreOutcome outcome = Outcome(i);
+            // Restored elsewhere than in this process.
+            if (::getpid() == self) outcome.problem = "restored in the calling process";
+            return outcome;
+        },
+        [&](size_t done) { progress.push_back(done); });
+    ASSERT_EQ(outcomes.size(), count);
+    for (size_t i = 0; i < count; ++i)
+        ExpectSame(outcomes[i], Outcome(i), i);
+    ASSERT_FALSE(progress.empty());
+    EXPECT_EQ(progress.back(), count);
+}
+
+TEST(RestoreWorkers, FewFilesAreRestoredInTheCallingProcess) {
+    const pid_t self = ::getpid();
+    size_t calls = 0; // counted here only when the calls happen in this process
+    const auto outcomes = CRestoreWorkers(4).Run(2 * CRestoreWorkers::kRun - 1,
+                                                 [&](size_t i) {
+                                                     EXPECT_EQ(::getpid(), self);
+                                                     ++calls;
+                                                     return Outcome(i);
+                                                 },
+                                                 {});
+    EXPECT_EQ(calls, 2 * CRestoreWorkers::kRun - 1);
+    for (size_t i = 0; i < outcomes.size(); ++i)
+        ExpectSame(outcomes[i], Outcome(i), i);
+}
+
+TEST(RestoreWorkers, AWorkerThatDiesLeavesItsRemainingFilesNotRestored) {
+    const size_t count = 8 * CRestoreWorkers::kRun;
+    const size_t fatal = 2 * CRestoreWorkers::kRun + 5; // in the share of worker 2 of 4
+    const auto outcomes = CRestoreWorkers(4).Run(count,
+                                                 [&](size_t i) {
+                                                     if (i == fatal) ::_exit(9);
+                                                     return Outcome(i);
+                                                 },
+                                                 {});
+    for (size_t i = 0; i < count; ++i) {
+        const bool lost = (i / CRestoreWorkers::kRun) % 4 == 2 && i >= fatal;
+        if (!lost) {
+            ExpectSame(outcomes[i], Outcome(i), i);
+            continue;
+        }
+        EXPECT_FALSE(outcomes[i].restored) << i;
+        EXPECT_EQ(outcomes[i].target, "") << i;
+        EXPECT_EQ(outcomes[i].problem, "the worker that restored it stopped unexpectedly") << i;
+    }
+}
+
+} // namespace
