@@ -60,7 +60,9 @@ Restores every file of run BID, or the files and folders PATH names (full paths,
 paths below the run's source), as the window's Restore does. Without --to each file goes
 back to its own place, over any file of the same name; with --to the files go below DIR
 as they were below the source. Nothing is written outside the folder restored into, and
-no symbolic link is followed. With --verify each restored file's signature is checked.
+no symbolic link is followed. A store file that is missing, has another size than the
+catalogue records or, with --verify, other content than its name signs, is not copied and
+what stands in its place is left alone. With --verify each restored file is checked too.
 Each file that could not be restored is named on stderr and the others go on; exits 0
 only when every file was restored (and verified when asked).
 )"},
