@@ -103,6 +103,21 @@ check() {
 make_large() { "$here/build-release/make_data" "$1" large "$large_files" "$large_mib"; }
 make_small() { "$here/build-release/make_data" "$1" spread "$small_files" "$small_folders"; }
 
+# make_set LABEL KIND DATA: makes the data set KIND ("large" or "small") in DATA, tells its size
+# on stderr and answers "bytes files nonempty_files".
+make_set() {
+    local label="$1" kind="$2" data="$3"
+    echo "== $label: making the data set" >&2
+    "make_$kind" "$data" >&2
+    sync -f "$data"
+    local bytes files nonempty
+    bytes=$(du -sb "$data" | cut -f1)
+    files=$(find "$data" -type f | wc -l)
+    nonempty=$(find "$data" -type f -size +0 | wc -l)
+    echo "   $files files, $(( bytes / 1024 / 1024 )) MiB" >&2
+    echo "$bytes $files $nonempty"
+}
+
 # set_setup HOME KEY VALUE: the Setup row KEY of HOME's catalogue, as SetSetupValue stores it.
 set_setup() {
     sqlite3 "$1/backup/db/Backup.db" \
@@ -142,15 +157,8 @@ stashwell_runs() {
 
 bench_set() {
     local name="$1"
-    local data="$work/$name-data"
-    echo "== $name: making the data set"
-    "make_$name" "$data"
-    sync -f "$data"
-    local bytes files nonempty
-    bytes=$(du -sb "$data" | cut -f1)
-    files=$(find "$data" -type f | wc -l)
-    nonempty=$(find "$data" -type f -size +0 | wc -l)
-    echo "   $files files, $(( bytes / 1024 / 1024 )) MiB"
+    local data="$work/$name-data" bytes files nonempty
+    read -r bytes files nonempty < <(make_set "$name" "$name" "$data")
     find "$data" -type f -exec cat {} + >/dev/null   # the same page-cache state for every tool
 
     local keys=(md5 cp stash1 stash2 quick1 quick2 window borg1 borg2 borgx restic1 restic2 restic_r)
@@ -328,15 +336,8 @@ bench_restore() {
 # The companion: a whole run of the small data set restored with qrv, against restic restore of
 # the same tree and cp -a; the store read by qrv check --read-data, against md5sum.
 bench_qrv() {
-    local data="$work/qrv-data"
-    echo "== qrv: making the data set"
-    make_small "$data"
-    sync -f "$data"
-    local bytes files nonempty
-    bytes=$(du -sb "$data" | cut -f1)
-    files=$(find "$data" -type f | wc -l)
-    nonempty=$(find "$data" -type f -size +0 | wc -l)
-    echo "   $files files, $(( bytes / 1024 / 1024 )) MiB"
+    local data="$work/qrv-data" bytes files nonempty
+    read -r bytes files nonempty < <(make_set qrv small "$data")
     local home="$work/qrv-home" restic_repo="$work/qrv-restic"
     local xdg=(env XDG_CONFIG_HOME="$home/config" XDG_STATE_HOME="$home/state")
     prepare_backup "$home" "$data"
