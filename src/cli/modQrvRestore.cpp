@@ -48,7 +48,8 @@ bool Destination(const CQrvArgs& args, std::string& destination, std::string& pr
     }
     std::string existing = destination;
     struct stat st {};
-    while (::stat(existing.c_str(), &st) != 0 && errno == ENOENT && existing != "/")
+    while (::stat(existing.c_str(), &st) != 0 && (errno == ENOENT || errno == ENOTDIR) &&
+           existing != "/")
         existing = existing.substr(0, std::max<size_t>(existing.rfind('/'), 1));
     if (::stat(existing.c_str(), &st) == 0 && !S_ISDIR(st.st_mode)) {
         problem = LineText(existing) + " is not a folder";

@@ -94,6 +94,9 @@ TEST_F(QrvRestoreTest, APathTheRunDoesNotHoldRestoresNothing) {
     const ProgramRun intoFile = RunQrv({"restore", "1", "--to", src + "/a.txt"});
     EXPECT_EQ(intoFile.exitCode, 2);
     EXPECT_EQ(intoFile.err, "qrv: " + src + "/a.txt is not a folder\n");
+    const ProgramRun belowFile = RunQrv({"restore", "1", "--to", src + "/a.txt/deeper/"});
+    EXPECT_EQ(belowFile.exitCode, 2);
+    EXPECT_EQ(belowFile.err, "qrv: " + src + "/a.txt is not a folder\n");
 }
 
 TEST_F(QrvRestoreTest, ADeletedStoreFileIsNamedAndTheOtherFilesAreRestored) {
