@@ -167,11 +167,17 @@ RestoreOutcome CFileRestorer::RestoreRow(const std::string& file, const std::str
             Log(1, "Failed to restore " + target);
             Raise(err::kNoDestination);
         }
-        outcome.restored = true;
+        // The copy's last way answers true whatever happened, so what it left is looked at.
+        struct stat copied {};
+        outcome.restored = !file.empty() && ::lstat(target.c_str(), &copied) == 0 &&
+                           S_ISREG(copied.st_mode) && ::stat(storeFile.c_str(), &st) == 0 &&
+                           copied.st_size == st.st_size;
+        if (!outcome.restored && outcome.problem.empty())
+            outcome.problem = "the copy of " + storeFile + " did not reach it whole";
         if (!existed) ::chmod(target.c_str(), 0666 & ~UserMask());
         DoEvents();
         Operation("Restore verify");
-        outcome.verified = true;
+        outcome.verified = outcome.restored;
         if (m_verify) {
             const std::string name = FSGetNamePart(backup);
             const std::string signature = name.substr(0, name.size() >= 4 ? name.size() - 4 : 0);

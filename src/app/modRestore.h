@@ -17,7 +17,7 @@
 
 // How the restore of one file ended.
 struct RestoreOutcome {
-    bool restored = false; // the target holds the store file's bytes
+    bool restored = false; // the target is a file of the store file's size
     bool verified = false; // and their signature is the store file's name (when asked)
     std::string target;    // where the file went (or was to go)
     std::string problem;   // why it was not restored or not verified, in words; "" when it was

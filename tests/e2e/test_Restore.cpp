@@ -101,6 +101,34 @@ TEST_F(RestoreTest, KeyWithoutARowFailsAndTheNextFileStillRestores) {
     EXPECT_EQ(ReadFile(other + "/a.txt"), "alpha");
 }
 
+TEST_F(RestoreTest, EachRestoreTellsHowItEnded) {
+    const std::string other = f.env.Path("elsewhere");
+    CFileRestorer restorer("1", other, true);
+    const RestoreOutcome good = restorer.RestoreFile(src + "/a.txt");
+    EXPECT_TRUE(good.restored);
+    EXPECT_TRUE(good.verified);
+    EXPECT_EQ(good.target, other + "/a.txt");
+    EXPECT_EQ(good.problem, "");
+
+    WriteFile(StoreFile(f.backup, "apostrophe"), "APOSTROPHE");
+    const RestoreOutcome altered = restorer.RestoreFile(Encoded(src + "/sub/Bob's file.txt"));
+    EXPECT_TRUE(altered.restored);
+    EXPECT_FALSE(altered.verified);
+    EXPECT_EQ(altered.target, other + "/sub/Bob's file.txt");
+    EXPECT_EQ(altered.problem,
+              "its content does not have the signature " + TestSignature("apostrophe"));
+
+    ASSERT_EQ(::unlink(StoreFile(f.backup, "newline").c_str()), 0);
+    const RestoreOutcome missing = restorer.RestoreFile(src + "/new\nline.txt");
+    EXPECT_FALSE(missing.restored);
+    EXPECT_EQ(missing.target, other + "/new\nline.txt");
+    EXPECT_EQ(missing.problem, "its store file " + StoreFile(f.backup, "newline") + " is missing");
+
+    const RestoreOutcome unknown = restorer.RestoreFile(src + "/never.txt");
+    EXPECT_FALSE(unknown.restored);
+    EXPECT_EQ(unknown.problem, "the run holds no such file");
+}
+
 TEST(RestoreTarget, OnlyAPlainPathBelowTheFolderMayBeWritten) {
     ScopedTestEnv env;
     const std::string folder = env.Path("to");
