@@ -108,6 +108,18 @@ const std::string& CFileRestorer::Source() {
     return m_source;
 }
 
+std::string CFileRestorer::Target(const std::string& file) {
+    std::string target = file;
+    if (!m_destination.empty()) {
+        const std::string& source = Source();
+        const size_t below = file.size() > source.size() ? file.size() - source.size() : 0;
+        target = m_destination + file.substr(file.size() - below);
+    }
+    // Every stored "\" is an apostrophe of the real name.
+    std::replace(target.begin(), target.end(), '\\', '\'');
+    return target;
+}
+
 RestoreOutcome CFileRestorer::RestoreFile(const std::string& key) {
     const bool found = Trapped("RestoreFile", false, [&] {
         Operation("Calculate filename to restore");
@@ -129,14 +141,7 @@ RestoreOutcome CFileRestorer::RestoreRow(const std::string& file, const std::str
     RestoreOutcome outcome;
     try {
         trap.Check();
-        std::string target = file;
-        if (!m_destination.empty()) {
-            const std::string& source = Source();
-            const size_t below = file.size() > source.size() ? file.size() - source.size() : 0;
-            target = m_destination + file.substr(file.size() - below);
-        }
-        // Every stored "\" is an apostrophe of the real name.
-        std::replace(target.begin(), target.end(), '\\', '\'');
+        const std::string target = Target(file);
         outcome.target = target;
 
         if (!file.empty()) {
@@ -179,8 +184,7 @@ RestoreOutcome CFileRestorer::RestoreRow(const std::string& file, const std::str
         Operation("Restore verify");
         outcome.verified = outcome.restored;
         if (m_verify) {
-            const std::string name = FSGetNamePart(backup);
-            const std::string signature = name.substr(0, name.size() >= 4 ? name.size() - 4 : 0);
+            const std::string signature = CStore::SignatureOfName(FSGetNamePart(backup));
             if (MD5File(target) != signature) {
                 outcome.verified = false;
                 outcome.problem = "its content does not have the signature " + signature;

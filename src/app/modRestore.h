@@ -36,6 +36,9 @@ public:
     // The same for a row of the run that the caller has read already: its `file` and `backup`
     // values.
     RestoreOutcome RestoreRow(const std::string& file, const std::string& backup);
+    // Where the stored file `file` goes: its own place, or the same path below the destination,
+    // every "\" turned back into an apostrophe.
+    std::string Target(const std::string& file);
 
 private:
     const std::string& Source();

@@ -43,38 +43,39 @@ std::string NameOf(std::string_view backup) {
     return FSGetNamePart(std::string(backup));
 }
 
-// What an entry that is not a regular file is, in words.
-std::string Kind(mode_t mode) {
-    if (S_ISDIR(mode)) return "a folder";
-    if (S_ISLNK(mode)) return "a symbolic link";
-    return "a special file";
-}
-
 // Each store file that the runs refer to is there, a regular file of the recorded size; one of
 // the earlier flat layout counts where the two-level one has none.
 void CheckReferenced(const std::unordered_map<std::string, uint64_t>& recorded,
                      const std::string& store, CheckResult& result) {
     for (const auto& [name, size] : recorded) {
         std::string path = CStore::StorePath(store, name);
-        struct stat st {};
-        bool found = ::lstat(path.c_str(), &st) == 0;
-        if (!found && ::lstat((store + "/" + name).c_str(), &st) == 0) {
-            path = store + "/" + name;
-            found = true;
+        StoreEntry entry = InspectStoreFile(path, size);
+        if (entry.fault == StoreEntry::kMissing) {
+            const StoreEntry flat = InspectStoreFile(store + "/" + name, size);
+            if (flat.fault != StoreEntry::kMissing) {
+                path = store + "/" + name;
+                entry = flat;
+            }
         }
-        if (!found)
-            result.problems[path] = {path, "missing", "", false, "", {}};
-        else if (!S_ISREG(st.st_mode))
-            result.problems[path] = {path,  "not a file", "it is " + Kind(st.st_mode),
-                                     false, "",           {}};
-        else if (static_cast<uint64_t>(st.st_size) != size)
-            result.problems[path] = {path,
-                                     "wrong size",
-                                     "it holds " + std::to_string(st.st_size) +
-                                         " bytes, the catalogue records " + std::to_string(size),
-                                     false,
-                                     "",
-                                     {}};
+        const auto wanting = [&](const std::string& kind, const std::string& detail) {
+            result.problems[path] = {path, kind, detail, false, "", {}};
+        };
+        switch (entry.fault) {
+        case StoreEntry::kSound:
+            break;
+        case StoreEntry::kMissing:
+            wanting("missing", "");
+            break;
+        case StoreEntry::kUnreadable:
+            wanting("unreadable", std::string("it cannot be read: ") + std::strerror(entry.error));
+            break;
+        case StoreEntry::kNotAFile:
+            wanting("not a file", "it is " + entry.Kind());
+            break;
+        case StoreEntry::kWrongSize:
+            wanting("wrong size", "it " + entry.SizeMismatch(size));
+            break;
+        }
     }
 }
 
@@ -89,8 +90,7 @@ void ReadStore(const std::string& store, CheckResult& result) {
     progress.Clear();
     result.read = paths.size();
     for (size_t k = 0; k < paths.size(); ++k) {
-        const std::string name = FSGetNamePart(paths[k]);
-        const std::string expected = name.substr(0, name.size() - 4);
+        const std::string expected = CStore::SignatureOfName(FSGetNamePart(paths[k]));
         if (signatures[k] && signatures[k]->signature == expected) continue;
         StoreProblem& problem = result.problems[paths[k]];
         const std::string what = signatures[k]

@@ -10,6 +10,7 @@
 #include "cli/modQrvExit.h"
 #include "cli/modQrvPaths.h"
 #include "cli/modQrvText.h"
+#include "cli/modStoreScan.h"
 #include "engine/CStore.h"
 #include "engine/kvCryptDriver.h"
 #include "support/modFSCommon.h"
@@ -112,33 +113,27 @@ private:
 // name, in words; "" when it can. The content is read only when `read`. A restore asks first,
 // so that a damaged store file never replaces a good file in its place.
 std::string StoreFileProblem(const std::string& path, uint64_t size, bool read) {
-    struct stat st {};
-    if (::lstat(path.c_str(), &st) != 0)
-        return errno == ENOENT
-                   ? "its store file " + path + " is missing"
-                   : "its store file " + path + " cannot be read: " + std::strerror(errno);
-    if (!S_ISREG(st.st_mode)) return "its store file " + path + " is not a regular file";
-    if (static_cast<uint64_t>(st.st_size) != size)
-        return "its store file " + path + " holds " + std::to_string(st.st_size) +
-               " bytes, the catalogue records " + std::to_string(size);
+    const StoreEntry entry = InspectStoreFile(path, size);
+    const std::string storeFile = "its store file " + path;
+    switch (entry.fault) {
+    case StoreEntry::kSound:
+        break;
+    case StoreEntry::kMissing:
+        return storeFile + " is missing";
+    case StoreEntry::kUnreadable:
+        return storeFile + " cannot be read: " + std::strerror(entry.error);
+    case StoreEntry::kNotAFile:
+        return storeFile + " is not a regular file";
+    case StoreEntry::kWrongSize:
+        return storeFile + " " + entry.SizeMismatch(size);
+    }
     if (!read) return {};
-    const std::string name = FSGetNamePart(path);
-    const std::string expected = name.substr(0, name.size() >= 4 ? name.size() - 4 : 0);
     const auto content = ComputeSignature(path);
-    if (!content) return "its store file " + path + " cannot be read";
-    if (content->signature != expected)
-        return "the content of its store file " + path + " has the signature " +
-               content->signature + ", not that of its name";
+    if (!content) return storeFile + " cannot be read";
+    if (content->signature != CStore::SignatureOfName(FSGetNamePart(path)))
+        return "the content of " + storeFile + " has the signature " + content->signature +
+               ", not that of its name";
     return {};
-}
-
-// Why the restored `target` is not what the catalogue recorded, judged by its size; "" when
-// it has the size.
-std::string SizeProblem(const std::string& target, uint64_t size) {
-    struct stat st {};
-    if (::lstat(target.c_str(), &st) != 0 || static_cast<uint64_t>(st.st_size) == size) return {};
-    return "it holds " + std::to_string(st.st_size) + " bytes, the catalogue records " +
-           std::to_string(size);
 }
 
 std::string Files(uint64_t count) {
@@ -175,11 +170,6 @@ int QrvRestore(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
     CNoBoxes noBoxes;
     CFileRestorer restorer(run.bid, destination, args.Verify());
     const std::string store = GetFilesPath();
-    // Where a file goes, to name it when it cannot be restored at all.
-    const auto targetOf = [&](const StoredFile& file) {
-        const std::string below = file.file.substr(std::min(file.file.size(), run.source.size()));
-        return ShownPath(destination.empty() ? file.file : destination + below);
-    };
     CProgressLine progress(CProgressLine::StderrIsTerminal());
     out.flush();
     err.flush();
@@ -189,12 +179,9 @@ int QrvRestore(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
             const StoredFile& file = files[i];
             const std::string problem = StoreFileProblem(
                 CStore::StorePath(store, FSGetNamePart(file.backup)), file.size, args.Verify());
-            if (!problem.empty()) return RestoreOutcome{false, false, targetOf(file), problem};
-            RestoreOutcome outcome = restorer.RestoreRow(file.file, file.backup);
-            if (outcome.restored && outcome.problem.empty())
-                outcome.problem = SizeProblem(outcome.target, file.size);
-            if (!outcome.problem.empty()) outcome.verified = false;
-            return outcome;
+            if (!problem.empty())
+                return RestoreOutcome{false, false, restorer.Target(file.file), problem};
+            return restorer.RestoreRow(file.file, file.backup);
         },
         [&](size_t done) {
             progress.Show("Restoring " + std::to_string(done) + " of " + Files(files.size()));
@@ -205,8 +192,9 @@ int QrvRestore(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
         const RestoreOutcome& outcome = outcomes[i];
         if (!outcome.restored) {
             err << "qrv: not restored: "
-                << LineText(outcome.target.empty() ? targetOf(files[i]) : outcome.target) << ": "
-                << outcome.problem << "\n";
+                << LineText(outcome.target.empty() ? restorer.Target(files[i].file)
+                                                   : outcome.target)
+                << ": " << outcome.problem << "\n";
             ++failed;
         } else if (!outcome.verified) {
             err << "qrv: restored with the wrong content: " << LineText(outcome.target) << ": "

@@ -10,10 +10,11 @@
 // meanwhile.
 //
 // Several processes restore side by side (CRestoreWorkers). Each file that could not be
-// restored, or came back with the wrong content (a size other than the catalogue's, or with
-// --verify another signature), gets one line on stderr, in the run's order, once every file
-// has been tried; the end is one summary line on stdout. The exit status is 0 only when every
-// file chosen was restored, and verified when asked.
+// restored (its store file missing, not a file, of another size than the catalogue records,
+// with --verify of other content than its name signs, or its copy not whole), or came back
+// with the wrong content (with --verify, a copy of another signature), gets one line on stderr, in
+// the run's order, once every file has been tried; the end is one summary line on stdout. The exit
+// status is 0 only when every file chosen was restored, and verified when asked.
 
 #include <iosfwd>
 

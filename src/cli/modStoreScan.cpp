@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <dirent.h>
 #include <thread>
 
@@ -30,6 +31,30 @@ bool IsStoreEntry(const dirent& entry) {
 }
 
 } // namespace
+
+std::string StoreEntry::SizeMismatch(uint64_t size) const {
+    return "holds " + std::to_string(st.st_size) + " bytes, the catalogue records " +
+           std::to_string(size);
+}
+
+std::string StoreEntry::Kind() const {
+    if (S_ISDIR(st.st_mode)) return "a folder";
+    if (S_ISLNK(st.st_mode)) return "a symbolic link";
+    return "a special file";
+}
+
+StoreEntry InspectStoreFile(const std::string& path, uint64_t size) {
+    StoreEntry entry;
+    if (::lstat(path.c_str(), &entry.st) != 0) {
+        entry.error = errno;
+        entry.fault = errno == ENOENT ? StoreEntry::kMissing : StoreEntry::kUnreadable;
+    } else if (!S_ISREG(entry.st.st_mode)) {
+        entry.fault = StoreEntry::kNotAFile;
+    } else if (static_cast<uint64_t>(entry.st.st_size) != size) {
+        entry.fault = StoreEntry::kWrongSize;
+    }
+    return entry;
+}
 
 bool IsStoreName(const std::string& name) {
     const size_t dot = name.size() >= 5 ? name.size() - 4 : 0;

@@ -10,11 +10,25 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <sys/stat.h>
 #include <vector>
 
 // The store files below `root` (<root>/ab/cd/<name>.QRV, and <root>/<name>.QRV of the flat
 // layout), in byte order of their paths. Temporary files and the run's mark are left out.
 std::vector<std::string> StoreFiles(const std::string& root);
+// What stands in a store file's place, against the size the catalogue records for it.
+struct StoreEntry {
+    enum Fault { kSound, kMissing, kUnreadable, kNotAFile, kWrongSize };
+    Fault fault = kSound;
+    struct stat st {}; // what lstat saw, when it saw anything
+    int error = 0;     // lstat's errno for kUnreadable
+    // "holds N bytes, the catalogue records M", for kWrongSize.
+    std::string SizeMismatch(uint64_t size) const;
+    // "a folder", "a symbolic link" or "a special file", for kNotAFile.
+    std::string Kind() const;
+};
+// Looks at `path` without following a link: a regular file of `size` bytes is sound.
+StoreEntry InspectStoreFile(const std::string& path, uint64_t size);
 // Whether `name` has the shape of a store file's name: hexadecimal digits, then ".QRV".
 bool IsStoreName(const std::string& name);
 // The signature of each file of `paths` (nullopt for one that could not be read), in the same

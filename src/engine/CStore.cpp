@@ -83,6 +83,10 @@ std::string CStore::StorePath(const std::string& root, const std::string& name) 
     return FSJoinPath(FSJoinPath(FSJoinPath(root, first), second), name);
 }
 
+std::string CStore::SignatureOfName(const std::string& name) {
+    return name.substr(0, name.size() >= 4 ? name.size() - 4 : 0);
+}
+
 std::string CStore::Target(const std::string& signature) const {
     return StorePath(m_root, signature + ".QRV");
 }

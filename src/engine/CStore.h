@@ -64,6 +64,8 @@ public:
     // Where the store keeps a backup file: `root`, then the name's first two characters, then
     // its third and fourth, then the name. Safe to call from any thread.
     static std::string StorePath(const std::string& root, const std::string& name);
+    // The signature a store file's name stands for: the name without its ".QRV".
+    static std::string SignatureOfName(const std::string& name);
     // The place of a signature's content in this store; safe to call from any thread.
     std::string Target(const std::string& signature) const;
     // Whether content can be staged before its place is known (an anonymous file).

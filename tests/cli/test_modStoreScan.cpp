@@ -5,8 +5,10 @@
 #include "cli/modStoreScan.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -58,6 +60,27 @@ TEST(StoreScan, EveryFileIsSignedInItsPlaceAndAnUnreadableOneHasNone) {
     ASSERT_FALSE(progress.empty());
     EXPECT_EQ(progress.back(), paths.size());
     EXPECT_TRUE(std::is_sorted(progress.begin(), progress.end()));
+}
+
+TEST(StoreScan, WhatStandsInAStoreFilesPlaceIsToldWithoutFollowingALink) {
+    ScopedTestEnv env;
+    WriteFile(env.Path("file"), "12345");
+    ::mkdir(env.Path("folder").c_str(), 0700);
+    ::symlink(env.Path("file").c_str(), env.Path("link").c_str());
+    EXPECT_EQ(InspectStoreFile(env.Path("file"), 5).fault, StoreEntry::kSound);
+    const StoreEntry wrong = InspectStoreFile(env.Path("file"), 7);
+    EXPECT_EQ(wrong.fault, StoreEntry::kWrongSize);
+    EXPECT_EQ(wrong.SizeMismatch(7), "holds 5 bytes, the catalogue records 7");
+    EXPECT_EQ(InspectStoreFile(env.Path("none"), 5).fault, StoreEntry::kMissing);
+    const StoreEntry folder = InspectStoreFile(env.Path("folder"), 5);
+    EXPECT_EQ(folder.fault, StoreEntry::kNotAFile);
+    EXPECT_EQ(folder.Kind(), "a folder");
+    const StoreEntry link = InspectStoreFile(env.Path("link"), 5);
+    EXPECT_EQ(link.fault, StoreEntry::kNotAFile);
+    EXPECT_EQ(link.Kind(), "a symbolic link");
+    const StoreEntry below = InspectStoreFile(env.Path("file/below"), 5);
+    EXPECT_EQ(below.fault, StoreEntry::kUnreadable);
+    EXPECT_EQ(below.error, ENOTDIR);
 }
 
 } // namespace
