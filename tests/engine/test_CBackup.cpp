@@ -3,7 +3,7 @@
 // legacy flat layout, cancel, and the Linux behaviour (links, FIFOs, sockets, odd names,
 // hidden and unreadable files).
 
-#include "BackupFixture.h"
+#include "EngineFixture.h"
 #include "StoreAudit.h"
 
 #include "app/modPaths.h"
@@ -45,23 +45,8 @@ mode_t Mode(const std::string& path) {
     return st.st_mode & 07777;
 }
 
-class CBackupTest : public ::testing::Test {
+class CBackupTest : public EngineFixture {
 protected:
-    CBackupTest() : source(env.Path("src")) {
-        WriteRegSetting("BackupPath", env.Path("bk"));
-        CreateDB();
-        Logger().LogFile(env.Path("t.log"));
-        Logger().StartLogger();
-        Logger().LogLevel(3);
-        // The run's clock stands still except where a test moves it: elapsed times and rates
-        // are exact.
-        CMMTimer::SetTickSource([this] { return now; });
-    }
-    ~CBackupTest() override {
-        CMMTimer::SetTickSource(nullptr);
-        ActiveCopyMethods() = DefaultCopyMethods();
-    }
-
     // Points the engine at the source and the catalogue, and records its events. The clock
     // moves 3 seconds when the file loop starts, so rates divide by 3.
     void Prepare(CBackup& backup, const std::string& folder) {
@@ -91,23 +76,6 @@ protected:
         return Run(backup);
     }
 
-    std::string StoreFile(const std::string& content) const {
-        return ::StoreFile(GetBackupPath(), content);
-    }
-
-    Strings StoreListing() const { return ListTree(GetFilesPath()); }
-
-    // Log messages without stamp and line end.
-    Strings LogLines() const {
-        Strings lines;
-        for (std::string line : LogMessages(ReadFile(env.Path("t.log")))) {
-            if (line.size() >= 2 && line.compare(line.size() - 2, 2, "\r\n") == 0)
-                line.resize(line.size() - 2);
-            lines.push_back(line);
-        }
-        return lines;
-    }
-
     size_t CountLines(const std::string& prefix) const {
         size_t count = 0;
         for (const std::string& line : LogLines())
@@ -119,8 +87,6 @@ protected:
         const Strings lines = LogLines();
         return std::find(lines.begin(), lines.end(), line) != lines.end();
     }
-
-    Rows Query(const std::string& sql) const { return SqlRows(GetDBPath(), sql); }
 
     Rows FileRows() const {
         return Query("SELECT bid, md5, path, file, backup, size, filedate FROM Files ORDER BY fid");
@@ -151,9 +117,6 @@ protected:
         };
     }
 
-    ScopedTestEnv env;
-    std::string source;
-    uint32_t now = 5000;
     Strings events;
     std::vector<float> rates;
 };

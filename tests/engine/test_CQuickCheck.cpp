@@ -6,7 +6,7 @@
 // A stamp is kept only for files whose times lie 2 seconds before the run's start, so the tests
 // make their files, then wait that long before the first run.
 
-#include "BackupFixture.h"
+#include "EngineFixture.h"
 #include "OpenWatch.h"
 #include "StoreAudit.h"
 
@@ -50,23 +50,9 @@ void LetFilesSettle() {
                                 std::chrono::milliseconds(100));
 }
 
-class CQuickCheckTest : public ::testing::Test {
+class CQuickCheckTest : public EngineFixture {
 protected:
-    CQuickCheckTest() : source(env.Path("src")) {
-        WriteRegSetting("BackupPath", env.Path("bk"));
-        CreateDB();
-        Logger().LogFile(env.Path("t.log"));
-        Logger().StartLogger();
-        Logger().LogLevel(3);
-        // The run's clock stands still except at the start of the file loop: the quick check
-        // uses the wall clock, not this one.
-        CMMTimer::SetTickSource([this] { return now; });
-        quickFile = CQuickCheckDB::PathBeside(GetDBPath());
-    }
-    ~CQuickCheckTest() override {
-        SetYieldHook(nullptr);
-        CMMTimer::SetTickSource(nullptr);
-    }
+    CQuickCheckTest() : quickFile(CQuickCheckDB::PathBeside(GetDBPath())) {}
 
     void Prepare(CBackup& backup, const std::string& folder, bool quick) {
         backup.Source(folder);
@@ -94,12 +80,6 @@ protected:
     }
     Strings RunWatched(bool quick) { return RunWatched(quick, source); }
 
-    std::string StoreFile(const std::string& content) const {
-        return ::StoreFile(GetBackupPath(), content);
-    }
-
-    Strings StoreListing() const { return ListTree(GetFilesPath()); }
-
     // Every content is in the store under its signature, and nothing else is.
     void ExpectStoreHolds(const Strings& contents) const {
         EXPECT_EQ(StoreListing(), StoreEntries(contents));
@@ -107,19 +87,6 @@ protected:
             EXPECT_EQ(ReadFile(StoreFile(content)), content) << TestSignature(content);
         EXPECT_EQ(AuditBackupFolder(env.Path("bk")), Strings{});
     }
-
-    // Log messages without stamp and line end.
-    Strings LogLines() const {
-        Strings lines;
-        for (std::string line : LogMessages(ReadFile(env.Path("t.log")))) {
-            if (line.size() >= 2 && line.compare(line.size() - 2, 2, "\r\n") == 0)
-                line.resize(line.size() - 2);
-            lines.push_back(line);
-        }
-        return lines;
-    }
-
-    Rows Query(const std::string& sql) const { return SqlRows(GetDBPath(), sql); }
 
     // The Files rows of run `bid`, in the order they were written.
     Rows RunRows(int bid) const {
@@ -145,10 +112,7 @@ protected:
         return ExpectedRows(contents, source);
     }
 
-    ScopedTestEnv env;
-    std::string source;
     std::string quickFile;
-    uint32_t now = 5000;
 
     // A small tree used by most tests: files of three sizes, two of them with equal content,
     // in the source folder and two levels below it.
