@@ -151,6 +151,9 @@ std::unique_ptr<CStagedContent> CStore::Stage(const std::string& source,
     if (const int fd = OpenAnonymous(); fd >= 0) {
         staged = std::make_unique<CStagedContent>(fd, SignedContent{});
     } else {
+        // The temporary name lives beside the place the content is expected to take, in a
+        // store folder that may not be there yet.
+        CreateFolders(beside);
         staged.reset(new CStagedContent);
         staged->m_path = FSCreateTempBeside(beside);
     }
