@@ -48,7 +48,16 @@ void CRunControl::cmdBackup_Click() {
     } catch (...) {
         const std::string error = CurrentRuntimeError().Description();
         trap.Handle();
-        if (m_running) {
+        if (m_running && m_finishing && m_outcome.LostSources() == 0) {
+            // Every source's run was committed before the end failed: nothing was lost.
+            m_outcome.EndFailed(error);
+            try {
+                LogProblems();
+            } catch (...) {
+                // a log that cannot be written (its drive gone) keeps the problems from it only
+            }
+            SetIdle();
+        } else if (m_running) {
             // The sources after the one that met the error were not backed up.
             m_outcome.Stopped(error);
             for (size_t row = m_row + 1; row < m_sources.size(); ++row)
@@ -85,6 +94,7 @@ void CRunControl::StartRun() {
     m_outcome.Clear();
     m_row = 0;
     m_running = true;
+    m_finishing = false;
     m_view.sourceButtonsEnabled = false;
     m_view.tabsEnabled = false;
     m_view.cmdBackupCaption = kCancel;
@@ -150,7 +160,22 @@ void CRunControl::BackupSource(int16_t row, CBackup::Result& result) {
     result = m_bkup->Exec();
 }
 
+std::string CRunControl::CompleteSummary() {
+    try {
+        return BackupSummary(m_totalBytes, ToInt32(m_timer->ElapsedTime()));
+    } catch (...) {
+        // The time text stops at 10 hours, a limit that is kept; the error is reported as
+        // before, and the summary says that the backup was saved all the same.
+        const CRuntimeError error = CurrentRuntimeError();
+        ErrHandler().HandleError(error);
+        m_outcome.EndFailed(error.Description());
+        return "Backup Complete. Every run was saved; the time it took could not be shown (" +
+               error.Description() + ")";
+    }
+}
+
 void CRunControl::Finish(CBackup::Result result) {
+    m_finishing = true; // every source that was backed up is committed by now
     m_timer->StopTimer();
     DoEvents();
     Logger().BlankLine();
@@ -159,7 +184,7 @@ void CRunControl::Finish(CBackup::Result result) {
     else if (m_outcome.LostSources() > 0)
         m_view.lblSource = FailureSummary(m_outcome.LostSources());
     else
-        m_view.lblSource = BackupSummary(m_totalBytes, ToInt32(m_timer->ElapsedTime()));
+        m_view.lblSource = CompleteSummary();
     Changed();
     Log(1, m_view.lblSource);
     LogProblems();

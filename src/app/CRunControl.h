@@ -68,6 +68,8 @@ private:
     void RequestCancel();
     void BackupSource(int16_t row, CBackup::Result& result);
     void Finish(CBackup::Result result);
+    // The summary of a run that lost nothing; one whose time cannot be shown says it was saved.
+    std::string CompleteSummary();
     void SetIdle();
     // Each problem of the run as a "Problem: " line of the log, which keeps the day's log
     // from the purge.
@@ -78,6 +80,7 @@ private:
     std::vector<std::string> m_sources;
     BackupOptions m_options;
     bool m_running = false;
+    bool m_finishing = false; // past the last source: an error now loses no run
     double m_totalBytes = 0;
     // The file count as last read back from its label, so that the label is parsed once.
     std::string m_countLabel;

@@ -39,6 +39,10 @@ void CRunOutcome::Stopped(const std::string& error) {
     m_lines.push_back("The run stopped at an error: " + error);
 }
 
+void CRunOutcome::EndFailed(const std::string& error) {
+    m_lines.push_back("Every run was saved, but the end of the backup failed: " + error);
+}
+
 void CRunOutcome::AddList(const std::vector<std::string>& items, const std::string& lead,
                           const std::string& source, const std::string& counted) {
     for (size_t i = 0; i < items.size() && i < kListedPerKind; ++i)
@@ -61,6 +65,9 @@ void CRunOutcome::Add(const std::string& source, const SourceProblems& problems)
         ++m_lost;
         m_lines.push_back("The run of " + source + " was lost: " + problems.lost);
     }
+    if (!problems.afterCommit.empty())
+        m_lines.push_back("The run of " + source + " was saved, but a step after saving it failed: " +
+                          problems.afterCommit);
 }
 
 CRunOutcome::End CRunOutcome::Ended() const {

@@ -25,6 +25,9 @@ public:
     void LimitInvalid(const std::string& text);
     // An error stopped the run: `error` is its text.
     void Stopped(const std::string& error);
+    // An error after the last source's run was committed (the summary's time text of a backup
+    // of 10 hours or more, a log that cannot be written): nothing was lost.
+    void EndFailed(const std::string& error);
     void Add(const std::string& source, const SourceProblems& problems);
 
     End Ended() const;

@@ -47,6 +47,7 @@ std::string CBackup::GetBackupFileName(const std::string& signature) {
 CBackup::Result CBackup::Exec() {
     CProcTrap trap("CBackup_Exec");
     m_problems = {};
+    bool committed = false;
     try {
         trap.Check();
         if (!FSFolderExists(m_source)) {
@@ -117,6 +118,7 @@ CBackup::Result CBackup::Exec() {
         m_store.CheckIdentity();
         if (!FSSyncFileSystem(m_backupPath)) Raise(err::kDeviceIO);
         CommitRun();
+        committed = true;
         SaveQuickCheck();
         m_timer.StopTimer();
         if (OnFinish) OnFinish(m_bytes);
@@ -128,6 +130,7 @@ CBackup::Result CBackup::Exec() {
         LogTotals();
         return Result::kEmpty;
     } catch (...) {
+        if (committed) return AfterCommitFailed(trap);
         // Nothing of the run is committed: it is lost, and the log and the run's end say so.
         m_problems.lost = CurrentRuntimeError().Description();
         try {
@@ -142,6 +145,20 @@ CBackup::Result CBackup::Exec() {
         m_db.Connection().Reset();
         return Result::kEmpty;
     }
+}
+
+CBackup::Result CBackup::AfterCommitFailed(CProcTrap& trap) {
+    // The run's rows are in the catalogue: a step after the commit that fails (the totals' time
+    // text of a run of 10 hours or more, a log that cannot be written) leaves a saved run.
+    m_problems.afterCommit = CurrentRuntimeError().Description();
+    try {
+        Log(1, "The run of " + m_source + " was saved, but a step after saving it failed: " +
+                   m_problems.afterCommit);
+    } catch (...) {
+        // a log that cannot be written: the run's end still says what happened
+    }
+    trap.Handle();
+    return Result::kEmpty;
 }
 
 void CBackup::CommitRun() {
@@ -200,8 +217,6 @@ void CBackup::NoteUnreadable(const std::string& path) {
 }
 
 std::optional<CSignatureAhead::StagingPlan> CBackup::StagingPlan() {
-    // Only where new content can be staged before its place is known.
-    if (!m_store.StagesAnywhere()) return std::nullopt;
     CSignatureAhead::StagingPlan plan;
     std::string error;
     const bool read = ForEachRow(
@@ -215,11 +230,9 @@ std::optional<CSignatureAhead::StagingPlan> CBackup::StagingPlan() {
         },
         error);
     if (!read) return std::nullopt; // every file is then only signed ahead
-    plan.isStored = [this](const std::string& signature) {
-        struct stat st {};
-        return ::stat(m_store.Target(signature).c_str(), &st) == 0;
+    plan.stage = [this](const std::string& source, const std::atomic<bool>* stop) {
+        return m_store.StageAhead(source, stop);
     };
-    plan.openAnonymous = [this] { return m_store.OpenAnonymous(); };
     return plan;
 }
 
@@ -243,7 +256,6 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
 
     Operation("Calculate MD5 signature");
     SignedContent content = prepared.SignedAhead() ? prepared.content : SignFile(path);
-    const std::unique_ptr<CStagedContent> staged = std::move(prepared.staged);
     if (content.signature.empty()) {
         Log(2, "Skipping " + path);
         NoteUnreadable(path);
@@ -282,13 +294,13 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
     } else {
         Operation("Enough disk space?");
         // Staged content is on the backup drive already.
-        if (!staged && FSGetFreeDiskSpace(m_backupDrive) <= size) {
+        if (!prepared.staged && FSGetFreeDiskSpace(m_backupDrive) <= size) {
             Log(1, "Insufficient disk space on backup drive");
             // The stored flag of an earlier file still records this one (intended).
             (stored ? m_problems.recordedNotStored : m_problems.notStored)
                 .push_back(path + ": not enough free space on the backup drive");
         } else {
-            StoreNew(path, content, target, legacy, staged.get(), stored);
+            StoreNew(path, content, target, legacy, prepared, stored);
             if (!stored) return;
             if (content.length == 0) {
                 Log(2, "Skipping " + path + ". Zero length file");
@@ -311,18 +323,28 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
 }
 
 void CBackup::StoreNew(const std::string& path, SignedContent& content, const std::string& target,
-                       const std::string& legacy, CStagedContent* staged, bool& stored) {
+                       const std::string& legacy, CSignatureAhead::Prepared& prepared,
+                       bool& stored) {
     // The store makes the folders of the place where it puts the content.
     Operation("Make backup");
     Log(2, "COP: " + path);
+    StoreFailure problem{"the copy into the store failed", 0};
     if (m_store.HoldsLegacy(FSGetNamePart(legacy)) && FSFileExists(legacy)) {
         // Content left in the earlier flat layout is moved into its folder instead of copied.
-        m_store.CreateFolders(target);
-        stored = m_store.MoveLegacy(legacy, target);
-    } else if (staged) {
-        stored = m_store.Place(*staged, target);
+        stored = m_store.CreateFolders(target, &problem) && m_store.MoveLegacy(legacy, target);
+    } else if (prepared.failedCopy) {
+        // A worker's copy failed after all its tries: reported as the run's own copy would be.
+        for (const auto& [level, line] : prepared.failedCopy->lines)
+            Log(level, line);
+        stored = FSCopyEnded(path, prepared.failedCopy->outcome);
+        if (const int error = prepared.failedCopy->outcome.systemError; error != 0)
+            problem = {problem.cause + ": " + FSPlainCause(error), error};
+    } else if (prepared.staged) {
+        for (const auto& [level, line] : prepared.copyLines)
+            Log(level, line);
+        stored = m_store.Place(*prepared.staged, target, problem);
     } else {
-        const SignedContent copied = m_store.Copy(path, target);
+        const SignedContent copied = m_store.Copy(path, target, problem);
         stored = !copied.signature.empty();
         if (stored && copied.signature != content.signature) {
             Log(1, "File changed while it was backed up: " + path);
@@ -332,7 +354,7 @@ void CBackup::StoreNew(const std::string& path, SignedContent& content, const st
     }
     if (!stored) {
         Log(1, "Failed to copy. Disk could be full");
-        m_problems.notStored.push_back(path + ": the copy into the store failed");
+        m_problems.notStored.push_back(path + ": " + problem.cause);
         DoEvents();
         return;
     }

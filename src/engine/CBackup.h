@@ -23,6 +23,7 @@
 #include "engine/SourceProblems.h"
 #include "engine/kvCryptDriver.h"
 #include "support/CMMTimer.h"
+#include "support/CProcTrap.h"
 
 #include <cstdint>
 #include <functional>
@@ -82,10 +83,11 @@ private:
     void BackupOneFile(const std::string& path, CSignatureAhead& ahead, size_t index, bool& stored);
     // How the read-ahead may stage new content, where the store can hold anonymous files.
     std::optional<CSignatureAhead::StagingPlan> StagingPlan();
-    // Stores new content: moved from the legacy place, placed when staged, copied otherwise;
-    // `content` becomes what was stored.
+    // Stores new content: moved from the legacy place, placed when a worker staged it (or
+    // reported when its copy failed there), copied otherwise; `content` becomes what was
+    // stored, and a file that could not be stored is a problem of the run with its cause.
     void StoreNew(const std::string& path, SignedContent& content, const std::string& target,
-                  const std::string& legacy, CStagedContent* staged, bool& stored);
+                  const std::string& legacy, CSignatureAhead::Prepared& prepared, bool& stored);
     void ReportCollision(const std::string& path, const std::string& target);
     // The stamps of the source's last committed run, when the quick check is on.
     std::unique_ptr<CQuickCheck> LoadQuickCheck();
@@ -95,6 +97,9 @@ private:
     // Commits the run's rows; a row that could not be written, or a commit that fails, is an
     // error of the run.
     void CommitRun();
+    // The end of a run whose rows were committed when a later step raised: a problem of a
+    // saved run, never a lost one. Called inside the catch.
+    Result AfterCommitFailed(CProcTrap& trap);
     void LogTotals();
     float Rate();
 

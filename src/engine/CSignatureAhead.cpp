@@ -10,9 +10,6 @@
 
 namespace {
 
-// Files up to this size are read into memory before they are staged.
-constexpr int64_t kKeepLimit = int64_t{1} << 20;
-
 unsigned WorkersFor(unsigned asked) {
     if (asked > 0) return asked;
     return std::clamp(std::thread::hardware_concurrency(), 1u, 4u);
@@ -61,44 +58,29 @@ CSignatureAhead::Ahead CSignatureAhead::PrepareAhead(const std::string& path) {
     const FileStamp now = m_quick || m_staging ? FSStampOf(path) : FileStamp{};
     if (m_quick)
         if (std::optional<SignedContent> kept = m_quick->Find(path, now))
-            return {kept, nullptr, now};
-    if (m_staging) {
-        if (now.size > 0 && !m_staging->storedSizes.count(static_cast<uint64_t>(now.size)))
-            return now.size <= kKeepLimit ? StageSmall(path) : StageLarge(path);
-    }
+            return {kept, nullptr, {}, std::nullopt, now};
+    if (m_staging && now.size > 0 && !m_staging->storedSizes.count(static_cast<uint64_t>(now.size)))
+        return Stage(path, now);
     Ahead ahead;
-    ahead.content = ComputeSignature(path, &m_stop, {}, StampOf(ahead));
+    ahead.content = ComputeSignature(path, &m_stop, StampOf(ahead));
     return ahead;
 }
 
-CSignatureAhead::Ahead CSignatureAhead::StageSmall(const std::string& path) {
-    std::string bytes;
+CSignatureAhead::Ahead CSignatureAhead::Stage(const std::string& path, const FileStamp& before) {
+    CStore::AheadCopy copy = m_staging->stage(path, &m_stop);
+    if (m_stop) return {};
     Ahead ahead;
-    ahead.content = ComputeSignature(path, &m_stop, {&bytes, -1}, StampOf(ahead));
-    if (!ahead.content || m_staging->isStored(ahead.content->signature)) return ahead;
-    const int fd = m_staging->openAnonymous();
-    if (fd < 0) return ahead;
-    if (!FSWriteAll(fd, bytes.data(), bytes.size())) {
-        ::close(fd); // the run copies it itself, and reports what goes wrong
+    if (copy.staged) {
+        ahead.content = copy.staged->Content();
+        ahead.staged = std::move(copy.staged);
+        ahead.copyLines = std::move(copy.lines);
+        // The copy read the file by its name: the stamp holds only if nothing changed it.
+        if (m_quick && FSStampOf(path) == before) ahead.stamp = before;
         return ahead;
     }
-    ahead.staged = std::make_unique<CStagedContent>(fd, *ahead.content);
-    return ahead;
-}
-
-CSignatureAhead::Ahead CSignatureAhead::StageLarge(const std::string& path) {
-    Ahead ahead;
-    const int fd = m_staging->openAnonymous();
-    if (fd >= 0) {
-        ahead.content = ComputeSignature(path, &m_stop, {nullptr, fd}, StampOf(ahead));
-        if (ahead.content) {
-            ahead.staged = std::make_unique<CStagedContent>(fd, *ahead.content);
-            return ahead;
-        }
-        ::close(fd); // a full disk, say: sign it only
-        if (m_stop) return {};
-    }
-    ahead.content = ComputeSignature(path, &m_stop, {}, StampOf(ahead));
+    // Signed all the same, so that the run sees whether the content is stored already.
+    if (copy.tried) ahead.failedCopy = FailedCopy{copy.outcome, std::move(copy.lines)};
+    ahead.content = ComputeSignature(path, &m_stop, StampOf(ahead));
     return ahead;
 }
 
@@ -143,6 +125,8 @@ CSignatureAhead::Prepared CSignatureAhead::Prepare(size_t index,
     Prepared prepared;
     if (ahead.content) prepared.content = *ahead.content;
     prepared.staged = std::move(ahead.staged);
+    prepared.copyLines = std::move(ahead.copyLines);
+    prepared.failedCopy = std::move(ahead.failedCopy);
     prepared.stamp = ahead.stamp;
     return prepared;
 }

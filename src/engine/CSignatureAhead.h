@@ -10,10 +10,11 @@
 // run kept, and takes that run's signature without reading the file when they are equal.
 //
 // With a staging plan, the workers also copy content that is new for certain, a file whose
-// size (not 0) no stored content has, into an anonymous file of the store while they sign it:
-// the run then only gives those very bytes their store name. A small file is read into memory
-// first and staged only when its content is not stored yet; a large one is written as it is
-// read.
+// size (not 0) no stored content has, into a staged file of the store (CStore::StageAhead)
+// while the copy signs it: the run then only logs the copy's lines and gives those very bytes
+// their store name. The copy is the run's own (FSCopyFile's tries, size check and lines); one
+// that fails is handed to the run as it failed, with the file signed all the same, so the run
+// reports it as its own copy would (unless the content turns out to be stored already).
 
 #include "engine/CQuickCheck.h"
 #include "engine/CStore.h"
@@ -34,11 +35,16 @@
 
 class CSignatureAhead {
 public:
-    // How the workers may stage new content. Both functions are called from worker threads.
+    // How the workers may stage new content; `stage` is called from worker threads.
     struct StagingPlan {
         std::unordered_set<uint64_t> storedSizes;
-        std::function<bool(const std::string& signature)> isStored;
-        std::function<int()> openAnonymous; // an anonymous file of the store, or -1
+        std::function<CStore::AheadCopy(const std::string& source, const std::atomic<bool>* stop)>
+            stage;
+    };
+    // A staging copy that failed, as the run reports it.
+    struct FailedCopy {
+        CopyOutcome outcome;
+        CopyLines lines;
     };
     // A file as the run receives it.
     struct Prepared {
@@ -46,6 +52,8 @@ public:
         // otherwise empty, and the run signs the file itself.
         SignedContent content;
         std::unique_ptr<CStagedContent> staged;
+        CopyLines copyLines;                     // the lines of the copy that staged it
+        std::optional<FailedCopy> failedCopy;    // a copy that was tried and failed
         FileStamp stamp;        // as the file was read; unknown when it changed meanwhile
         bool cancelled = false; // the run was cancelled while it waited for the file
         bool SignedAhead() const { return !content.signature.empty(); }
@@ -71,13 +79,15 @@ private:
     struct Ahead {
         std::optional<SignedContent> content; // nullopt: the worker could not hash it
         std::unique_ptr<CStagedContent> staged;
+        CopyLines copyLines;
+        std::optional<FailedCopy> failedCopy;
         FileStamp stamp;
     };
 
     void Work();
     Ahead PrepareAhead(const std::string& path);
-    Ahead StageSmall(const std::string& path);
-    Ahead StageLarge(const std::string& path);
+    // Copies new content into the store while it is signed; `before` is its stamp beforehand.
+    Ahead Stage(const std::string& path, const FileStamp& before);
     // Where a worker notes the stamp of a file it reads: only the quick check needs it.
     FileStamp* StampOf(Ahead& ahead) const { return m_quick ? &ahead.stamp : nullptr; }
 

@@ -11,12 +11,17 @@
 #include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
+#include <random>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 namespace {
 
 constexpr const char* kUnfinishedMark = ".unfinished";
+constexpr long kFuseMagic = 0x65735546; // FUSE_SUPER_MAGIC
+
+std::atomic<bool> g_useAnonymous = true;
 
 // Signs the bytes of a copy as the copy writes them.
 class SigningObserver : public ICopyObserver {
@@ -33,17 +38,68 @@ bool IsTemporaryName(const std::string& name) {
     return name.size() > 4 && name[0] == '.' && name.compare(name.size() - 4, 4, ".tmp") == 0;
 }
 
+// Eight hex digits for a temporary name; one generator per thread, since workers name files.
+std::string RandomHex() {
+    thread_local std::mt19937 generator{std::random_device{}()};
+    static constexpr char kDigits[] = "0123456789ABCDEF";
+    std::string text(8, '0');
+    for (uint32_t value = generator(), i = 0; i < 8; ++i, value >>= 4)
+        text[7 - i] = kDigits[value & 0xF];
+    return text;
+}
+
+// A new private file ".<stem>.<random>.tmp" in the open folder `folderFd`; its descriptor and
+// name, or -1 with errno set.
+std::pair<int, std::string> CreateNamed(int folderFd, const std::string& stem) {
+    for (;;) {
+        const std::string name = "." + stem + "." + RandomHex() + ".tmp";
+        const int fd = ::openat(folderFd, name.c_str(),
+                                O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kPrivateFileMode);
+        if (fd < 0 && errno == EEXIST) continue; // taken meanwhile
+        if (fd >= 0) ::fchmod(fd, kPrivateFileMode); // whatever the umask; FAT cannot, no matter
+        return {fd, name};
+    }
+}
+
+void LogLine(int32_t level, const std::string& line) {
+    Log(level, line);
+}
+
+// Why a copy into the store did not store anything.
+StoreFailure CopyProblem(const CopyOutcome& outcome) {
+    std::string cause = "the copy into the store failed";
+    if (outcome.systemError != 0) cause += ": " + FSPlainCause(outcome.systemError);
+    return {cause, outcome.systemError};
+}
+
 } // namespace
+
+FolderHandle::~FolderHandle() {
+    if (fd >= 0) ::close(fd);
+}
+
+void CStore::UseAnonymousFiles(bool use) {
+    g_useAnonymous = use;
+}
 
 void CStore::Open(const std::string& root) {
     Close();
-    const int fd = ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    int fd = ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    // A store folder that went while its backup folder stayed (removed by hand, or a catalogue
+    // copied to a new drive) is made again; content its rows name is stored afresh when met.
+    const std::string above = FSGetPathPart(root.substr(0, root.find_last_not_of('/') + 1));
+    if (fd < 0 && errno == ENOENT && !above.empty() && FSFolderExists(above) &&
+        ::mkdir(root.c_str(), kPrivateFolderMode) == 0) {
+        Log(1, "The store folder " + root + " was missing and was made anew");
+        fd = ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    }
     struct stat st {};
     if (fd < 0 || ::fstat(fd, &st) != 0) {
         if (fd >= 0) ::close(fd);
         Raise(err::kDeviceUnavailable, "Backup folder not available: " + root);
     }
     m_root = root;
+    m_rootFolder = std::make_shared<FolderHandle>(fd);
     m_rootFd = fd;
     m_device = st.st_dev;
     m_inode = st.st_ino;
@@ -51,10 +107,17 @@ void CStore::Open(const std::string& root) {
     m_folders.clear();
     ReadLegacyNames();
     // Anonymous files need O_TMPFILE from the file system and /proc to link them by.
-    m_anonymous = ::access("/proc/self/fd", X_OK) == 0;
-    const int probe = OpenAnonymous();
-    m_anonymous = probe >= 0;
-    if (probe >= 0) ::close(probe);
+    m_procFds = ::access("/proc/self/fd", X_OK) == 0;
+    m_way = StagingWay::kNamed;
+    if (g_useAnonymous && m_procFds) {
+        const int probe = ::openat(m_rootFd, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, kPrivateFileMode);
+        if (probe >= 0) {
+            ::close(probe);
+            m_way = StagingWay::kAnonymous;
+        }
+    }
+    struct statfs fs {};
+    m_flushEach = ::fstatfs(m_rootFd, &fs) == 0 && fs.f_type == kFuseMagic;
     const std::string mark = FSBuildPath(m_root, kUnfinishedMark);
     if (FSFileExists(mark)) RemoveTemporaries();
     // A store that cannot take the mark cannot take a temporary file either.
@@ -66,8 +129,7 @@ void CStore::Open(const std::string& root) {
 void CStore::Close() {
     if (!m_open) return;
     m_open = false;
-    m_anonymous = false;
-    ::close(m_rootFd);
+    m_rootFolder.reset(); // closed once no staged file needs it
     m_rootFd = -1;
     struct stat st {};
     // The mark of a store folder that went away stays where it is.
@@ -97,20 +159,24 @@ void CStore::CheckIdentity() const {
         Raise(err::kDeviceUnavailable, "Backup folder not available: " + m_root);
 }
 
-void CStore::CreateFolders(const std::string& target) {
+bool CStore::CreateFolders(const std::string& target, StoreFailure* problem) {
     CheckIdentity();
     std::string inner = FSGetPathPart(target);
     inner.pop_back();
-    if (m_folders.count(inner)) return;
+    if (m_folders.count(inner)) return true;
     const std::string outer = FSGetPathPart(inner);
-    bool made = false;
-    for (const std::string& folder : {outer.substr(0, outer.size() - 1), inner})
-        if (!FSFolderExists(folder)) {
-            FSCreateFolder(folder);
-            made = true;
-        }
-    // A folder that could not be made is asked for again by the next file that needs it.
-    if (!made || FSFolderExists(inner)) m_folders.insert(inner);
+    for (const std::string& folder : {outer.substr(0, outer.size() - 1), inner}) {
+        if (FSFolderExists(folder)) continue;
+        if (::mkdir(folder.c_str(), kPrivateFolderMode) == 0 || errno == EEXIST) continue;
+        // A folder that could not be made is asked for again by the next file that needs it.
+        if (problem)
+            *problem = {"the backup drive refused the store folder " + folder + ": " +
+                            FSPlainCause(errno),
+                        errno};
+        return false;
+    }
+    m_folders.insert(inner);
+    return true;
 }
 
 void CStore::ReadLegacyNames() {
@@ -134,70 +200,131 @@ bool CStore::MoveLegacy(const std::string& legacy, const std::string& target) {
     return true;
 }
 
-CStagedContent::CStagedContent(int fd, SignedContent content)
-    : m_fd(fd), m_path("/proc/self/fd/" + std::to_string(fd)), m_content(std::move(content)) {}
-
 CStagedContent::~CStagedContent() {
-    if (m_fd >= 0)
-        ::close(m_fd);
-    else if (!m_placed && !m_path.empty())
-        FSDeleteFile(m_path);
+    if (m_fd >= 0) ::close(m_fd);
+    if (!m_placed && m_folder) ::unlinkat(m_folder->fd, m_name.c_str(), 0);
 }
 
-std::unique_ptr<CStagedContent> CStore::Stage(const std::string& source,
-                                              const std::string& beside) {
-    CheckIdentity();
-    std::unique_ptr<CStagedContent> staged;
-    if (const int fd = OpenAnonymous(); fd >= 0) {
-        staged = std::make_unique<CStagedContent>(fd, SignedContent{});
+std::unique_ptr<CStagedContent> CStore::NewStaging(const std::string& folder) const {
+    std::unique_ptr<CStagedContent> staged(new CStagedContent);
+    if (m_way == StagingWay::kAnonymous) {
+        staged->m_fd = ::openat(m_rootFd, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, kPrivateFileMode);
+        if (staged->m_fd < 0) return nullptr;
+        ::fchmod(staged->m_fd, kPrivateFileMode); // whatever the umask
     } else {
-        // The temporary name lives beside the place the content is expected to take, in a
-        // store folder that may not be there yet.
-        CreateFolders(beside);
-        staged.reset(new CStagedContent);
-        staged->m_path = FSCreateTempBeside(beside);
+        // In the store folder opened, whatever its path names now, unless a folder is named.
+        if (folder.empty()) {
+            staged->m_folder = m_rootFolder;
+        } else {
+            const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+            if (fd < 0) return nullptr;
+            staged->m_folder = std::make_shared<FolderHandle>(fd);
+        }
+        const auto [fd, name] =
+            CreateNamed(staged->m_folder->fd, folder.empty() ? "staged" : "store");
+        if (fd < 0) return nullptr;
+        staged->m_fd = fd;
+        staged->m_name = name;
     }
-    SigningObserver signer;
-    if (!FSCopyFile(source, staged->m_path, &signer)) return nullptr;
-    // A copy method that could not show its bytes leaves them to be read back.
-    if (static_cast<double>(signer.Stream().Length()) == FSGetFileSize(staged->m_path))
-        staged->m_content = signer.Stream().Finish();
-    else
-        staged->m_content =
-            staged->m_fd >= 0 ? SignOpenFile(staged->m_fd) : SignFile(staged->m_path);
-    if (staged->m_content.signature.empty()) return nullptr;
+    // Opened again through its descriptor, a copy writes the very file made here.
+    staged->m_write = m_procFds ? "/proc/self/fd/" + std::to_string(staged->m_fd)
+                                : FSJoinPath(folder.empty() ? m_root : folder, staged->m_name);
     return staged;
 }
 
-int CStore::OpenAnonymous() const {
-    if (!m_anonymous) return -1;
-    const int fd = ::openat(m_rootFd, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, kPrivateFileMode);
-    if (fd >= 0) ::fchmod(fd, kPrivateFileMode); // whatever the umask
-    return fd;
+SignedContent CStore::Finish(CStagedContent& staged, CSignatureStream& signer) const {
+    struct stat st {};
+    // A copy method that could not show its bytes leaves them to be read back.
+    if (::fstat(staged.m_fd, &st) == 0 && static_cast<uint64_t>(st.st_size) == signer.Length())
+        return signer.Finish();
+    return ComputeOpenSignature(staged.m_fd).value_or(SignedContent{});
 }
 
-bool CStore::Place(CStagedContent& staged, const std::string& target) {
-    CreateFolders(target);
-    if (staged.m_fd < 0) {
-        if (FSFileExists(target)) return true; // that content is stored already
-        staged.m_placed = FSMoveFile(staged.m_path, target);
-        return staged.m_placed;
+std::unique_ptr<CStagedContent> CStore::Stage(const std::string& source, const std::string& beside,
+                                              StoreFailure& problem) {
+    CheckIdentity();
+    const bool named = m_way == StagingWay::kNamed;
+    // A named file waits beside the place the content is expected to take, in store folders
+    // that may not be there yet.
+    if (named && !CreateFolders(beside, &problem)) return nullptr;
+    const std::string folder = named ? FSGetPathPart(beside) : std::string();
+    std::unique_ptr<CStagedContent> staged = NewStaging(folder);
+    if (!staged) {
+        problem = {"the backup drive refused a new file in " + (named ? folder : m_root) + ": " +
+                       FSPlainCause(errno),
+                   errno};
+        return nullptr;
     }
-    // A link never replaces a file: content stored already stays as it is.
-    return ::linkat(AT_FDCWD, staged.m_path.c_str(), AT_FDCWD, target.c_str(), AT_SYMLINK_FOLLOW) ==
-               0 ||
-           errno == EEXIST;
+    SigningObserver signer;
+    const CopyOutcome outcome = CopyWithRetries(source, staged->m_write, &signer, LogLine);
+    if (!FSCopyEnded(source, outcome)) {
+        problem = CopyProblem(outcome);
+        return nullptr;
+    }
+    staged->m_content = Finish(*staged, signer.Stream());
+    if (staged->m_content.signature.empty() ||
+        (named && m_flushEach && ::fsync(staged->m_fd) != 0)) {
+        problem = {"the copy in the store could not be read back or flushed", errno};
+        return nullptr;
+    }
+    return staged;
 }
 
-SignedContent CStore::Copy(const std::string& source, const std::string& target) {
-    const std::unique_ptr<CStagedContent> staged = Stage(source, target);
+CStore::AheadCopy CStore::StageAhead(const std::string& source,
+                                     const std::atomic<bool>* stop) const {
+    AheadCopy ahead;
+    ahead.staged = NewStaging();
+    if (!ahead.staged) return ahead; // the run copies it itself, and says what goes wrong
+    ahead.tried = true;
+    SigningObserver signer;
+    ahead.outcome = CopyWithRetries(
+        source, ahead.staged->m_write, &signer,
+        [&ahead](int32_t level, const std::string& line) { ahead.lines.emplace_back(level, line); },
+        stop);
+    if (ahead.outcome.copied) {
+        ahead.staged->m_content = Finish(*ahead.staged, signer.Stream());
+        const bool flushed = m_way == StagingWay::kAnonymous || !m_flushEach ||
+                             ::fsync(ahead.staged->m_fd) == 0;
+        if (!ahead.staged->m_content.signature.empty() && flushed) return ahead;
+        // Not readable or not flushed: the run copies it itself.
+        ahead.tried = false;
+    }
+    ahead.staged.reset();
+    return ahead;
+}
+
+bool CStore::Place(CStagedContent& staged, const std::string& target, StoreFailure& problem) {
+    if (!CreateFolders(target, &problem)) return false;
+    int error = 0;
+    if (!staged.m_folder) {
+        // A link never replaces a file: content stored already stays as it is.
+        if (::linkat(AT_FDCWD, staged.m_write.c_str(), AT_FDCWD, target.c_str(),
+                     AT_SYMLINK_FOLLOW) != 0)
+            error = errno;
+    } else {
+        error = FSRenameNoReplaceAt(staged.m_folder->fd, staged.m_name, target);
+    }
+    if (error == 0 || error == EEXIST) { // EEXIST: that content is stored already
+        staged.m_placed = error == 0;
+        return true;
+    }
+    problem = {"the store could not give it its name " + target + ": " + FSPlainCause(error),
+               error};
+    return false;
+}
+
+SignedContent CStore::Copy(const std::string& source, const std::string& target,
+                           StoreFailure& problem) {
+    std::unique_ptr<CStagedContent> staged = Stage(source, target, problem);
     SignedContent copied = staged ? staged->Content() : SignedContent{};
+    bool atTarget = false;
     if (copied.length > 0) {
         const std::string place = Target(copied.signature);
-        if (!Place(*staged, place)) copied = {};
-        if (place == target) return copied;
+        if (!Place(*staged, place, problem)) copied = {};
+        atTarget = place == target && copied.length > 0;
     }
-    RemoveEmptyFolders(target); // nothing went to `target`
+    staged.reset(); // a temporary file that was not placed goes before its folder is looked at
+    if (!atTarget) RemoveEmptyFolders(target);
     return copied;
 }
 

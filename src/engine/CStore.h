@@ -4,35 +4,61 @@
 // once, as ab/cd/<signature>.QRV.
 //
 // A store file's content always has the signature of its name, whatever the source does while
-// it is read: new content is first staged, copied into a file of the store that has no store
-// name yet while the copy signs the bytes it writes, and then placed under the name of the
-// signature of what it holds. A source that changed after the run signed it is thus stored,
-// and must be recorded, under the signature of the bytes that were copied. Where the file
-// system allows, the staged file is anonymous (O_TMPFILE) and linked into place, so a killed
-// run leaves nothing behind; elsewhere it has a temporary name beside its place.
+// it is read: new content is first staged, copied (by FSCopyFile's tries, lines and size check)
+// into a file of the store that has no store name yet while the copy signs the bytes it writes,
+// and then placed under the name of the signature of what it holds, never replacing a store
+// file that is there already. A source that changed after the run signed it is thus stored,
+// and must be recorded, under the signature of the bytes that were copied.
 //
-// A run never creates the store folder or anything above it: it remembers the folder's
-// identity (device and inode) when it opens the store, checks it before every write, and makes
-// only the two levels of store folders. A drive unplugged, remounted or renamed during a run
-// stops the run instead of filling the system disk under the old path.
+// Content is staged one of two ways, with the same names, placing and clean-up:
+//   anonymous  where the file system has anonymous files (O_TMPFILE: ext4, xfs, btrfs, tmpfs),
+//              a file with no name at all, linked into place; a killed run leaves nothing;
+//   named      everywhere else (exFAT, FAT32, NTFS, NFS, SMB, and every Windows file system),
+//              a file ".<name>.<random>.tmp" in the store, renamed into place.
+// Content staged before its place is known (by the read-ahead's workers) waits in the store
+// folder itself; the run's own copies wait beside their place. On a FUSE file system, whose
+// own buffers a flush of the file system does not reach, each named file is flushed before it
+// takes its store name.
+//
+// A run never creates anything above the store folder: it remembers the folder's identity
+// (device and inode) when it opens the store, checks it before every write, and makes only the
+// two levels of store folders (and the store folder itself when its backup folder is there
+// without it). A drive unplugged, remounted or renamed during a run stops the run instead of
+// filling the system disk under the old path.
 //
 // While a run writes, the store holds the mark ".unfinished"; a run that finds the mark of a
 // killed run first removes the temporary files that the killed run left behind.
 
 #include "engine/kvCryptDriver.h"
 
+#include <atomic>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <sys/types.h>
 #include <unordered_set>
+#include <utility>
+#include <vector>
+
+enum class StagingWay { kAnonymous, kNamed };
+
+// An open folder, closed when its last user lets go: staged files are named and removed in
+// the folder where they were made, whatever its path names by then.
+struct FolderHandle {
+    int fd = -1;
+    explicit FolderHandle(int folder) : fd(folder) {}
+    ~FolderHandle();
+    FolderHandle(const FolderHandle&) = delete;
+    FolderHandle& operator=(const FolderHandle&) = delete;
+};
+
+// The lines a copy wrote off the run's thread, kept for the run to log.
+using CopyLines = std::vector<std::pair<int32_t, std::string>>;
 
 // New content copied into the store under no store name yet, with the signature of the bytes
 // written. It vanishes unless the store places it.
 class CStagedContent {
 public:
-    // Takes over `fd`, an anonymous file of the store (CStore::OpenAnonymous) holding exactly
-    // the bytes that `content` signs.
-    CStagedContent(int fd, SignedContent content);
     ~CStagedContent();
     CStagedContent(const CStagedContent&) = delete;
     CStagedContent& operator=(const CStagedContent&) = delete;
@@ -43,10 +69,18 @@ private:
     friend class CStore;
     CStagedContent() = default;
 
-    int m_fd = -1;         // an anonymous file, or -1 for a named temporary file
-    std::string m_path;    // where the copy wrote it
-    bool m_placed = false; // a named temporary file that took its store name
+    int m_fd = -1;                          // the staged file
+    std::shared_ptr<FolderHandle> m_folder; // where a named file was made; null if anonymous
+    std::string m_name;                     // its name there
+    std::string m_write;                    // where a copy writes it
+    bool m_placed = false;
     SignedContent m_content;
+};
+
+// Why content was not stored, in plain words, with the system's reason where there is one.
+struct StoreFailure {
+    std::string cause;
+    int systemError = 0;
 };
 
 class CStore {
@@ -56,7 +90,12 @@ public:
     CStore(const CStore&) = delete;
     CStore& operator=(const CStore&) = delete;
 
-    // Opens the store folder `root`: error 68 when it is not an existing folder.
+    // Whether stores opened from now on may stage in anonymous files where the file system has
+    // them; on by default. Off, every store stages the named way, as on exFAT.
+    static void UseAnonymousFiles(bool use);
+
+    // Opens the store folder `root`, making it when the folder above it (the backup folder) is
+    // there; error 68 when it cannot be had.
     void Open(const std::string& root);
     // Ends the run's writing: the mark goes.
     void Close();
@@ -68,36 +107,51 @@ public:
     static std::string SignatureOfName(const std::string& name);
     // The place of a signature's content in this store; safe to call from any thread.
     std::string Target(const std::string& signature) const;
-    // Whether content can be staged before its place is known (an anonymous file).
-    bool StagesAnywhere() const { return m_anonymous; }
-    // A new anonymous file of the store, private, open for reading and writing; -1 when the
-    // store has none. Safe to call from any thread while the store is open.
-    int OpenAnonymous() const;
+    StagingWay Staging() const { return m_way; }
 
     // Error 68 unless the store folder is still the one that was opened.
     void CheckIdentity() const;
-    // Creates the missing store folders of `target` (the two levels below the store folder).
-    void CreateFolders(const std::string& target);
+    // Creates the missing store folders of `target` (the two levels below the store folder);
+    // false, with why, when the file system refuses one.
+    bool CreateFolders(const std::string& target, StoreFailure* problem = nullptr);
     // Whether the store folder held a backup file of the earlier flat layout named `name` when
     // it was opened (the folder is read once, not asked per file).
     bool HoldsLegacy(const std::string& name) const { return m_legacy.count(name) > 0; }
     // Moves a backup file of the earlier flat layout to `target` and makes it private.
     bool MoveLegacy(const std::string& legacy, const std::string& target);
 
-    // Copies `source` into the store with FSCopyFile, signing the bytes written: into an
-    // anonymous file, or on a file system without them under a temporary name beside `beside`,
-    // the place where the content is expected to go. Null when the copy failed.
-    std::unique_ptr<CStagedContent> Stage(const std::string& source, const std::string& beside);
+    // Copies `source` into the store with FSCopyFile, signing the bytes written, staged beside
+    // `beside`, the place where the content is expected to go. Null, with why, when it failed.
+    std::unique_ptr<CStagedContent> Stage(const std::string& source, const std::string& beside,
+                                          StoreFailure& problem);
     // Gives staged content its store name; true once `target` holds that content (also when it
     // did already).
-    bool Place(CStagedContent& staged, const std::string& target);
+    bool Place(CStagedContent& staged, const std::string& target, StoreFailure& problem);
     // Stages `source` and places it under the signature of the bytes copied: normally
     // `target`, another place when the source changed since it was signed. The result is what
-    // the store now holds for the source: an empty signature when the copy failed, a length of
-    // 0 (nothing stored) when the source was empty by then.
-    SignedContent Copy(const std::string& source, const std::string& target);
+    // the store now holds for the source: an empty signature, with why, when nothing was
+    // stored; a length of 0 (nothing stored) when the source was empty by then.
+    SignedContent Copy(const std::string& source, const std::string& target,
+                       StoreFailure& problem);
+
+    // What a copy made off the run's thread came to.
+    struct AheadCopy {
+        bool tried = false; // false: no staged file could be had; the run copies it itself
+        std::unique_ptr<CStagedContent> staged; // null when the copy failed
+        CopyOutcome outcome;                    // how the copy ended
+        CopyLines lines;                        // its lines, for the run to log
+    };
+    // Stages `source` in the store folder as the run's own copy would, for the read-ahead's
+    // workers: the same tries, size check and lines, kept instead of logged. Safe to call from
+    // any thread while the store is open. `stop` ends the copy at its next block or try.
+    AheadCopy StageAhead(const std::string& source, const std::atomic<bool>* stop) const;
 
 private:
+    // A new staged file: anonymous, or named in `folder` (the store folder when empty). Safe
+    // to call from any thread; null with errno set when the file system refuses it.
+    std::unique_ptr<CStagedContent> NewStaging(const std::string& folder = {}) const;
+    // The signature of the bytes a copy left in `staged`; `signer` signed what the copy saw.
+    SignedContent Finish(CStagedContent& staged, CSignatureStream& signer) const;
     void RemoveTemporaries();
     // Removes the folders made for `target` when they are still empty.
     void RemoveEmptyFolders(const std::string& target);
@@ -109,9 +163,13 @@ private:
     // Store folders this run made or found, so that each is asked for once.
     std::unordered_set<std::string> m_folders;
     std::unordered_set<std::string> m_legacy;
-    int m_rootFd = -1; // anonymous files go into the folder opened, whatever its path names now
+    // Staged files go into the folder opened, whatever its path names now.
+    std::shared_ptr<FolderHandle> m_rootFolder;
+    int m_rootFd = -1;
     dev_t m_device = 0;
     ino_t m_inode = 0;
     bool m_open = false;
-    bool m_anonymous = false;
+    StagingWay m_way = StagingWay::kNamed;
+    bool m_procFds = false;   // a descriptor can be opened again through /proc/self/fd
+    bool m_flushEach = false; // named files are flushed one by one before they are placed
 };

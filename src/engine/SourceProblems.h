@@ -2,7 +2,7 @@
 
 // What the backup of one source could not do, in plain words: the files and folders it could
 // not read, the content it could not store (files recorded without their content among them),
-// and why the run's rows were not committed. The log keeps its own lines as they are; this is
+// why the run's rows were not committed, and what failed after they were. The log keeps its own lines as they are; this is
 // what the end of a run reports to whoever scheduled it.
 
 #include <string>
@@ -14,9 +14,11 @@ struct SourceProblems {
     std::vector<std::string> notStored;         // "<file>: <cause>", not recorded either
     std::vector<std::string> recordedNotStored; // "<file>: <cause>", recorded all the same
     std::string lost; // why the run's rows were not committed; empty when they were
+    // What failed after the run's rows were committed (the run is saved all the same).
+    std::string afterCommit;
 
     bool Any() const {
         return !unreadableFiles.empty() || !unreadableFolders.empty() || !notStored.empty() ||
-               !recordedNotStored.empty() || !lost.empty();
+               !recordedNotStored.empty() || !lost.empty() || !afterCommit.empty();
     }
 };

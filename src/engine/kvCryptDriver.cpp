@@ -46,7 +46,7 @@ int OpenSource(const std::string& path) {
 
 // Signs an open regular file from its start.
 SignedContent SignOpen(int fd, bool yield, const std::atomic<bool>* stop,
-                       const SignedBytesCopy& copy = {}, FileStamp* stamp = nullptr) {
+                       FileStamp* stamp = nullptr) {
     struct stat st {};
     if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) Raise(err::kPathFileAccess);
     const FileStamp before = FSStampOfStat(st);
@@ -68,9 +68,6 @@ SignedContent SignOpen(int fd, bool yield, const std::atomic<bool>* stop,
         if (got < 0) Raise(err::kDeviceIO);
         if (got == 0) break;
         signer.Add(buffer.get(), static_cast<size_t>(got));
-        if (copy.keep) copy.keep->append(buffer.get(), static_cast<size_t>(got));
-        if (copy.fd >= 0 && !FSWriteAll(copy.fd, buffer.get(), static_cast<size_t>(got)))
-            Raise(err::kDiskFull);
         remaining -= static_cast<uint64_t>(got);
         offset += got;
         if (yield) DoEvents();
@@ -82,9 +79,9 @@ SignedContent SignOpen(int fd, bool yield, const std::atomic<bool>* stop,
 }
 
 SignedContent Signature(const std::string& path, bool yield, const std::atomic<bool>* stop,
-                        const SignedBytesCopy& copy = {}, FileStamp* stamp = nullptr) {
+                        FileStamp* stamp = nullptr) {
     FdCloser file{OpenSource(path)};
-    return SignOpen(file.fd, yield, stop, copy, stamp);
+    return SignOpen(file.fd, yield, stop, stamp);
 }
 
 } // namespace
@@ -147,11 +144,18 @@ SignedContent SignOpenFile(int fd) {
 }
 
 std::optional<SignedContent> ComputeSignature(const std::string& path,
-                                              const std::atomic<bool>* stop,
-                                              const SignedBytesCopy& copy, FileStamp* stamp) {
+                                              const std::atomic<bool>* stop, FileStamp* stamp) {
     try {
-        return Signature(path, false, stop, copy, stamp);
+        return Signature(path, false, stop, stamp);
     } catch (...) {
         return std::nullopt; // the caller hashes again where the error can be reported
+    }
+}
+
+std::optional<SignedContent> ComputeOpenSignature(int fd) {
+    try {
+        return SignOpen(fd, false, nullptr);
+    } catch (...) {
+        return std::nullopt;
     }
 }

@@ -60,17 +60,12 @@ SignedContent SignFile(const std::string& path);
 // The same for a file already open (read from its start, whatever the descriptor's offset).
 SignedContent SignOpenFile(int fd);
 
-// Where the bytes that are signed also go as they are read: kept in memory, written to a file.
-struct SignedBytesCopy {
-    std::string* keep = nullptr;
-    int fd = -1; // a failed write fails the signature
-};
-
 // The same signature without the error handler and without letting window messages run, for
 // use off the window's thread; nullopt after any error, or once `stop` becomes true. `stamp`
 // receives the file's stamp as it was opened, or an unknown one when the file changed while it
 // was read.
 std::optional<SignedContent> ComputeSignature(const std::string& path,
                                               const std::atomic<bool>* stop = nullptr,
-                                              const SignedBytesCopy& copy = {},
                                               FileStamp* stamp = nullptr);
+// The same for a file already open (read from its start), for any thread.
+std::optional<SignedContent> ComputeOpenSignature(int fd);

@@ -65,8 +65,9 @@ constexpr int kMaxMoveTries = 3;
     }
 }
 
+// One generator per thread: the read-ahead's workers name temporary files too.
 std::mt19937& Random() {
-    static std::mt19937 generator{std::random_device{}()};
+    thread_local std::mt19937 generator{std::random_device{}()};
     return generator;
 }
 
@@ -81,6 +82,13 @@ std::string Hex(uint32_t value, int digits) {
 bool EntryExists(const std::string& path) {
     struct stat st {};
     return ::lstat(path.c_str(), &st) == 0;
+}
+
+// FSGetFileSize without its trap, for any thread: 0 for anything that has no size.
+double SizeOf(const std::string& path) {
+    struct stat st {};
+    if (::stat(path.c_str(), &st) != 0 || S_ISDIR(st.st_mode)) return 0;
+    return static_cast<double>(st.st_size);
 }
 
 // `path` without its trailing "/" characters; "/" stays "/".
@@ -157,16 +165,22 @@ void RemoveEntry(int parent, const char* name) {
     ::unlinkat(parent, name, AT_REMOVEDIR);
 }
 
-// Renames without replacing an existing destination, as a Windows move does. Gives 0 or the
-// errno value of the failure.
-int RenameNoReplace(const std::string& source, const std::string& destination) {
-    if (::renameat2(AT_FDCWD, source.c_str(), AT_FDCWD, destination.c_str(), RENAME_NOREPLACE) == 0)
+} // namespace
+
+int FSRenameNoReplace(const std::string& source, const std::string& destination) {
+    return FSRenameNoReplaceAt(AT_FDCWD, source, destination);
+}
+
+int FSRenameNoReplaceAt(int folder, const std::string& source, const std::string& destination) {
+    if (::renameat2(folder, source.c_str(), AT_FDCWD, destination.c_str(), RENAME_NOREPLACE) == 0)
         return 0;
     if (errno != EINVAL && errno != ENOSYS) return errno;
     // This file system cannot refuse a replace by itself.
     if (EntryExists(destination)) return EEXIST;
-    return ::rename(source.c_str(), destination.c_str()) == 0 ? 0 : errno;
+    return ::renameat(folder, source.c_str(), AT_FDCWD, destination.c_str()) == 0 ? 0 : errno;
 }
+
+namespace {
 
 // A move to another file system: a complete copy beside the destination, renamed into place,
 // then the source deleted.
@@ -178,7 +192,7 @@ void MoveAcrossFileSystems(const std::string& source, const std::string& destina
         FSGetFileSize(temp) != FSGetFileSize(source))
         error = EIO;
     else
-        error = RenameNoReplace(temp, destination);
+        error = FSRenameNoReplace(temp, destination);
     if (error != 0) {
         ::unlink(temp.c_str());
         RaiseErrno(error, err::kFileNotFound);
@@ -187,7 +201,7 @@ void MoveAcrossFileSystems(const std::string& source, const std::string& destina
 }
 
 void MoveOnce(const std::string& source, const std::string& destination) {
-    const int error = RenameNoReplace(source, destination);
+    const int error = FSRenameNoReplace(source, destination);
     if (error == EXDEV)
         MoveAcrossFileSystems(source, destination);
     else if (error != 0)
@@ -274,37 +288,82 @@ void FSDeleteFolder(const std::string& path) {
     ::rmdir(folder.c_str());
 }
 
-bool FSCopyFile(const std::string& source, const std::string& destination,
-                ICopyObserver* observer) {
-    CProcTrap trap("FSCopyFile");
+CopyOutcome CopyWithRetries(const std::string& source, const std::string& destination,
+                            ICopyObserver* observer, const CopyLineSink& sink,
+                            const std::atomic<bool>* stop) {
+    CopyOutcome outcome;
     std::string target = destination;
     bool viaTemp = false;
     try {
-        trap.Check();
         viaTemp = !EntryExists(destination);
         if (viaTemp) target = TempBeside(destination);
         int32_t tries = 3;
         for (;;) {
             if (tries < 3) {
-                Log(1, "Retry copy of " + source + "...");
-                Log(1, "Using Copy mode=" + NumText(tries));
+                sink(1, "Retry copy of " + source + "...");
+                sink(1, "Using Copy mode=" + NumText(tries));
             }
             // The copy mode is the number of tries left: 3 stream, 2 overwrite, 1 exclusive.
-            CopyFileByMode(source, target, tries, observer);
+            if (!CopyByMode(source, target, tries, observer, sink))
+                outcome.systemError = LastCopySystemError();
             if (--tries < 1) Raise(err::kCopyFailed); // whatever the last mode achieved
             DoEvents();
-            if (FSGetFileSize(target) == FSGetFileSize(source)) break;
+            if (SizeOf(target) == SizeOf(source)) break;
+            if (stop && stop->load(std::memory_order_relaxed)) Raise(err::kCopyFailed, "stopped");
         }
-        if (viaTemp && ::rename(target.c_str(), destination.c_str()) != 0)
+        if (viaTemp && ::rename(target.c_str(), destination.c_str()) != 0) {
+            outcome.systemError = errno;
             RaiseErrno(errno, err::kFileNotFound);
-        Log(3, "OK on " + NumText(3 - tries) + " tries");
-        return true;
+        }
+        sink(3, "OK on " + NumText(3 - tries) + " tries");
+        outcome.copied = true;
     } catch (...) {
         if (viaTemp) ::unlink(target.c_str());
-        trap.Handle();
-        Log(1, "Failed copy on " + source);
-        return false;
+        outcome.error = std::current_exception();
     }
+    return outcome;
+}
+
+namespace {
+// The end of FSCopyFile, under its trap: a failure goes to the error handler and is logged.
+bool EndCopy(CProcTrap& trap, const std::string& source, const CopyOutcome& outcome) {
+    if (outcome.copied) return true;
+    try {
+        std::rethrow_exception(outcome.error);
+    } catch (...) {
+        trap.Handle();
+    }
+    Log(1, "Failed copy on " + source);
+    return false;
+}
+
+void LogLine(int32_t level, const std::string& line) {
+    Log(level, line);
+}
+} // namespace
+
+bool FSCopyEnded(const std::string& source, const CopyOutcome& outcome) {
+    CProcTrap trap("FSCopyFile");
+    CopyOutcome ended = outcome;
+    try {
+        trap.Check();
+    } catch (...) {
+        ended = {false, std::current_exception(), 0};
+    }
+    return EndCopy(trap, source, ended);
+}
+
+bool FSCopyFile(const std::string& source, const std::string& destination,
+                ICopyObserver* observer) {
+    CProcTrap trap("FSCopyFile");
+    CopyOutcome outcome;
+    try {
+        trap.Check();
+        outcome = CopyWithRetries(source, destination, observer, LogLine);
+    } catch (...) {
+        outcome.error = std::current_exception();
+    }
+    return EndCopy(trap, source, outcome);
 }
 
 bool FSMoveFile(const std::string& source, const std::string& destination) {
@@ -392,6 +451,8 @@ std::string FSPlainCause(int error) {
     case ENOSPC:
     case EDQUOT:
         return "the disk is full";
+    case EFBIG:
+        return "the file system cannot hold a file this large (FAT32 takes files below 4 GiB)";
     default: {
         std::string text = std::strerror(error);
         if (!text.empty())

@@ -7,11 +7,13 @@
 // error handler under their own procedure name and return their default; the others let a
 // CRuntimeError reach their caller.
 
+#include "support/modFileCopy.h"
+
+#include <atomic>
 #include <cstdint>
+#include <exception>
 #include <string>
 #include <sys/stat.h>
-
-class ICopyObserver;
 
 // Free bytes of the file system that holds `drive` (a mount point); reports and gives 0 on error.
 double FSGetFreeDiskSpace(const std::string& drive);
@@ -38,6 +40,29 @@ std::string FSCreateTempBeside(const std::string& destination);
 // An observer sees the bytes of every attempt (see modFileCopy.h).
 bool FSCopyFile(const std::string& source, const std::string& destination,
                 ICopyObserver* observer = nullptr);
+
+// What a copy with retries did.
+struct CopyOutcome {
+    bool copied = false;
+    std::exception_ptr error; // the run-time error that ended it (10001 after the last try)
+    int systemError = 0;      // the system's reason behind the last failed attempt; 0 unknown
+};
+// FSCopyFile's tries, lines, size check and placing of a new destination, without its error
+// trap and its "Failed copy on " line, so that any thread can copy: the lines go to `sink`.
+// Once `stop` is true, a try that left the wrong size is not followed by another.
+CopyOutcome CopyWithRetries(const std::string& source, const std::string& destination,
+                            ICopyObserver* observer, const CopyLineSink& sink,
+                            const std::atomic<bool>* stop = nullptr);
+// Ends a copy made by CopyWithRetries as FSCopyFile ends its own, on the run's thread: a
+// failure goes to the error handler under "FSCopyFile" and "Failed copy on <source>" is
+// logged. The copy's result.
+bool FSCopyEnded(const std::string& source, const CopyOutcome& outcome);
+// Renames without replacing an existing destination, as a Windows move does, also where the
+// file system cannot refuse a replace by itself. 0, or the errno value of the failure (EEXIST
+// when the destination is there).
+int FSRenameNoReplace(const std::string& source, const std::string& destination);
+// The same for `source` named relative to the open folder `folder`.
+int FSRenameNoReplaceAt(int folder, const std::string& source, const std::string& destination);
 // Moves a file; true once the destination exists. Error 10005 (handled inside) after 4 tries.
 bool FSMoveFile(const std::string& source, const std::string& destination);
 bool FSFileExists(const std::string& path);

@@ -24,6 +24,14 @@ namespace {
 
 constexpr size_t kBlockSize = size_t{1} << 20;
 
+thread_local int t_lastSystemError = 0;
+
+// Notes why a copy method failed; false, for the method to answer.
+bool Failed(int error) {
+    t_lastSystemError = error;
+    return false;
+}
+
 // A file descriptor closed on every way out; Close() reports whether the close succeeded,
 // which matters for writes that only fail when they reach the disk.
 class FileHandle {
@@ -79,11 +87,12 @@ bool CopyData(int in, int out, off_t expected, ICopyObserver* observer) {
         } else {
             if (!buffer) buffer.reset(new char[kBlockSize]);
             n = ::read(in, buffer.get(), kBlockSize);
-            if (n > 0 && !FSWriteAll(out, buffer.get(), static_cast<size_t>(n))) return false;
+            if (n > 0 && !FSWriteAll(out, buffer.get(), static_cast<size_t>(n)))
+                return Failed(errno);
             if (n > 0 && observer) observer->Written(buffer.get(), static_cast<size_t>(n));
         }
         if (n < 0 && errno == EINTR) continue;
-        if (n < 0) return false;
+        if (n < 0) return Failed(errno);
         if (n == 0) return true;
         done += n;
         DoEvents();
@@ -96,13 +105,17 @@ bool CopyInto(const std::string& source, const std::string& destination, int fla
     FileHandle in(
         ::open(source.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | O_NOFOLLOW));
     off_t size = 0;
-    if (!in.Valid() || !IsRegular(in.Get(), &size)) return false;
+    if (!in.Valid()) return Failed(errno);
+    if (!IsRegular(in.Get(), &size)) return Failed(0);
     FileHandle out(::open(destination.c_str(),
                           O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | flags,
                           kPrivateFileMode));
-    if (!out.Valid() || !IsRegular(out.Get())) return false;
+    if (!out.Valid()) return Failed(errno);
+    if (!IsRegular(out.Get())) return Failed(0);
     const bool copied = CopyData(in.Get(), out.Get(), size, observer);
-    return out.Close() && copied;
+    // A write that only fails when it reaches the disk fails the close.
+    if (!out.Close()) return Failed(errno);
+    return copied;
 }
 
 } // namespace
@@ -129,10 +142,21 @@ CopyMethods& ActiveCopyMethods() {
     return methods;
 }
 
+int LastCopySystemError() {
+    return t_lastSystemError;
+}
+
 bool CopyFileByMode(const std::string& source, const std::string& destination, int32_t mode,
                     ICopyObserver* observer) {
+    return CopyByMode(source, destination, mode, observer,
+                      [](int32_t level, const std::string& line) { Log(level, line); });
+}
+
+bool CopyByMode(const std::string& source, const std::string& destination, int32_t mode,
+                ICopyObserver* observer, const CopyLineSink& sink) {
     const CopyMethods& methods = ActiveCopyMethods();
     bool result = false;
+    t_lastSystemError = 0;
     try {
         if (observer) observer->Restart();
         switch (mode) {
@@ -153,6 +177,6 @@ bool CopyFileByMode(const std::string& source, const std::string& destination, i
         // A method that raises is a copy that failed; the caller's size check decides.
         result = false;
     }
-    Log(3, "CopyMode = " + NumText(mode) + ". Returned: " + (result ? "True" : "False"));
+    sink(3, "CopyMode = " + NumText(mode) + ". Returned: " + (result ? "True" : "False"));
     return result;
 }

@@ -25,6 +25,17 @@ public:
 bool CopyFileByMode(const std::string& source, const std::string& destination, int32_t mode,
                     ICopyObserver* observer = nullptr);
 
+// Where the lines of a copy go: the shared log on the run's thread, a list kept for later on a
+// worker thread, which must not touch the log.
+using CopyLineSink = std::function<void(int32_t level, const std::string& line)>;
+// CopyFileByMode with its line going to `sink` instead of the log; callable from any thread.
+bool CopyByMode(const std::string& source, const std::string& destination, int32_t mode,
+                ICopyObserver* observer, const CopyLineSink& sink);
+
+// The system's error number behind the last copy method of this thread that failed (EFBIG,
+// ENOSPC, ...), 0 when it failed for no such reason (or a test's method gave none).
+int LastCopySystemError();
+
 // The three methods behind the modes, replaceable so that a test can break one of them
 // (wrap the default and change one call). Each returns false on error (mode 1's result is
 // ignored by CopyFileByMode).

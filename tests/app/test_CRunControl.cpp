@@ -6,6 +6,7 @@
 #include "app/modOptions.h"
 #include "app/modPaths.h"
 #include "catalogue/CDatabase.h"
+#include "support/CMMTimer.h"
 #include "support/modServices.h"
 
 #include <gtest/gtest.h>
@@ -273,6 +274,44 @@ TEST_F(RunControl, SourceAfterALostRunIsStillRecorded) {
                     " was lost: the catalogue could not record 1 of its rows: damaged page"});
     EXPECT_EQ(f.Rows("SELECT source FROM Backups"), Lines{f.env.Path("s2")});
     EXPECT_EQ(f.Rows("SELECT file FROM Files"), Lines{f.env.Path("s2") + "/b.txt"});
+}
+
+TEST_F(RunControl, RunOfElevenHoursIsSavedAndEndsWithProblemsNeverLost) {
+    // The clock jumps 11 hours once the files are found: the elapsed-time texts of the run's
+    // totals and of the summary overflow (they stop at 10 hours), after the run's commit.
+    CreateTree(f.env.Path("s"), Dir({{"a.txt", File("alpha")}, {"b.txt", File("beta")}}));
+    uint32_t now = 1000;
+    CMMTimer::SetTickSource([&] { return now; });
+    CRunControl run({f.env.Path("s")}, BackupOptions{});
+    run.OnViewChanged = [&](const RunView& view) {
+        if (view.lblCount == "2") now = 1000 + 11 * 3600 * 1000;
+    };
+    run.cmdBackup_Click();
+    CMMTimer::SetTickSource(nullptr);
+    const std::string saved = "The run of " + f.env.Path("s") +
+                              " was saved, but a step after saving it failed: Overflow";
+    const std::string end = "Every run was saved, but the end of the backup failed: Overflow";
+    EXPECT_EQ(run.Outcome().Lines(), (Lines{saved, end}));
+    EXPECT_EQ(run.Outcome().ExitStatus(), 4);
+    EXPECT_EQ(run.View().lblSource,
+              "Backup Complete. Every run was saved; the time it took could not be shown "
+              "(Overflow)");
+    EXPECT_TRUE(Logged(saved));
+    EXPECT_TRUE(Logged("Problem: " + saved));
+    EXPECT_TRUE(Logged("Problem: " + end));
+    EXPECT_TRUE(Logged("Backup complete"));
+    EXPECT_FALSE(Logged("Elapsed time: 11:00:00"));
+    // Both overflows went through the error handler, each with its box.
+    ASSERT_EQ(f.env.box.calls.size(), 2u);
+    EXPECT_EQ(f.env.box.calls[0].text,
+              "The following error has occurred in procedure: \r\nCBackup_Exec on line 0\r\nError "
+              "(6) Overflow\r\nCurrent Operation: Source backup complete");
+    EXPECT_EQ(f.env.box.calls[1].text,
+              "The following error has occurred in procedure: \r\ncmdBackup_Click on line "
+              "0\r\nError (6) Overflow\r\nCurrent Operation: Query Master table");
+    EXPECT_EQ(f.Rows("SELECT count(*) FROM Backups"), Lines{"1"});
+    EXPECT_EQ(f.Rows("SELECT file FROM Files ORDER BY file"),
+              (Lines{f.env.Path("s") + "/a.txt", f.env.Path("s") + "/b.txt"}));
 }
 
 TEST_F(RunControl, CompleteRunHasNoProblemsAndStatusZero) {

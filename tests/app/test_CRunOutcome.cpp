@@ -60,6 +60,20 @@ TEST(RunOutcome, ALostRunOutweighsProblems) {
               "Backup failed: 2 runs were lost. The log /L has the details.");
 }
 
+TEST(RunOutcome, WhatFailedAfterACommitIsAProblemOfASavedRunNeverALoss) {
+    SourceProblems problems;
+    problems.afterCommit = "Overflow";
+    CRunOutcome outcome;
+    outcome.Add("/src", problems);
+    outcome.EndFailed("Device I/O error");
+    EXPECT_EQ(outcome.Lines(),
+              (Lines{"The run of /src was saved, but a step after saving it failed: Overflow",
+                     "Every run was saved, but the end of the backup failed: Device I/O error"}));
+    EXPECT_EQ(outcome.LostSources(), 0);
+    EXPECT_EQ(outcome.Ended(), CRunOutcome::End::kProblems);
+    EXPECT_EQ(outcome.ExitStatus(), 4);
+}
+
 TEST(RunOutcome, ALongListIsCutShortWithACount) {
     SourceProblems problems;
     for (size_t i = 0; i < CRunOutcome::kListedPerKind + 3; ++i)

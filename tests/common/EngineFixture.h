@@ -3,16 +3,18 @@
 // The engine tests' backup folder: the backup path "bk" set with a new catalogue, the shared
 // logger on "t.log" at level 3, and the run's clock standing still at `now` except where a
 // test moves it, so elapsed times and rates are exact. Readers for the store, the log and the
-// catalogue that a run leaves behind.
+// catalogue that a run leaves behind. Every engine test runs in both staging ways (the
+// fixture's parameter; instantiate with STAGING_WAYS_INSTANTIATE).
 
 #include "BackupFixture.h"
+#include "StagingWays.h"
 
 #include <cstdint>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
-class EngineFixture : public ::testing::Test {
+class EngineFixture : public ::testing::TestWithParam<StagingWay> {
 protected:
     using Strings = std::vector<std::string>;
     using Rows = std::vector<Strings>;
@@ -28,6 +30,7 @@ protected:
     Rows Query(const std::string& sql) const;
 
     ScopedTestEnv env;
+    ScopedStagingWay staging{GetParam()};
     std::string source;
     uint32_t now = 5000;
 };

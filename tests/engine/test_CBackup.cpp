@@ -123,7 +123,7 @@ protected:
 
 // ---- Backing up a source ----
 
-TEST_F(CBackupTest, EveryFileIsCopiedIntoItsTwoLevelStoreFolder) {
+TEST_P(CBackupTest, EveryFileIsCopiedIntoItsTwoLevelStoreFolder) {
     const std::string a = "first content", b = PatternContent(20000);
     CreateTree(source, Dir({{"a.txt", File(a)}, {"sub", Dir({{"b.bin", File(b)}})}}));
     EXPECT_EQ(Run(), CBackup::Result::kEmpty);
@@ -136,7 +136,7 @@ TEST_F(CBackupTest, EveryFileIsCopiedIntoItsTwoLevelStoreFolder) {
     EXPECT_EQ(env.box.calls.size(), 0u);
 }
 
-TEST_F(CBackupTest, OneBackupsRowHoldsTheSourceAndTheDate) {
+TEST_P(CBackupTest, OneBackupsRowHoldsTheSourceAndTheDate) {
     CreateTree(source, Dir({{"a.txt", File("a")}}));
     Run();
     const Rows rows = Query("SELECT bid, source, datebk FROM Backups");
@@ -147,7 +147,7 @@ TEST_F(CBackupTest, OneBackupsRowHoldsTheSourceAndTheDate) {
         << rows[0][2];
 }
 
-TEST_F(CBackupTest, TwoIdenticalFilesCopyTheFirstAndRecordTheSecondAgainstTheSameBackupFile) {
+TEST_P(CBackupTest, TwoIdenticalFilesCopyTheFirstAndRecordTheSecondAgainstTheSameBackupFile) {
     const std::string content = PatternContent(9000);
     CreateTree(source,
                Dir({{"one.dat", File(content)}, {"sub", Dir({{"two.dat", File(content)}})}}));
@@ -167,7 +167,7 @@ TEST_F(CBackupTest, TwoIdenticalFilesCopyTheFirstAndRecordTheSecondAgainstTheSam
     EXPECT_TRUE(HasLine("Siz not copd: 9,000"));
 }
 
-TEST_F(CBackupTest, SecondRunOfSameSourceCopiesNothing) {
+TEST_P(CBackupTest, SecondRunOfSameSourceCopiesNothing) {
     const std::string a = "alpha", b = PatternContent(70000), c = "gamma";
     CreateTree(source, Dir({{"a", File(a)}, {"d", Dir({{"b", File(b)}, {"c", File(c)}})}}));
     Run();
@@ -188,7 +188,7 @@ TEST_F(CBackupTest, SecondRunOfSameSourceCopiesNothing) {
     EXPECT_EQ(Query("SELECT COUNT(DISTINCT backup) FROM Files"), (Rows{{"3"}}));
 }
 
-TEST_F(CBackupTest, LegacyFlatLayoutFileIsMovedIntoItsFolderNotCopied) {
+TEST_P(CBackupTest, LegacyFlatLayoutFileIsMovedIntoItsFolderNotCopied) {
     const std::string content = "content that an earlier version stored flat";
     CreateTree(source, Dir({{"doc.txt", File(content)}}));
     const std::string sig = TestSignature(content);
@@ -203,7 +203,7 @@ TEST_F(CBackupTest, LegacyFlatLayoutFileIsMovedIntoItsFolderNotCopied) {
     EXPECT_EQ(FileRows(), FileRow(source + "/doc.txt", content));
 }
 
-TEST_F(CBackupTest, EmptySourceLogsZeroFilesAndRaisesStartAndFinishWithZero) {
+TEST_P(CBackupTest, EmptySourceLogsZeroFilesAndRaisesStartAndFinishWithZero) {
     CreateTree(source, Dir());
     CBackup backup;
     Prepare(backup, source);
@@ -239,7 +239,7 @@ TEST_F(CBackupTest, EmptySourceLogsZeroFilesAndRaisesStartAndFinishWithZero) {
     EXPECT_TRUE(env.box.calls.empty());
 }
 
-TEST_F(CBackupTest, SameSignatureWithDifferentSizesShowsTheBoxAndTheRunContinues) {
+TEST_P(CBackupTest, SameSignatureWithDifferentSizesShowsTheBoxAndTheRunContinues) {
     const std::string content = "the file in the source";
     const std::string other = PatternContent(3000);
     CreateTree(source, Dir({{"a.txt", File(content)}, {"sub", Dir({{"b.txt", File(other)}})}}));
@@ -284,7 +284,7 @@ TEST_F(CBackupTest, SameSignatureWithDifferentSizesShowsTheBoxAndTheRunContinues
     EXPECT_EQ(backup.Duplicates(), 1);
 }
 
-TEST_F(CBackupTest, VerifySetToTrueNeverWritesVerLines) {
+TEST_P(CBackupTest, VerifySetToTrueNeverWritesVerLines) {
     CreateTree(source, Dir({{"a.txt", File("verify me")}, {"b.txt", File("and me")}}));
     CBackup backup;
     backup.Verify(true);
@@ -294,7 +294,7 @@ TEST_F(CBackupTest, VerifySetToTrueNeverWritesVerLines) {
     EXPECT_EQ(CountLines("VER: "), 0u);
 }
 
-TEST_F(CBackupTest, CancelDuringTheFirstFileRaisesItsProgressThenRollsTheRunBack) {
+TEST_P(CBackupTest, CancelDuringTheFirstFileRaisesItsProgressThenRollsTheRunBack) {
     const std::string first = PatternContent(100000);
     CreateTree(source, Dir({{"first.bin", File(first)}, {"sub", Dir({{"second", File("2")}})}}));
     CBackup backup;
@@ -319,7 +319,7 @@ TEST_F(CBackupTest, CancelDuringTheFirstFileRaisesItsProgressThenRollsTheRunBack
     EXPECT_EQ(ErrHandler().StackPointer(), 1);
 }
 
-TEST_F(CBackupTest, CancelWhileALargeFileIsReadAheadStopsWithoutFinishingIt) {
+TEST_P(CBackupTest, CancelWhileALargeFileIsReadAheadStopsWithoutFinishingIt) {
     const std::string large = PatternContent(96 << 20);
     CreateTree(source, Dir({{"large.bin", File(large)}, {"sub", Dir({{"second", File("2")}})}}));
     CBackup backup;
@@ -337,7 +337,7 @@ TEST_F(CBackupTest, CancelWhileALargeFileIsReadAheadStopsWithoutFinishingIt) {
     EXPECT_TRUE(Query("SELECT * FROM Backups").empty());
 }
 
-TEST_F(CBackupTest, CancelIsNeverClearedSoTheNextRunStopsAfterItsFirstFile) {
+TEST_P(CBackupTest, CancelIsNeverClearedSoTheNextRunStopsAfterItsFirstFile) {
     CreateTree(source, Dir({{"a", File("a")}, {"sub", Dir({{"b", File("b")}})}}));
     CBackup backup;
     backup.Cancel();
@@ -348,7 +348,7 @@ TEST_F(CBackupTest, CancelIsNeverClearedSoTheNextRunStopsAfterItsFirstFile) {
     EXPECT_TRUE(Query("SELECT * FROM Backups").empty());
 }
 
-TEST_F(CBackupTest, MissingSourceIsSkippedWithoutRowsOrEvents) {
+TEST_P(CBackupTest, MissingSourceIsSkippedWithoutRowsOrEvents) {
     const std::string missing = env.Path("missing");
     CBackup backup;
     Prepare(backup, missing);
@@ -360,7 +360,7 @@ TEST_F(CBackupTest, MissingSourceIsSkippedWithoutRowsOrEvents) {
     EXPECT_EQ(ErrHandler().StackPointer(), 1);
 }
 
-TEST_F(CBackupTest, ProgressIsRaisedForEveryListedFileIncludingSkippedOnes) {
+TEST_P(CBackupTest, ProgressIsRaisedForEveryListedFileIncludingSkippedOnes) {
     CreateTree(source,
                Dir({{"empty", File("")}, {"sub", Dir({{"full", File(PatternContent(3000))}})}}));
     CBackup backup;
@@ -374,7 +374,7 @@ TEST_F(CBackupTest, ProgressIsRaisedForEveryListedFileIncludingSkippedOnes) {
     EXPECT_EQ(backup.BytesProcessed(), 3000);
 }
 
-TEST_F(CBackupTest, ZeroLengthFileIsSkippedWithItsLogLine) {
+TEST_P(CBackupTest, ZeroLengthFileIsSkippedWithItsLogLine) {
     CreateTree(source, Dir({{"empty.txt", File("")}}));
     Run();
     EXPECT_TRUE(HasLine("Skipping " + source + "/empty.txt. Zero length file"));
@@ -382,7 +382,7 @@ TEST_F(CBackupTest, ZeroLengthFileIsSkippedWithItsLogLine) {
     EXPECT_TRUE(StoreListing().empty());
 }
 
-TEST_F(CBackupTest, ExcludedPatternsAndFoldersAreNotBackedUp) {
+TEST_P(CBackupTest, ExcludedPatternsAndFoldersAreNotBackedUp) {
     CreateTree(source, Dir({{"keep.txt", File("k")},
                             {"skip.tmp", File("t")},
                             {"CVS", Dir({{"Entries.txt", File("e")}})}}));
@@ -394,7 +394,7 @@ TEST_F(CBackupTest, ExcludedPatternsAndFoldersAreNotBackedUp) {
     EXPECT_EQ(Query("SELECT path FROM Paths ORDER BY pid"), (Rows{{source + "/"}}));
 }
 
-TEST_F(CBackupTest, MD5CalcMethodIsOnlyStored) {
+TEST_P(CBackupTest, MD5CalcMethodIsOnlyStored) {
     CreateTree(source, Dir({{"a", File("abc")}}));
     CBackup backup;
     backup.MD5CalcMethod(7);
@@ -403,7 +403,7 @@ TEST_F(CBackupTest, MD5CalcMethodIsOnlyStored) {
     EXPECT_EQ(FileRows(), FileRow(source + "/a", "abc"));
 }
 
-TEST_F(CBackupTest, CopyThatFailsEveryTryIsLoggedAndNotRecorded) {
+TEST_P(CBackupTest, CopyThatFailsEveryTryIsLoggedAndNotRecorded) {
     StoreEarlier("of this size.");
     CreateTree(source, Dir({{"a", File("will not copy")}}));
     const CopyMethods broken{
@@ -419,7 +419,7 @@ TEST_F(CBackupTest, CopyThatFailsEveryTryIsLoggedAndNotRecorded) {
     EXPECT_TRUE(HasLine("Total Files : 1"));
 }
 
-TEST_F(CBackupTest, ZeroElapsedTimeAtTheThroughputLineEndsTheRunThroughTheErrorHandler) {
+TEST_P(CBackupTest, ZeroElapsedTimeAtTheThroughputLineEndsTheRunThroughTheErrorHandler) {
     CreateTree(source, Dir({{"a", File("some bytes")}}));
     CBackup backup;
     Prepare(backup, source);
@@ -440,7 +440,7 @@ TEST_F(CBackupTest, ZeroElapsedTimeAtTheThroughputLineEndsTheRunThroughTheErrorH
     EXPECT_EQ(ErrHandler().StackPointer(), 0);
 }
 
-TEST_F(CBackupTest, FileProgressOfARunYoungerThanTheClockResolutionIsNotAnError) {
+TEST_P(CBackupTest, FileProgressOfARunYoungerThanTheClockResolutionIsNotAnError) {
     // A rate of bytes per second before the first millisecond has passed counts the run as one
     // millisecond old; it never ends the run.
     CreateTree(source, Dir({{"a", File("")}, {"b", File("bytes")}}));
@@ -458,7 +458,7 @@ TEST_F(CBackupTest, FileProgressOfARunYoungerThanTheClockResolutionIsNotAnError)
     EXPECT_TRUE(env.box.calls.empty());
 }
 
-TEST_F(CBackupTest, ApostrophesInTheSourceAndTheBackupPathAreRecordedAsTheyAre) {
+TEST_P(CBackupTest, ApostrophesInTheSourceAndTheBackupPathAreRecordedAsTheyAre) {
     WriteRegSetting("BackupPath", env.Path("Bob's Backup"));
     CreateDB();
     const std::string odd = env.Path("Bob's Documents");
@@ -474,7 +474,7 @@ TEST_F(CBackupTest, ApostrophesInTheSourceAndTheBackupPathAreRecordedAsTheyAre) 
     EXPECT_EQ(AuditBackupFolder(env.Path("Bob's Backup")), Strings{});
 }
 
-TEST_F(CBackupTest, PropertiesKeepWhatTheCallerSets) {
+TEST_P(CBackupTest, PropertiesKeepWhatTheCallerSets) {
     CBackup backup;
     EXPECT_FALSE(backup.IncludeHidden());
     EXPECT_FALSE(backup.IncludeSystem());
@@ -488,7 +488,7 @@ TEST_F(CBackupTest, PropertiesKeepWhatTheCallerSets) {
     EXPECT_EQ(backup.BackupPath(), "/some/store");
 }
 
-TEST_F(CBackupTest, BackupFileNameIsTheSignatureWithQrvOrAFreshTemporaryName) {
+TEST_P(CBackupTest, BackupFileNameIsTheSignatureWithQrvOrAFreshTemporaryName) {
     EXPECT_EQ(CBackup::GetBackupFileName("0123456789abcdef0123456789abcdef"),
               "0123456789abcdef0123456789abcdef.QRV");
     const std::string fresh = CBackup::GetBackupFileName();
@@ -499,7 +499,7 @@ TEST_F(CBackupTest, BackupFileNameIsTheSignatureWithQrvOrAFreshTemporaryName) {
 
 // ---- Linux behaviour ----
 
-TEST_F(CBackupTest, SymbolicLinksAreNeverBackedUpOrFollowed) {
+TEST_P(CBackupTest, SymbolicLinksAreNeverBackedUpOrFollowed) {
     CreateTree(env.Path("outside"), Dir({{"far.txt", File("far away")}}));
     CreateTree(source, Dir({{"real.txt", File("real")}, {"sub", Dir()}}));
     ASSERT_EQ(::symlink("real.txt", (source + "/link-to-file").c_str()), 0);
@@ -512,7 +512,7 @@ TEST_F(CBackupTest, SymbolicLinksAreNeverBackedUpOrFollowed) {
     EXPECT_EQ(StoreListing(), StoreEntries({"real"}));
 }
 
-TEST_F(CBackupTest, FifoAndSocketAreNeverListedAndTheRunDoesNotHang) {
+TEST_P(CBackupTest, FifoAndSocketAreNeverListedAndTheRunDoesNotHang) {
     CreateTree(source, Dir({{"a.txt", File("a")}, {"sub", Dir()}}));
     ASSERT_EQ(::mkfifo((source + "/sub/fifo").c_str(), 0600), 0);
     const int sock = MakeUnixSocket(source + "/socket");
@@ -524,7 +524,7 @@ TEST_F(CBackupTest, FifoAndSocketAreNeverListedAndTheRunDoesNotHang) {
     EXPECT_EQ(FileRows(), FileRow(source + "/a.txt", "a"));
 }
 
-TEST_F(CBackupTest, OddNamesAreBackedUpByteForByte) {
+TEST_P(CBackupTest, OddNamesAreBackedUpByteForByte) {
     const std::vector<std::pair<std::string, std::string>> files{
         {"bad\xff\xfe name.bin", "invalid utf-8"},
         {"new\nline.txt", "new line"},
@@ -550,7 +550,7 @@ TEST_F(CBackupTest, OddNamesAreBackedUpByteForByte) {
               (Rows{{source + "/Bob\\s dir/"}}));
 }
 
-TEST_F(CBackupTest, HiddenFilesAreSkippedUnlessIncluded) {
+TEST_P(CBackupTest, HiddenFilesAreSkippedUnlessIncluded) {
     CreateTree(source, Dir({{".hidden", File("hidden")},
                             {"shown", File("shown")},
                             {".dir", Dir({{"inner", File("inner")}, {".deep", File("deep")}})}}));
@@ -569,7 +569,7 @@ TEST_F(CBackupTest, HiddenFilesAreSkippedUnlessIncluded) {
                     {source + "/shown"}}));
 }
 
-TEST_F(CBackupTest, UnreadableFileIsSkippedSilently) {
+TEST_P(CBackupTest, UnreadableFileIsSkippedSilently) {
     CreateTree(source, Dir({{"locked", File("secret")}, {"sub", Dir({{"open", File("open")}})}}));
     ASSERT_EQ(::chmod((source + "/locked").c_str(), 0), 0);
     ScopedNoPermissionOverride noOverride;
@@ -583,7 +583,7 @@ TEST_F(CBackupTest, UnreadableFileIsSkippedSilently) {
     EXPECT_TRUE(env.box.calls.empty());
 }
 
-TEST_F(CBackupTest, FileThatVanishesAfterTheWalkIsSkippedSilently) {
+TEST_P(CBackupTest, FileThatVanishesAfterTheWalkIsSkippedSilently) {
     CreateTree(source, Dir({{"stays", File("stays")}, {"sub", Dir({{"goes", File("goes")}})}}));
     CBackup backup;
     Prepare(backup, source);
@@ -599,7 +599,7 @@ TEST_F(CBackupTest, FileThatVanishesAfterTheWalkIsSkippedSilently) {
     EXPECT_TRUE(env.box.calls.empty());
 }
 
-TEST_F(CBackupTest, StoreFilesAreMode0600AndStoreFoldersMode0700) {
+TEST_P(CBackupTest, StoreFilesAreMode0600AndStoreFoldersMode0700) {
     const std::string content = "public content";
     CreateTree(source, Dir({{"script.sh", File(content)}}));
     ASSERT_EQ(::chmod((source + "/script.sh").c_str(), 0755), 0);
@@ -612,7 +612,7 @@ TEST_F(CBackupTest, StoreFilesAreMode0600AndStoreFoldersMode0700) {
     EXPECT_EQ(Mode(outer), 0700u);
 }
 
-TEST_F(CBackupTest, PathsRowsAreTheSourceThenEveryFolderBreadthFirst) {
+TEST_P(CBackupTest, PathsRowsAreTheSourceThenEveryFolderBreadthFirst) {
     CreateTree(source, Dir({{"a", Dir({{"a1", Dir()}, {"f", File("f")}})},
                             {"b", Dir({{"b1", Dir({{"b2", Dir()}})}})},
                             {"top", File("t")}}));
@@ -624,7 +624,7 @@ TEST_F(CBackupTest, PathsRowsAreTheSourceThenEveryFolderBreadthFirst) {
     EXPECT_EQ(Query("SELECT bid, path FROM Paths ORDER BY pid"), expected);
 }
 
-TEST_F(CBackupTest, SourceWithTrailingSlashBacksUpPathsWithOneSlash) {
+TEST_P(CBackupTest, SourceWithTrailingSlashBacksUpPathsWithOneSlash) {
     CreateTree(source, Dir({{"a.txt", File("a")}, {"sub", Dir({{"b.txt", File("b")}})}}));
     CBackup backup;
     Prepare(backup, source + "/");
@@ -639,7 +639,7 @@ TEST_F(CBackupTest, SourceWithTrailingSlashBacksUpPathsWithOneSlash) {
               (Rows{{source + "/"}}));
 }
 
-TEST_F(CBackupTest, FullLogOfASmallFirstRunAtLevelTwo) {
+TEST_P(CBackupTest, FullLogOfASmallFirstRunAtLevelTwo) {
     Logger().LogLevel(2);
     const std::string big = PatternContent(2048000);
     CreateTree(source,
@@ -685,7 +685,7 @@ TEST_F(CBackupTest, FullLogOfASmallFirstRunAtLevelTwo) {
 namespace {
 
 // A backup drive pulled out during the run: its folder is gone and cannot be made again.
-TEST_F(CBackupTest, StoreDriveThatVanishesDuringTheRunCommitsNothingAndDoesNotHang) {
+TEST_P(CBackupTest, StoreDriveThatVanishesDuringTheRunCommitsNothingAndDoesNotHang) {
     CreateTree(source, Dir({{"a.txt", File("alpha")}, {"b.txt", File("beta")}}));
     const std::string media = env.Path("media");
     CreateTree(media + "/drive/Files", Dir());
@@ -709,7 +709,7 @@ TEST_F(CBackupTest, StoreDriveThatVanishesDuringTheRunCommitsNothingAndDoesNotHa
     EXPECT_EQ(SqlRows(GetDBPath(), "SELECT count(*) FROM Files"), (std::vector<Strings>{{"0"}}));
 }
 
-TEST_F(CBackupTest, BackupFolderRenamedDuringTheRunStopsItAndNothingIsMadeAtTheOldPath) {
+TEST_P(CBackupTest, BackupFolderRenamedDuringTheRunStopsItAndNothingIsMadeAtTheOldPath) {
     CreateTree(source, Dir({{"a.txt", File("alpha")}, {"b.txt", File("beta")}}));
     const std::string media = env.Path("media");
     CreateTree(media + "/drive/Files", Dir());
@@ -732,7 +732,7 @@ TEST_F(CBackupTest, BackupFolderRenamedDuringTheRunStopsItAndNothingIsMadeAtTheO
     EXPECT_EQ(SqlRows(GetDBPath(), "SELECT count(*) FROM Files"), (std::vector<Strings>{{"0"}}));
 }
 
-TEST_F(CBackupTest, MissingStoreFolderFailsTheRunBeforeAnythingIsWritten) {
+TEST_P(CBackupTest, MissingStoreFolderFailsTheRunBeforeAnythingIsWritten) {
     CreateTree(source, Dir({{"a.txt", File("alpha")}}));
     ErrHandler().DisplayMsgOnError(false);
     CBackup backup;
@@ -748,7 +748,7 @@ TEST_F(CBackupTest, MissingStoreFolderFailsTheRunBeforeAnythingIsWritten) {
 
 // ---- Sources that change while the run reads them ----
 
-TEST_F(CBackupTest, FilesRewrittenAfterTheyWereSignedAreStoredUnderTheSignatureOfWhatWasCopied) {
+TEST_P(CBackupTest, FilesRewrittenAfterTheyWereSignedAreStoredUnderTheSignatureOfWhatWasCopied) {
     // The small files are signed ahead; when the first of them is copied, all get new bytes of
     // the same size.
     std::vector<std::pair<std::string, TestNode>> smalls;
@@ -801,7 +801,7 @@ TEST_F(CBackupTest, FilesRewrittenAfterTheyWereSignedAreStoredUnderTheSignatureO
     EXPECT_EQ(AuditBackupFolder(GetBackupPath()), Strings{});
 }
 
-TEST_F(CBackupTest, FileThatGrowsBeforeItIsCopiedIsRecordedWithTheLengthCopied) {
+TEST_P(CBackupTest, FileThatGrowsBeforeItIsCopiedIsRecordedWithTheLengthCopied) {
     StoreEarlier(std::string(11, 'e'));
     CreateTree(source, Dir({{"log.txt", File("first line\n")}}));
     RewriteWhenCopied("first line\nsecond line\n");
@@ -812,7 +812,7 @@ TEST_F(CBackupTest, FileThatGrowsBeforeItIsCopiedIsRecordedWithTheLengthCopied) 
     EXPECT_EQ(AuditBackupFolder(GetBackupPath()), Strings{});
 }
 
-TEST_F(CBackupTest, FileEmptiedBeforeItIsCopiedIsSkippedAsAZeroLengthFile) {
+TEST_P(CBackupTest, FileEmptiedBeforeItIsCopiedIsSkippedAsAZeroLengthFile) {
     StoreEarlier(std::string(10, 'e'));
     CreateTree(source, Dir({{"gone.txt", File("soon empty")}}));
     RewriteWhenCopied("");
@@ -822,7 +822,7 @@ TEST_F(CBackupTest, FileEmptiedBeforeItIsCopiedIsSkippedAsAZeroLengthFile) {
     EXPECT_EQ(StoreListing(), StoreEntries({std::string(10, 'e')}));
 }
 
-TEST_F(CBackupTest, CopyThatCannotShowItsBytesIsSignedFromTheStoredFile) {
+TEST_P(CBackupTest, CopyThatCannotShowItsBytesIsSignedFromTheStoredFile) {
     // A copy method that writes without telling (here other bytes of the same size): the
     // stored file is read back and named after what it holds.
     StoreEarlier(std::string(9, 'e'));
@@ -837,24 +837,31 @@ TEST_F(CBackupTest, CopyThatCannotShowItsBytesIsSignedFromTheStoredFile) {
     EXPECT_EQ(StoreListing(), StoreEntries({"different", std::string(9, 'e')}));
 }
 
-TEST_F(CBackupTest, NewContentIsStagedWhileItIsSignedAndNeverCopiedAgain) {
+TEST_P(CBackupTest, NewContentIsStagedByTheRunsOwnCopyWhileItIsSignedAndNeverCopiedAgain) {
     // No stored content has its size: the read-ahead copies it into the store as it signs it,
-    // and the run only names it. The copy methods are not used at all.
-    CreateTree(source, Dir({{"a.bin", File(PatternContent(3 << 20))}, {"b.txt", File("small")}}));
-    int copies = 0;
+    // through the run's own copy, and the run logs that copy's lines and only names the file.
+    const std::string large = PatternContent(3 << 20);
+    CreateTree(source, Dir({{"a.bin", File(large)}, {"b.txt", File("small")}}));
+    std::atomic<int> copies = 0;
     ActiveCopyMethods().mode3 = [&](const std::string& from, const std::string& to,
                                     ICopyObserver* observer) {
         ++copies;
         return DefaultCopyMethods().mode3(from, to, observer);
     };
     Run();
-    EXPECT_EQ(copies, 0);
-    EXPECT_EQ(CountLines("COP: "), 2u);
-    EXPECT_EQ(StoreListing(), StoreEntries({PatternContent(3 << 20), "small"}));
+    EXPECT_EQ(copies, 2);
+    for (const std::string& path : {source + "/a.bin", source + "/b.txt"}) {
+        const Strings lines = LogLines();
+        const auto cop = std::find(lines.begin(), lines.end(), "COP: " + path);
+        ASSERT_GE(std::distance(cop, lines.end()), 3) << path;
+        EXPECT_EQ(*(cop + 1), "CopyMode = 3. Returned: True");
+        EXPECT_EQ(*(cop + 2), "OK on 1 tries");
+    }
+    EXPECT_EQ(StoreListing(), StoreEntries({large, "small"}));
     EXPECT_EQ(AuditBackupFolder(GetBackupPath()), Strings{});
 }
 
-TEST_F(CBackupTest, ManySmallNewFilesAreStagedBesideTheRunAndEachStoredOnce) {
+TEST_P(CBackupTest, ManySmallNewFilesAreStagedBesideTheRunAndEachStoredOnce) {
     // The workers stage small files from memory when their content is not stored yet, while
     // the run records the files before them.
     MakeRandomFiles(source, 60, 5);
@@ -864,7 +871,7 @@ TEST_F(CBackupTest, ManySmallNewFilesAreStagedBesideTheRunAndEachStoredOnce) {
     EXPECT_EQ(AuditBackupFolder(GetBackupPath()), Strings{});
 }
 
-TEST_F(CBackupTest, FileSwappedForALinkAfterTheListingIsNotReadThroughTheLink) {
+TEST_P(CBackupTest, FileSwappedForALinkAfterTheListingIsNotReadThroughTheLink) {
     const std::string secret = env.Path("secret");
     WriteFile(secret, "a file the user never chose");
     ASSERT_EQ(::chmod(secret.c_str(), 0600), 0);
@@ -882,7 +889,7 @@ TEST_F(CBackupTest, FileSwappedForALinkAfterTheListingIsNotReadThroughTheLink) {
 
 // ---- What a killed run leaves, and the earlier layout ----
 
-TEST_F(CBackupTest, TemporaryFilesOfAnInterruptedRunAreRemovedByTheNextRun) {
+TEST_P(CBackupTest, TemporaryFilesOfAnInterruptedRunAreRemovedByTheNextRun) {
     const std::string store = GetFilesPath();
     const std::string kept = TestSignature("kept");
     CreateTree(
@@ -902,7 +909,7 @@ TEST_F(CBackupTest, TemporaryFilesOfAnInterruptedRunAreRemovedByTheNextRun) {
     EXPECT_EQ(StoreListing(), expected);
 }
 
-TEST_F(CBackupTest, TemporaryFilesAreLeftAloneWhenNoRunWasInterrupted) {
+TEST_P(CBackupTest, TemporaryFilesAreLeftAloneWhenNoRunWasInterrupted) {
     // Without the mark nothing is searched for: such files go at the next Compact.
     const std::string store = GetFilesPath();
     CreateTree(store, Dir({{"ab", Dir({{"cd", Dir({{".x.QRV.00000000.tmp", File("p")}})}})}}));
@@ -913,7 +920,7 @@ TEST_F(CBackupTest, TemporaryFilesAreLeftAloneWhenNoRunWasInterrupted) {
     EXPECT_FALSE(Exists(store + "/.unfinished"));
 }
 
-TEST_F(CBackupTest, LegacyFileMovedIntoTheStoreIsMadePrivate) {
+TEST_P(CBackupTest, LegacyFileMovedIntoTheStoreIsMadePrivate) {
     const std::string content = "stored flat by an earlier version";
     CreateTree(source, Dir({{"doc.txt", File(content)}}));
     const std::string legacy = GetFilesPath() + "/" + TestSignature(content) + ".QRV";
@@ -950,7 +957,7 @@ protected:
     bool mounted = false;
 };
 
-TEST_F(FullDisk, FileLargerThanTheFreeSpaceIsNotCopiedAndTheRunGoesOn) {
+TEST_P(FullDisk, FileLargerThanTheFreeSpaceIsNotCopiedAndTheRunGoesOn) {
     // The source folder's own files come before those of its folders.
     CreateTree(source, Dir({{"big", Dir({{"b.bin", File(PatternContent(1 << 20))}})}}));
     CBackup backup;
@@ -962,7 +969,7 @@ TEST_F(FullDisk, FileLargerThanTheFreeSpaceIsNotCopiedAndTheRunGoesOn) {
     EXPECT_NE(std::find(log.begin(), log.end(), "Total Files : 1\r\n"), log.end());
 }
 
-TEST_F(FullDisk, FileMeetingAFullDiskAfterAStoredOneIsStillRecorded) {
+TEST_P(FullDisk, FileMeetingAFullDiskAfterAStoredOneIsStillRecorded) {
     // The stored flag is set once per run: the big file, never written, is recorded against
     // its store name because the small file before it was stored.
     const std::string big = PatternContent(1 << 20);
@@ -981,4 +988,9 @@ TEST_F(FullDisk, FileMeetingAFullDiskAfterAStoredOneIsStillRecorded) {
     EXPECT_FALSE(Exists(never));
 }
 
+} // namespace
+
+namespace {
+STAGING_WAYS_INSTANTIATE(CBackupTest);
+STAGING_WAYS_INSTANTIATE(FullDisk);
 } // namespace

@@ -136,7 +136,7 @@ protected:
 
 // ---- Unchanged files ----
 
-TEST_F(CQuickCheckTest, SecondRunOpensNoUnchangedFileAndRecordsItAsTheFirstDid) {
+TEST_P(CQuickCheckTest, SecondRunOpensNoUnchangedFileAndRecordsItAsTheFirstDid) {
     MakeTree();
     LetFilesSettle();
     Run(true);
@@ -178,7 +178,7 @@ TEST_F(CQuickCheckTest, SecondRunOpensNoUnchangedFileAndRecordsItAsTheFirstDid) 
     EXPECT_EQ(Strings(from, from + static_cast<std::ptrdiff_t>(expected.size())), expected);
 }
 
-TEST_F(CQuickCheckTest, ARunThatTookTheKeptSignaturesKeepsThemForTheNextRun) {
+TEST_P(CQuickCheckTest, ARunThatTookTheKeptSignaturesKeepsThemForTheNextRun) {
     MakeTree();
     LetFilesSettle();
     Run(true);
@@ -188,7 +188,7 @@ TEST_F(CQuickCheckTest, ARunThatTookTheKeptSignaturesKeepsThemForTheNextRun) {
     ExpectStoreHolds({a, b, c});
 }
 
-TEST_F(CQuickCheckTest, FileAddedSinceTheLastRunIsTheOnlyOneOpened) {
+TEST_P(CQuickCheckTest, FileAddedSinceTheLastRunIsTheOnlyOneOpened) {
     MakeTree();
     LetFilesSettle();
     Run(true);
@@ -202,7 +202,7 @@ TEST_F(CQuickCheckTest, FileAddedSinceTheLastRunIsTheOnlyOneOpened) {
     ExpectStoreHolds({a, b, c, added});
 }
 
-TEST_F(CQuickCheckTest, OddSourceAndFileNamesAreRecognisedUnchanged) {
+TEST_P(CQuickCheckTest, OddSourceAndFileNamesAreRecognisedUnchanged) {
     source = env.Path("Bob's src");
     const std::map<std::string, std::string> contents{
         {source + "/it's.txt", "apostrophe"},
@@ -223,7 +223,7 @@ TEST_F(CQuickCheckTest, OddSourceAndFileNamesAreRecognisedUnchanged) {
 
 // ---- Changed files ----
 
-TEST_F(CQuickCheckTest, FileRewrittenWithTheSameSizeIsReadAgainAndStoredUnderItsNewSignature) {
+TEST_P(CQuickCheckTest, FileRewrittenWithTheSameSizeIsReadAgainAndStoredUnderItsNewSignature) {
     MakeTree();
     LetFilesSettle();
     Run(true);
@@ -247,7 +247,7 @@ TEST_F(CQuickCheckTest, FileRewrittenWithTheSameSizeIsReadAgainAndStoredUnderIts
     ExpectStoreHolds({a, b, c, changed});
 }
 
-TEST_F(CQuickCheckTest, FileReplacedByAnotherOfTheSameSizeAndModificationTimeIsReadAgain) {
+TEST_P(CQuickCheckTest, FileReplacedByAnotherOfTheSameSizeAndModificationTimeIsReadAgain) {
     MakeTree();
     LetFilesSettle();
     Run(true);
@@ -276,7 +276,7 @@ TEST_F(CQuickCheckTest, FileReplacedByAnotherOfTheSameSizeAndModificationTimeIsR
     ExpectStoreHolds({a, b, c, other});
 }
 
-TEST_F(CQuickCheckTest, UnchangedFileWhoseStoreFileWentMissingIsCopiedAgain) {
+TEST_P(CQuickCheckTest, UnchangedFileWhoseStoreFileWentMissingIsCopiedAgain) {
     MakeTree();
     LetFilesSettle();
     Run(true);
@@ -300,7 +300,7 @@ TEST_F(CQuickCheckTest, UnchangedFileWhoseStoreFileWentMissingIsCopiedAgain) {
 
 // ---- Fresh files ----
 
-TEST_F(CQuickCheckTest, FilesMadeJustBeforeTheFirstRunAreReadAgainByTheNext) {
+TEST_P(CQuickCheckTest, FilesMadeJustBeforeTheFirstRunAreReadAgainByTheNext) {
     MakeTree();
     Run(true);
     EXPECT_EQ(RunWatched(true), kAllFiles);
@@ -308,7 +308,7 @@ TEST_F(CQuickCheckTest, FilesMadeJustBeforeTheFirstRunAreReadAgainByTheNext) {
     ExpectStoreHolds({a, b, c});
 }
 
-TEST_F(CQuickCheckTest, OnlyTheFileMadeJustBeforeTheFirstRunIsReadAgain) {
+TEST_P(CQuickCheckTest, OnlyTheFileMadeJustBeforeTheFirstRunIsReadAgain) {
     MakeTree();
     LetFilesSettle();
     const std::string fresh = "made a moment before the run";
@@ -325,7 +325,7 @@ TEST_F(CQuickCheckTest, OnlyTheFileMadeJustBeforeTheFirstRunIsReadAgain) {
 
 // ---- The data file ----
 
-TEST_F(CQuickCheckTest, DamagedQuickCheckFileMeansEveryFileIsReadAndItIsReplaced) {
+TEST_P(CQuickCheckTest, DamagedQuickCheckFileMeansEveryFileIsReadAndItIsReplaced) {
     MakeTree();
     LetFilesSettle();
     Run(true);
@@ -348,7 +348,7 @@ TEST_F(CQuickCheckTest, DamagedQuickCheckFileMeansEveryFileIsReadAndItIsReplaced
     EXPECT_EQ(RunRows(3), ExpectedRows(Contents()));
 }
 
-TEST_F(CQuickCheckTest, DeletedQuickCheckFileMeansEveryFileIsReadAndItIsMadeAgain) {
+TEST_P(CQuickCheckTest, DeletedQuickCheckFileMeansEveryFileIsReadAndItIsMadeAgain) {
     MakeTree();
     LetFilesSettle();
     Run(true);
@@ -367,7 +367,7 @@ TEST_F(CQuickCheckTest, DeletedQuickCheckFileMeansEveryFileIsReadAndItIsMadeAgai
 
 // ---- The option ----
 
-TEST_F(CQuickCheckTest, WithTheOptionOffNoQuickCheckFileIsMadeAndEveryFileIsRead) {
+TEST_P(CQuickCheckTest, WithTheOptionOffNoQuickCheckFileIsMadeAndEveryFileIsRead) {
     MakeTree();
     LetFilesSettle();
     Run(false);
@@ -381,7 +381,7 @@ TEST_F(CQuickCheckTest, WithTheOptionOffNoQuickCheckFileIsMadeAndEveryFileIsRead
     ExpectStoreHolds({a, b, c});
 }
 
-TEST_F(CQuickCheckTest, WithTheOptionOffTheQuickCheckFileIsNeitherOpenedNorChanged) {
+TEST_P(CQuickCheckTest, WithTheOptionOffTheQuickCheckFileIsNeitherOpenedNorChanged) {
     MakeTree();
     LetFilesSettle();
     Run(true);
@@ -405,7 +405,7 @@ TEST_F(CQuickCheckTest, WithTheOptionOffTheQuickCheckFileIsNeitherOpenedNorChang
 
 // ---- Which run the stamps belong to ----
 
-TEST_F(CQuickCheckTest, StampsOfAnEarlierRunThanTheLastCommittedOneAreNotUsed) {
+TEST_P(CQuickCheckTest, StampsOfAnEarlierRunThanTheLastCommittedOneAreNotUsed) {
     MakeTree();
     LetFilesSettle();
     Run(true);
@@ -420,7 +420,7 @@ TEST_F(CQuickCheckTest, StampsOfAnEarlierRunThanTheLastCommittedOneAreNotUsed) {
     EXPECT_EQ(RunRows(4), ExpectedRows(Contents()));
 }
 
-TEST_F(CQuickCheckTest, CancelledRunLeavesTheStampsOfTheLastCommittedRunInUse) {
+TEST_P(CQuickCheckTest, CancelledRunLeavesTheStampsOfTheLastCommittedRunInUse) {
     MakeTree();
     LetFilesSettle();
     Run(true);
@@ -440,7 +440,7 @@ TEST_F(CQuickCheckTest, CancelledRunLeavesTheStampsOfTheLastCommittedRunInUse) {
     EXPECT_EQ(RunRows(2), ExpectedRows(Contents()));
 }
 
-TEST_F(CQuickCheckTest, TwoSourcesEachKeepTheirOwnStamps) {
+TEST_P(CQuickCheckTest, TwoSourcesEachKeepTheirOwnStamps) {
     MakeTree();
     const std::string other = env.Path("other");
     const std::string x = "the other source's file";
@@ -459,4 +459,8 @@ TEST_F(CQuickCheckTest, TwoSourcesEachKeepTheirOwnStamps) {
     ExpectStoreHolds({a, b, c, x});
 }
 
+} // namespace
+
+namespace {
+STAGING_WAYS_INSTANTIATE(CQuickCheckTest);
 } // namespace

@@ -2,8 +2,10 @@
 // the run asks for them, and an error is still reported on the run's thread.
 
 #include "BackupFixture.h"
+#include "StagingWays.h"
 #include "engine/CSignatureAhead.h"
 #include "engine/kvCryptDriver.h"
+#include "support/modFileCopy.h"
 #include "support/modServices.h"
 
 #include <gtest/gtest.h>
@@ -18,7 +20,8 @@ SignedContent Signed(size_t i) {
     return {TestSignature(content), content.size()};
 }
 
-struct SignatureAhead : ::testing::Test {
+// Files made for a read-ahead.
+struct AheadFiles {
     ScopedTestEnv env;
     std::vector<std::string> files;
 
@@ -29,6 +32,8 @@ struct SignatureAhead : ::testing::Test {
         }
     }
 };
+
+struct SignatureAhead : ::testing::Test, AheadFiles {};
 
 TEST_F(SignatureAhead, EveryFileInOrderGetsItsOwnSignature) {
     Make(40);
@@ -87,48 +92,50 @@ TEST_F(SignatureAhead, RaisedStopEndsAHashAtItsNextRead) {
 
 namespace {
 
-// A read-ahead whose staging goes into a store opened on the test's own folder.
-struct Staging : SignatureAhead {
+// A read-ahead whose staging goes into a store opened on the test's own folder, in both
+// staging ways.
+struct Staging : ::testing::TestWithParam<StagingWay>, AheadFiles {
+    ScopedStagingWay way{GetParam()};
     CStore store;
     std::string root = env.Path("Files");
-    std::vector<std::string> asked; // signatures the read-ahead asked about
+    StoreFailure problem;
 
-    CSignatureAhead::StagingPlan Plan(std::unordered_set<uint64_t> storedSizes = {},
-                                      bool everythingStored = false) {
+    ~Staging() override { ActiveCopyMethods() = DefaultCopyMethods(); }
+
+    CSignatureAhead::StagingPlan Plan(std::unordered_set<uint64_t> storedSizes = {}) {
         CreateTree(root, Dir());
         store.Open(root);
         CSignatureAhead::StagingPlan plan;
         plan.storedSizes = std::move(storedSizes);
-        plan.isStored = [this, everythingStored](const std::string& signature) {
-            std::lock_guard lock(mutex);
-            asked.push_back(signature);
-            return everythingStored;
+        plan.stage = [this](const std::string& source, const std::atomic<bool>* stop) {
+            return store.StageAhead(source, stop);
         };
-        plan.openAnonymous = [this] { return store.OpenAnonymous(); };
         return plan;
     }
     // What staged content holds, once placed in the store.
     std::string Placed(CStagedContent& staged) {
         const std::string target = store.Target(staged.Content().signature);
-        EXPECT_TRUE(store.Place(staged, target));
+        EXPECT_TRUE(store.Place(staged, target, problem));
         return ReadFile(target);
     }
-    std::mutex mutex;
 };
 
-TEST_F(Staging, FilesOfNewSizesAreStagedWithExactlyTheBytesTheirSignatureSigns) {
+TEST_P(Staging, FilesOfNewSizesAreStagedWithExactlyTheBytesTheirSignatureSigns) {
     files = {env.Path("small"), env.Path("large"), env.Path("empty")};
     WriteFile(files[0], PatternContent(5000));
     WriteFile(files[1], PatternContent(3 << 20));
     WriteFile(files[2], "");
     CSignatureAhead ahead(files, 8, Plan());
-    if (!store.StagesAnywhere()) GTEST_SKIP() << "no anonymous files on this file system";
     for (size_t i = 0; i < 2; ++i) {
         CSignatureAhead::Prepared prepared = ahead.Prepare(i);
         const std::string content = ReadFile(files[i]);
         EXPECT_EQ(prepared.content, (SignedContent{TestSignature(content), content.size()}));
         ASSERT_NE(prepared.staged, nullptr) << i;
         EXPECT_EQ(prepared.staged->Content(), prepared.content);
+        // The copy is the run's own, and its lines are kept for the run to log.
+        EXPECT_EQ(prepared.copyLines,
+                  (CopyLines{{3, "CopyMode = 3. Returned: True"}, {3, "OK on 1 tries"}}));
+        EXPECT_FALSE(prepared.failedCopy);
         EXPECT_TRUE(Placed(*prepared.staged) == content) << i;
     }
     CSignatureAhead::Prepared empty = ahead.Prepare(2);
@@ -136,37 +143,42 @@ TEST_F(Staging, FilesOfNewSizesAreStagedWithExactlyTheBytesTheirSignatureSigns) 
     EXPECT_EQ(empty.staged, nullptr);
 }
 
-TEST_F(Staging, FilesOfAStoredSizeAreOnlySigned) {
+TEST_P(Staging, FilesOfAStoredSizeAreOnlySigned) {
     Make(3);
     CSignatureAhead ahead(files, 8, Plan({0, 3001, 6002}));
     for (size_t i = 0; i < 3; ++i) {
         CSignatureAhead::Prepared prepared = ahead.Prepare(i);
         EXPECT_EQ(prepared.content, Signed(i));
         EXPECT_EQ(prepared.staged, nullptr) << i;
+        EXPECT_TRUE(prepared.copyLines.empty());
     }
-    EXPECT_TRUE(asked.empty());
 }
 
-TEST_F(Staging, SmallFileWhoseContentIsStoredIsNotStagedButALargeOneIs) {
-    files = {env.Path("small"), env.Path("large")};
-    WriteFile(files[0], PatternContent(5000));
-    WriteFile(files[1], PatternContent(3 << 20));
-    CSignatureAhead ahead(files, 8, Plan({}, true));
-    if (!store.StagesAnywhere()) GTEST_SKIP() << "no anonymous files on this file system";
-    EXPECT_EQ(ahead.Prepare(0).staged, nullptr);
-    // A large file is written as it is read, before its signature is known.
-    EXPECT_NE(ahead.Prepare(1).staged, nullptr);
-    EXPECT_EQ(asked, (std::vector<std::string>{TestSignature(PatternContent(5000))}));
+TEST_P(Staging, AStagingCopyThatFailsReachesTheRunWithItsLinesAndTheFileSigned) {
+    ActiveCopyMethods().mode3 = ActiveCopyMethods().mode2 =
+        [](const std::string&, const std::string&, ICopyObserver*) { return false; };
+    Make(2);
+    CSignatureAhead ahead(files, 8, Plan());
+    CSignatureAhead::Prepared prepared = ahead.Prepare(1);
+    EXPECT_EQ(prepared.content, Signed(1));
+    EXPECT_EQ(prepared.staged, nullptr);
+    ASSERT_TRUE(prepared.failedCopy);
+    EXPECT_FALSE(prepared.failedCopy->outcome.copied);
+    EXPECT_EQ(prepared.failedCopy->lines.size(), 7u);
+    EXPECT_EQ(prepared.failedCopy->lines.back(), (std::pair<int32_t, std::string>{3,
+                                                  "CopyMode = 1. Returned: True"}));
+    store.Close();
+    EXPECT_EQ(ListTree(root), std::vector<std::string>{}); // no staged file left
 }
 
-TEST_F(Staging, WithoutAPlanNothingIsStaged) {
+TEST_P(Staging, WithoutAPlanNothingIsStaged) {
     Make(4);
     CSignatureAhead ahead(files, 8);
     for (size_t i = 0; i < 4; ++i)
         EXPECT_EQ(ahead.Prepare(i).staged, nullptr);
 }
 
-TEST_F(Staging, StagedFilesOfSkippedAndUnaskedFilesVanish) {
+TEST_P(Staging, StagedFilesOfSkippedAndUnaskedFilesVanish) {
     Make(6);
     {
         CSignatureAhead ahead(files, 8, Plan());
@@ -175,5 +187,7 @@ TEST_F(Staging, StagedFilesOfSkippedAndUnaskedFilesVanish) {
     store.Close();
     EXPECT_EQ(ListTree(root), std::vector<std::string>{});
 }
+
+STAGING_WAYS_INSTANTIATE(Staging);
 
 } // namespace

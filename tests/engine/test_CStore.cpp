@@ -1,13 +1,18 @@
 // The store a run writes into: where content goes, that staged content takes the name of what
 // it holds and is private, that nothing is made above the store folder or after it went away,
-// and that the temporary files of an interrupted run are cleared by the next one.
+// and that the temporary files of an interrupted run are cleared by the next one; each in both
+// staging ways, anonymous files and named temporary files.
 
 #include "BackupFixture.h"
+#include "StagingWays.h"
 #include "engine/CStore.h"
 #include "support/CRuntimeError.h"
+#include "support/modFileCopy.h"
 #include "support/modServices.h"
 
+#include <csignal>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -31,36 +36,61 @@ template <class Work> int RaisedError(Work work) {
     return 0;
 }
 
-struct StoreTest : ::testing::Test {
+struct StoreTest : ::testing::TestWithParam<StagingWay> {
     ScopedTestEnv env;
+    ScopedStagingWay way{GetParam()};
     std::string root = env.Path("Files");
     CStore store;
+    StoreFailure problem;
 
     StoreTest() {
         CreateTree(root, Dir());
         ErrHandler().DisplayMsgOnError(false);
     }
+    ~StoreTest() override { ActiveCopyMethods() = DefaultCopyMethods(); }
+
+    // Content staged by a worker's copy of a file holding `content`.
+    CStore::AheadCopy StagedCopyOf(const std::string& content) {
+        WriteFile(env.Path("ahead"), content);
+        return store.StageAhead(env.Path("ahead"), nullptr);
+    }
+    // The way the store opened on this file system is expected to stage.
+    StagingWay Expected() const {
+        CStore probe;
+        probe.Open(root);
+        return probe.Staging();
+    }
 };
 
-TEST_F(StoreTest, ContentGoesTwoFolderLevelsDownByTheFirstFourCharactersOfItsName) {
+TEST_P(StoreTest, ContentGoesTwoFolderLevelsDownByTheFirstFourCharactersOfItsName) {
     EXPECT_EQ(CStore::StorePath("/b/Files", "0123abcd.QRV"), "/b/Files/01/23/0123abcd.QRV");
     store.Open(root);
     EXPECT_EQ(store.Target("89ab" + std::string(28, '0')),
               root + "/89/ab/89ab" + std::string(28, '0') + ".QRV");
 }
 
-TEST_F(StoreTest, MissingStoreFolderCannotBeOpened) {
+TEST_P(StoreTest, StoreFolderOfAMissingBackupFolderCannotBeOpenedAndNothingIsMade) {
     EXPECT_EQ(RaisedError([&] { store.Open(env.Path("unplugged/Files")); }), 68);
     EXPECT_FALSE(Exists(env.Path("unplugged")));
 }
 
-TEST_F(StoreTest, CopiedContentIsNamedAfterWhatItHoldsAndIsPrivate) {
+TEST_P(StoreTest, MissingStoreFolderOfABackupFolderThatIsThereIsMadeAnew) {
+    const std::string log = StartTestLog(env, 1);
+    CreateTree(env.Path("bk"), Dir());
+    store.Open(env.Path("bk/Files"));
+    EXPECT_EQ(Mode(env.Path("bk/Files")), 0700u);
+    store.Close();
+    EXPECT_EQ(LogMessages(ReadFile(log)).back(),
+              "The store folder " + env.Path("bk/Files") + " was missing and was made anew\r\n");
+}
+
+TEST_P(StoreTest, CopiedContentIsNamedAfterWhatItHoldsAndIsPrivate) {
     WriteFile(env.Path("source"), "some content");
     ASSERT_EQ(::chmod(env.Path("source").c_str(), 0755), 0);
     store.Open(root);
     const std::string target = store.Target(TestSignature("some content"));
     store.CreateFolders(target);
-    EXPECT_EQ(store.Copy(env.Path("source"), target),
+    EXPECT_EQ(store.Copy(env.Path("source"), target, problem),
               (SignedContent{TestSignature("some content"), 12}));
     store.Close();
     EXPECT_EQ(ReadFile(target), "some content");
@@ -69,12 +99,12 @@ TEST_F(StoreTest, CopiedContentIsNamedAfterWhatItHoldsAndIsPrivate) {
     EXPECT_EQ(ListTree(root).size(), 3u); // two folders and the file, no mark, no temporary
 }
 
-TEST_F(StoreTest, ContentThatChangedSinceItWasSignedGoesToThePlaceOfWhatWasCopied) {
+TEST_P(StoreTest, ContentThatChangedSinceItWasSignedGoesToThePlaceOfWhatWasCopied) {
     WriteFile(env.Path("source"), "changed");
     store.Open(root);
     const std::string expected = store.Target(TestSignature("original"));
     store.CreateFolders(expected);
-    EXPECT_EQ(store.Copy(env.Path("source"), expected),
+    EXPECT_EQ(store.Copy(env.Path("source"), expected, problem),
               (SignedContent{TestSignature("changed"), 7}));
     store.Close();
     EXPECT_EQ(ReadFile(StoreFile(env.Root(), "changed")), "changed");
@@ -83,45 +113,148 @@ TEST_F(StoreTest, ContentThatChangedSinceItWasSignedGoesToThePlaceOfWhatWasCopie
     EXPECT_FALSE(Exists(expected));
 }
 
-TEST_F(StoreTest, StagedContentOfAStoredSignatureLeavesTheStoredFileAsItIs) {
+TEST_P(StoreTest, StagedContentOfAStoredSignatureLeavesTheStoredFileAsItIs) {
     store.Open(root);
-    if (!store.StagesAnywhere()) GTEST_SKIP() << "no anonymous files on this file system";
     const std::string target = store.Target(TestSignature("same"));
     store.CreateFolders(target);
-    WriteFile(target, "same");
-    ASSERT_EQ(::chmod(target.c_str(), 0600), 0);
-    const int fd = store.OpenAnonymous();
-    ASSERT_GE(fd, 0);
-    ASSERT_EQ(::write(fd, "same", 4), 4);
-    CStagedContent staged(fd, {TestSignature("same"), 4});
-    EXPECT_TRUE(store.Place(staged, target));
-    EXPECT_EQ(ReadFile(target), "same");
+    WriteFile(target, "stored");
+    CStore::AheadCopy ahead = StagedCopyOf("same");
+    ASSERT_NE(ahead.staged, nullptr);
+    EXPECT_TRUE(store.Place(*ahead.staged, target, problem));
+    ahead.staged.reset();
+    EXPECT_EQ(ReadFile(target), "stored");
+    store.Close();
+    EXPECT_EQ(ListTree(root).size(), 3u); // no temporary left beside it
 }
 
-TEST_F(StoreTest, AnonymousFilesArePrivateAndVanishUnlessPlaced) {
+TEST_P(StoreTest, StagedFilesArePrivateAndVanishUnlessPlaced) {
     store.Open(root);
-    if (!store.StagesAnywhere()) GTEST_SKIP() << "no anonymous files on this file system";
     const mode_t oldMask = ::umask(0);
-    const int kept = store.OpenAnonymous();
-    const int dropped = store.OpenAnonymous();
+    CStore::AheadCopy kept = StagedCopyOf("kept");
+    CStore::AheadCopy dropped = StagedCopyOf("dropped");
     ::umask(oldMask);
-    ASSERT_GE(kept, 0);
-    ASSERT_GE(dropped, 0);
-    ASSERT_EQ(::write(kept, "kept", 4), 4);
-    ASSERT_EQ(::write(dropped, "dropped", 7), 7);
+    ASSERT_NE(kept.staged, nullptr);
+    ASSERT_NE(dropped.staged, nullptr);
+    EXPECT_EQ(kept.staged->Content(), (SignedContent{TestSignature("kept"), 4}));
     const std::string target = store.Target(TestSignature("kept"));
-    {
-        CStagedContent placed(kept, {TestSignature("kept"), 4});
-        CStagedContent left(dropped, {TestSignature("dropped"), 7});
-        EXPECT_TRUE(store.Place(placed, target));
-    }
+    EXPECT_TRUE(store.Place(*kept.staged, target, problem));
+    kept.staged.reset();
+    dropped.staged.reset();
     store.Close();
     EXPECT_EQ(ReadFile(target), "kept");
     EXPECT_EQ(Mode(target), 0600u);
     EXPECT_EQ(ListTree(root).size(), 3u);
 }
 
-TEST_F(StoreTest, FoldersAreMadeOnlyBelowTheStoreFolder) {
+TEST_P(StoreTest, NamedWayIsTakenWhereAnonymousFilesAreSwitchedOffOrMissing) {
+    store.Open(root);
+    if (GetParam() == StagingWay::kNamed)
+        EXPECT_EQ(store.Staging(), StagingWay::kNamed);
+    else
+        EXPECT_EQ(store.Staging(), Expected());
+}
+
+TEST_P(StoreTest, StagedContentWaitsInTheStoreFolderUnderATemporaryNameOnlyInTheNamedWay) {
+    store.Open(root);
+    CStore::AheadCopy ahead = StagedCopyOf("waiting");
+    ASSERT_NE(ahead.staged, nullptr);
+    const Lines listing = ListTree(root);
+    ASSERT_EQ(listing.size(), store.Staging() == StagingWay::kNamed ? 2u : 1u);
+    EXPECT_EQ(listing.back(), ".unfinished");
+    if (store.Staging() == StagingWay::kNamed) {
+        // ".staged." and eight hex digits, then ".tmp".
+        EXPECT_EQ(listing[0].size(), 20u) << listing[0];
+        EXPECT_EQ(listing[0].compare(0, 8, ".staged."), 0) << listing[0];
+        EXPECT_EQ(listing[0].substr(16), ".tmp");
+        EXPECT_EQ(Mode(root + "/" + listing[0]), 0600u);
+    }
+    ahead.staged.reset();
+    EXPECT_EQ(ListTree(root), Lines{".unfinished"});
+}
+
+TEST_P(StoreTest, AWorkersCopyHasTheRunsTriesAndKeepsItsLinesForTheRun) {
+    store.Open(root);
+    const CStore::AheadCopy ahead = StagedCopyOf(PatternContent(100000));
+    EXPECT_TRUE(ahead.tried);
+    EXPECT_TRUE(ahead.outcome.copied);
+    EXPECT_EQ(ahead.lines, (CopyLines{{3, "CopyMode = 3. Returned: True"}, {3, "OK on 1 tries"}}));
+    EXPECT_EQ(ahead.staged->Content(),
+              (SignedContent{TestSignature(PatternContent(100000)), 100000}));
+}
+
+TEST_P(StoreTest, AWorkersCopyThatFailsEveryTryKeepsItsRetryLinesAndLeavesNoFile) {
+    // The first two ways write half the file; the last answers true whatever it did.
+    const CopyMethod half = [](const std::string& from, const std::string& to, ICopyObserver*) {
+        WriteFile(to, ReadFile(from).substr(0, 3));
+        return false;
+    };
+    ActiveCopyMethods().mode3 = half;
+    ActiveCopyMethods().mode2 = half;
+    store.Open(root);
+    const CStore::AheadCopy ahead = StagedCopyOf("content");
+    EXPECT_TRUE(ahead.tried);
+    EXPECT_FALSE(ahead.outcome.copied);
+    EXPECT_EQ(ahead.staged, nullptr);
+    const std::string source = env.Path("ahead");
+    EXPECT_EQ(ahead.lines, (CopyLines{{3, "CopyMode = 3. Returned: False"},
+                                      {1, "Retry copy of " + source + "..."},
+                                      {1, "Using Copy mode=2"},
+                                      {3, "CopyMode = 2. Returned: False"},
+                                      {1, "Retry copy of " + source + "..."},
+                                      {1, "Using Copy mode=1"},
+                                      {3, "CopyMode = 1. Returned: True"}}));
+    store.Close();
+    EXPECT_EQ(ListTree(root), Lines{});
+}
+
+// Files may not grow past `limit` bytes while it lives: writes beyond fail with EFBIG, as on a
+// FAT32 drive for 4 GiB.
+class ScopedFileSizeLimit {
+public:
+    explicit ScopedFileSizeLimit(rlim_t limit) {
+        ::getrlimit(RLIMIT_FSIZE, &m_saved);
+        m_handler = ::signal(SIGXFSZ, SIG_IGN);
+        const struct rlimit lowered = {limit, m_saved.rlim_max};
+        ::setrlimit(RLIMIT_FSIZE, &lowered);
+    }
+    ~ScopedFileSizeLimit() {
+        ::setrlimit(RLIMIT_FSIZE, &m_saved);
+        ::signal(SIGXFSZ, m_handler);
+    }
+
+private:
+    struct rlimit m_saved {};
+    sighandler_t m_handler;
+};
+
+TEST_P(StoreTest, ContentTooLargeForTheFileSystemIsNotStoredAndTheCauseIsNamed) {
+    WriteFile(env.Path("source"), PatternContent(20000));
+    store.Open(root);
+    const std::string target = store.Target(TestSignature(PatternContent(20000)));
+    {
+        ScopedFileSizeLimit limit(8192);
+        EXPECT_EQ(store.Copy(env.Path("source"), target, problem), SignedContent{});
+    }
+    EXPECT_EQ(problem.cause, "the copy into the store failed: the file system cannot hold a file "
+                             "this large (FAT32 takes files below 4 GiB)");
+    EXPECT_EQ(problem.systemError, EFBIG);
+    store.Close();
+    EXPECT_EQ(ListTree(root), Lines{});
+}
+
+TEST_P(StoreTest, StoreFolderTheFileSystemRefusesIsNamedAndNothingIsWritten) {
+    WriteFile(env.Path("source"), "content");
+    store.Open(root);
+    const std::string target = store.Target(TestSignature("content"));
+    WriteFile(root + "/" + TestSignature("content").substr(0, 2), "a file in the folder's place");
+    EXPECT_EQ(store.Copy(env.Path("source"), target, problem), SignedContent{});
+    EXPECT_EQ(problem.cause, "the backup drive refused the store folder " +
+                                 target.substr(0, target.rfind('/')) + ": not a directory");
+    store.Close();
+    EXPECT_EQ(ListTree(root), Lines{TestSignature("content").substr(0, 2)});
+}
+
+TEST_P(StoreTest, FoldersAreMadeOnlyBelowTheStoreFolder) {
     store.Open(root);
     const std::string target = store.Target("abcd" + std::string(28, '0'));
     store.CreateFolders(target);
@@ -131,14 +264,14 @@ TEST_F(StoreTest, FoldersAreMadeOnlyBelowTheStoreFolder) {
     EXPECT_EQ(Mode(root + "/ab/cd"), 0700u);
 }
 
-TEST_F(StoreTest, StoreFolderRenamedOrRemovedStopsEveryWriteAndNothingIsMadeAgain) {
+TEST_P(StoreTest, StoreFolderRenamedOrRemovedStopsEveryWriteAndNothingIsMadeAgain) {
     WriteFile(env.Path("source"), "content");
     store.Open(root);
     const std::string target = store.Target(TestSignature("content"));
     ASSERT_EQ(::rename(root.c_str(), env.Path("moved").c_str()), 0);
     EXPECT_EQ(RaisedError([&] { store.CheckIdentity(); }), 68);
     EXPECT_EQ(RaisedError([&] { store.CreateFolders(target); }), 68);
-    EXPECT_EQ(RaisedError([&] { store.Copy(env.Path("source"), target); }), 68);
+    EXPECT_EQ(RaisedError([&] { store.Copy(env.Path("source"), target, problem); }), 68);
     // A folder of the same name made anew is not the store that was opened.
     CreateTree(root, Dir());
     EXPECT_EQ(RaisedError([&] { store.CheckIdentity(); }), 68);
@@ -147,7 +280,7 @@ TEST_F(StoreTest, StoreFolderRenamedOrRemovedStopsEveryWriteAndNothingIsMadeAgai
     EXPECT_EQ(ListTree(env.Path("moved")), Lines{".unfinished"});
 }
 
-TEST_F(StoreTest, MarkOfAnInterruptedRunMakesTheNextOpeningClearItsTemporaryFiles) {
+TEST_P(StoreTest, MarkOfAnInterruptedRunMakesTheNextOpeningClearItsTemporaryFiles) {
     CreateTree(root, Dir({{".unfinished", File("")},
                           {"ab", Dir({{"cd", Dir({{".x.QRV.0A1B2C3D.tmp", File("part")},
                                                   {"x.QRV", File("kept")}})}})},
@@ -161,4 +294,8 @@ TEST_F(StoreTest, MarkOfAnInterruptedRunMakesTheNextOpeningClearItsTemporaryFile
               "Removed 2 unfinished backup files of an interrupted run\r\n");
 }
 
+} // namespace
+
+namespace {
+STAGING_WAYS_INSTANTIATE(StoreTest);
 } // namespace
