@@ -24,6 +24,7 @@
 #include <cstdio>
 #include <cstring>
 #include <dirent.h>
+#include <limits>
 #include <fcntl.h>
 #include <random>
 #include <sys/stat.h>
@@ -215,6 +216,9 @@ double FSGetFreeDiskSpace(const std::string& drive) {
         if (drive.empty() || drive[0] != '/') Raise(err::kInvalidCall);
         struct statvfs info {};
         if (::statvfs(drive.c_str(), &info) != 0) RaiseErrno(errno, err::kDeviceUnavailable);
+        // A file system that reports no size at all (some FUSE drivers, fusefat among them)
+        // does not know its free space either: a full one refuses the write itself.
+        if (info.f_blocks == 0) return std::numeric_limits<double>::max();
         return static_cast<double>(info.f_bavail) * static_cast<double>(info.f_frsize);
     });
 }

@@ -15,7 +15,8 @@
 #include <string>
 #include <sys/stat.h>
 
-// Free bytes of the file system that holds `drive` (a mount point); reports and gives 0 on error.
+// Free bytes of the file system that holds `drive` (a mount point); reports and gives 0 on error;
+// the largest number for a file system that reports no size at all.
 double FSGetFreeDiskSpace(const std::string& drive);
 // Creates one folder (mode 0700); reports on error.
 void FSCreateFolder(const std::string& path);

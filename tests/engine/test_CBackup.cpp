@@ -10,6 +10,7 @@
 #include "app/modSetup.h"
 #include "engine/CBackup.h"
 #include "support/CMMTimer.h"
+#include "support/modFSCommon.h"
 #include "support/modFileCopy.h"
 #include "support/modServices.h"
 #include "support/modYield.h"
@@ -18,6 +19,8 @@
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
+#include <csignal>
 
 #include <algorithm>
 #include <cstdint>
@@ -862,13 +865,86 @@ TEST_P(CBackupTest, NewContentIsStagedByTheRunsOwnCopyWhileItIsSignedAndNeverCop
 }
 
 TEST_P(CBackupTest, ManySmallNewFilesAreStagedBesideTheRunAndEachStoredOnce) {
-    // The workers stage small files from memory when their content is not stored yet, while
-    // the run records the files before them.
+    // The workers stage new files while the run records the files before them; of two files
+    // with one content, the second staged copy goes again.
     MakeRandomFiles(source, 60, 5);
     CreateTree(source + "/twins", Dir({{"x", File("twin")}, {"y", File("twin")}}));
     Run();
     EXPECT_EQ(Query("SELECT count(*), count(DISTINCT md5) FROM Files"), (Rows{{"62", "61"}}));
     EXPECT_EQ(AuditBackupFolder(GetBackupPath()), Strings{});
+}
+
+TEST_P(CBackupTest, CopyThatFailsInTheReadAheadIsReportedOnceAsTheRunsOwnAndNotTriedAgain) {
+    // No stored content has the file's size, so a worker copies it; every way fails there.
+    CreateTree(source, Dir({{"a", File("will not copy")}}));
+    std::atomic<int> tries = 0;
+    const CopyMethod failing = [&](const std::string&, const std::string&, ICopyObserver*) {
+        ++tries;
+        return false;
+    };
+    ActiveCopyMethods() = CopyMethods{failing, failing, failing};
+    ErrHandler().DisplayMsgOnError(false);
+    CBackup backup;
+    EXPECT_EQ(Run(backup), CBackup::Result::kEmpty);
+    EXPECT_EQ(tries, 3);
+    const std::string path = source + "/a";
+    const Strings lines = LogLines();
+    const auto cop = std::find(lines.begin(), lines.end(), "COP: " + path);
+    ASSERT_NE(cop, lines.end());
+    EXPECT_EQ(Strings(cop, cop + 10),
+              (Strings{"COP: " + path, "CopyMode = 3. Returned: False", "Retry copy of " + path + "...",
+                       "Using Copy mode=2", "CopyMode = 2. Returned: False",
+                       "Retry copy of " + path + "...", "Using Copy mode=1",
+                       "CopyMode = 1. Returned: True", "Failed copy on " + path,
+                       "Failed to copy. Disk could be full"}));
+    EXPECT_EQ(ErrHandler().ErrProcedure(), "FSCopyFile");
+    EXPECT_EQ(ErrHandler().ErrNumber(), 10001);
+    EXPECT_EQ(backup.Problems().notStored, Strings{path + ": the copy into the store failed"});
+    EXPECT_EQ(Query("SELECT count(*) FROM Files"), (Rows{{"0"}}));
+    EXPECT_EQ(StoreListing(), Strings{});
+}
+
+TEST_P(CBackupTest, FileTooLargeForTheBackupDriveIsAProblemAndTheOtherFilesAreCommitted) {
+    // Files may not grow past 1 MiB, as FAT32 refuses 4 GiB: writes beyond fail with EFBIG.
+    const std::string large = PatternContent(3 << 20);
+    CreateTree(source, Dir({{"a.txt", File("small")}, {"big.bin", File(large)}}));
+    ErrHandler().DisplayMsgOnError(false);
+    CBackup backup;
+    {
+        struct rlimit saved {};
+        ::getrlimit(RLIMIT_FSIZE, &saved);
+        const sighandler_t handler = ::signal(SIGXFSZ, SIG_IGN);
+        const struct rlimit limit = {1 << 20, saved.rlim_max};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+        EXPECT_EQ(Run(backup), CBackup::Result::kEmpty);
+        ::setrlimit(RLIMIT_FSIZE, &saved);
+        ::signal(SIGXFSZ, handler);
+    }
+    EXPECT_EQ(backup.Problems().notStored,
+              Strings{source + "/big.bin: the copy into the store failed: the file system cannot "
+                               "hold a file this large (FAT32 takes files below 4 GiB)"});
+    EXPECT_EQ(backup.Problems().lost, "");
+    EXPECT_EQ(Query("SELECT file FROM Files"), (Rows{{source + "/a.txt"}}));
+    EXPECT_TRUE(HasLine("Failed copy on " + source + "/big.bin"));
+    EXPECT_EQ(StoreListing(), StoreEntries({"small"})); // nothing half-written, no temporary
+}
+
+TEST_P(CBackupTest, StoreFolderRemovedBetweenRunsIsMadeAgainAndItsContentStoredAfresh) {
+    CreateTree(source, Dir({{"a.txt", File("alpha")}, {"sub", Dir({{"b.txt", File("beta")}})}}));
+    for (const bool quick : {false, true}) {
+        CBackup first;
+        first.QuickCheck(quick);
+        Run(first);
+        FSDeleteFolder(GetFilesPath());
+        CBackup second;
+        second.QuickCheck(quick);
+        EXPECT_EQ(Run(second), CBackup::Result::kEmpty);
+        EXPECT_FALSE(second.Problems().Any()) << quick;
+        EXPECT_EQ(StoreListing(), StoreEntries({"alpha", "beta"})) << quick;
+        EXPECT_TRUE(HasLine("The store folder " + GetFilesPath() + " was missing and was made anew"));
+    }
+    EXPECT_EQ(Query("SELECT count(*) FROM Files GROUP BY bid ORDER BY bid"),
+              (Rows{{"2"}, {"2"}, {"2"}, {"2"}}));
 }
 
 TEST_P(CBackupTest, FileSwappedForALinkAfterTheListingIsNotReadThroughTheLink) {
