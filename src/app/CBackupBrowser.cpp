@@ -12,8 +12,6 @@
 #include "support/modServices.h"
 #include "support/modYield.h"
 
-#include <algorithm>
-
 namespace {
 
 constexpr const char* kTitle = "QRV - Stashwell";
@@ -22,11 +20,23 @@ bool IsFolderImage(int32_t image) {
     return image == 1 || image == 2;
 }
 
-// The last component of a stored path, with every "\" turned back into an apostrophe.
+// The last component of a stored path, in real bytes.
 std::string ShownName(const std::string& stored) {
-    std::string name = stored.substr(stored.rfind('/') + 1);
-    std::replace(name.begin(), name.end(), '\\', '\'');
-    return name;
+    return StoredPathBytes(stored.substr(stored.rfind('/') + 1));
+}
+
+// The key of the run's own folder `folder` (ending in "/"): its stored form, or, for a run
+// stored before names kept their backslashes, the older form that its folder rows begin with.
+// The two differ only when the folder's own path holds a "\" or the escape byte.
+std::string RootKey(ADOSQLite& paths, const std::string& folder) {
+    const std::string stored = SQLQuoteEncode(folder);
+    const std::string before = SQLQuoteEncodeBeforeEscape(folder);
+    if (before == stored) return stored;
+    for (int32_t row = 1; row <= paths.RecordCount(); ++row) {
+        paths.MoveAbs(row);
+        if (paths.Field("path").compare(0, before.size(), before) == 0) return before;
+    }
+    return stored;
 }
 
 // Sets a flag for the life of the scope.
@@ -98,15 +108,17 @@ void CBackupBrowser::cmbBackups_Click(const std::string& bid) {
         m_bid = bid;
         ADOSQLite run;
         QueryCatalogue(run, "Backups", sqlaction::kSelect, "bid = " + bid);
-        std::string rootKey = run.RecordCount() >= 1 ? run.Field("source") : std::string();
-        if (rootKey.empty() || rootKey.back() != '/') rootKey += '/';
+        // The run keeps its source as it stands and its folders in their stored form.
+        std::string rootText = run.RecordCount() >= 1 ? run.Field("source") : std::string();
+        if (rootText.empty() || rootText.back() != '/') rootText += '/';
         ADOSQLite paths;
         QueryCatalogue(paths, "Paths", sqlaction::kSelect, "bid = " + bid, "path");
+        const std::string rootKey = RootKey(paths, rootText);
 
         Clear();
         BrowserNode root;
         root.key = rootKey;
-        root.text = rootKey;
+        root.text = rootText;
         root.expanded = true;
         Append(kNone, std::move(root));
         const int32_t rows = paths.RecordCount();

@@ -6,9 +6,9 @@
 // ticks what is below it; unticking a file changes nothing else.
 //
 // Node keys are the catalogue's stored (encoded) paths: a folder's ends in "/", a file's is its
-// full path; texts are the last component with "\" turned back into an apostrophe. Both are
-// bytes; the window decodes them only to show them. Images: 1 closed folder, 2 open folder,
-// 3 to 16 file kinds (FileKindImage).
+// full path; texts are the last component in real bytes (StoredPathBytes), the root's the
+// run's source. Both are bytes; the window decodes them only to show them. Images: 1 closed
+// folder, 2 open folder, 3 to 16 file kinds (FileKindImage).
 //
 // Everything runs on the window's thread; observers let a view follow the tree as it changes.
 

@@ -55,7 +55,22 @@ void CreateRestoreFolders(const std::string& folder) {
     }
 }
 
+// The part of stored path `file` behind the run's `source`. Rows written since names keep
+// their backslashes begin with the source in its stored form; older rows hold a "\" of the
+// source as it stood and are cut at the source's own length, as they always were.
+std::string StoredTail(const std::string& file, const std::string& source) {
+    const std::string stored = SQLQuoteEncode(source);
+    if (file.compare(0, stored.size(), stored) == 0) return file.substr(stored.size());
+    return file.size() > source.size() ? file.substr(source.size()) : std::string();
+}
+
 } // namespace
+
+std::string RestoreTarget(const std::string& file, const std::string& source,
+                          const std::string& destination) {
+    if (destination.empty()) return StoredPathBytes(file);
+    return destination + StoredPathBytes(StoredTail(file, source));
+}
 
 std::string RestoreTargetProblem(const std::string& folder, const std::string& target,
                                  const std::string& checked) {
@@ -109,15 +124,8 @@ const std::string& CFileRestorer::Source() {
 }
 
 std::string CFileRestorer::Target(const std::string& file) {
-    std::string target = file;
-    if (!m_destination.empty()) {
-        const std::string& source = Source();
-        const size_t below = file.size() > source.size() ? file.size() - source.size() : 0;
-        target = m_destination + file.substr(file.size() - below);
-    }
-    // Every stored "\" is an apostrophe of the real name.
-    std::replace(target.begin(), target.end(), '\\', '\'');
-    return target;
+    if (m_destination.empty()) return RestoreTarget(file, {}, {});
+    return RestoreTarget(file, Source(), m_destination);
 }
 
 RestoreOutcome CFileRestorer::RestoreFile(const std::string& key) {

@@ -36,8 +36,7 @@ public:
     // The same for a row of the run that the caller has read already: its `file` and `backup`
     // values.
     RestoreOutcome RestoreRow(const std::string& file, const std::string& backup);
-    // Where the stored file `file` goes: its own place, or the same path below the destination,
-    // every "\" turned back into an apostrophe.
+    // Where the stored file `file` goes (RestoreTarget with the run's source).
     std::string Target(const std::string& file);
 
 private:
@@ -53,6 +52,11 @@ private:
     std::string m_source;
     std::string m_lastFolder; // the folder of the last file restored: it exists, with no link
 };
+
+// Where the stored file `file` of a run of `source` goes: its own place when `destination` is
+// "", else the same path below `destination`; in real bytes (StoredPathBytes).
+std::string RestoreTarget(const std::string& file, const std::string& source,
+                          const std::string& destination);
 
 // One file, on a connection of its own.
 void RestoreFile(const std::string& bid, const std::string& key, const std::string& destination,

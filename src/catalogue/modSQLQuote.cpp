@@ -1,26 +1,79 @@
 #include "catalogue/modSQLQuote.h"
 
+#include <algorithm>
+
 // The stored catalogues were written by a loop that searched for the next occurrence from the
 // start and stopped when it was found in the first position. Since every replaced occurrence
 // is gone from the text, that loop either replaces them all or, when the text begins with
 // the character, none at all.
 
 namespace {
-std::string ReplaceUnlessLeading(const std::string& text, char from, char to) {
-    if (text.empty() || text.front() == from) return text;
-    std::string out = text;
-    for (char& c : out)
-        if (c == from) c = to;
-    return out;
+
+constexpr char kApostrophe = '\'';
+// The Windows build stores "/" here, which no Windows name holds, so it needs no escape.
+constexpr char kStoredApostrophe = '\\';
+constexpr char kEscape = '\x01';
+constexpr char kEscapedBackslash = 'b';
+
+std::string EncodeAll(const std::string& text) {
+    std::string stored;
+    stored.reserve(text.size());
+    for (const char c : text) {
+        if (c == kApostrophe) {
+            stored += kStoredApostrophe;
+        } else if (c == kStoredApostrophe) {
+            stored += kEscape;
+            stored += kEscapedBackslash;
+        } else if (c == kEscape) {
+            stored += kEscape;
+            stored += kEscape;
+        } else {
+            stored += c;
+        }
+    }
+    return stored;
 }
+
+std::string DecodeAll(const std::string& stored) {
+    std::string text;
+    text.reserve(stored.size());
+    for (size_t at = 0; at < stored.size(); ++at) {
+        const char c = stored[at];
+        const char next = at + 1 < stored.size() ? stored[at + 1] : '\0';
+        if (c == kStoredApostrophe) {
+            text += kApostrophe;
+        } else if (c == kEscape && next == kEscapedBackslash) {
+            text += kStoredApostrophe;
+            ++at;
+        } else if (c == kEscape && next == kEscape) {
+            text += kEscape;
+            ++at;
+        } else {
+            text += c; // an escape before anything else was written before escapes existed
+        }
+    }
+    return text;
+}
+
 } // namespace
 
 std::string SQLQuoteEncode(const std::string& text) {
-    return ReplaceUnlessLeading(text, '\'', '\\');
+    return text.empty() || text.front() == kApostrophe ? text : EncodeAll(text);
+}
+
+std::string SQLQuoteEncodeBeforeEscape(const std::string& text) {
+    if (text.empty() || text.front() == kApostrophe) return text;
+    std::string stored = text;
+    std::replace(stored.begin(), stored.end(), kApostrophe, kStoredApostrophe);
+    return stored;
 }
 
 std::string SQLQuoteDecode(const std::string& text) {
-    return ReplaceUnlessLeading(text, '\\', '\'');
+    return text.empty() || text.front() == kStoredApostrophe ? text : DecodeAll(text);
+}
+
+std::string StoredPathBytes(const std::string& stored) {
+    return DecodeAll(stored);
 }
 
 std::string SQLLiteral(const std::string& text) {

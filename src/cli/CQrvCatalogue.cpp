@@ -4,6 +4,7 @@
 #include "app/modPaths.h"
 #include "catalogue/ADOSQLite.h"
 #include "catalogue/modBulkQuery.h"
+#include "catalogue/modSQLQuote.h"
 #include "cli/modQrvExit.h"
 #include "cli/modQrvText.h"
 
@@ -91,5 +92,16 @@ bool CQrvCatalogue::Run(const std::string& bid, QrvRun& run) {
             found = true;
         }))
         return false;
-    return found || Fail(kQrvCannotOpen, "the catalogue holds no run " + bid);
+    if (!found) return Fail(kQrvCannotOpen, "the catalogue holds no run " + bid);
+    return ReadStoredForm(run);
+}
+
+bool CQrvCatalogue::ReadStoredForm(QrvRun& run) {
+    std::string folder = run.source;
+    if (folder.empty() || folder.back() != '/') folder += '/';
+    const std::string before = SQLQuoteEncodeBeforeEscape(folder);
+    if (before == SQLQuoteEncode(folder)) return true;
+    return Rows("SELECT 1 FROM Paths WHERE bid = " + run.bid + " AND instr(path, " +
+                    SQLLiteral(before) + ") = 1 LIMIT 1",
+                [&](const Row&) { run.storedBeforeEscape = true; });
 }

@@ -19,6 +19,9 @@ struct QrvRun {
     std::string bid;
     std::string source;
     std::string datebk;
+    // Its rows were stored before names kept their backslashes (SQLQuoteEncodeBeforeEscape),
+    // which matters, and is told, only when its source's own path holds a "\".
+    bool storedBeforeEscape = false;
 };
 
 class CQrvCatalogue {
@@ -44,6 +47,8 @@ public:
 
 private:
     bool Fail(int status, const std::string& problem);
+    // Sets run.storedBeforeEscape: its folder rows begin with the older form of its source.
+    bool ReadStoredForm(QrvRun& run);
 
     sqlite3* m_db = nullptr;
     std::string m_path;

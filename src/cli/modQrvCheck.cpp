@@ -2,6 +2,7 @@
 
 #include "app/CBackupFolderLock.h"
 #include "app/modPaths.h"
+#include "catalogue/modSQLQuote.h"
 #include "cli/CProgressLine.h"
 #include "cli/CQrvArgs.h"
 #include "cli/CQrvCatalogue.h"
@@ -133,7 +134,7 @@ void PrintJson(const CheckResult& result, bool readData, std::ostream& out) {
             << ",\"detail\":" << JsonString(problem.detail) << ",\"held_by\":[";
         for (size_t k = 0; k < problem.heldBy.size(); ++k)
             out << (k ? "," : "") << "{\"bid\":" << problem.heldBy[k].first
-                << ",\"file\":" << JsonString(ShownPath(problem.heldBy[k].second)) << "}";
+                << ",\"file\":" << JsonString(StoredPathBytes(problem.heldBy[k].second)) << "}";
         out << "],\"quarantined\":" << JsonString(problem.quarantined) << "}";
         first = false;
     }
@@ -149,7 +150,7 @@ void PrintText(const CheckResult& result, bool catalogueSound, bool readData, st
             << (problem.detail.empty() ? "" : ": " + LineText(problem.detail)) << "\n";
         if (problem.heldBy.empty()) out << "  held by no run\n";
         for (const auto& [bid, file] : problem.heldBy)
-            out << "  held by run " << bid << ": " << LineText(ShownPath(file)) << "\n";
+            out << "  held by run " << bid << ": " << LineText(StoredPathBytes(file)) << "\n";
         if (!problem.quarantined.empty())
             out << "  moved to " << LineText(problem.quarantined)
                 << "; the next backup stores this content afresh\n";

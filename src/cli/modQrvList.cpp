@@ -99,7 +99,7 @@ int QrvRuns(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
                  [&](const Row& r) {
                      QrvRun run{std::string(r[0]), std::string(r[1]), std::string(r[2])};
                      const std::string source = TidyPath(run.source);
-                     if (!wanted.empty() && wanted != source && wanted != ShownPath(source)) return;
+                     if (!wanted.empty() && wanted != source) return;
                      if (groups.empty() || groups.back().source != run.source)
                          groups.push_back({run.source, {}});
                      groups.back().runs.push_back(std::move(run));
@@ -117,8 +117,8 @@ int QrvLs(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
     CQrvCatalogue db;
     QrvRun run;
     if (!db.Open() || !db.Run(args.Arguments()[0], run)) return Failed(db, err);
-    const std::string folder =
-        StoredRunPath(run.source, args.Arguments().size() > 1 ? args.Arguments()[1] : "");
+    const std::string folder = StoredRunPath(
+        run.source, args.Arguments().size() > 1 ? args.Arguments()[1] : "", run.storedBeforeEscape);
     const std::string key = folder == "/" ? folder : folder + "/";
     bool known = false;
     std::vector<std::string> folders;
@@ -127,11 +127,12 @@ int QrvLs(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
             if (path + "/" == key || path == key) known = true;
             const size_t slash = path.rfind('/');
             if (slash != std::string::npos && path.substr(0, slash + 1) == key)
-                folders.push_back(path.substr(slash + 1));
+                folders.push_back(StoredPathBytes(path.substr(slash + 1)));
         }))
         return Failed(db, err);
     if (!known) {
-        err << "qrv: run " << run.bid << " holds no folder " << LineText(ShownPath(folder)) << "\n";
+        err << "qrv: run " << run.bid << " holds no folder " << LineText(StoredPathBytes(folder))
+            << "\n";
         return kQrvCannotOpen;
     }
     struct Entry {
@@ -143,29 +144,29 @@ int QrvLs(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
                      " AND path = " + SQLLiteral(key),
                  [&](const Row& r) {
                      const std::string file(r[0]);
-                     files.push_back(
-                         {file.substr(file.rfind('/') + 1), std::string(r[1]), std::string(r[2])});
+                     files.push_back({StoredPathBytes(file.substr(file.rfind('/') + 1)),
+                                      std::string(r[1]), std::string(r[2])});
                  }))
         return Failed(db, err);
     std::sort(folders.begin(), folders.end());
     std::sort(files.begin(), files.end());
     if (args.Json()) {
         out << "{\"bid\":" << run.bid << ",\"source\":" << JsonString(run.source)
-            << ",\"folder\":" << JsonString(ShownPath(folder)) << ",\"folders\":[";
+            << ",\"folder\":" << JsonString(StoredPathBytes(folder)) << ",\"folders\":[";
         for (size_t k = 0; k < folders.size(); ++k)
-            out << (k ? "," : "") << JsonString(ShownPath(folders[k]));
+            out << (k ? "," : "") << JsonString(folders[k]);
         out << "],\"files\":[";
         for (size_t k = 0; k < files.size(); ++k)
-            out << (k ? "," : "") << "{\"name\":" << JsonString(ShownPath(files[k].name))
+            out << (k ? "," : "") << "{\"name\":" << JsonString(files[k].name)
                 << ",\"size\":" << (files[k].size.empty() ? "0" : files[k].size)
                 << ",\"signature\":" << JsonString(files[k].signature) << "}";
         out << "]}\n";
         return kQrvDone;
     }
     for (const std::string& name : folders)
-        out << Pad("-", 12) << "  " << LineText(ShownPath(name)) << "/\n";
+        out << Pad("-", 12) << "  " << LineText(name) << "/\n";
     for (const Entry& file : files)
-        out << Pad(file.size, 12) << "  " << LineText(ShownPath(file.name)) << "\n";
+        out << Pad(file.size, 12) << "  " << LineText(file.name) << "\n";
     return kQrvDone;
 }
 
@@ -178,7 +179,7 @@ int QrvFind(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
     if (!db.Rows("SELECT f.bid, b.datebk, f.file FROM Files f JOIN Backups b ON b.bid = f.bid "
                  "ORDER BY f.bid DESC, f.fid",
                  [&](const Row& r) {
-                     const std::string path = ShownPath(std::string(r[2]));
+                     const std::string path = StoredPathBytes(std::string(r[2]));
                      const std::string name = path.substr(path.rfind('/') + 1);
                      if (::fnmatch(pattern.c_str(), name.c_str(), 0) != 0) return;
                      if (args.Json())

@@ -13,11 +13,13 @@ std::string TidyPath(const std::string& path) {
     return tidy.empty() ? "/" : tidy;
 }
 
-std::string StoredRunPath(const std::string& source, const std::string& given) {
+std::string StoredRunPath(const std::string& source, const std::string& given,
+                          bool storedBeforeEscape) {
     // Joined first and encoded whole: the encoding leaves a path alone whose first character
     // is an apostrophe, and a full path never begins with one.
-    const std::string full = !given.empty() && given[0] == '/' ? given : source + "/" + given;
-    return SQLQuoteEncode(TidyPath(full));
+    const std::string full =
+        TidyPath(!given.empty() && given[0] == '/' ? given : source + "/" + given);
+    return storedBeforeEscape ? SQLQuoteEncodeBeforeEscape(full) : SQLQuoteEncode(full);
 }
 
 bool IsAtOrBelow(const std::string& path, const std::string& folder) {

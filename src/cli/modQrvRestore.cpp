@@ -3,6 +3,7 @@
 #include "app/CBackupFolderLock.h"
 #include "app/modPaths.h"
 #include "app/modRestore.h"
+#include "catalogue/modSQLQuote.h"
 #include "cli/CProgressLine.h"
 #include "cli/CQrvArgs.h"
 #include "cli/CQrvCatalogue.h"
@@ -65,7 +66,7 @@ bool ChosenFiles(CQrvCatalogue& db, const QrvRun& run, const std::vector<std::st
                  std::vector<StoredFile>& files, std::string& problem) {
     std::vector<std::string> chosen;
     for (const std::string& path : named)
-        chosen.push_back(StoredRunPath(run.source, path));
+        chosen.push_back(StoredRunPath(run.source, path, run.storedBeforeEscape));
     std::vector<bool> met(chosen.size(), false);
     const auto choose = [&](const std::string& path) {
         bool any = chosen.empty();
@@ -86,8 +87,8 @@ bool ChosenFiles(CQrvCatalogue& db, const QrvRun& run, const std::vector<std::st
     }
     for (size_t k = 0; k < chosen.size(); ++k)
         if (!met[k]) {
-            problem =
-                "run " + run.bid + " holds no file or folder " + LineText(ShownPath(chosen[k]));
+            problem = "run " + run.bid + " holds no file or folder " +
+                      LineText(StoredPathBytes(chosen[k]));
             return false;
         }
     return true;

@@ -13,12 +13,6 @@ std::string Hex(const char* format, unsigned value) {
 
 } // namespace
 
-std::string ShownPath(const std::string& stored) {
-    std::string shown = stored;
-    std::replace(shown.begin(), shown.end(), '\\', '\'');
-    return shown;
-}
-
 size_t Utf8SequenceLength(const std::string& bytes, size_t at) {
     const auto byte = [&](size_t i) { return static_cast<unsigned char>(bytes[i]); };
     const unsigned lead = byte(at);

@@ -1,16 +1,14 @@
 #pragma once
 
-// How the companion shows stored paths. Paths are bytes: a name may hold a new line, a
-// backslash or bytes that are not UTF-8. Line-oriented output escapes them so that one entry
-// stays one line (as `ls -b` does); JSON output keeps every byte recoverable by writing a byte
-// that is not UTF-8 as a lone surrogate U+DC80..U+DCFF (Python's "surrogateescape").
+// How the companion shows paths, once StoredPathBytes has given a stored path back its real
+// bytes. Paths are bytes: a name may hold a new line, a backslash or bytes that are not UTF-8.
+// Line-oriented output escapes them so that one entry stays one line (as `ls -b` does); JSON
+// output keeps every byte recoverable by writing a byte that is not UTF-8 as a lone surrogate
+// U+DC80..U+DCFF (Python's "surrogateescape").
 
 #include <cstdint>
 #include <string>
 
-// A stored (encoded) path or name as the person's file system has it: every "\" turned back
-// into an apostrophe, as a restore writes it.
-std::string ShownPath(const std::string& stored);
 // For a terminal line: "\" as "\\", new line as "\n", tab as "\t", other control characters
 // and bytes that are not UTF-8 as "\xNN"; everything else as it stands.
 std::string LineText(const std::string& bytes);

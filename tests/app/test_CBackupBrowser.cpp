@@ -9,6 +9,7 @@
 #include "app/modOptions.h"
 #include "catalogue/ADOSQLite.h"
 #include "catalogue/CDatabase.h"
+#include "catalogue/modSQLQuote.h"
 #include "support/modServices.h"
 
 #include <gtest/gtest.h>
@@ -262,6 +263,53 @@ TEST_F(Browser, ApostropheFileComesBackUnderItsOwnName) {
     f.env.picker.Answer(other);
     browser.cmdRestoreTo_Click(false);
     EXPECT_EQ(ReadFile(other + "/Bob's/x.zip"), "x-ray");
+}
+
+TEST_F(Browser, ASourceWhosePathHoldsAnApostropheAndABackslashShowsAndRestoresItsFiles) {
+    const std::string odd = f.env.Path("Bob's a\\b");
+    CreateTree(odd, Dir({{"q'r.txt", File("ONE")},
+                         {"q\\r.txt", File("TWO")},
+                         {"sub", Dir({{"s.txt", File("s")}})}}));
+    BackUp({odd});
+    browser.cmbBackups_Click("1");
+    EXPECT_EQ(browser.Node(0).key, Encoded(odd + "/"));
+    EXPECT_EQ(browser.Node(0).text, odd + "/");
+    EXPECT_EQ(ChildKeys(0), Lines{Encoded(odd + "/sub/")});
+    browser.NodeCheck(0, true);
+    Lines texts;
+    for (const int32_t child : browser.Node(0).children)
+        texts.push_back(browser.Node(child).text);
+    std::sort(texts.begin(), texts.end());
+    EXPECT_EQ(texts, (Lines{"q'r.txt", "q\\r.txt", "sub"}));
+    const std::string other = f.env.Path("other");
+    CreateTree(other, Dir());
+    f.env.picker.Answer(other);
+    EXPECT_TRUE(browser.cmdRestoreTo_Click(false));
+    EXPECT_EQ(Tree(other), (std::map<std::string, std::string>{{other + "/q'r.txt", "ONE"},
+                                                               {other + "/q\\r.txt", "TWO"},
+                                                               {other + "/sub/s.txt", "s"}}));
+    EXPECT_TRUE(f.env.box.calls.empty());
+}
+
+TEST_F(Browser, ARunStoredBeforeTheBackslashEscapeKeepsItsTreeWhenItsSourcePathHoldsABackslash) {
+    const std::string odd = f.env.Path("a\\b");
+    CreateTree(odd, Dir({{"sub", Dir({{"s.txt", File("s")}})}}));
+    BackUp({odd});
+    // Then the source's own backslash was stored as it stands.
+    const std::string now = SQLLiteral(Encoded(odd)), before = SQLLiteral(odd);
+    f.Exec("UPDATE Paths SET path = replace(path, " + now + ", " + before + ")");
+    f.Exec("UPDATE Files SET path = replace(path, " + now + ", " + before +
+           "), file = replace(file, " + now + ", " + before + ")");
+    browser.cmbBackups_Click("1");
+    EXPECT_EQ(browser.Node(0).key, odd + "/");
+    EXPECT_EQ(ChildKeys(0), Lines{odd + "/sub/"});
+    browser.NodeCheck(0, true);
+    const std::string other = f.env.Path("other");
+    CreateTree(other, Dir());
+    f.env.picker.Answer(other);
+    EXPECT_TRUE(browser.cmdRestoreTo_Click(false));
+    EXPECT_EQ(ChildKeys(browser.Find(odd + "/sub/")), Lines{odd + "/sub/s.txt"});
+    EXPECT_EQ(Tree(other), (std::map<std::string, std::string>{{other + "/sub/s.txt", "s"}}));
 }
 
 TEST_F(Browser, EachFileFailingVerificationShowsItsOwnBox) {

@@ -294,7 +294,7 @@ TEST(CDatabase, OddBytesSurviveFilesRowRoundTrip) {
     db.Connect(path);
     const std::string folder = "/d/\xff\xfe\x80 new\nline/back\\slash/";
     const std::string file = folder + "it's \xc3(\t.txt";
-    const std::string storedFolder = "/d/\xff\xfe\x80 new\nline/back\\slash/";
+    const std::string storedFolder = "/d/\xff\xfe\x80 new\nline/back\001bslash/";
     const std::string storedFile = storedFolder + "it\\s \xc3(\t.txt";
     db.AddBackupRecord(1, kSig, file, kTarget, " 9");
     EXPECT_EQ(SqlRows(path, "SELECT file, path FROM Files"), (Rows{{storedFile, storedFolder}}));

@@ -20,6 +20,19 @@ TEST(QrvPaths, AFullPathStandsAsItIsWithApostrophesEncoded) {
     EXPECT_EQ(StoredRunPath("/home/ann/Docs", "'lead.txt"), "/home/ann/Docs/\\lead.txt");
 }
 
+TEST(QrvPaths, ABackslashIsStoredApartFromAnApostrophe) {
+    EXPECT_EQ(StoredRunPath("/home/ann/Docs", "back\\slash.txt"),
+              "/home/ann/Docs/back\001bslash.txt");
+    EXPECT_EQ(StoredRunPath("/home/ann/a\\b", "q'r\\s"), "/home/ann/a\001bb/q\\r\001bs");
+    EXPECT_EQ(StoredRunPath("/home/ann/Docs", "/home/ann/Docs/\\lead/"),
+              "/home/ann/Docs/\001blead");
+}
+
+TEST(QrvPaths, InARunStoredBeforeTheBackslashEscapeOnlyApostrophesAreEncoded) {
+    EXPECT_EQ(StoredRunPath("/home/ann/a\\b", "q'r\\s", true), "/home/ann/a\\b/q\\r\\s");
+    EXPECT_EQ(StoredRunPath("/home/ann/a\\b", "", true), "/home/ann/a\\b");
+}
+
 TEST(QrvPaths, TidyPathDropsDotAndEmptyComponentsButKeepsDotDot) {
     EXPECT_EQ(TidyPath("/a//b/./c/"), "/a/b/c");
     EXPECT_EQ(TidyPath("/a/../b"), "/a/../b");

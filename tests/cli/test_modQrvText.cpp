@@ -1,16 +1,11 @@
-// How the companion writes stored paths: decoded apostrophes, escaped lines, JSON that keeps
-// every byte, and the UTF-8 rules both rely on.
+// How the companion writes paths: escaped lines, JSON that keeps every byte, and the UTF-8
+// rules both rely on.
 
 #include "cli/modQrvText.h"
 
 #include <gtest/gtest.h>
 
 namespace {
-
-TEST(QrvText, ShownPathTurnsEveryBackslashBackIntoAnApostrophe) {
-    EXPECT_EQ(ShownPath("/home/a/Bob\\s\\n.txt"), "/home/a/Bob's'n.txt");
-    EXPECT_EQ(ShownPath("/plain"), "/plain");
-}
 
 TEST(QrvText, LineTextEscapesWhatWouldBreakALine) {
     EXPECT_EQ(LineText("a\nb\tc\\d"), "a\\nb\\tc\\\\d");

@@ -96,9 +96,19 @@ std::vector<std::string> StoreEntries(const std::vector<std::string>& contents) 
     return {entries.begin(), entries.end()};
 }
 
-std::string Encoded(std::string path) {
-    std::replace(path.begin(), path.end(), '\'', '\\');
-    return path;
+std::string Encoded(const std::string& path) {
+    std::string stored;
+    for (const char c : path) {
+        if (c == '\'')
+            stored += '\\';
+        else if (c == '\\')
+            stored += "\001b";
+        else if (c == '\x01')
+            stored += "\x01\x01";
+        else
+            stored += c;
+    }
+    return stored;
 }
 
 TreeWalk WalkBreadthFirst(const std::string& root) {

@@ -38,8 +38,9 @@ std::string StoreFile(const std::string& backup, const std::string& content);
 // The store entries that a set of contents needs, sorted, each once: its two folder levels
 // ("ab/", "ab/cd/") and its file ("ab/cd/<sig>.QRV"), as ListTree of the store shows them.
 std::vector<std::string> StoreEntries(const std::vector<std::string>& contents);
-// A path as the catalogue's Files rows hold it: every apostrophe becomes a backslash.
-std::string Encoded(std::string path);
+// A full path as the catalogue's rows hold it: every apostrophe becomes a backslash, a
+// backslash becomes the escape byte 0x01 and "b", and 0x01 is doubled.
+std::string Encoded(const std::string& path);
 // The regular files and folders below `root` in the order a backup run meets them: each
 // folder's entries in the order the file system lists them, folders queued as they are met.
 // Links and special files are left out.

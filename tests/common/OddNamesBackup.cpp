@@ -1,6 +1,5 @@
 #include "OddNamesBackup.h"
 
-#include <algorithm>
 #include <stdexcept>
 
 OddNamesBackup::OddNamesBackup() : src(env.Path("src")) {
@@ -31,11 +30,8 @@ std::string OddNamesBackup::Date(const std::string& bid) const {
 
 std::map<std::string, std::string> OddNamesBackup::ExpectedBelow(const std::string& root) const {
     std::map<std::string, std::string> expected;
-    for (const auto& [stored, content] : contents) {
-        std::string relative = stored;
-        std::replace(relative.begin(), relative.end(), '\\', '\'');
+    for (const auto& [relative, content] : contents)
         expected[root + relative] = content;
-    }
     return expected;
 }
 

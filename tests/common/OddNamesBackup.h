@@ -20,8 +20,8 @@ public:
     void Backup() const;
     // The date of run `bid` as the catalogue holds it.
     std::string Date(const std::string& bid) const;
-    // What a restore of the whole source below `root` must produce: the same tree, except
-    // that a "\" in a name comes back as "'".
+    // What a restore of the whole source below `root` must produce: the same tree, byte for
+    // byte, every name as it was.
     std::map<std::string, std::string> ExpectedBelow(const std::string& root) const;
     // Every regular file below `root` with its content.
     static std::map<std::string, std::string> Tree(const std::string& root);

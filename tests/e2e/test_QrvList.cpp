@@ -3,6 +3,7 @@
 // statuses, and a catalogue that a backup holds meanwhile.
 
 #include "OddNamesBackup.h"
+#include "QuoteNames.h"
 #include "cli/modQrvHelp.h"
 
 #include <algorithm>
@@ -28,11 +29,12 @@ struct QrvListTest : ::testing::Test {
     static std::string Header() { return RunLine("bid", "date               ", "files", "bytes"); }
 };
 
-// A path as qrv shows it on a line: "\" comes back as "'", a new line is escaped.
-std::string Shown(std::string path) {
-    std::replace(path.begin(), path.end(), '\\', '\'');
-    const size_t newline = path.find('\n');
-    return newline == std::string::npos ? path : path.replace(newline, 1, "\\n");
+// A path as qrv shows it on a line: a backslash and a new line escaped.
+std::string Shown(const std::string& path) {
+    std::string shown;
+    for (const char c : path)
+        shown += c == '\\' ? "\\\\" : c == '\n' ? "\\n" : std::string(1, c);
+    return shown;
 }
 
 const std::string kSourceBytes = std::to_string(5 + 300000 + 10 + 8192 + 13 + 7 + 9);
@@ -76,7 +78,7 @@ TEST_F(QrvListTest, LsShowsTheFoldersThenTheFilesOfTheSourceWithOddNamesEscaped)
     EXPECT_EQ(run.err, "");
     EXPECT_EQ(run.out, "           -  sub/\n"
                        "           5  a.txt\n"
-                       "           9  back'slash.txt\n"
+                       "           9  back\\\\slash.txt\n"
                        "          13  bad\\xff\\xfe.bin\n"
                        "      300000  big.bin\n"
                        "           7  new\\nline.txt\n");
@@ -95,14 +97,15 @@ TEST_F(QrvListTest, LsAsJsonKeepsEveryByteOfTheNames) {
     const ProgramRun run = RunQrv({"ls", "1", "--json"});
     EXPECT_EQ(run.exitCode, 0);
     const auto sig = [&](const std::string& name) {
-        return f.Rows("SELECT md5 FROM Files WHERE file = '" + src + "/" + name + "'").at(0);
+        return f.Rows("SELECT md5 FROM Files WHERE file = '" + Encoded(src + "/" + name) + "'")
+            .at(0);
     };
     EXPECT_EQ(run.out, "{\"bid\":1,\"source\":\"" + src + "\",\"folder\":\"" + src +
                            "\",\"folders\":[\"sub\"],\"files\":["
                            "{\"name\":\"a.txt\",\"size\":5,\"signature\":\"" +
                            sig("a.txt") +
                            "\"},"
-                           "{\"name\":\"back'slash.txt\",\"size\":9,\"signature\":\"" +
+                           "{\"name\":\"back\\\\slash.txt\",\"size\":9,\"signature\":\"" +
                            sig("back\\slash.txt") +
                            "\"},"
                            "{\"name\":\"bad\\udcff\\udcfe.bin\",\"size\":13,\"signature\":\"" +
@@ -142,16 +145,32 @@ TEST_F(QrvListTest, FindListsTheRunsAndPathsOfMatchingNamesNewestRunFirst) {
     EXPECT_EQ(run.out, expected);
 }
 
-TEST_F(QrvListTest, FindMatchesTheNameAsShownWithItsApostrophe) {
+TEST_F(QrvListTest, FindMatchesTheNameWithItsApostropheOrItsBackslash) {
     EXPECT_EQ(RunQrv({"find", "Bob's*"}).out,
               "       1  " + f.Date("1") + "  " + src + "/sub/Bob's file.txt\n");
-    EXPECT_EQ(RunQrv({"find", "back'*", "--json"}).out,
-              "{\"pattern\":\"back'*\",\"matches\":[{\"bid\":1,\"date\":\"" + f.Date("1") +
-                  "\",\"path\":\"" + src + "/back'slash.txt\"}]}\n");
+    EXPECT_EQ(RunQrv({"find", "back'*"}).out, "");
+    // In a glob a backslash quotes the next character: "\\" stands for one backslash.
+    EXPECT_EQ(RunQrv({"find", "back\\\\*", "--json"}).out,
+              "{\"pattern\":\"back\\\\\\\\*\",\"matches\":[{\"bid\":1,\"date\":\"" + f.Date("1") +
+                  "\",\"path\":\"" + src + "/back\\\\slash.txt\"}]}\n");
     const ProgramRun none = RunQrv({"find", "*.doc"});
     EXPECT_EQ(none.exitCode, 1);
     EXPECT_EQ(none.out, "");
     EXPECT_EQ(none.err, "qrv: no file of any run matches *.doc\n");
+}
+
+TEST(QrvListQuoteNames, LsShowsNamesThatDifferOnlyByAnApostropheOrABackslashApartInByteOrder) {
+    BackupFixture f;
+    const std::string src = f.env.Path("src");
+    CreateTree(src, QuoteNamesTree());
+    f.AddSource(src);
+    ASSERT_EQ(RunStashwell({"backup"}).exitCode, 0);
+    const ProgramRun run = RunQrv({"ls", "1"});
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_EQ(run.out, "           9  back\\\\slash.txt\n"
+                       "          10  it's.txt\n"
+                       "           3  q'r.txt\n"
+                       "           3  q\\\\r.txt\n");
 }
 
 TEST_F(QrvListTest, AMissingBackupPathFolderOrCatalogueIsOneLine) {

@@ -1,8 +1,10 @@
 // qrv restore on a backup folder that the real program made: a whole run and chosen paths, to
 // their places and elsewhere, byte for byte, with odd names; store files deleted, cut short or
-// altered; a folder another program keeps busy.
+// altered; a folder another program keeps busy; names that differ only by an apostrophe and a
+// backslash.
 
 #include "OddNamesBackup.h"
+#include "QuoteNames.h"
 #include "app/CBackupFolderLock.h"
 
 #include <filesystem>
@@ -62,14 +64,14 @@ TEST_F(QrvRestoreTest, AWholeRunGoesBelowAnotherFolderAndIsVerified) {
 
 TEST_F(QrvRestoreTest, ChosenFilesAndFoldersByRelativeAndFullPath) {
     const ProgramRun run =
-        RunQrv({"restore", "1", "sub", src + "/bad\xff\xfe.bin", "back'slash.txt", "--to=" + to});
+        RunQrv({"restore", "1", "sub", src + "/bad\xff\xfe.bin", "back\\slash.txt", "--to=" + to});
     EXPECT_EQ(run.exitCode, 0);
     EXPECT_EQ(run.err, "");
     EXPECT_EQ(run.out, "Restored 4 files (" + std::to_string(10 + 8192 + 13 + 9) +
                            " bytes) of run 1 into " + to + ".\n");
     EXPECT_TRUE(OddNamesBackup::Tree(to) == Only(expectedThere, to,
                                                  {"sub/Bob's file.txt", "sub/deeper/d.txt",
-                                                  "bad\xff\xfe.bin", "back'slash.txt"}))
+                                                  "bad\xff\xfe.bin", "back\\slash.txt"}))
         << Names(OddNamesBackup::Tree(to));
 }
 
@@ -213,6 +215,47 @@ TEST_F(QrvRestoreTest, ManyFilesRestoredSideBySideComeBackWholeAndFailuresInTheR
         if (path != early && path != late) expected[there(path)] = content;
     EXPECT_TRUE(OddNamesBackup::Tree(to) == expected)
         << Names(OddNamesBackup::Tree(to)).substr(0, 2000);
+}
+
+// A source whose names differ only by an apostrophe and a backslash, backed up by the real
+// program.
+struct QrvQuoteNamesTest : ::testing::Test {
+    BackupFixture f;
+    std::string src = f.env.Path("src");
+    std::string to = f.env.Path("restored");
+
+    QrvQuoteNamesTest() {
+        CreateTree(src, QuoteNamesTree());
+        f.AddSource(src);
+        const ProgramRun run = RunStashwell({"backup"});
+        EXPECT_EQ(run.exitCode, 0) << run.err;
+    }
+};
+
+TEST_F(QrvQuoteNamesTest, EveryNameComesBackWithItsOwnContentToItsPlaceAndElsewhere) {
+    std::filesystem::remove_all(src);
+    const ProgramRun here = RunQrv({"restore", "1"});
+    EXPECT_EQ(here.exitCode, 0);
+    EXPECT_EQ(here.err, "");
+    EXPECT_EQ(here.out, "Restored 4 files (25 bytes) of run 1 to their places.\n");
+    EXPECT_TRUE(OddNamesBackup::Tree(src) == QuoteNamesBelow(src))
+        << Names(OddNamesBackup::Tree(src));
+    const ProgramRun there = RunQrv({"restore", "1", "--to", to, "--verify"});
+    EXPECT_EQ(there.exitCode, 0);
+    EXPECT_EQ(there.err, "");
+    EXPECT_EQ(there.out, "Restored and verified 4 files (25 bytes) of run 1 into " + to + ".\n");
+    EXPECT_TRUE(OddNamesBackup::Tree(to) == QuoteNamesBelow(to)) << Names(OddNamesBackup::Tree(to));
+}
+
+TEST_F(QrvQuoteNamesTest, ANameWithABackslashIsFoundAsItIsTyped) {
+    const ProgramRun run =
+        RunQrv({"restore", "1", "q\\r.txt", src + "/back\\slash.txt", "--to", to});
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(run.out, "Restored 2 files (12 bytes) of run 1 into " + to + ".\n");
+    EXPECT_TRUE(OddNamesBackup::Tree(to) ==
+                (Tree{{to + "/back\\slash.txt", "backslash"}, {to + "/q\\r.txt", "TWO"}}))
+        << Names(OddNamesBackup::Tree(to));
 }
 
 } // namespace

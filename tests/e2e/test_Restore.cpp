@@ -2,6 +2,7 @@
 // compared byte for byte with what was backed up.
 
 #include "OddNamesBackup.h"
+#include "QuoteNames.h"
 #include "app/modPaths.h"
 #include "app/modRestore.h"
 #include "support/modServices.h"
@@ -55,6 +56,15 @@ TEST_F(RestoreTest, RestoringToAnotherFolderKeepsThePathBelowTheSource) {
     EXPECT_EQ(Tree(other), ExpectedBelow(other));
     EXPECT_EQ(ReadFile(other + "/sub/deeper/d.txt"), PatternContent(8192));
     EXPECT_EQ(ReadFile(other + "/sub/Bob's file.txt"), "apostrophe");
+}
+
+TEST_F(RestoreTest, BackslashKeyMatchesAndTheFileGetsItsOwnName) {
+    const std::string key = src + "/back\001bslash.txt";
+    EXPECT_EQ(f.Rows("SELECT count(*) FROM Files WHERE file = '" + key + "'"), Lines{"1"});
+    std::filesystem::remove(src + "/back\\slash.txt");
+    RestoreFile("1", key, "", false);
+    EXPECT_EQ(ReadFile(src + "/back\\slash.txt"), "backslash");
+    EXPECT_FALSE(Exists(src + "/back'slash.txt"));
 }
 
 TEST_F(RestoreTest, ApostropheKeyMatchesAndTheFileGetsItsOwnName) {
@@ -211,6 +221,40 @@ TEST_F(RestoreTest, RestoredFilesAndFoldersGetTheUsersDefaultModes) {
     EXPECT_EQ(st.st_mode & 07777, 0644u);
     ASSERT_EQ(::stat((other + "/sub/deeper").c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 07777, 0755u);
+}
+
+// A source whose names differ only by an apostrophe and a backslash, backed up by the real
+// program.
+struct QuoteNamesTest : ::testing::Test {
+    BackupFixture f;
+    std::string src = f.env.Path("src");
+    std::string other = f.env.Path("elsewhere");
+    std::string log = f.env.Path("restore.log");
+
+    QuoteNamesTest() {
+        CreateTree(src, QuoteNamesTree());
+        f.AddSource(src);
+        const ProgramRun run = RunStashwell({"backup"});
+        EXPECT_EQ(run.exitCode, 0) << run.err;
+        Logger().LogFile(log);
+        EXPECT_TRUE(Logger().StartLogger());
+    }
+
+    void RestoreEveryKey(const std::string& destination) const {
+        CFileRestorer restorer("1", destination, true);
+        for (const std::string& key : f.Rows("SELECT DISTINCT file FROM Files WHERE bid = 1"))
+            restorer.RestoreFile(key);
+    }
+};
+
+TEST_F(QuoteNamesTest, EveryNameComesBackUnderItsOwnNameWithItsOwnContent) {
+    std::filesystem::remove_all(src);
+    RestoreEveryKey("");
+    EXPECT_EQ(OddNamesBackup::Tree(src), QuoteNamesBelow(src));
+    RestoreEveryKey(other);
+    EXPECT_EQ(OddNamesBackup::Tree(other), QuoteNamesBelow(other));
+    EXPECT_TRUE(f.env.box.calls.empty());
+    EXPECT_EQ(ErrHandler().ErrNumber(), 0);
 }
 
 } // namespace

@@ -1,8 +1,10 @@
 // The restore tab of the real main window, driven as a person would: a run chosen in
 // frmSelBackup, folders opened and ticked in tvDirs with the mouse and the keyboard, Restore
 // and Restore to with every question and folder pick answered from a script, and the files that
-// come back compared byte for byte.
+// come back compared byte for byte, also of names that differ only by an apostrophe and a
+// backslash.
 
+#include "QuoteNames.h"
 #include "WindowTest.h"
 
 #include "app/CBackupBrowser.h"
@@ -31,16 +33,13 @@ Files Tree(const std::string& root) {
     return tree;
 }
 
-// What a restore of `relative` paths below `source` writes below `root`: the same bytes, a
-// "\" of a name coming back as "'".
+// What a restore of `relative` paths below `source` writes below `root`: the same names and
+// bytes.
 Files Expected(const Files& source, const std::string& sourceRoot, const std::string& root,
                const std::vector<std::string>& relative) {
     Files expected;
-    for (const std::string& path : relative) {
-        std::string restored = path;
-        std::replace(restored.begin(), restored.end(), '\\', '\'');
-        expected[root + restored] = source.at(sourceRoot + path);
-    }
+    for (const std::string& path : relative)
+        expected[root + path] = source.at(sourceRoot + path);
     return expected;
 }
 
@@ -130,7 +129,38 @@ private slots:
                                  33)});
         QCOMPARE(ReadFile(src + "/other/o1.txt"), std::string("one"));
         QCOMPARE(ReadFile(src + "/nested/dup.txt"), std::string("top"));
-        QCOMPARE(ReadFile(src + "/nested/back'slash.txt"), std::string("backslash"));
+        QCOMPARE(ReadFile(src + "/nested/back\\slash.txt"), std::string("backslash"));
+        QVERIFY(!Exists(src + "/nested/back'slash.txt"));
+    }
+
+    void NamesThatDifferOnlyByAnApostropheAndABackslashComeBackApart() {
+        WindowEnv w;
+        const std::string src = w.env.Path("quotes");
+        w.OpenAfterOneRun(src, QuoteNamesTree());
+        w.ShowTab(1);
+        QVERIFY(ChooseRun(w, "1"));
+        ClickCheckBox(w, NodeIndex(w, src + "/"));
+        QCOMPARE(NodeIndex(w, src + "/q\\r.txt").data().toString(), QStringLiteral("q'r.txt"));
+        QCOMPARE(NodeIndex(w, src + "/q\001br.txt").data().toString(), QStringLiteral("q\\r.txt"));
+
+        const std::string elsewhere = w.env.Path("Elsewhere");
+        CreateTree(elsewhere, Dir());
+        w.env.picker.Answer(elsewhere);
+        w.Click("cmdRestoreTo");
+        QCOMPARE(Q(w.env.picker.prompts), QStringList{"Select alternate folder to restore to"});
+        QCOMPARE(Boxes(w.env.box.calls), QStringList{});
+        QVERIFY(Tree(elsewhere) == QuoteNamesBelow(elsewhere));
+
+        for (const auto& [path, content] : QuoteNamesBelow(src))
+            WriteFile(path, "changed");
+        w.env.box.Answer(1);
+        w.Click("cmdRestore");
+        QCOMPARE(Boxes(w.env.box.calls),
+                 QStringList{Box("QRV will overwrite any existing files with the same name. "
+                                 "Is this OK?",
+                                 33)});
+        QVERIFY(Tree(src) == QuoteNamesBelow(src));
+        QCOMPARE(w.Get<QLabel>("lblRestore")->text(), QStringLiteral("Restore complete"));
     }
 
     void OlderRunGivesTheOlderContent() {
