@@ -64,6 +64,16 @@ std::string StoredTail(const std::string& file, const std::string& source) {
     return file.size() > source.size() ? file.substr(source.size()) : std::string();
 }
 
+// Names in the trace and the log why the row meant for `outcome.target` is not restored, and
+// raises the restore's error with it.
+[[noreturn]] void Refuse(RestoreOutcome& outcome, const std::string& problem) {
+    outcome.problem = problem;
+    const std::string text = "Failed to restore " + outcome.target + ": " + problem;
+    Operation(text);
+    Log(1, text);
+    Raise(err::kNoDestination, text);
+}
+
 } // namespace
 
 std::string RestoreTarget(const std::string& file, const std::string& source,
@@ -128,8 +138,9 @@ std::string CFileRestorer::Target(const std::string& file) {
     return RestoreTarget(file, Source(), m_destination);
 }
 
-RestoreOutcome CFileRestorer::RestoreFile(const std::string& key) {
-    const bool found = Trapped("RestoreFile", false, [&] {
+std::vector<RestoreOutcome> CFileRestorer::RestoreFile(const std::string& key) {
+    std::vector<std::pair<std::string, std::string>> rows; // file, backup
+    const bool read = Trapped("RestoreFile", false, [&] {
         Operation("Calculate filename to restore");
         if (!m_db.Handle()) m_db.Connect(GetDBPath());
         m_db.Reset();
@@ -137,11 +148,20 @@ RestoreOutcome CFileRestorer::RestoreFile(const std::string& key) {
         m_db.Action(sqlaction::kSelect);
         // "+bid": the file's own index finds the row; the run's would visit every file of it.
         m_db.Where("+bid = " + m_bid + " AND file = " + SQLLiteral(key));
+        m_db.Sort("fid");
         m_db.Exec();
+        for (int32_t row = 1; row <= m_db.RecordCount(); ++row) {
+            m_db.MoveAbs(row);
+            rows.emplace_back(m_db.Field("file"), m_db.Field("backup"));
+        }
         return true;
     });
-    if (!found) return {false, false, key, "the catalogue could not be read"};
-    return RestoreRow(FirstRowField(m_db, "file"), FirstRowField(m_db, "backup"));
+    if (!read) return {{false, false, key, "the catalogue could not be read"}};
+    if (rows.empty()) rows.emplace_back(); // fails as the copy of nothing does
+    std::vector<RestoreOutcome> outcomes;
+    for (const auto& [file, backup] : rows)
+        outcomes.push_back(RestoreRow(file, backup));
+    return outcomes;
 }
 
 RestoreOutcome CFileRestorer::RestoreRow(const std::string& file, const std::string& backup) {
@@ -154,14 +174,9 @@ RestoreOutcome CFileRestorer::RestoreRow(const std::string& file, const std::str
 
         if (!file.empty()) {
             const std::string folder = m_destination.empty() ? Source() : m_destination;
-            const std::string problem = RestoreTargetProblem(folder, target, m_lastFolder);
-            if (!problem.empty()) {
-                outcome.problem = problem;
-                const std::string text = "Failed to restore " + target + ": " + problem;
-                Operation(text);
-                Log(1, text);
-                Raise(err::kNoDestination, text);
-            }
+            std::string problem = RestoreTargetProblem(folder, target, m_lastFolder);
+            if (problem.empty() && !m_taken.insert(target).second) problem = kSamePlaceProblem;
+            if (!problem.empty()) Refuse(outcome, problem);
         } else {
             outcome.problem = "the run holds no such file";
         }

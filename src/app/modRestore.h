@@ -10,10 +10,16 @@
 // of it (a "." or ".." component, a path that is not below the run's source, a symbolic link on
 // the way or in the target's place) is refused for that file. Folders and files that a restore
 // creates get the user's default modes (the catalogue keeps none).
+//
+// Nor does one restore write two rows of the run to one place: a catalogue written before
+// names kept their backslashes holds "q'r.txt" and "q\r.txt" of one folder as two rows of one
+// stored path. The first row aimed at a place keeps it; a later one is refused by name.
 
 #include "catalogue/ADOSQLite.h"
 
 #include <string>
+#include <unordered_set>
+#include <vector>
 
 // How the restore of one file ended.
 struct RestoreOutcome {
@@ -23,6 +29,9 @@ struct RestoreOutcome {
     std::string problem;   // why it was not restored or not verified, in words; "" when it was
 };
 
+// Why a row is not restored whose place an earlier row of the same restore took.
+inline constexpr const char* kSamePlaceProblem = "another file of the run goes to the same place";
+
 // Restores the files of one run to one destination, on one catalogue connection.
 class CFileRestorer {
 public:
@@ -30,9 +39,10 @@ public:
     // own place.
     CFileRestorer(std::string bid, std::string destination, bool verify);
 
-    // RestoreFile for the stored (encoded) file path `key`. A verification mismatch shows one
-    // critical box.
-    RestoreOutcome RestoreFile(const std::string& key);
+    // RestoreFile for the stored (encoded) file path `key`: every row of the run stored under
+    // it, in the run's order, one outcome each; a key without a row is one failed outcome. A
+    // verification mismatch shows one critical box.
+    std::vector<RestoreOutcome> RestoreFile(const std::string& key);
     // The same for a row of the run that the caller has read already: its `file` and `backup`
     // values.
     RestoreOutcome RestoreRow(const std::string& file, const std::string& backup);
@@ -51,6 +61,7 @@ private:
     bool m_sourceRead = false;
     std::string m_source;
     std::string m_lastFolder; // the folder of the last file restored: it exists, with no link
+    std::unordered_set<std::string> m_taken; // the places of the rows restored so far
 };
 
 // Where the stored file `file` of a run of `source` goes: its own place when `destination` is

@@ -24,6 +24,7 @@
 #include <cstring>
 #include <ostream>
 #include <sys/stat.h>
+#include <unordered_set>
 
 namespace {
 
@@ -141,6 +142,25 @@ std::string Files(uint64_t count) {
     return std::to_string(count) + (count == 1 ? " file" : " files");
 }
 
+// Where each file goes, and which files go there: the first file of the run's order that aims
+// at a place keeps it. Decided before the files are dealt out, so that no worker writes over
+// the file of another.
+struct Places {
+    std::vector<std::string> targets; // of every file
+    std::vector<size_t> kept;         // the files that keep their place, in the run's order
+};
+
+Places PlaceFiles(const std::vector<StoredFile>& files, const std::string& source,
+                  const std::string& destination) {
+    Places places;
+    std::unordered_set<std::string> taken;
+    for (size_t i = 0; i < files.size(); ++i) {
+        places.targets.push_back(RestoreTarget(files[i].file, source, destination));
+        if (taken.insert(places.targets.back()).second) places.kept.push_back(i);
+    }
+    return places;
+}
+
 } // namespace
 
 int QrvRestore(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
@@ -174,28 +194,33 @@ int QrvRestore(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
     CProgressLine progress(CProgressLine::StderrIsTerminal());
     out.flush();
     err.flush();
-    const std::vector<RestoreOutcome> outcomes = CRestoreWorkers(kWorkers).Run(
-        files.size(),
-        [&](size_t i) {
+    const Places places = PlaceFiles(files, run.source, destination);
+    std::vector<RestoreOutcome> outcomes;
+    for (const std::string& target : places.targets)
+        outcomes.push_back({false, false, target, kSamePlaceProblem});
+    const std::vector<RestoreOutcome> kept = CRestoreWorkers(kWorkers).Run(
+        places.kept.size(),
+        [&](size_t k) {
+            const size_t i = places.kept[k];
             const StoredFile& file = files[i];
             const std::string problem = StoreFileProblem(
                 CStore::StorePath(store, FSGetNamePart(file.backup)), file.size, args.Verify());
-            if (!problem.empty())
-                return RestoreOutcome{false, false, restorer.Target(file.file), problem};
+            if (!problem.empty()) return RestoreOutcome{false, false, places.targets[i], problem};
             return restorer.RestoreRow(file.file, file.backup);
         },
         [&](size_t done) {
-            progress.Show("Restoring " + std::to_string(done) + " of " + Files(files.size()));
+            progress.Show("Restoring " + std::to_string(done) + " of " + Files(places.kept.size()));
         });
+    for (size_t k = 0; k < kept.size(); ++k)
+        outcomes[places.kept[k]] = kept[k];
     progress.Clear();
     uint64_t restored = 0, failed = 0, wrong = 0, bytes = 0;
     for (size_t i = 0; i < files.size(); ++i) {
         const RestoreOutcome& outcome = outcomes[i];
         if (!outcome.restored) {
             err << "qrv: not restored: "
-                << LineText(outcome.target.empty() ? restorer.Target(files[i].file)
-                                                   : outcome.target)
-                << ": " << outcome.problem << "\n";
+                << LineText(outcome.target.empty() ? places.targets[i] : outcome.target) << ": "
+                << outcome.problem << "\n";
             ++failed;
         } else if (!outcome.verified) {
             err << "qrv: restored with the wrong content: " << LineText(outcome.target) << ": "

@@ -3,6 +3,7 @@
 // commands and their walks, and the run list of the dialog that chooses a run.
 
 #include "BackupFixture.h"
+#include "QuoteNames.h"
 #include "app/CBackupBrowser.h"
 #include "app/CRunControl.h"
 #include "app/modBackupRuns.h"
@@ -310,6 +311,32 @@ TEST_F(Browser, ARunStoredBeforeTheBackslashEscapeKeepsItsTreeWhenItsSourcePathH
     EXPECT_TRUE(browser.cmdRestoreTo_Click(false));
     EXPECT_EQ(ChildKeys(browser.Find(odd + "/sub/")), Lines{odd + "/sub/s.txt"});
     EXPECT_EQ(Tree(other), (std::map<std::string, std::string>{{other + "/sub/s.txt", "s"}}));
+}
+
+TEST_F(Browser, OfTwoRowsOfOnePlaceInAnOlderCatalogueTheFirstIsRestoredAndTheSecondRefused) {
+    const std::string quotes = f.env.Path("quotes");
+    CreateTree(quotes, QuoteNamesTree());
+    BackUp({quotes});
+    StoreQuoteNamesBeforeEscape(f, quotes, "1");
+    browser.cmbBackups_Click("1");
+    browser.NodeCheck(0, true);
+    EXPECT_EQ(ChildKeys(0),
+              (Lines{quotes + "/back\\slash.txt", quotes + "/it\\s.txt", quotes + "/q\\r.txt"}));
+    const std::string other = f.env.Path("other");
+    CreateTree(other, Dir());
+    f.env.picker.Answer(other);
+    EXPECT_TRUE(browser.cmdRestoreTo_Click(false));
+    EXPECT_EQ(Tree(other), QuoteNamesBeforeEscapeBelow(other));
+    const std::string text =
+        "Failed to restore " + other + "/q'r.txt: another file of the run goes to the same place";
+    EXPECT_EQ(f.env.box.calls,
+              (std::vector<CScriptedMessageBox::Call>{
+                  {"The following error has occurred in procedure: \r\nRestoreFile on line 0\r\n"
+                   "Error (10005) " +
+                       text + "\r\nCurrent Operation: " + text,
+                   16, "Stashwell"}}));
+    const Lines lines = LogMessages(ReadFile(log));
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), text + "\r\n"), 1);
 }
 
 TEST_F(Browser, EachFileFailingVerificationShowsItsOwnBox) {

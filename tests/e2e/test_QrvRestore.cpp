@@ -1,11 +1,13 @@
 // qrv restore on a backup folder that the real program made: a whole run and chosen paths, to
 // their places and elsewhere, byte for byte, with odd names; store files deleted, cut short or
 // altered; a folder another program keeps busy; names that differ only by an apostrophe and a
-// backslash.
+// backslash, and two rows of one place in a catalogue written before names kept their
+// backslashes.
 
 #include "OddNamesBackup.h"
 #include "QuoteNames.h"
 #include "app/CBackupFolderLock.h"
+#include "catalogue/modSQLQuote.h"
 
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -223,6 +225,7 @@ struct QrvQuoteNamesTest : ::testing::Test {
     BackupFixture f;
     std::string src = f.env.Path("src");
     std::string to = f.env.Path("restored");
+    const std::string samePlace = ": another file of the run goes to the same place\n";
 
     QrvQuoteNamesTest() {
         CreateTree(src, QuoteNamesTree());
@@ -256,6 +259,48 @@ TEST_F(QrvQuoteNamesTest, ANameWithABackslashIsFoundAsItIsTyped) {
     EXPECT_TRUE(OddNamesBackup::Tree(to) ==
                 (Tree{{to + "/back\\slash.txt", "backslash"}, {to + "/q\\r.txt", "TWO"}}))
         << Names(OddNamesBackup::Tree(to));
+}
+
+TEST_F(QrvQuoteNamesTest,
+       OfTwoRowsOfOnePlaceInAnOlderCatalogueTheFirstIsRestoredAndTheSecondNamed) {
+    StoreQuoteNamesBeforeEscape(f, src, "1");
+    const ProgramRun there = RunQrv({"restore", "1", "--to", to});
+    EXPECT_EQ(there.exitCode, 1);
+    EXPECT_EQ(there.err, "qrv: not restored: " + to + "/q'r.txt" + samePlace);
+    EXPECT_EQ(there.out, "Restored 3 of 4 files of run 1 into " + to +
+                             ": 1 not restored, 0 with the wrong content.\n");
+    EXPECT_TRUE(OddNamesBackup::Tree(to) == QuoteNamesBeforeEscapeBelow(to))
+        << Names(OddNamesBackup::Tree(to));
+
+    std::filesystem::remove_all(src);
+    const ProgramRun here = RunQrv({"restore", "1", "q'r.txt"});
+    EXPECT_EQ(here.exitCode, 1);
+    EXPECT_EQ(here.err, "qrv: not restored: " + src + "/q'r.txt" + samePlace);
+    EXPECT_EQ(here.out,
+              "Restored 1 of 2 files of run 1 to their places: 1 not restored, 0 with the wrong "
+              "content.\n");
+    EXPECT_TRUE(OddNamesBackup::Tree(src) == (Tree{{src + "/q'r.txt", "ONE"}}))
+        << Names(OddNamesBackup::Tree(src));
+}
+
+TEST_F(QrvQuoteNamesTest, TwoRowsOfOnePlaceFarApartInTheRunAreDecidedBeforeAnyWorkerStarts) {
+    MakeRandomFiles(src + "/many", 300, 5);
+    ASSERT_EQ(RunStashwell({"backup"}).exitCode, 0); // run 2: 304 files among the processes
+    const auto rows = f.Rows("SELECT fid, backup FROM Files WHERE bid = 2 ORDER BY fid");
+    ASSERT_EQ(rows.size(), 2u * 304);
+    // The first row and one far behind it, restored by different processes unless refused.
+    const std::string first = rows.at(0), far = rows.at(2 * 250);
+    for (const std::string& fid : {first, far})
+        f.Exec("UPDATE Files SET file = " + SQLLiteral(src + "/same.txt") +
+               ", path = " + SQLLiteral(src + "/") + " WHERE fid = " + fid);
+    const ProgramRun run = RunQrv({"restore", "2", "--to", to});
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.err, "qrv: not restored: " + to + "/same.txt" + samePlace);
+    EXPECT_EQ(run.out, "Restored 303 of 304 files of run 2 into " + to +
+                           ": 1 not restored, 0 with the wrong content.\n");
+    EXPECT_TRUE(ReadFile(to + "/same.txt") == ReadFile(rows.at(1))) // the first row's content
+        << "same.txt holds the content of another row";
+    EXPECT_EQ(OddNamesBackup::Tree(to).size(), 303u);
 }
 
 } // namespace

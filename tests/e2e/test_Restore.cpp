@@ -17,6 +17,12 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
+// The one outcome of a key that one row of the run holds.
+RestoreOutcome Once(const std::vector<RestoreOutcome>& outcomes) {
+    EXPECT_EQ(outcomes.size(), 1u);
+    return outcomes.empty() ? RestoreOutcome{} : outcomes[0];
+}
+
 struct RestoreTest : ::testing::Test {
     OddNamesBackup f;
     std::string src = f.src;
@@ -114,14 +120,14 @@ TEST_F(RestoreTest, KeyWithoutARowFailsAndTheNextFileStillRestores) {
 TEST_F(RestoreTest, EachRestoreTellsHowItEnded) {
     const std::string other = f.env.Path("elsewhere");
     CFileRestorer restorer("1", other, true);
-    const RestoreOutcome good = restorer.RestoreFile(src + "/a.txt");
+    const RestoreOutcome good = Once(restorer.RestoreFile(src + "/a.txt"));
     EXPECT_TRUE(good.restored);
     EXPECT_TRUE(good.verified);
     EXPECT_EQ(good.target, other + "/a.txt");
     EXPECT_EQ(good.problem, "");
 
     WriteFile(StoreFile(f.backup, "apostrophe"), "APOSTROPHE");
-    const RestoreOutcome altered = restorer.RestoreFile(Encoded(src + "/sub/Bob's file.txt"));
+    const RestoreOutcome altered = Once(restorer.RestoreFile(Encoded(src + "/sub/Bob's file.txt")));
     EXPECT_TRUE(altered.restored);
     EXPECT_FALSE(altered.verified);
     EXPECT_EQ(altered.target, other + "/sub/Bob's file.txt");
@@ -129,12 +135,12 @@ TEST_F(RestoreTest, EachRestoreTellsHowItEnded) {
               "its content does not have the signature " + TestSignature("apostrophe"));
 
     ASSERT_EQ(::unlink(StoreFile(f.backup, "newline").c_str()), 0);
-    const RestoreOutcome missing = restorer.RestoreFile(src + "/new\nline.txt");
+    const RestoreOutcome missing = Once(restorer.RestoreFile(src + "/new\nline.txt"));
     EXPECT_FALSE(missing.restored);
     EXPECT_EQ(missing.target, other + "/new\nline.txt");
     EXPECT_EQ(missing.problem, "its store file " + StoreFile(f.backup, "newline") + " is missing");
 
-    const RestoreOutcome unknown = restorer.RestoreFile(src + "/never.txt");
+    const RestoreOutcome unknown = Once(restorer.RestoreFile(src + "/never.txt"));
     EXPECT_FALSE(unknown.restored);
     EXPECT_EQ(unknown.problem, "the run holds no such file");
 }
@@ -255,6 +261,41 @@ TEST_F(QuoteNamesTest, EveryNameComesBackUnderItsOwnNameWithItsOwnContent) {
     EXPECT_EQ(OddNamesBackup::Tree(other), QuoteNamesBelow(other));
     EXPECT_TRUE(f.env.box.calls.empty());
     EXPECT_EQ(ErrHandler().ErrNumber(), 0);
+}
+
+TEST_F(QuoteNamesTest, OfTwoRowsOfOnePlaceInAnOlderCatalogueTheFirstIsRestoredAndTheSecondNamed) {
+    StoreQuoteNamesBeforeEscape(f, src, "1");
+    CFileRestorer restorer("1", other, false);
+    const std::vector<RestoreOutcome> outcomes = restorer.RestoreFile(src + "/q\\r.txt");
+    ASSERT_EQ(outcomes.size(), 2u);
+    EXPECT_TRUE(outcomes[0].restored);
+    EXPECT_EQ(outcomes[0].target, other + "/q'r.txt");
+    EXPECT_EQ(outcomes[0].problem, "");
+    EXPECT_FALSE(outcomes[1].restored);
+    EXPECT_EQ(outcomes[1].target, other + "/q'r.txt");
+    EXPECT_EQ(outcomes[1].problem, "another file of the run goes to the same place");
+    EXPECT_EQ(ReadFile(other + "/q'r.txt"), "ONE");
+
+    const std::string text =
+        "Failed to restore " + other + "/q'r.txt: another file of the run goes to the same place";
+    EXPECT_EQ(ErrHandler().ErrNumber(), 10005);
+    EXPECT_EQ(ErrHandler().ErrProcedure(), "RestoreFile");
+    EXPECT_EQ(ErrHandler().ErrDescription(), text);
+    const Lines lines = LogMessages(ReadFile(log));
+    ASSERT_FALSE(lines.empty());
+    EXPECT_EQ(lines.back(), text + "\r\n");
+    ASSERT_EQ(f.env.box.calls.size(), 1u);
+    EXPECT_EQ(f.env.box.calls[0].text,
+              "The following error has occurred in procedure: \r\nRestoreFile on line 0\r\n"
+              "Error (10005) " +
+                  text + "\r\nCurrent Operation: " + text);
+}
+
+TEST_F(QuoteNamesTest, AnOlderCatalogueReadsEveryOtherNameAsItAlwaysDid) {
+    StoreQuoteNamesBeforeEscape(f, src, "1");
+    RestoreEveryKey(other);
+    EXPECT_EQ(OddNamesBackup::Tree(other), QuoteNamesBeforeEscapeBelow(other));
+    EXPECT_EQ(f.env.box.calls.size(), 1u); // the second row of q'r.txt
 }
 
 } // namespace

@@ -2,7 +2,7 @@
 // frmSelBackup, folders opened and ticked in tvDirs with the mouse and the keyboard, Restore
 // and Restore to with every question and folder pick answered from a script, and the files that
 // come back compared byte for byte, also of names that differ only by an apostrophe and a
-// backslash.
+// backslash, and of a catalogue that holds two rows of one place.
 
 #include "QuoteNames.h"
 #include "WindowTest.h"
@@ -41,6 +41,14 @@ Files Expected(const Files& source, const std::string& sourceRoot, const std::st
     for (const std::string& path : relative)
         expected[root + path] = source.at(sourceRoot + path);
     return expected;
+}
+
+// The error box of a file that the restore refused, as the error handler shows it.
+QString RefusalBox(const std::string& text) {
+    return Q("The following error has occurred in procedure: \r\nRestoreFile on line 0\r\n"
+             "Error (10005) " +
+             text + "\r\nCurrent Operation: " + text) +
+           " | 16 | Stashwell";
 }
 
 QImage Picture(const QModelIndex& index) {
@@ -161,6 +169,39 @@ private slots:
                                  33)});
         QVERIFY(Tree(src) == QuoteNamesBelow(src));
         QCOMPARE(w.Get<QLabel>("lblRestore")->text(), QStringLiteral("Restore complete"));
+    }
+
+    void OfTwoRowsOfOnePlaceInAnOlderCatalogueTheFirstIsRestoredAndTheSecondRefused() {
+        WindowEnv w;
+        const std::string src = w.env.Path("quotes");
+        w.OpenAfterOneRun(src, QuoteNamesTree());
+        StoreQuoteNamesBeforeEscape(w.f, src, "1");
+        w.ShowTab(1);
+        QVERIFY(ChooseRun(w, "1"));
+        ClickCheckBox(w, NodeIndex(w, src + "/"));
+        const std::string samePlace = ": another file of the run goes to the same place";
+
+        const std::string elsewhere = w.env.Path("Elsewhere");
+        CreateTree(elsewhere, Dir());
+        w.env.picker.Answer(elsewhere);
+        w.Click("cmdRestoreTo");
+        QCOMPARE(Boxes(w.env.box.calls), QStringList{RefusalBox("Failed to restore " + elsewhere +
+                                                                "/q'r.txt" + samePlace)});
+        QVERIFY(Tree(elsewhere) == QuoteNamesBeforeEscapeBelow(elsewhere));
+        QCOMPARE(w.Get<QLabel>("lblRestore")->text(), QStringLiteral("Restore complete"));
+
+        // Back to its place, over a changed file: the first row's content, and the same refusal.
+        WriteFile(src + "/q'r.txt", "changed");
+        w.env.box.calls.clear();
+        w.env.box.Answer(1);
+        w.Click("cmdRestore");
+        QCOMPARE(Boxes(w.env.box.calls),
+                 (QStringList{Box("QRV will overwrite any existing files with the same name. "
+                                  "Is this OK?",
+                                  33),
+                              RefusalBox("Failed to restore " + src + "/q'r.txt" + samePlace)}));
+        QCOMPARE(ReadFile(src + "/q'r.txt"), std::string("ONE"));
+        QCOMPARE(ReadFile(src + "/q\\r.txt"), std::string("TWO")); // never written
     }
 
     void OlderRunGivesTheOlderContent() {
