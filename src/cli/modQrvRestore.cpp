@@ -161,6 +161,36 @@ Places PlaceFiles(const std::vector<StoredFile>& files, const std::string& sourc
     return places;
 }
 
+// Restores the files that keep their place side by side, each worker with its copy of
+// `restorer`, after a look at each store file; every other file is not restored. Answers the
+// outcomes in the run's order.
+std::vector<RestoreOutcome> RestorePlaced(const std::vector<StoredFile>& files,
+                                          const Places& places, CFileRestorer& restorer,
+                                          bool verify) {
+    const std::string store = GetFilesPath();
+    CProgressLine progress(CProgressLine::StderrIsTerminal());
+    std::vector<RestoreOutcome> outcomes;
+    for (const std::string& target : places.targets)
+        outcomes.push_back({false, false, target, kSamePlaceProblem});
+    const std::vector<RestoreOutcome> kept = CRestoreWorkers(kWorkers).Run(
+        places.kept.size(),
+        [&](size_t k) {
+            const size_t i = places.kept[k];
+            const StoredFile& file = files[i];
+            const std::string problem = StoreFileProblem(
+                CStore::StorePath(store, FSGetNamePart(file.backup)), file.size, verify);
+            if (!problem.empty()) return RestoreOutcome{false, false, places.targets[i], problem};
+            return restorer.RestoreRow(file.file, file.backup);
+        },
+        [&](size_t done) {
+            progress.Show("Restoring " + std::to_string(done) + " of " + Files(places.kept.size()));
+        });
+    for (size_t k = 0; k < kept.size(); ++k)
+        outcomes[places.kept[k]] = kept[k];
+    progress.Clear();
+    return outcomes;
+}
+
 } // namespace
 
 int QrvRestore(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
@@ -190,30 +220,11 @@ int QrvRestore(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
     }
     CNoBoxes noBoxes;
     CFileRestorer restorer(run.bid, destination, args.Verify());
-    const std::string store = GetFilesPath();
-    CProgressLine progress(CProgressLine::StderrIsTerminal());
     out.flush();
     err.flush();
     const Places places = PlaceFiles(files, run.source, destination);
-    std::vector<RestoreOutcome> outcomes;
-    for (const std::string& target : places.targets)
-        outcomes.push_back({false, false, target, kSamePlaceProblem});
-    const std::vector<RestoreOutcome> kept = CRestoreWorkers(kWorkers).Run(
-        places.kept.size(),
-        [&](size_t k) {
-            const size_t i = places.kept[k];
-            const StoredFile& file = files[i];
-            const std::string problem = StoreFileProblem(
-                CStore::StorePath(store, FSGetNamePart(file.backup)), file.size, args.Verify());
-            if (!problem.empty()) return RestoreOutcome{false, false, places.targets[i], problem};
-            return restorer.RestoreRow(file.file, file.backup);
-        },
-        [&](size_t done) {
-            progress.Show("Restoring " + std::to_string(done) + " of " + Files(places.kept.size()));
-        });
-    for (size_t k = 0; k < kept.size(); ++k)
-        outcomes[places.kept[k]] = kept[k];
-    progress.Clear();
+    const std::vector<RestoreOutcome> outcomes =
+        RestorePlaced(files, places, restorer, args.Verify());
     uint64_t restored = 0, failed = 0, wrong = 0, bytes = 0;
     for (size_t i = 0; i < files.size(); ++i) {
         const RestoreOutcome& outcome = outcomes[i];
@@ -231,7 +242,6 @@ int QrvRestore(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
             bytes += files[i].size;
         }
     }
-    progress.Clear();
     const std::string where =
         destination.empty() ? "to their places" : "into " + LineText(destination);
     if (failed == 0 && wrong == 0) {

@@ -10,7 +10,6 @@
 #include "app/modOptions.h"
 #include "catalogue/ADOSQLite.h"
 #include "catalogue/CDatabase.h"
-#include "catalogue/modSQLQuote.h"
 #include "support/modServices.h"
 
 #include <gtest/gtest.h>
@@ -296,11 +295,7 @@ TEST_F(Browser, ARunStoredBeforeTheBackslashEscapeKeepsItsTreeWhenItsSourcePathH
     const std::string odd = f.env.Path("a\\b");
     CreateTree(odd, Dir({{"sub", Dir({{"s.txt", File("s")}})}}));
     BackUp({odd});
-    // Then the source's own backslash was stored as it stands.
-    const std::string now = SQLLiteral(Encoded(odd)), before = SQLLiteral(odd);
-    f.Exec("UPDATE Paths SET path = replace(path, " + now + ", " + before + ")");
-    f.Exec("UPDATE Files SET path = replace(path, " + now + ", " + before +
-           "), file = replace(file, " + now + ", " + before + ")");
+    StoreSourceBeforeEscape(f, odd);
     browser.cmbBackups_Click("1");
     EXPECT_EQ(browser.Node(0).key, odd + "/");
     EXPECT_EQ(ChildKeys(0), Lines{odd + "/sub/"});

@@ -54,3 +54,12 @@ void StoreQuoteNamesBeforeEscape(const BackupFixture& f, const std::string& sour
                SQLLiteral(StoreFile(f.backup, content)) + ", " + SQLLiteral(source + "/") + ", " +
                bid + ", " + std::to_string(content.size()));
 }
+
+void StoreSourceBeforeEscape(const BackupFixture& f, const std::string& source) {
+    const std::string now = SQLLiteral(Encoded(source)), before = SQLLiteral(source);
+    const auto replaced = [&](const std::string& column) {
+        return column + " = replace(" + column + ", " + now + ", " + before + ")";
+    };
+    f.Exec("UPDATE Paths SET " + replaced("path"));
+    f.Exec("UPDATE Files SET " + replaced("path") + ", " + replaced("file"));
+}

@@ -3,7 +3,8 @@
 // A source folder whose names the stored path encoding must keep apart: "q'r.txt" and
 // "q\r.txt" side by side (contents "ONE" and "TWO"), and a backslash and an apostrophe alone;
 // and its run rewritten as a catalogue written before names kept their backslashes holds it,
-// "q'r.txt" and "q\r.txt" as two rows of the one stored path "q\r.txt".
+// "q'r.txt" and "q\r.txt" as two rows of the one stored path "q\r.txt". Also the rows of a
+// source whose own path holds a backslash, rewritten as such a catalogue holds them.
 
 #include "BackupFixture.h"
 
@@ -18,8 +19,12 @@ std::map<std::string, std::string> QuoteNamesBelow(const std::string& root);
 // catalogue reads it ("\" as an apostrophe), the row of "ONE" in the place of both.
 std::map<std::string, std::string> QuoteNamesBeforeEscapeBelow(const std::string& root);
 
-// Rewrites the Files rows of run `bid` of `source` (a folder whose own path holds no quote)
-// as such a catalogue held them: the rows again in the byte order of their names, each path
-// with its apostrophes stored as "\" and its backslashes as they stand.
+// Rewrites the Files rows of run `bid` of `source` (a folder whose own path holds neither an
+// apostrophe nor a backslash) as such a catalogue held them: the rows again in the byte order
+// of their names, each path with its apostrophes stored as "\" and its backslashes as they
+// stand.
 void StoreQuoteNamesBeforeEscape(const BackupFixture& f, const std::string& source,
                                  const std::string& bid);
+// Rewrites every row below `source` (a folder whose own path holds a "\" but no apostrophe)
+// as such a catalogue held it: the "\" of the source's path as it stands.
+void StoreSourceBeforeEscape(const BackupFixture& f, const std::string& source);

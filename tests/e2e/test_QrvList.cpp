@@ -173,6 +173,20 @@ TEST(QrvListQuoteNames, LsShowsNamesThatDifferOnlyByAnApostropheOrABackslashApar
                        "           3  q\\\\r.txt\n");
 }
 
+TEST(QrvListQuoteNames, ARunStoredBeforeTheEscapeIsListedWhenItsSourcePathHoldsABackslash) {
+    BackupFixture f;
+    const std::string odd = f.env.Path("a\\b");
+    CreateTree(odd, Dir({{"sub", Dir({{"s'1.txt", File("s")}})}}));
+    f.AddSource(odd);
+    ASSERT_EQ(RunStashwell({"backup"}).exitCode, 0);
+    StoreSourceBeforeEscape(f, odd);
+    const ProgramRun run = RunQrv({"ls", "1", "sub"});
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(run.out, "           1  s'1.txt\n");
+    EXPECT_EQ(RunQrv({"ls", "1", odd + "/sub"}).out, "           1  s'1.txt\n");
+}
+
 TEST_F(QrvListTest, AMissingBackupPathFolderOrCatalogueIsOneLine) {
     const ProgramRun gone = RunQrv({"runs", "--backup-path", f.env.Path("unplugged")});
     EXPECT_EQ(gone.exitCode, 3);

@@ -303,4 +303,19 @@ TEST_F(QrvQuoteNamesTest, TwoRowsOfOnePlaceFarApartInTheRunAreDecidedBeforeAnyWo
     EXPECT_EQ(OddNamesBackup::Tree(to).size(), 303u);
 }
 
+TEST(QrvRestoreBeforeEscape, ARunStoredBeforeTheEscapeWhoseSourcePathHoldsABackslashIsRestored) {
+    BackupFixture f;
+    const std::string odd = f.env.Path("a\\b"), to = f.env.Path("restored");
+    CreateTree(odd, Dir({{"sub", Dir({{"s'1.txt", File("s")}})}, {"top.txt", File("top")}}));
+    f.AddSource(odd);
+    ASSERT_EQ(RunStashwell({"backup"}).exitCode, 0);
+    StoreSourceBeforeEscape(f, odd);
+    const ProgramRun run = RunQrv({"restore", "1", "sub/s'1.txt", "--to", to});
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(run.out, "Restored 1 file (1 bytes) of run 1 into " + to + ".\n");
+    EXPECT_TRUE(OddNamesBackup::Tree(to) == (Tree{{to + "/sub/s'1.txt", "s"}}))
+        << Names(OddNamesBackup::Tree(to));
+}
+
 } // namespace
