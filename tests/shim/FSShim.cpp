@@ -139,8 +139,8 @@ std::string Resolve(int dirfd, const char* path) {
     std::string absolute = path;
     if (path[0] != '/') {
         char cwd[PATH_MAX];
-        const std::string base = dirfd == AT_FDCWD ? (::getcwd(cwd, sizeof cwd) ? cwd : "")
-                                                   : DescriptorPath(dirfd);
+        const std::string base =
+            dirfd == AT_FDCWD ? (::getcwd(cwd, sizeof cwd) ? cwd : "") : DescriptorPath(dirfd);
         absolute = base + "/" + path;
     }
     if (std::string real = RealPath(absolute); !real.empty()) return real;
@@ -251,7 +251,8 @@ ssize_t Fat32Write(int fd, const void* data, size_t size, off_t offset) {
 ssize_t Fat32WriteVector(int fd, const struct iovec* iov, int count, off_t offset) {
     ssize_t total = 0;
     for (int i = 0; i < count; ++i) {
-        const ssize_t n = Fat32Write(fd, iov[i].iov_base, iov[i].iov_len, offset < 0 ? -1 : offset + total);
+        const ssize_t n =
+            Fat32Write(fd, iov[i].iov_base, iov[i].iov_len, offset < 0 ? -1 : offset + total);
         if (n < 0) return total > 0 ? total : -1;
         total += n;
         if (static_cast<size_t>(n) < iov[i].iov_len) break;

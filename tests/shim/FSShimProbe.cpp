@@ -80,8 +80,7 @@ void Append(const std::string& file, const std::string& text) {
 
 void Rename(const std::string& from, const std::string& to) {
     std::cout << "renameat2="
-              << Answer(::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(),
-                                    RENAME_NOREPLACE))
+              << Answer(::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE))
               << "\n";
 }
 
@@ -130,8 +129,8 @@ void Clock(int ms) {
     const long long real = Millis(CLOCK_REALTIME);
     while (Millis(CLOCK_REALTIME) - real < ms)
         std::this_thread::sleep_for(milliseconds(1));
-    std::cout << "monotonic=" << Millis(CLOCK_MONOTONIC) - monotonic << " steady="
-              << duration_cast<milliseconds>(steady_clock::now() - steady).count();
+    std::cout << "monotonic=" << Millis(CLOCK_MONOTONIC) - monotonic
+              << " steady=" << duration_cast<milliseconds>(steady_clock::now() - steady).count();
     std::mutex mutex;
     std::condition_variable never;
     std::unique_lock<std::mutex> lock(mutex);
@@ -146,13 +145,20 @@ void Clock(int ms) {
 int main(int argc, char** argv) {
     const std::string op = argc > 1 ? argv[1] : "";
     const std::string a = argc > 2 ? argv[2] : "", b = argc > 3 ? argv[3] : "";
-    if (op == "tmpfile") Tmpfile(a);
-    else if (op == "chmod") Chmod(a);
-    else if (op == "flock") Flock(a);
-    else if (op == "append") Append(a, b);
-    else if (op == "rename") Rename(a, b);
-    else if (op == "fat32") Fat32(a);
-    else if (op == "clock") Clock(std::atoi(a.c_str()));
+    if (op == "tmpfile")
+        Tmpfile(a);
+    else if (op == "chmod")
+        Chmod(a);
+    else if (op == "flock")
+        Flock(a);
+    else if (op == "append")
+        Append(a, b);
+    else if (op == "rename")
+        Rename(a, b);
+    else if (op == "fat32")
+        Fat32(a);
+    else if (op == "clock")
+        Clock(std::atoi(a.c_str()));
     else {
         std::cerr << "fsshim_probe: unknown operation '" << op << "'\n";
         return 2;

@@ -54,7 +54,8 @@ TEST_F(ShimTest, RootReachedThroughALinkIsStillTheRoot) {
 TEST_F(ShimTest, NoChmodRefusesEveryModeChangeBelowTheRootOnly) {
     WriteFile(inside + "/f", "x");
     WriteFile(outside + "/f", "x");
-    EXPECT_EQ(Probe("no-chmod", {"chmod", inside + "/f"}), "chmod=EPERM fchmod=EPERM fchmodat=EPERM\n");
+    EXPECT_EQ(Probe("no-chmod", {"chmod", inside + "/f"}),
+              "chmod=EPERM fchmod=EPERM fchmodat=EPERM\n");
     EXPECT_EQ(Probe("no-chmod", {"chmod", outside + "/f"}), "chmod=ok fchmod=ok fchmodat=ok\n");
 }
 
