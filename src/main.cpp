@@ -1,15 +1,26 @@
 // The program's entry: hands the command line to the start-up sequence, and with it the window
-// runner, where the program is built with its window.
+// runner, where the program is built with its window. No exception leaves it: Main catches its
+// own, and this catches what could still come (memory that runs out on the way in or out).
 #include "app/modMain.h"
+
+#include <exception>
+#include <iostream>
 
 #ifdef STASHWELL_WITH_WINDOW
 #include "ui/modWindow.h"
 #endif
 
 int main(int argc, char** argv) {
+    try {
 #ifdef STASHWELL_WITH_WINDOW
-    return Main(argc, argv, RunWindow);
+        return Main(argc, argv, RunWindow);
 #else
-    return Main(argc, argv);
+        return Main(argc, argv);
 #endif
+    } catch (const std::exception& e) {
+        std::cerr << "Error: Stashwell stopped at an error: " << e.what() << std::endl;
+    } catch (...) {
+        std::cerr << "Error: Stashwell stopped at an error" << std::endl;
+    }
+    return kExitCannotRun;
 }

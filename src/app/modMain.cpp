@@ -1,6 +1,7 @@
 #include "app/modMain.h"
 
 #include "app/CBackupFolderLock.h"
+#include "app/CProgramSettings.h"
 #include "app/CRunControl.h"
 #include "app/modIntegrity.h"
 #include "app/modOptions.h"
@@ -47,18 +48,43 @@ std::string WriteProblem(std::string folder, int error) {
 }
 
 // Held for the process's life: a second instance finds the lock taken. The exit status when
-// the program cannot go on, with the reason on stderr.
+// the program cannot go on, with the reason on stderr. A file system that cannot lock at all
+// (some network homes) lets the program go on, with a problem line in the log.
 std::optional<int> TakeInstanceLock() {
-    const int fd =
-        ::open(StateFile("QRV.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kPrivateFileMode);
+    const std::string path = StateFile("QRV.lock");
+    const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kPrivateFileMode);
     if (fd < 0) {
         std::cerr << "Error: Stashwell cannot write its state folder " << StateFolder() << ": "
                   << WriteProblem(StateFolder(), errno) << std::endl;
         return kExitCannotRun;
     }
-    if (::flock(fd, LOCK_EX | LOCK_NB) == 0) return std::nullopt;
-    std::cerr << "Error: Stashwell is already running for this user." << std::endl;
-    return kExitOtherInstance;
+    int error = 0;
+    do
+        error = ::flock(fd, LOCK_EX | LOCK_NB) == 0 ? 0 : errno;
+    while (error == EINTR);
+    if (error == 0) return std::nullopt;
+    if (error == EWOULDBLOCK) {
+        std::cerr << "Error: Stashwell is already running for this user." << std::endl;
+        return kExitOtherInstance;
+    }
+    Log(1, std::string(kProblemMark) + "The file system of the state folder cannot lock " + path +
+               " (" + FSPlainCause(error) +
+               "), so a second Stashwell of this user could run beside this one");
+    return std::nullopt;
+}
+
+// The end of a process that met an error no trap caught: one line on stderr, nothing more in
+// the log (whose failure is the likely cause). A failed write of the daily log is named with
+// the file and the cause.
+int StoppedAtError(int status) {
+    const CRuntimeError error = CurrentRuntimeError();
+    const CLogger& logger = Logger();
+    if (logger.LastWriteError() != 0)
+        std::cerr << "Error: Stashwell cannot write its daily log " << logger.LogFile() << ": "
+                  << FSPlainCause(logger.LastWriteError()) << std::endl;
+    else
+        std::cerr << "Error: Stashwell stopped at an error: " << error.Description() << std::endl;
+    return status;
 }
 
 void SetUpErrorHandler() {
@@ -74,7 +100,11 @@ void SetUpErrorHandler() {
 int LoadWithoutWindow(const std::string& commandLine) {
     CProcTrap trap("frmMain Form_Load");
     if (!IsBackupPathSet()) {
-        std::cerr << "Please define the backup path to proceed" << std::endl;
+        const std::string settings = SettingsProblem();
+        if (!settings.empty())
+            std::cerr << "Error: Stashwell cannot read its settings file " << settings << std::endl;
+        else
+            std::cerr << "Please define the backup path to proceed" << std::endl;
         return kExitCannotRun;
     }
     if (const std::string problem = BackupPathProblem(); !problem.empty()) {
@@ -91,6 +121,7 @@ int LoadWithoutWindow(const std::string& commandLine) {
         Log(1, lock.Problem());
         return kExitOtherInstance;
     }
+    if (!lock.Unlocked().empty()) std::cerr << lock.Unlocked() << std::endl;
     int status = kExitDone;
     try {
         trap.Check();
@@ -110,8 +141,43 @@ int LoadWithoutWindow(const std::string& commandLine) {
         trap.Handle();
         status = kExitRunLost;
     }
-    Log(1, "Exiting QRV");
+    try {
+        Log(1, "Exiting QRV");
+    } catch (...) {
+        // The run ended as its status says; only its log is cut short, which is a problem.
+        return StoppedAtError(status == kExitDone ? kExitProblems : status);
+    }
     return status;
+}
+
+// Main's steps up to the window or the unattended run; `running` turns true when the window
+// takes over.
+int StartUp(int argc, char** argv, const WindowRunner& runWindow, bool& running) {
+    SetUpErrorHandler();
+    Logger();
+    StartDailyLog();
+    const std::string commandLine = CommandLine(argc, argv);
+    const bool unattended = !commandLine.empty();
+    if (unattended) Log(3, "Start Unattended");
+    if (const std::optional<int> exit = TakeInstanceLock()) return *exit;
+    Log(3, "Loading Controls");
+    InitControls();
+    const bool window = runWindow && HasDisplay();
+    // An unattended run without a window would only find the folder busy again.
+    if (!CheckInterruptedRun(unattended) && unattended && !window) return kExitOtherInstance;
+    Log(3, "Loading Main Window");
+    if (window) {
+        running = true;
+        return runWindow(argc, argv, commandLine);
+    }
+    if (!unattended) {
+        std::cerr << "Stashwell needs a display to open its window. Without one, run it "
+                     "unattended with the words backup and/or compact, for example: stashwell "
+                     "backup compact"
+                  << std::endl;
+        return kExitNoWindow;
+    }
+    return LoadWithoutWindow(commandLine);
 }
 
 } // namespace
@@ -164,15 +230,39 @@ void StartDailyLog() {
                NumText(version::kRevision) + " Started");
 }
 
-void CheckInterruptedRun(bool unattended) {
-    if (!DBJournalExists()) return;
+std::string SettingsProblem() {
+    const std::string path = CProgramSettings::FilePath();
+    // Without waiting on a FIFO in the file's place.
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    char byte = 0;
+    const int error = fd < 0 ? errno : ::read(fd, &byte, 1) < 0 ? errno : 0;
+    if (fd >= 0) ::close(fd);
+    if (error == 0 || error == ENOENT) return {};
+    return path + ": " + FSPlainCause(error);
+}
+
+bool CheckInterruptedRun(bool unattended) {
+    if (!DBJournalExists()) return true;
+    CBackupFolderLock lock;
+    if (!lock.Acquire(GetBackupPath())) {
+        const std::string cause =
+            lock.Busy() ? "another program is working on the backup folder " + GetBackupPath()
+                        : lock.Problem().substr(std::string("Error: ").size());
+        const std::string text = "The catalogue's journal " + GetDBPath() +
+                                 "-journal was left alone, unchecked: " + cause;
+        if (unattended) std::cerr << text << std::endl;
+        Log(1, text);
+        return false;
+    }
+    if (!DBJournalExists()) return true; // the program that held the folder finished its work
     Log(1, "Previous Backup process interrupted. Running Integrity Check");
-    if (IntegrityCheck()) return; // the database engine deals with the journal itself
+    if (IntegrityCheck()) return true; // the database engine deals with the journal itself
     // The warning is for unattended runs only, and only when a journal was deleted.
     if (KillDBJournal() && unattended) {
         MsgBox("Possible QRV database corruption", mb::kCritical | mb::kOKOnly, "QRV - Stashwell");
         Log(1, "Possible QRV database corruption");
     }
+    return true;
 }
 
 bool InitControls() {
@@ -188,24 +278,11 @@ bool HasDisplay() {
 }
 
 int Main(int argc, char** argv, const WindowRunner& runWindow) {
-    SetUpErrorHandler();
-    Logger();
-    StartDailyLog();
-    const std::string commandLine = CommandLine(argc, argv);
-    const bool unattended = !commandLine.empty();
-    if (unattended) Log(3, "Start Unattended");
-    if (const std::optional<int> exit = TakeInstanceLock()) return *exit;
-    Log(3, "Loading Controls");
-    InitControls();
-    CheckInterruptedRun(unattended);
-    Log(3, "Loading Main Window");
-    if (runWindow && HasDisplay()) return runWindow(argc, argv, commandLine);
-    if (!unattended) {
-        std::cerr << "Stashwell needs a display to open its window. Without one, run it "
-                     "unattended with the words backup and/or compact, for example: stashwell "
-                     "backup compact"
-                  << std::endl;
-        return kExitNoWindow;
+    bool running = false;
+    try {
+        return StartUp(argc, argv, runWindow, running);
+    } catch (...) {
+        // Nothing tells whether the window recorded the run of its words.
+        return StoppedAtError(running ? kExitRunLost : kExitCannotRun);
     }
-    return LoadWithoutWindow(commandLine);
 }

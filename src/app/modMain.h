@@ -11,7 +11,16 @@
 // drive not ready, a catalogue that cannot be read, a state folder it cannot write); 3 when
 // another program keeps the backup folder or the user's instance busy; 4 when the run
 // completed with problems and 5 when a source's run was lost, with one line per problem. It
-// works on the backup folder only while it holds the folder's own lock (CBackupFolderLock).
+// works on the backup folder only while it holds the folder's own lock (CBackupFolderLock),
+// and that includes the check after an interrupted run: a program that cannot have the lock
+// leaves the journal alone, since it may belong to the program that works there now, says so
+// in the log (and, unattended, on stderr) and, unattended without a window, exits 3.
+//
+// No exception leaves `Main`. An error that no trap caught before the window or the unattended
+// run began (the daily log that cannot be written, as on a FAT32 drive that takes no appends)
+// is one line on stderr, naming the file and the cause where it is a file's, and status 1; one
+// that leaves the window is status 5, as nothing tells whether the run of its words was
+// recorded. A run whose log cannot take its last line ends with its own status, 4 at least.
 
 #include "app/modExitStatus.h"
 
@@ -43,8 +52,13 @@ int ReportUnattendedEnd(const CRunOutcome& outcome);
 // Opens today's log Logs/QRV-yyyymmdd.LOG at level 1 and writes "QRV x.y.z Started".
 void StartDailyLog();
 bool InitControls();
-// After an interrupted run (the catalogue's journal is there): logs it, runs the integrity
-// check and, when the check fails, deletes the journal; an unattended start then warns.
-void CheckInterruptedRun(bool unattended);
+// After an interrupted run (the catalogue's journal is there), while holding the backup
+// folder's lock: logs it, runs the integrity check and, when the check fails, deletes the
+// journal; an unattended start then warns. False when the lock could not be had: the journal
+// is left alone, unchecked, and the log (and stderr, unattended) says why.
+bool CheckInterruptedRun(bool unattended);
+// Why the settings file cannot be read, as its path, ": " and the cause in plain words; empty
+// when it can be read or is not there at all.
+std::string SettingsProblem();
 // The command line as one text: the words joined by single blanks.
 std::string CommandLine(int argc, char** argv);

@@ -1,5 +1,6 @@
 #include "cli/modQrvMain.h"
 
+#include "app/modMain.h"
 #include "app/modPaths.h"
 #include "cli/CQrvArgs.h"
 #include "cli/modQrvCheck.h"
@@ -7,6 +8,7 @@
 #include "cli/modQrvHelp.h"
 #include "cli/modQrvList.h"
 #include "cli/modQrvRestore.h"
+#include "support/CProcTrap.h"
 #include "support/modMsgBox.h"
 #include "support/modPlatformPaths.h"
 #include "support/modServices.h"
@@ -30,9 +32,21 @@ private:
     std::ostream& m_err;
 };
 
-} // namespace
+// The boxes of the shared core go to stderr for as long as it lives.
+class CScopedMessages {
+public:
+    explicit CScopedMessages(std::ostream& err) : m_messages(err) {
+        SetMessageBoxService(&m_messages);
+    }
+    ~CScopedMessages() { SetMessageBoxService(nullptr); }
+    CScopedMessages(const CScopedMessages&) = delete;
+    CScopedMessages& operator=(const CScopedMessages&) = delete;
 
-int QrvMain(const std::vector<std::string>& words, std::ostream& out, std::ostream& err) {
+private:
+    CQrvMessages m_messages;
+};
+
+int RunCommand(const std::vector<std::string>& words, std::ostream& out, std::ostream& err) {
     CQrvArgs args;
     if (!args.Parse(words)) {
         err << "qrv: " << args.Problem() << "; see 'qrv --help'\n";
@@ -58,12 +72,15 @@ int QrvMain(const std::vector<std::string>& words, std::ostream& out, std::ostre
         err << QrvHelp("");
         return kQrvUsage;
     }
-    if (!args.BackupPath().empty())
+    if (!args.BackupPath().empty()) {
         UseBackupPath(args.BackupPath()[0] == '/' ? args.BackupPath()
                                                   : CurrentFolder() + "/" + args.BackupPath());
+    } else if (const std::string settings = SettingsProblem(); !settings.empty()) {
+        err << "qrv: cannot read the settings file " << settings << "\n";
+        return kQrvCannotOpen;
+    }
 
-    CQrvMessages messages(err);
-    SetMessageBoxService(&messages);
+    const CScopedMessages messages(err);
     // Each command names its failures itself, on stderr; no box and no report file.
     ErrHandler().DisplayMsgOnError(false);
     ErrHandler().Destination({});
@@ -73,6 +90,17 @@ int QrvMain(const std::vector<std::string>& words, std::ostream& out, std::ostre
     if (command == "find") status = QrvFind(args, out, err);
     if (command == "restore") status = QrvRestore(args, out, err);
     if (command == "check") status = QrvCheck(args, out, err);
-    SetMessageBoxService(nullptr);
     return status;
+}
+
+} // namespace
+
+int QrvMain(const std::vector<std::string>& words, std::ostream& out, std::ostream& err) {
+    try {
+        return RunCommand(words, out, err);
+    } catch (...) {
+        // An error no command caught: the command did not do all it was asked.
+        err << "qrv: stopped at an error: " << CurrentRuntimeError().Description() << "\n";
+        return kQrvProblems;
+    }
 }

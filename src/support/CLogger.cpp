@@ -29,6 +29,7 @@ bool CLogger::StartLogger() {
     if (m_fd >= 0) m_earlierFds.push_back(m_fd);
     m_fd = fd;
     m_started = true;
+    m_writeError = 0;
     return true;
 }
 
@@ -56,9 +57,13 @@ void CLogger::WriteLine(const std::string& line) {
     size_t done = 0;
     while (done < line.size()) {
         const ssize_t n = ::write(m_fd, line.data() + done, line.size() - done);
-        const int error = n < 0 ? errno : 0;
-        if (error == EINTR) continue;
-        if (n <= 0) Raise(error == ENOSPC || error == EDQUOT ? err::kDiskFull : err::kDeviceIO);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) {
+            // A write that takes nothing without saying why counts as the device's failure.
+            m_writeError = n < 0 ? errno : EIO;
+            const bool full = m_writeError == ENOSPC || m_writeError == EDQUOT;
+            Raise(full ? err::kDiskFull : err::kDeviceIO);
+        }
         done += static_cast<size_t>(n);
     }
 }

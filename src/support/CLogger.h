@@ -34,6 +34,9 @@ public:
     void Log(int32_t level, const std::string& message);
     // A line holding a single blank, whatever the level.
     void BlankLine();
+    // The system error (errno) of the last write that failed since StartLogger, so that the
+    // caller whose trap caught the failure can name its cause; 0 when none failed.
+    int LastWriteError() const { return m_writeError; }
 
 private:
     void WriteLine(const std::string& line);
@@ -43,4 +46,5 @@ private:
     std::string m_path;
     bool m_started = false;
     int32_t m_level = 1;
+    int m_writeError = 0;
 };

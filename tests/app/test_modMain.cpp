@@ -7,7 +7,11 @@
 #include "support/modDateText.h"
 #include "support/modServices.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <thread>
+#include <unistd.h>
 
 namespace {
 
@@ -58,6 +62,42 @@ TEST_F(Interrupted, FailingCheckUnattendedWarnsOfCorruption) {
                                    {"Possible QRV database corruption", 16, "QRV - Stashwell"}}));
     EXPECT_EQ(LogMessages(ReadFile(log)).back(), "Possible QRV database corruption\r\n");
     EXPECT_FALSE(Exists(f.db + "-journal"));
+}
+
+TEST_F(Interrupted, FailingCheckWhileAnotherProgramHoldsTheFolderLeavesTheJournal) {
+    WriteFile(f.db + "-journal", "");
+    BreakCatalogue();
+    // Another open file of the lock: to the lock, another program.
+    const int other = ::open((f.backup + "/QRV.lock").c_str(), O_RDONLY | O_CREAT, 0600);
+    ASSERT_EQ(::flock(other, LOCK_EX | LOCK_NB), 0);
+    const bool checked = CheckInterruptedRun(false);
+    ::close(other);
+    EXPECT_FALSE(checked);
+    EXPECT_EQ(LogMessages(ReadFile(log)),
+              Lines{"The catalogue's journal " + f.db +
+                    "-journal was left alone, unchecked: another program is working on the "
+                    "backup folder " +
+                    f.backup + "\r\n"});
+    EXPECT_TRUE(f.env.box.calls.empty());
+    EXPECT_TRUE(Exists(f.db + "-journal"));
+}
+
+TEST_F(Interrupted, JournalThatItsProgramEndsWhileTheCheckWaitsIsNotChecked) {
+    WriteFile(f.db + "-journal", "");
+    BreakCatalogue();
+    const int other = ::open((f.backup + "/QRV.lock").c_str(), O_RDONLY | O_CREAT, 0600);
+    ASSERT_EQ(::flock(other, LOCK_EX | LOCK_NB), 0);
+    // The other program commits (its journal goes) and lets the folder go.
+    std::thread finisher([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        ::unlink((f.db + "-journal").c_str());
+        ::close(other);
+    });
+    const bool checked = CheckInterruptedRun(true);
+    finisher.join();
+    EXPECT_TRUE(checked);
+    EXPECT_EQ(ReadFile(log), "");
+    EXPECT_TRUE(f.env.box.calls.empty());
 }
 
 TEST(StartUp, DailyLogIsOpenedUnderTheBackupPath) {

@@ -4,6 +4,7 @@
 // that tells of it survives the log purge.
 
 #include "BackupFixture.h"
+#include "FSShimEnv.h"
 #include "TestProgram.h"
 #include "app/modPaths.h"
 #include "support/Version.h"
@@ -54,12 +55,15 @@ Lines ErrLines(const std::string& text) {
     return lines;
 }
 
-// A file system of `mebibytes` mounted at `path` for the test's life (root only).
+// A file system of `mebibytes` (or of the size `size` names, "4k") mounted at `path` for the
+// test's life (root only).
 class SmallDisk {
 public:
-    SmallDisk(const std::string& path, int mebibytes) : m_path(path) {
+    SmallDisk(const std::string& path, int mebibytes)
+        : SmallDisk(path, std::to_string(mebibytes) + "m") {}
+    SmallDisk(const std::string& path, const std::string& size) : m_path(path) {
         fs::create_directories(path);
-        const std::string options = "size=" + std::to_string(mebibytes) + "m,mode=0700";
+        const std::string options = "size=" + size + ",mode=0700";
         m_ok = ::geteuid() == 0 && ::mount("tmpfs", path.c_str(), "tmpfs", 0, options.c_str()) == 0;
     }
     ~SmallDisk() {
@@ -470,6 +474,64 @@ TEST(FailedStart, StateFolderThatCannotBeWrittenIsNamed) {
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_EQ(run.err, "Error: Stashwell cannot write its state folder " + readOnly +
                            "/state/Korvex/QRV: permission denied\n");
+}
+
+TEST(FailedStart, SettingsFileThatCannotBeReadIsNamed) {
+    ScopedTestEnv env;
+    const std::string settings = env.ConfigHome() + "/Korvex/QRV.conf";
+    fs::create_directories(settings);
+    const ProgramRun run = RunStashwell({"backup"});
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.err,
+              "Error: Stashwell cannot read its settings file " + settings + ": is a directory\n");
+}
+
+// Today's log as an earlier start left it.
+const std::string kEarlierLog = " \r\n25/11/2026 08:00:00: " + kStarted;
+
+// A day's log that holds lines already, on a file system that appends nothing to it (fusefat
+// does so to a file of less than 512 bytes).
+struct DailyLogWithoutAppends : ::testing::TestWithParam<const char*> {};
+
+TEST_P(DailyLogWithoutAppends, StopsTheStartWithTheLogsNameAndCause) {
+    BackupFixture f;
+    const std::string src = f.env.Path("src");
+    CreateTree(src, Dir({{"a.txt", File("alpha")}}));
+    f.AddSource(src);
+    fs::create_directories(f.backup + "/Logs");
+    WriteFile(f.TodaysLogPath(), kEarlierLog);
+    const ProgramRun run =
+        RunStashwell({GetParam()}, 120, ShimEnv(f.backup + "/Logs", "no-append"));
+    EXPECT_EQ(run.signal, 0);
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.err, "Error: Stashwell cannot write its daily log " + f.TodaysLogPath() +
+                           ": permission denied\n");
+    EXPECT_EQ(f.TodaysLog(), kEarlierLog);
+    EXPECT_EQ(f.Rows("SELECT count(*) FROM Backups"), Lines{"0"});
+}
+
+INSTANTIATE_TEST_SUITE_P(Words, DailyLogWithoutAppends, ::testing::Values("compact", "backup"));
+
+TEST(FailedStart, LogThatCannotTakeItsLastLineEndsTheRunWithProblems) {
+    BackupFixture f;
+    // A log folder of one page, today's log filled so that the start's lines end the page.
+    std::string log;
+    ProgramRun run;
+    {
+        SmallDisk logs(f.backup + "/Logs", "4k");
+        if (!logs.Ok()) GTEST_SKIP() << "mounting a small file system needs root";
+        const size_t lines = std::string(" \r\n").size() + 21 + kStarted.size() + 21 +
+                             std::string("Unattended backup complete\r\n").size();
+        WriteFile(f.TodaysLogPath(), std::string(4096 - lines, 'x'));
+        run = RunStashwell({"nothing"});
+        log = f.TodaysLog();
+    }
+    EXPECT_EQ(run.signal, 0);
+    EXPECT_EQ(run.exitCode, 4);
+    EXPECT_EQ(run.err, "Error: Stashwell cannot write its daily log " + f.TodaysLogPath() +
+                           ": the disk is full\n");
+    ASSERT_EQ(log.size(), 4096u);
+    EXPECT_EQ(log.substr(log.size() - 28), "Unattended backup complete\r\n");
 }
 
 TEST(FailedStart, SettingsFileWithCrLfLineEndsIsRead) {

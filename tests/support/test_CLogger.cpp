@@ -6,6 +6,7 @@
 #include "support/CRuntimeError.h"
 #include "support/modDateText.h"
 
+#include <cerrno>
 #include <ctime>
 #include <gtest/gtest.h>
 #include <regex>
@@ -315,6 +316,19 @@ TEST_F(LoggerTest, WriteFailureIsRaisedToTheCaller) {
         EXPECT_EQ(e.Description(), "Disk full");
     }
     EXPECT_THROW(logger.BlankLine(), CRuntimeError);
+}
+
+TEST_F(LoggerTest, FailedWriteIsRememberedWithItsSystemErrorUntilTheNextStart) {
+    logger.LogFile("/dev/full");
+    ASSERT_TRUE(logger.StartLogger());
+    EXPECT_EQ(logger.LastWriteError(), 0);
+    EXPECT_THROW(logger.Log(1, "drive removed"), CRuntimeError);
+    EXPECT_EQ(logger.LastWriteError(), ENOSPC);
+    logger.StopLogger();
+    Start();
+    EXPECT_EQ(logger.LastWriteError(), 0);
+    logger.Log(1, "fine again");
+    EXPECT_EQ(logger.LastWriteError(), 0);
 }
 
 TEST_F(LoggerTest, FilteredMessageOnAFailingFileRaisesNothing) {
