@@ -5,7 +5,9 @@ set -euo pipefail
 
 packages=(cmake ninja-build g++ pkg-config libsqlite3-dev libssl-dev libgtest-dev
     qt6-base-dev qt6-qpa-plugins libgl-dev fonts-dejavu-core xdg-utils
-    dpkg-dev desktop-file-utils sqlite3 man-db)
+    dpkg-dev desktop-file-utils sqlite3 man-db
+    # The removable-drive tests: exFAT and FAT32 images made, on a loop device, through FUSE.
+    mount exfatprogs exfat-fuse dosfstools fusefat)
 if [ "${1:-}" = "--bench" ]; then
     packages+=(time borgbackup restic)
 fi
