@@ -2,14 +2,15 @@
 // where the file-system shim refuses anonymous files and renames with flags (as exFAT, FAT32,
 // NTFS through FUSE, NFS and SMB do), a real exFAT image and a real FAT32 image mounted through
 // FUSE where the machine allows it (root, a free loop device, /dev/fuse and the tools from
-// scripts/install-deps.sh); elsewhere those tests are skipped with the reason.
+// scripts/install-deps.sh); elsewhere those tests are skipped with the reason. Each drive is
+// backed up twice and restored; on FAT32, whose fusefat driver appends nothing to a file of
+// less than 512 bytes, a start that cannot write the day's log says which and why.
 
 #include "BackupFixture.h"
 #include "FSShimEnv.h"
 #include "StoreAudit.h"
 #include "TestProgram.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -249,46 +250,13 @@ TEST(ExFatDrive, BackupStoresEverythingAndRestores) {
     BackUpTwiceAndRestore(f, {}, false);
 }
 
-TEST(Fat32Drive, RunIsCommittedAndTheNextStartThatDayNamesTheLogItCannotAppendTo) {
+TEST(Fat32Drive, BackupStoresEverythingAndTheNextStartThatCannotAppendToTheLogNamesIt) {
     BackupFixture f;
     FuseDrive drive(FuseDrive::Kind::kFat32, f.env.Path("fat32"), 64);
     if (!drive.Why().empty()) GTEST_SKIP() << drive.Why();
     f.UseBackupPath(drive.Path() + "/backup");
-    const std::string src = f.env.Path("src");
-    const auto files = MakeTwentyFiles(src);
-    f.AddSource(src);
-
-    const ProgramRun run = RunStashwell({"backup"});
-    EXPECT_EQ(run.signal, 0);
-    EXPECT_EQ(f.RowTexts("SELECT bid, source FROM Backups"), Lines{"1|" + src});
-    EXPECT_EQ(Leftovers(f.backup), Lines{});
-    // fusefat tells of no free space at all, and what the run did not store it names, one
-    // line per file; the rest is stored, with the mode 0700 that fusefat shows for every file.
-    Lines notStored, audit;
-    for (const auto& [path, content] : files) {
-        const std::string stored = StoreFile(f.backup, content);
-        if (Exists(stored))
-            audit.push_back("not private: " + stored.substr(f.backup.size() + 7));
-        else
-            notStored.push_back("Not backed up: " + path +
-                                ": not enough free space on the backup drive");
-    }
-    std::sort(audit.begin(), audit.end());
-    EXPECT_EQ(AuditBackupFolder(f.backup), audit);
-    Lines err;
-    for (size_t start = 0, end; (end = run.err.find('\n', start)) != std::string::npos;
-         start = end + 1)
-        err.push_back(run.err.substr(start, end - start));
-    if (notStored.empty()) {
-        EXPECT_EQ(run.exitCode, 0);
-        EXPECT_EQ(err, Lines{});
-    } else {
-        EXPECT_EQ(run.exitCode, 4);
-        notStored.push_back("Backup completed with problems. The log " + f.TodaysLogPath() +
-                            " has the details.");
-        std::sort(err.begin(), err.end() - (err.empty() ? 0 : 1));
-        EXPECT_EQ(err, notStored);
-    }
+    // fusefat shows every file with mode 0700 and tells of no free space at all.
+    BackUpTwiceAndRestore(f, {}, false);
 
     // fusefat writes a new file but appends nothing to one that holds less than 512 bytes, as
     // the log of a day whose first start did nothing does: the next start cannot write its log
@@ -305,7 +273,7 @@ TEST(Fat32Drive, RunIsCommittedAndTheNextStartThatDayNamesTheLogItCannotAppendTo
             << words;
     }
     EXPECT_EQ(f.TodaysLog(), log);
-    EXPECT_EQ(CommittedRuns(f.backup), Lines{"1"});
+    EXPECT_EQ(CommittedRuns(f.backup), (Lines{"1", "2"}));
 }
 
 } // namespace
