@@ -37,10 +37,10 @@ skipped_summary() {
 trap skipped_summary EXIT
 
 jobs=$(nproc)
+rm -f "$junit"
 # The same Release build that ./run.sh starts.
 cmake -S . -B build-release -G Ninja -DCMAKE_BUILD_TYPE=Release
 cmake --build build-release -j "$jobs"
-rm -f "$junit"
 ctest --test-dir build-release --output-on-failure -j "$jobs" --output-junit "$junit"
 
 cmake -S . -B build-sanitize -G Ninja -DCMAKE_BUILD_TYPE=Debug \
