@@ -99,11 +99,12 @@ public:
         m_device = loop.output.substr(0, loop.output.find('\n'));
         const Command mounted =
             Shell(driver + (exfat ? " " : " -o rw+ ") + m_device + " " + Quoted(m_mount));
-        if (mounted.status != 0 || !WaitForMount()) {
+        // Unmounted at the end also when the mount shows too late.
+        m_mounted = mounted.status == 0;
+        if (!m_mounted || !WaitForMount()) {
             m_why = driver + " could not mount " + m_device + ": " + mounted.output;
             return;
         }
-        m_mounted = true;
         m_why.clear();
     }
 
@@ -123,8 +124,8 @@ private:
     // The driver may answer before the mount is in place.
     bool WaitForMount() const {
         for (int i = 0; i < 500; ++i) {
-            struct stat mount {
-            }, parent{};
+            struct stat mount {};
+            struct stat parent {};
             if (::stat(m_mount.c_str(), &mount) == 0 &&
                 ::stat((m_mount + "/..").c_str(), &parent) == 0 && mount.st_dev != parent.st_dev)
                 return true;
