@@ -299,7 +299,7 @@ int64_t Nanos(const timespec& t) {
     return static_cast<int64_t>(t.tv_sec) * kNano + t.tv_nsec;
 }
 
-timespec Spec(int64_t nanos) {
+timespec TimeOf(int64_t nanos) {
     return {static_cast<time_t>(nanos / kNano), static_cast<long>(nanos % kNano)};
 }
 
@@ -318,7 +318,7 @@ timespec RealDeadline(clockid_t clock, const timespec& fast) {
     real(clock, &now);
     const int64_t base = BaseOf(clock, Nanos(now));
     const int64_t at = Nanos(fast);
-    return at <= base ? fast : Spec(base + (at - base) / ClockSpeed());
+    return at <= base ? fast : TimeOf(base + (at - base) / ClockSpeed());
 }
 
 } // namespace
@@ -526,7 +526,7 @@ int clock_gettime(clockid_t clock, struct timespec* time) {
     if (result != 0 || ClockSpeed() == 1 || !IsMonotonic(clock)) return result;
     const int64_t now = Nanos(*time);
     const int64_t base = BaseOf(clock, now);
-    *time = Spec(base + (now - base) * ClockSpeed());
+    *time = TimeOf(base + (now - base) * ClockSpeed());
     return result;
 }
 
