@@ -124,6 +124,7 @@ ProgramRun RunQrv(const std::vector<std::string>& args, int timeoutSeconds, cons
 }
 
 ProgramRun RunStashwellUntil(const std::vector<std::string>& args,
-                             const std::function<bool()>& killWhen, int timeoutSeconds) {
-    return RunningProgram(args).Wait(timeoutSeconds, killWhen);
+                             const std::function<bool()>& killWhen, int timeoutSeconds,
+                             const ProgramEnv& env) {
+    return RunningProgram(args, env).Wait(timeoutSeconds, killWhen);
 }

@@ -54,4 +54,5 @@ std::string QrvProgram();
 // Starts the program and kills it with SIGKILL once `killWhen` returns true (polled every tenth
 // of a millisecond) or the program ends by itself; returns how it ended.
 ProgramRun RunStashwellUntil(const std::vector<std::string>& args,
-                             const std::function<bool()>& killWhen, int timeoutSeconds = 120);
+                             const std::function<bool()>& killWhen, int timeoutSeconds = 120,
+                             const ProgramEnv& env = {});

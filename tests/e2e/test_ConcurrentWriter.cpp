@@ -4,6 +4,8 @@
 // restores the original bytes.
 
 #include "BackupFixture.h"
+#include "FSShimEnv.h"
+#include "StagingWays.h"
 #include "StoreAudit.h"
 #include "TestProgram.h"
 #include "app/modRestore.h"
@@ -70,7 +72,9 @@ bool Running(pid_t pid) {
     return ::waitpid(pid, &status, WNOHANG) == 0;
 }
 
-TEST(ConcurrentWriter, EveryRunPassesTheAuditAndAQuietRunRestoresTheOriginals) {
+class ConcurrentWriter : public ::testing::TestWithParam<StagingWay> {};
+
+TEST_P(ConcurrentWriter, EveryRunPassesTheAuditAndAQuietRunRestoresTheOriginals) {
     BackupFixture f;
     f.SetOption("MaxBackups", "100");
     const std::string src = f.env.Path("src");
@@ -88,7 +92,7 @@ TEST(ConcurrentWriter, EveryRunPassesTheAuditAndAQuietRunRestoresTheOriginals) {
     ASSERT_GT(writer, 0);
     int runs = 0;
     while (Running(writer) || runs < 3) {
-        const ProgramRun run = RunStashwell({"backup"});
+        const ProgramRun run = RunStashwell({"backup"}, 120, StagingEnv(GetParam(), f.backup));
         ASSERT_EQ(run.exitCode, 0) << run.err;
         ++runs;
         EXPECT_EQ(AuditBackupFolder(f.backup, AuditMoment::kAfterCleanRun, &cache), Lines{})
@@ -101,7 +105,7 @@ TEST(ConcurrentWriter, EveryRunPassesTheAuditAndAQuietRunRestoresTheOriginals) {
     // The original contents back, and a quiet run of them.
     for (const auto& [path, content] : originals)
         WriteFile(path, content);
-    ASSERT_EQ(RunStashwell({"backup"}).exitCode, 0);
+    ASSERT_EQ(RunStashwell({"backup"}, 120, StagingEnv(GetParam(), f.backup)).exitCode, 0);
     EXPECT_EQ(AuditBackupFolder(f.backup, AuditMoment::kAfterCleanRun, &cache), Lines{});
     const std::string bid = CommittedRuns(f.backup).back();
     const std::string other = f.env.Path("restored");
@@ -114,4 +118,8 @@ TEST(ConcurrentWriter, EveryRunPassesTheAuditAndAQuietRunRestoresTheOriginals) {
     EXPECT_TRUE(f.env.box.calls.empty());
 }
 
+} // namespace
+
+namespace {
+STAGING_WAYS_INSTANTIATE(ConcurrentWriter);
 } // namespace

@@ -2,10 +2,13 @@
 // no store file whose content differs from its name; the next start notices the interruption.
 
 #include "BackupFixture.h"
+#include "FSShimEnv.h"
+#include "StagingWays.h"
 #include "StoreAudit.h"
 #include "TestProgram.h"
 
 #include <chrono>
+#include <tuple>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -14,14 +17,16 @@ namespace {
 using Lines = std::vector<std::string>;
 using Clock = std::chrono::steady_clock;
 
-class KilledRun : public ::testing::TestWithParam<int> {};
+// Killed after some milliseconds, in each staging way.
+class KilledRun : public ::testing::TestWithParam<std::tuple<StagingWay, int>> {};
 
 TEST_P(KilledRun, LeavesASoundCatalogueAndANextRunCompletes) {
     BackupFixture f;
+    const ProgramEnv staging = StagingEnv(std::get<0>(GetParam()), f.backup);
     // An earlier, complete run of a small source.
     CreateTree(f.env.Path("small"), Dir({{"s.txt", File("small source")}}));
     f.AddSource(f.env.Path("small"));
-    ASSERT_EQ(RunStashwell({"backup"}).exitCode, 0);
+    ASSERT_EQ(RunStashwell({"backup"}, 120, staging).exitCode, 0);
     const Lines firstRun = f.RowTexts("SELECT * FROM Files WHERE bid = 1 ORDER BY fid");
 
     // A larger source, killed part-way through its run.
@@ -33,11 +38,12 @@ TEST_P(KilledRun, LeavesASoundCatalogueAndANextRunCompletes) {
     CreateTree(big, Dir({{"d", Dir(files)}}));
     f.AddSource(big);
 
-    const int delayMs = GetParam();
+    const int delayMs = std::get<1>(GetParam());
     const std::string logPath = f.TodaysLogPath();
     const auto start = Clock::now();
     const ProgramRun killed = RunStashwellUntil(
-        {"backup"}, [&] { return Clock::now() - start > std::chrono::milliseconds(delayMs); });
+        {"backup"}, [&] { return Clock::now() - start > std::chrono::milliseconds(delayMs); }, 120,
+        staging);
     if (killed.signal == 0) GTEST_SKIP() << "the run ended before the kill";
     EXPECT_EQ(killed.signal, SIGKILL);
 
@@ -45,7 +51,7 @@ TEST_P(KilledRun, LeavesASoundCatalogueAndANextRunCompletes) {
     const bool interrupted = Exists(f.db + "-journal");
 
     ASSERT_EQ(::truncate(logPath.c_str(), 0), 0);
-    const ProgramRun next = RunStashwell({"backup", "compact"});
+    const ProgramRun next = RunStashwell({"backup", "compact"}, 120, staging);
     ASSERT_EQ(next.exitCode, 0) << next.err;
     const Lines log = LogMessages(ReadFile(logPath));
     if (interrupted) {
@@ -65,7 +71,12 @@ TEST_P(KilledRun, LeavesASoundCatalogueAndANextRunCompletes) {
         EXPECT_TRUE(Exists(StoreFile(f.backup, std::to_string(i) + PatternContent(256 * 1024))));
 }
 
-INSTANTIATE_TEST_SUITE_P(AtDifferentPoints, KilledRun, ::testing::Values(5, 40, 120, 250, 500));
+INSTANTIATE_TEST_SUITE_P(AtDifferentPoints, KilledRun,
+                         ::testing::Combine(kBothStagingWays, ::testing::Values(5, 40, 120, 250, 500)),
+                         [](const ::testing::TestParamInfo<KilledRun::ParamType>& info) {
+                             return StagingWayName({std::get<0>(info.param), info.index}) + "_" +
+                                    std::to_string(std::get<1>(info.param)) + "ms";
+                         });
 
 TEST(Interrupted, JournalWithASoundCatalogueIsCheckedAndLeftToTheEngine) {
     BackupFixture f;

@@ -3,9 +3,12 @@
 // first starts that create the catalogue. After each kill a clean run completes, and the backup
 // folder passes the audit: a sound catalogue, every store file holding the content its name
 // signs, every row of every committed run pointing at such a file of its recorded size, no
-// committed run lost, and nothing temporary left behind.
+// committed run lost, and nothing temporary left behind. Every test runs in both staging ways:
+// anonymous files, and named temporary files where anonymous ones are refused as on exFAT.
 
 #include "BackupFixture.h"
+#include "FSShimEnv.h"
+#include "StagingWays.h"
 #include "StoreAudit.h"
 #include "TestProgram.h"
 #include "app/modPaths.h"
@@ -23,9 +26,9 @@ using Clock = std::chrono::steady_clock;
 using Millis = std::chrono::duration<double, std::milli>;
 
 // How long a clean run of `args` takes.
-Millis TimeOf(const std::vector<std::string>& args) {
+Millis TimeOf(const std::vector<std::string>& args, const ProgramEnv& env) {
     const auto start = Clock::now();
-    const ProgramRun run = RunStashwell(args);
+    const ProgramRun run = RunStashwell(args, 120, env);
     EXPECT_EQ(run.exitCode, 0) << run.err;
     return Clock::now() - start;
 }
@@ -35,7 +38,8 @@ Millis TimeOf(const std::vector<std::string>& args) {
 // the plan reaches its number of kills whatever the speed of the machine.
 class KillPlan {
 public:
-    KillPlan(int kills, Millis duration) : m_target(kills), m_duration(duration) {}
+    KillPlan(int kills, Millis duration, ProgramEnv env)
+        : m_target(kills), m_duration(duration), m_env(std::move(env)) {}
 
     bool Done() const { return m_kills >= m_target || m_tries >= 3 * m_target; }
     int Kills() const { return m_kills; }
@@ -45,8 +49,8 @@ public:
     void Run(const std::vector<std::string>& args) {
         const Millis after = m_duration * (1 + m_tries++ % 10) / 11;
         const auto start = Clock::now();
-        const ProgramRun run =
-            RunStashwellUntil(args, [&] { return Clock::now() - start >= after; });
+        const ProgramRun run = RunStashwellUntil(
+            args, [&] { return Clock::now() - start >= after; }, 120, m_env);
         if (run.signal == SIGKILL)
             ++m_kills;
         else
@@ -56,6 +60,7 @@ public:
 private:
     const int m_target;
     Millis m_duration;
+    const ProgramEnv m_env;
     int m_kills = 0;
     int m_tries = 0;
 };
@@ -78,8 +83,17 @@ void Change(const std::string& root, int round, int share) {
     }
 }
 
-TEST(KillNine, DuringBackupsOfManySmallFilesAndAFewLargeOnes) {
+class KillNine : public ::testing::TestWithParam<StagingWay> {
+protected:
+    // The program in the test's staging way, for the backup folder `backup`.
+    ProgramRun Run(const std::vector<std::string>& args, const std::string& backup) const {
+        return RunStashwell(args, 120, StagingEnv(GetParam(), backup));
+    }
+};
+
+TEST_P(KillNine, DuringBackupsOfManySmallFilesAndAFewLargeOnes) {
     BackupFixture f;
+    const ProgramEnv env = StagingEnv(GetParam(), f.backup);
     f.SetOption("MaxBackups", "100");
     const std::string small = f.env.Path("small"), large = f.env.Path("large");
     MakeRandomFiles(small, 300, 1);
@@ -87,11 +101,11 @@ TEST(KillNine, DuringBackupsOfManySmallFilesAndAFewLargeOnes) {
                            {"b.bin", File("b" + PatternContent(6 << 20))}}));
     f.AddSource(small);
     f.AddSource(large);
-    ASSERT_EQ(RunStashwell({"backup"}).exitCode, 0);
+    ASSERT_EQ(Run({"backup"}, f.backup).exitCode, 0);
     // A run after changes like those of every round.
     Change(small, 0, 10);
     Change(large, 0, 2);
-    KillPlan plan(40, TimeOf({"backup"}));
+    KillPlan plan(40, TimeOf({"backup"}, env), env);
     AuditCache cache;
     for (int k = 1; !plan.Done(); ++k) {
         Change(small, k, 10);
@@ -99,7 +113,7 @@ TEST(KillNine, DuringBackupsOfManySmallFilesAndAFewLargeOnes) {
         const Lines before = CommittedRuns(f.backup);
         plan.Run({"backup"});
         EXPECT_EQ(AuditBackupFolder(f.backup, AuditMoment::kJustKilled, &cache), Lines{}) << k;
-        const ProgramRun clean = RunStashwell({"backup"});
+        const ProgramRun clean = Run({"backup"}, f.backup);
         ASSERT_EQ(clean.exitCode, 0) << k << clean.err;
         EXPECT_EQ(AuditBackupFolder(f.backup, AuditMoment::kAfterCleanRun, &cache), Lines{}) << k;
         EXPECT_TRUE(Contains(CommittedRuns(f.backup), before)) << k;
@@ -107,25 +121,26 @@ TEST(KillNine, DuringBackupsOfManySmallFilesAndAFewLargeOnes) {
     EXPECT_EQ(plan.Kills(), 40) << "in " << plan.Tries() << " tries";
 }
 
-TEST(KillNine, DuringCompactsAfterALimitOfOneRun) {
+TEST_P(KillNine, DuringCompactsAfterALimitOfOneRun) {
     BackupFixture f;
+    const ProgramEnv env = StagingEnv(GetParam(), f.backup);
     f.SetOption("MaxBackups", "1");
     const std::string src = f.env.Path("src");
     MakeRandomFiles(src, 300, 2);
     CreateTree(src + "/large", Dir({{"a.bin", File(PatternContent(4 << 20))}}));
     f.AddSource(src);
-    ASSERT_EQ(RunStashwell({"backup"}).exitCode, 0);
+    ASSERT_EQ(Run({"backup"}, f.backup).exitCode, 0);
     Change(src, 0, 3);
-    ASSERT_EQ(RunStashwell({"backup"}).exitCode, 0);
-    KillPlan plan(35, TimeOf({"compact"}));
+    ASSERT_EQ(Run({"backup"}, f.backup).exitCode, 0);
+    KillPlan plan(35, TimeOf({"compact"}, env), env);
     AuditCache cache;
     for (int k = 1; !plan.Done(); ++k) {
         Change(src, k, 3);
-        ASSERT_EQ(RunStashwell({"backup"}).exitCode, 0) << k;
+        ASSERT_EQ(Run({"backup"}, f.backup).exitCode, 0) << k;
         const Lines before = CommittedRuns(f.backup);
         plan.Run({"compact"});
         EXPECT_EQ(AuditBackupFolder(f.backup, AuditMoment::kJustKilled, &cache), Lines{}) << k;
-        const ProgramRun clean = RunStashwell({"compact"});
+        const ProgramRun clean = Run({"compact"}, f.backup);
         ASSERT_EQ(clean.exitCode, 0) << k << clean.err;
         EXPECT_EQ(AuditBackupFolder(f.backup, AuditMoment::kAfterCleanRun, &cache), Lines{}) << k;
         EXPECT_EQ(CommittedRuns(f.backup), before) << k;
@@ -133,8 +148,10 @@ TEST(KillNine, DuringCompactsAfterALimitOfOneRun) {
     EXPECT_EQ(plan.Kills(), 35) << "in " << plan.Tries() << " tries";
 }
 
-TEST(KillNine, DuringFirstStartsThatCreateTheCatalogue) {
+TEST_P(KillNine, DuringFirstStartsThatCreateTheCatalogue) {
     ScopedTestEnv env;
+    // Every fresh backup folder lies below this one.
+    const ProgramEnv staging = StagingEnv(GetParam(), env.Root());
     const auto freshFolder = [&](int k) {
         const std::string folder = env.Path("fresh" + std::to_string(k));
         CreateTree(folder, Dir());
@@ -142,11 +159,11 @@ TEST(KillNine, DuringFirstStartsThatCreateTheCatalogue) {
         return folder;
     };
     freshFolder(0);
-    KillPlan plan(30, TimeOf({"backup"}));
+    KillPlan plan(30, TimeOf({"backup"}, staging), staging);
     for (int k = 1; !plan.Done(); ++k) {
         const std::string folder = freshFolder(k);
         plan.Run({"backup"});
-        const ProgramRun clean = RunStashwell({"backup"});
+        const ProgramRun clean = RunStashwell({"backup"}, 120, staging);
         ASSERT_EQ(clean.exitCode, 0) << k << clean.err;
         EXPECT_EQ(clean.err, "") << k;
         const std::string db = folder + "/db/Backup.db";
@@ -169,4 +186,8 @@ TEST(KillNine, DuringFirstStartsThatCreateTheCatalogue) {
     EXPECT_EQ(plan.Kills(), 30) << "in " << plan.Tries() << " tries";
 }
 
+} // namespace
+
+namespace {
+STAGING_WAYS_INSTANTIATE(KillNine);
 } // namespace
