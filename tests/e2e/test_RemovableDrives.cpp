@@ -242,6 +242,37 @@ TEST(NoAnonymousFiles, BackupStoresEverythingUnderTemporaryNamesAndRestores) {
     BackUpTwiceAndRestore(f, ShimEnv(f.backup, "no-tmpfile,no-rename-flags"));
 }
 
+TEST(ModesTheDriveCannotKeep, AreNoProblemAtAll) {
+    // exFAT and FAT32 refuse every change of mode: the store files are made private as they
+    // are created, and a refused chmod is no problem (BackUpTwiceAndRestore wants no stderr).
+    BackupFixture f;
+    BackUpTwiceAndRestore(f, ShimEnv(f.backup, "no-tmpfile,no-chmod"));
+    EXPECT_EQ(f.TodaysLog().find("Problem: "), std::string::npos);
+}
+
+TEST(FileOf4GiB, OnAFat32BackupFolderIsANamedProblemAndTheOtherFilesAreCommitted) {
+    BackupFixture f;
+    const std::string src = f.env.Path("src");
+    CreateTree(src, Dir({{"small.txt", File("small content")}}));
+    // A sparse file of exactly 4 GiB: nothing on disk, and the shim turns the zeros written
+    // into the store into holes.
+    const std::string big = src + "/big.bin";
+    WriteFile(big, "");
+    ASSERT_EQ(::truncate(big.c_str(), off_t{4} << 30), 0);
+    f.AddSource(src);
+    const ProgramRun run = RunStashwell({"backup"}, 600, ShimEnv(f.backup, "no-tmpfile,fat32-size"));
+    const std::string problem = "Not backed up: " + big +
+                                ": the copy into the store failed: the file system cannot hold a "
+                                "file this large (FAT32 takes files below 4 GiB)";
+    EXPECT_EQ(run.exitCode, 4);
+    EXPECT_EQ(run.err, problem + "\nBackup completed with problems. The log " + f.TodaysLogPath() +
+                           " has the details.\n");
+    EXPECT_NE(f.TodaysLog().find(": Problem: " + problem + "\r\n"), std::string::npos);
+    EXPECT_EQ(f.Rows("SELECT file FROM Files"), Lines{src + "/small.txt"});
+    EXPECT_EQ(ListTree(f.backup + "/Files"), StoreEntries({"small content"}));
+    EXPECT_EQ(Leftovers(f.backup), Lines{});
+}
+
 TEST(ExFatDrive, BackupStoresEverythingAndRestores) {
     BackupFixture f;
     FuseDrive drive(FuseDrive::Kind::kExFat, f.env.Path("exfat"), 64);
