@@ -162,6 +162,7 @@ void CRunControl::BackupSource(int16_t row, CBackup::Result& result) {
 
 std::string CRunControl::CompleteSummary() {
     try {
+        Operation("Backup summary");
         return BackupSummary(m_totalBytes, ToInt32(m_timer->ElapsedTime()));
     } catch (...) {
         // The time text stops at 10 hours, a limit that is kept; the error is reported as

@@ -66,8 +66,8 @@ void CRunOutcome::Add(const std::string& source, const SourceProblems& problems)
         m_lines.push_back("The run of " + source + " was lost: " + problems.lost);
     }
     if (!problems.afterCommit.empty())
-        m_lines.push_back("The run of " + source + " was saved, but a step after saving it failed: " +
-                          problems.afterCommit);
+        m_lines.push_back("The run of " + source +
+                          " was saved, but a step after saving it failed: " + problems.afterCommit);
 }
 
 CRunOutcome::End CRunOutcome::Ended() const {

@@ -55,7 +55,8 @@ CBackup::Result CBackup::Exec() {
             trap.KeepOnStack(); // this exit does not pop
             return Result::kFalse;
         }
-        // The store is opened before anything else: a run without its store folder fails.
+        // The store is opened before anything else: a run whose store folder cannot be had (a
+        // drive that is not there) fails before it writes anything.
         m_store.Open(m_backupPath);
         struct CloseStore {
             CStore& store;
@@ -152,8 +153,8 @@ CBackup::Result CBackup::AfterCommitFailed(CProcTrap& trap) {
     // text of a run of 10 hours or more, a log that cannot be written) leaves a saved run.
     m_problems.afterCommit = CurrentRuntimeError().Description();
     try {
-        Log(1, "The run of " + m_source + " was saved, but a step after saving it failed: " +
-                   m_problems.afterCommit);
+        Log(1, "The run of " + m_source +
+                   " was saved, but a step after saving it failed: " + m_problems.afterCommit);
     } catch (...) {
         // a log that cannot be written: the run's end still says what happened
     }

@@ -81,7 +81,7 @@ public:
 
 private:
     void BackupOneFile(const std::string& path, CSignatureAhead& ahead, size_t index, bool& stored);
-    // How the read-ahead may stage new content, where the store can hold anonymous files.
+    // How the read-ahead may stage new content: files of sizes no stored content has.
     std::optional<CSignatureAhead::StagingPlan> StagingPlan();
     // Stores new content: moved from the legacy place, placed when a worker staged it (or
     // reported when its copy failed there), copied otherwise; `content` becomes what was

@@ -5,8 +5,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 
@@ -27,7 +25,7 @@ CSignatureAhead::CSignatureAhead(const std::vector<std::string>& files, size_t w
 
 CSignatureAhead::~CSignatureAhead() {
     {
-        // A worker in the middle of a large file stops at its next read.
+        // A worker in the middle of a large file stops at its next read or copied piece.
         std::lock_guard lock(m_mutex);
         m_stop = true;
     }
@@ -105,7 +103,7 @@ CSignatureAhead::Prepared CSignatureAhead::Prepare(size_t index,
             DoEvents();
             lock.lock();
             if (cancelled && cancelled()) {
-                // Nothing more is read: the workers stop at their next read.
+                // Nothing more is read: the workers stop at their next read or copied piece.
                 m_stop = true;
                 m_workToDo.notify_all();
                 Prepared stopped;

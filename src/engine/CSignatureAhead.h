@@ -52,8 +52,8 @@ public:
         // otherwise empty, and the run signs the file itself.
         SignedContent content;
         std::unique_ptr<CStagedContent> staged;
-        CopyLines copyLines;                     // the lines of the copy that staged it
-        std::optional<FailedCopy> failedCopy;    // a copy that was tried and failed
+        CopyLines copyLines;                  // the lines of the copy that staged it
+        std::optional<FailedCopy> failedCopy; // a copy that was tried and failed
         FileStamp stamp;        // as the file was read; unknown when it changed meanwhile
         bool cancelled = false; // the run was cancelled while it waited for the file
         bool SignedAhead() const { return !content.signature.empty(); }

@@ -23,15 +23,19 @@ constexpr long kFuseMagic = 0x65735546; // FUSE_SUPER_MAGIC
 
 std::atomic<bool> g_useAnonymous = true;
 
-// Signs the bytes of a copy as the copy writes them.
+// Signs the bytes of a copy as the copy writes them, and ends the copy at its next piece once
+// `stop` is true.
 class SigningObserver : public ICopyObserver {
 public:
+    explicit SigningObserver(const std::atomic<bool>* stop = nullptr) : m_stop(stop) {}
     void Restart() override { m_stream.Restart(); }
     void Written(const char* data, size_t size) override { m_stream.Add(data, size); }
+    bool Stopped() const override { return m_stop && m_stop->load(std::memory_order_relaxed); }
     CSignatureStream& Stream() { return m_stream; }
 
 private:
     CSignatureStream m_stream;
+    const std::atomic<bool>* m_stop;
 };
 
 bool IsTemporaryName(const std::string& name) {
@@ -51,11 +55,13 @@ std::string RandomHex() {
 // A new private file ".<stem>.<random>.tmp" in the open folder `folderFd`; its descriptor and
 // name, or -1 with errno set.
 std::pair<int, std::string> CreateNamed(int folderFd, const std::string& stem) {
-    for (;;) {
+    constexpr int kTries = 100; // names taken meanwhile, by chance
+    for (int tries = 1;; ++tries) {
         const std::string name = "." + stem + "." + RandomHex() + ".tmp";
-        const int fd = ::openat(folderFd, name.c_str(),
-                                O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kPrivateFileMode);
-        if (fd < 0 && errno == EEXIST) continue; // taken meanwhile
+        const int fd =
+            ::openat(folderFd, name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                     kPrivateFileMode);
+        if (fd < 0 && errno == EEXIST && tries < kTries) continue;
         if (fd >= 0) ::fchmod(fd, kPrivateFileMode); // whatever the umask; FAT cannot, no matter
         return {fd, name};
     }
@@ -85,10 +91,13 @@ void CStore::UseAnonymousFiles(bool use) {
 void CStore::Open(const std::string& root) {
     Close();
     int fd = ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int error = fd < 0 ? errno : 0;
     // A store folder that went while its backup folder stayed (removed by hand, or a catalogue
     // copied to a new drive) is made again; content its rows name is stored afresh when met.
+    // Only where the folder above holds the catalogue: an empty folder in its place is the
+    // mount point of a drive that is not there, on the system disk.
     const std::string above = FSGetPathPart(root.substr(0, root.find_last_not_of('/') + 1));
-    if (fd < 0 && errno == ENOENT && !above.empty() && FSFolderExists(above) &&
+    if (error == ENOENT && !above.empty() && FSFileExists(above + "db/Backup.db") &&
         ::mkdir(root.c_str(), kPrivateFolderMode) == 0) {
         Log(1, "The store folder " + root + " was missing and was made anew");
         fd = ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -167,12 +176,14 @@ bool CStore::CreateFolders(const std::string& target, StoreFailure* problem) {
     const std::string outer = FSGetPathPart(inner);
     for (const std::string& folder : {outer.substr(0, outer.size() - 1), inner}) {
         if (FSFolderExists(folder)) continue;
-        if (::mkdir(folder.c_str(), kPrivateFolderMode) == 0 || errno == EEXIST) continue;
+        int error = ::mkdir(folder.c_str(), kPrivateFolderMode) == 0 ? 0 : errno;
+        if (error == 0 || (error == EEXIST && FSFolderExists(folder))) continue;
+        if (error == EEXIST) error = ENOTDIR; // something else stands in the folder's place
         // A folder that could not be made is asked for again by the next file that needs it.
         if (problem)
             *problem = {"the backup drive refused the store folder " + folder + ": " +
-                            FSPlainCause(errno),
-                        errno};
+                            FSPlainCause(error),
+                        error};
         return false;
     }
     m_folders.insert(inner);
@@ -202,14 +213,17 @@ bool CStore::MoveLegacy(const std::string& legacy, const std::string& target) {
 
 CStagedContent::~CStagedContent() {
     if (m_fd >= 0) ::close(m_fd);
-    if (!m_placed && m_folder) ::unlinkat(m_folder->fd, m_name.c_str(), 0);
+    if (!m_placed && !m_name.empty()) ::unlinkat(m_folder->fd, m_name.c_str(), 0);
 }
 
-std::unique_ptr<CStagedContent> CStore::NewStaging(const std::string& folder) const {
+std::unique_ptr<CStagedContent> CStore::NewStaging(const std::string& folder, int& error) const {
     std::unique_ptr<CStagedContent> staged(new CStagedContent);
     if (m_way == StagingWay::kAnonymous) {
         staged->m_fd = ::openat(m_rootFd, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, kPrivateFileMode);
-        if (staged->m_fd < 0) return nullptr;
+        if (staged->m_fd < 0) {
+            error = errno;
+            return nullptr;
+        }
         ::fchmod(staged->m_fd, kPrivateFileMode); // whatever the umask
     } else {
         // In the store folder opened, whatever its path names now, unless a folder is named.
@@ -217,12 +231,18 @@ std::unique_ptr<CStagedContent> CStore::NewStaging(const std::string& folder) co
             staged->m_folder = m_rootFolder;
         } else {
             const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-            if (fd < 0) return nullptr;
+            if (fd < 0) {
+                error = errno;
+                return nullptr;
+            }
             staged->m_folder = std::make_shared<FolderHandle>(fd);
         }
         const auto [fd, name] =
             CreateNamed(staged->m_folder->fd, folder.empty() ? "staged" : "store");
-        if (fd < 0) return nullptr;
+        if (fd < 0) {
+            error = errno;
+            return nullptr;
+        }
         staged->m_fd = fd;
         staged->m_name = name;
     }
@@ -248,11 +268,12 @@ std::unique_ptr<CStagedContent> CStore::Stage(const std::string& source, const s
     // that may not be there yet.
     if (named && !CreateFolders(beside, &problem)) return nullptr;
     const std::string folder = named ? FSGetPathPart(beside) : std::string();
-    std::unique_ptr<CStagedContent> staged = NewStaging(folder);
+    int error = 0;
+    std::unique_ptr<CStagedContent> staged = NewStaging(folder, error);
     if (!staged) {
         problem = {"the backup drive refused a new file in " + (named ? folder : m_root) + ": " +
-                       FSPlainCause(errno),
-                   errno};
+                       FSPlainCause(error),
+                   error};
         return nullptr;
     }
     SigningObserver signer;
@@ -262,9 +283,14 @@ std::unique_ptr<CStagedContent> CStore::Stage(const std::string& source, const s
         return nullptr;
     }
     staged->m_content = Finish(*staged, signer.Stream());
-    if (staged->m_content.signature.empty() ||
-        (named && m_flushEach && ::fsync(staged->m_fd) != 0)) {
-        problem = {"the copy in the store could not be read back or flushed", errno};
+    if (staged->m_content.signature.empty()) {
+        problem = {"the copy in the store could not be read back", 0};
+        return nullptr;
+    }
+    if (named && m_flushEach && ::fsync(staged->m_fd) != 0) {
+        const int flushError = errno;
+        problem = {"the copy in the store could not be flushed: " + FSPlainCause(flushError),
+                   flushError};
         return nullptr;
     }
     return staged;
@@ -273,18 +299,19 @@ std::unique_ptr<CStagedContent> CStore::Stage(const std::string& source, const s
 CStore::AheadCopy CStore::StageAhead(const std::string& source,
                                      const std::atomic<bool>* stop) const {
     AheadCopy ahead;
-    ahead.staged = NewStaging();
+    int error = 0;
+    ahead.staged = NewStaging({}, error);
     if (!ahead.staged) return ahead; // the run copies it itself, and says what goes wrong
     ahead.tried = true;
-    SigningObserver signer;
+    SigningObserver signer(stop);
     ahead.outcome = CopyWithRetries(
         source, ahead.staged->m_write, &signer,
         [&ahead](int32_t level, const std::string& line) { ahead.lines.emplace_back(level, line); },
         stop);
     if (ahead.outcome.copied) {
         ahead.staged->m_content = Finish(*ahead.staged, signer.Stream());
-        const bool flushed = m_way == StagingWay::kAnonymous || !m_flushEach ||
-                             ::fsync(ahead.staged->m_fd) == 0;
+        const bool flushed =
+            m_way == StagingWay::kAnonymous || !m_flushEach || ::fsync(ahead.staged->m_fd) == 0;
         if (!ahead.staged->m_content.signature.empty() && flushed) return ahead;
         // Not readable or not flushed: the run copies it itself.
         ahead.tried = false;
@@ -304,7 +331,9 @@ bool CStore::Place(CStagedContent& staged, const std::string& target, StoreFailu
     } else {
         error = FSRenameNoReplaceAt(staged.m_folder->fd, staged.m_name, target);
     }
-    if (error == 0 || error == EEXIST) { // EEXIST: that content is stored already
+    // EEXIST: that content is stored already. Where the file system cannot refuse a replace by
+    // itself, nothing else places files meanwhile: only the run's thread places them.
+    if (error == 0 || error == EEXIST) {
         staged.m_placed = error == 0;
         return true;
     }

@@ -22,9 +22,9 @@
 //
 // A run never creates anything above the store folder: it remembers the folder's identity
 // (device and inode) when it opens the store, checks it before every write, and makes only the
-// two levels of store folders (and the store folder itself when its backup folder is there
-// without it). A drive unplugged, remounted or renamed during a run stops the run instead of
-// filling the system disk under the old path.
+// two levels of store folders (and the store folder itself when its backup folder, catalogue
+// and all, is there without it). A drive unplugged, remounted or renamed during a run stops the run
+// instead of filling the system disk under the old path.
 //
 // While a run writes, the store holds the mark ".unfinished"; a run that finds the mark of a
 // killed run first removes the temporary files that the killed run left behind.
@@ -94,8 +94,8 @@ public:
     // them; on by default. Off, every store stages the named way, as on exFAT.
     static void UseAnonymousFiles(bool use);
 
-    // Opens the store folder `root`, making it when the folder above it (the backup folder) is
-    // there; error 68 when it cannot be had.
+    // Opens the store folder `root`, making it when the folder above it (the backup folder)
+    // holds the catalogue db/Backup.db; error 68 when it cannot be had.
     void Open(const std::string& root);
     // Ends the run's writing: the mark goes.
     void Close();
@@ -120,8 +120,9 @@ public:
     // Moves a backup file of the earlier flat layout to `target` and makes it private.
     bool MoveLegacy(const std::string& legacy, const std::string& target);
 
-    // Copies `source` into the store with FSCopyFile, signing the bytes written, staged beside
-    // `beside`, the place where the content is expected to go. Null, with why, when it failed.
+    // Copies `source` into the store through FSCopyFile's tries, size check and lines, signing
+    // the bytes written, staged beside `beside`, the place where the content is expected to
+    // go. Null, with why, when it failed.
     std::unique_ptr<CStagedContent> Stage(const std::string& source, const std::string& beside,
                                           StoreFailure& problem);
     // Gives staged content its store name; true once `target` holds that content (also when it
@@ -131,8 +132,7 @@ public:
     // `target`, another place when the source changed since it was signed. The result is what
     // the store now holds for the source: an empty signature, with why, when nothing was
     // stored; a length of 0 (nothing stored) when the source was empty by then.
-    SignedContent Copy(const std::string& source, const std::string& target,
-                       StoreFailure& problem);
+    SignedContent Copy(const std::string& source, const std::string& target, StoreFailure& problem);
 
     // What a copy made off the run's thread came to.
     struct AheadCopy {
@@ -143,13 +143,14 @@ public:
     };
     // Stages `source` in the store folder as the run's own copy would, for the read-ahead's
     // workers: the same tries, size check and lines, kept instead of logged. Safe to call from
-    // any thread while the store is open. `stop` ends the copy at its next block or try.
+    // any thread while the store is open. Once `stop` is true the copy ends at its next piece.
     AheadCopy StageAhead(const std::string& source, const std::atomic<bool>* stop) const;
 
 private:
     // A new staged file: anonymous, or named in `folder` (the store folder when empty). Safe
-    // to call from any thread; null with errno set when the file system refuses it.
-    std::unique_ptr<CStagedContent> NewStaging(const std::string& folder = {}) const;
+    // to call from any thread; null, with the system's reason in `error`, when the file system
+    // refuses it.
+    std::unique_ptr<CStagedContent> NewStaging(const std::string& folder, int& error) const;
     // The signature of the bytes a copy left in `staged`; `signer` signed what the copy saw.
     SignedContent Finish(CStagedContent& staged, CSignatureStream& signer) const;
     void RemoveTemporaries();

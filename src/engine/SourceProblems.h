@@ -2,8 +2,8 @@
 
 // What the backup of one source could not do, in plain words: the files and folders it could
 // not read, the content it could not store (files recorded without their content among them),
-// why the run's rows were not committed, and what failed after they were. The log keeps its own lines as they are; this is
-// what the end of a run reports to whoever scheduled it.
+// why the run's rows were not committed, and what failed after they were. The log keeps its own
+// lines as they are; this is what the end of a run reports to whoever scheduled it.
 
 #include <string>
 #include <vector>

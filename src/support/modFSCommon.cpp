@@ -24,8 +24,8 @@
 #include <cstdio>
 #include <cstring>
 #include <dirent.h>
-#include <limits>
 #include <fcntl.h>
+#include <limits>
 #include <random>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -333,7 +333,8 @@ namespace {
 bool EndCopy(CProcTrap& trap, const std::string& source, const CopyOutcome& outcome) {
     if (outcome.copied) return true;
     try {
-        std::rethrow_exception(outcome.error);
+        if (outcome.error) std::rethrow_exception(outcome.error);
+        Raise(err::kCopyFailed); // a failure that kept no error of its own
     } catch (...) {
         trap.Handle();
     }

@@ -85,6 +85,7 @@ bool CopyData(int in, int out, off_t expected, ICopyObserver* observer) {
                 continue;
             }
         } else {
+            if (observer && observer->Stopped()) return Failed(ECANCELED);
             if (!buffer) buffer.reset(new char[kBlockSize]);
             n = ::read(in, buffer.get(), kBlockSize);
             if (n > 0 && !FSWriteAll(out, buffer.get(), static_cast<size_t>(n)))

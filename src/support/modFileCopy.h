@@ -14,12 +14,14 @@
 #include <string>
 
 // Sees the data of a copy: Restart when an attempt begins, then every piece in order, once it
-// has been written to the destination.
+// has been written to the destination. A copy asks Stopped() before each piece and, once it
+// answers true, ends there as a copy that failed.
 class ICopyObserver {
 public:
     virtual ~ICopyObserver() = default;
     virtual void Restart() = 0;
     virtual void Written(const char* data, size_t size) = 0;
+    virtual bool Stopped() const { return false; }
 };
 
 bool CopyFileByMode(const std::string& source, const std::string& destination, int32_t mode,

@@ -288,8 +288,8 @@ TEST_F(RunControl, RunOfElevenHoursIsSavedAndEndsWithProblemsNeverLost) {
     };
     run.cmdBackup_Click();
     CMMTimer::SetTickSource(nullptr);
-    const std::string saved = "The run of " + f.env.Path("s") +
-                              " was saved, but a step after saving it failed: Overflow";
+    const std::string saved =
+        "The run of " + f.env.Path("s") + " was saved, but a step after saving it failed: Overflow";
     const std::string end = "Every run was saved, but the end of the backup failed: Overflow";
     EXPECT_EQ(run.Outcome().Lines(), (Lines{saved, end}));
     EXPECT_EQ(run.Outcome().ExitStatus(), 4);
@@ -308,7 +308,7 @@ TEST_F(RunControl, RunOfElevenHoursIsSavedAndEndsWithProblemsNeverLost) {
               "(6) Overflow\r\nCurrent Operation: Source backup complete");
     EXPECT_EQ(f.env.box.calls[1].text,
               "The following error has occurred in procedure: \r\ncmdBackup_Click on line "
-              "0\r\nError (6) Overflow\r\nCurrent Operation: Query Master table");
+              "0\r\nError (6) Overflow\r\nCurrent Operation: Backup summary");
     EXPECT_EQ(f.Rows("SELECT count(*) FROM Backups"), Lines{"1"});
     EXPECT_EQ(f.Rows("SELECT file FROM Files ORDER BY file"),
               (Lines{f.env.Path("s") + "/a.txt", f.env.Path("s") + "/b.txt"}));

@@ -16,6 +16,11 @@ EngineFixture::EngineFixture() : source(env.Path("src")) {
     CMMTimer::SetTickSource([this] { return now; });
 }
 
+void EngineFixture::SetUp() {
+    if (GetParam() == StagingWay::kAnonymous && !HasAnonymousFiles(env.Root()))
+        GTEST_SKIP() << "no anonymous files on the test's file system";
+}
+
 EngineFixture::~EngineFixture() {
     SetYieldHook(nullptr);
     CMMTimer::SetTickSource(nullptr);

@@ -21,6 +21,9 @@ protected:
 
     EngineFixture();
     ~EngineFixture() override;
+    // The anonymous way is skipped, with the reason, where the test's folder has no anonymous
+    // files: it would only run the named way again.
+    void SetUp() override;
 
     // Where the store keeps `content`.
     std::string StoreFile(const std::string& content) const;

@@ -7,12 +7,13 @@
 
 #include "engine/CStore.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <ostream>
 #include <string>
+#include <unistd.h>
 
-inline const auto kBothStagingWays =
-    ::testing::Values(StagingWay::kAnonymous, StagingWay::kNamed);
+inline const auto kBothStagingWays = ::testing::Values(StagingWay::kAnonymous, StagingWay::kNamed);
 
 inline std::string StagingWayName(const ::testing::TestParamInfo<StagingWay>& info) {
     return info.param == StagingWay::kAnonymous ? "Anonymous" : "Named";
@@ -21,6 +22,14 @@ inline std::string StagingWayName(const ::testing::TestParamInfo<StagingWay>& in
 // How a failing test names its way.
 inline void PrintTo(StagingWay way, std::ostream* out) {
     *out << (way == StagingWay::kAnonymous ? "anonymous files" : "named temporary files");
+}
+
+// Whether the file system of `folder` has anonymous files (O_TMPFILE).
+inline bool HasAnonymousFiles(const std::string& folder) {
+    const int probe = ::open(folder.c_str(), O_TMPFILE | O_RDWR, 0600);
+    if (probe < 0) return false;
+    ::close(probe);
+    return true;
 }
 
 // Stores opened while it lives stage the given way (anonymous only where the file system has
@@ -36,5 +45,5 @@ public:
 };
 
 // Instantiates the parameterised suite `suite` in both staging ways.
-#define STAGING_WAYS_INSTANTIATE(suite) \
+#define STAGING_WAYS_INSTANTIATE(suite)                                                            \
     INSTANTIATE_TEST_SUITE_P(BothWays, suite, kBothStagingWays, StagingWayName)

@@ -9,6 +9,7 @@
 #include "support/modYield.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -18,6 +19,7 @@
 #include <sqlite3.h>
 #include <sstream>
 #include <stdexcept>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -253,4 +255,20 @@ int MakeUnixSocket(const std::string& path) {
         return -1;
     }
     return sock;
+}
+
+ScopedFileSizeLimit::ScopedFileSizeLimit(unsigned long limit) {
+    struct rlimit saved {};
+    ::getrlimit(RLIMIT_FSIZE, &saved);
+    m_saved[0] = saved.rlim_cur;
+    m_saved[1] = saved.rlim_max;
+    m_handler = ::signal(SIGXFSZ, SIG_IGN);
+    const struct rlimit lowered = {limit, saved.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &lowered);
+}
+
+ScopedFileSizeLimit::~ScopedFileSizeLimit() {
+    const struct rlimit saved = {m_saved[0], m_saved[1]};
+    ::setrlimit(RLIMIT_FSIZE, &saved);
+    ::signal(SIGXFSZ, m_handler);
 }

@@ -121,6 +121,20 @@ private:
     bool m_changed = false;
 };
 
+// Files may not grow past `limit` bytes while it lives: a write beyond fails with EFBIG (the
+// signal the kernel sends first is ignored), as a FAT32 drive refuses a file of 4 GiB.
+class ScopedFileSizeLimit {
+public:
+    explicit ScopedFileSizeLimit(unsigned long limit);
+    ~ScopedFileSizeLimit();
+    ScopedFileSizeLimit(const ScopedFileSizeLimit&) = delete;
+    ScopedFileSizeLimit& operator=(const ScopedFileSizeLimit&) = delete;
+
+private:
+    unsigned long m_saved[2] = {};
+    void (*m_handler)(int) = nullptr;
+};
+
 // Trees from a literal:
 //   CreateTree(root, Dir({{"sub", Dir({{"f.txt", File("hello")}})}, {"a.txt", File("x")}}));
 struct TestNode {

@@ -8,9 +8,9 @@
 #include "TestProgram.h"
 
 #include <chrono>
-#include <tuple>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <tuple>
 
 namespace {
 
@@ -72,7 +72,8 @@ TEST_P(KilledRun, LeavesASoundCatalogueAndANextRunCompletes) {
 }
 
 INSTANTIATE_TEST_SUITE_P(AtDifferentPoints, KilledRun,
-                         ::testing::Combine(kBothStagingWays, ::testing::Values(5, 40, 120, 250, 500)),
+                         ::testing::Combine(kBothStagingWays,
+                                            ::testing::Values(5, 40, 120, 250, 500)),
                          [](const ::testing::TestParamInfo<KilledRun::ParamType>& info) {
                              return StagingWayName({std::get<0>(info.param), info.index}) + "_" +
                                     std::to_string(std::get<1>(info.param)) + "ms";

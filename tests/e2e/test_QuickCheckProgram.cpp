@@ -31,7 +31,9 @@ protected:
     }
 
     // The program, staging new content in the test's way.
-    ProgramRun Backup() const { return RunStashwell({"backup"}, 120, StagingEnv(GetParam(), f.backup)); }
+    ProgramRun Backup() const {
+        return RunStashwell({"backup"}, 120, StagingEnv(GetParam(), f.backup));
+    }
 
     Lines FileRows(int bid) const {
         return f.RowTexts("SELECT md5, path, file, backup, size FROM Files WHERE bid = " +

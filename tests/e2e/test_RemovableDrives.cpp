@@ -260,7 +260,8 @@ TEST(FileOf4GiB, OnAFat32BackupFolderIsANamedProblemAndTheOtherFilesAreCommitted
     WriteFile(big, "");
     ASSERT_EQ(::truncate(big.c_str(), off_t{4} << 30), 0);
     f.AddSource(src);
-    const ProgramRun run = RunStashwell({"backup"}, 600, ShimEnv(f.backup, "no-tmpfile,fat32-size"));
+    const ProgramRun run =
+        RunStashwell({"backup"}, 600, ShimEnv(f.backup, "no-tmpfile,fat32-size"));
     const std::string problem = "Not backed up: " + big +
                                 ": the copy into the store failed: the file system cannot hold a "
                                 "file this large (FAT32 takes files below 4 GiB)";

@@ -19,8 +19,6 @@
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 #include <sys/mount.h>
-#include <sys/resource.h>
-#include <csignal>
 
 #include <algorithm>
 #include <cstdint>
@@ -892,11 +890,11 @@ TEST_P(CBackupTest, CopyThatFailsInTheReadAheadIsReportedOnceAsTheRunsOwnAndNotT
     const auto cop = std::find(lines.begin(), lines.end(), "COP: " + path);
     ASSERT_NE(cop, lines.end());
     EXPECT_EQ(Strings(cop, cop + 10),
-              (Strings{"COP: " + path, "CopyMode = 3. Returned: False", "Retry copy of " + path + "...",
-                       "Using Copy mode=2", "CopyMode = 2. Returned: False",
-                       "Retry copy of " + path + "...", "Using Copy mode=1",
-                       "CopyMode = 1. Returned: True", "Failed copy on " + path,
-                       "Failed to copy. Disk could be full"}));
+              (Strings{"COP: " + path, "CopyMode = 3. Returned: False",
+                       "Retry copy of " + path + "...", "Using Copy mode=2",
+                       "CopyMode = 2. Returned: False", "Retry copy of " + path + "...",
+                       "Using Copy mode=1", "CopyMode = 1. Returned: True",
+                       "Failed copy on " + path, "Failed to copy. Disk could be full"}));
     EXPECT_EQ(ErrHandler().ErrProcedure(), "FSCopyFile");
     EXPECT_EQ(ErrHandler().ErrNumber(), 10001);
     EXPECT_EQ(backup.Problems().notStored, Strings{path + ": the copy into the store failed"});
@@ -911,14 +909,8 @@ TEST_P(CBackupTest, FileTooLargeForTheBackupDriveIsAProblemAndTheOtherFilesAreCo
     ErrHandler().DisplayMsgOnError(false);
     CBackup backup;
     {
-        struct rlimit saved {};
-        ::getrlimit(RLIMIT_FSIZE, &saved);
-        const sighandler_t handler = ::signal(SIGXFSZ, SIG_IGN);
-        const struct rlimit limit = {1 << 20, saved.rlim_max};
-        ::setrlimit(RLIMIT_FSIZE, &limit);
+        const ScopedFileSizeLimit limit(1 << 20);
         EXPECT_EQ(Run(backup), CBackup::Result::kEmpty);
-        ::setrlimit(RLIMIT_FSIZE, &saved);
-        ::signal(SIGXFSZ, handler);
     }
     EXPECT_EQ(backup.Problems().notStored,
               Strings{source + "/big.bin: the copy into the store failed: the file system cannot "
@@ -927,6 +919,24 @@ TEST_P(CBackupTest, FileTooLargeForTheBackupDriveIsAProblemAndTheOtherFilesAreCo
     EXPECT_EQ(Query("SELECT file FROM Files"), (Rows{{source + "/a.txt"}}));
     EXPECT_TRUE(HasLine("Failed copy on " + source + "/big.bin"));
     EXPECT_EQ(StoreListing(), StoreEntries({"small"})); // nothing half-written, no temporary
+}
+
+TEST_P(CBackupTest, FileTooLargeForTheBackupDriveIsAProblemAlsoWhenTheRunCopiesItItself) {
+    // Content of its size is stored already, so the run copies the file itself.
+    const std::string large = PatternContent(3 << 20);
+    StoreEarlier("x" + large.substr(1));
+    CreateTree(source, Dir({{"big.bin", File(large)}}));
+    ErrHandler().DisplayMsgOnError(false);
+    CBackup backup;
+    {
+        const ScopedFileSizeLimit limit(1 << 20);
+        EXPECT_EQ(Run(backup), CBackup::Result::kEmpty);
+    }
+    EXPECT_EQ(backup.Problems().notStored,
+              Strings{source + "/big.bin: the copy into the store failed: the file system cannot "
+                               "hold a file this large (FAT32 takes files below 4 GiB)"});
+    EXPECT_EQ(Query("SELECT count(*) FROM Files WHERE bid = 2"), (Rows{{"0"}}));
+    EXPECT_EQ(StoreListing(), StoreEntries({"x" + large.substr(1)}));
 }
 
 TEST_P(CBackupTest, StoreFolderRemovedBetweenRunsIsMadeAgainAndItsContentStoredAfresh) {
@@ -941,7 +951,8 @@ TEST_P(CBackupTest, StoreFolderRemovedBetweenRunsIsMadeAgainAndItsContentStoredA
         EXPECT_EQ(Run(second), CBackup::Result::kEmpty);
         EXPECT_FALSE(second.Problems().Any()) << quick;
         EXPECT_EQ(StoreListing(), StoreEntries({"alpha", "beta"})) << quick;
-        EXPECT_TRUE(HasLine("The store folder " + GetFilesPath() + " was missing and was made anew"));
+        EXPECT_TRUE(
+            HasLine("The store folder " + GetFilesPath() + " was missing and was made anew"));
     }
     EXPECT_EQ(Query("SELECT count(*) FROM Files GROUP BY bid ORDER BY bid"),
               (Rows{{"2"}, {"2"}, {"2"}, {"2"}}));
@@ -1015,6 +1026,8 @@ namespace {
 class FullDisk : public CBackupTest {
 protected:
     void SetUp() override {
+        CBackupTest::SetUp();
+        if (IsSkipped()) return;
         store = env.Path("tiny");
         CreateTree(store, Dir());
         if (::mount("tmpfs", store.c_str(), "tmpfs", 0, "size=64k,mode=0700") != 0)

@@ -158,15 +158,17 @@ TEST_P(Staging, AStagingCopyThatFailsReachesTheRunWithItsLinesAndTheFileSigned) 
     ActiveCopyMethods().mode3 = ActiveCopyMethods().mode2 =
         [](const std::string&, const std::string&, ICopyObserver*) { return false; };
     Make(2);
-    CSignatureAhead ahead(files, 8, Plan());
-    CSignatureAhead::Prepared prepared = ahead.Prepare(1);
-    EXPECT_EQ(prepared.content, Signed(1));
-    EXPECT_EQ(prepared.staged, nullptr);
-    ASSERT_TRUE(prepared.failedCopy);
-    EXPECT_FALSE(prepared.failedCopy->outcome.copied);
-    EXPECT_EQ(prepared.failedCopy->lines.size(), 7u);
-    EXPECT_EQ(prepared.failedCopy->lines.back(), (std::pair<int32_t, std::string>{3,
-                                                  "CopyMode = 1. Returned: True"}));
+    {
+        CSignatureAhead ahead(files, 8, Plan());
+        CSignatureAhead::Prepared prepared = ahead.Prepare(1);
+        EXPECT_EQ(prepared.content, Signed(1));
+        EXPECT_EQ(prepared.staged, nullptr);
+        ASSERT_TRUE(prepared.failedCopy);
+        EXPECT_FALSE(prepared.failedCopy->outcome.copied);
+        EXPECT_EQ(prepared.failedCopy->lines.size(), 7u);
+        EXPECT_EQ(prepared.failedCopy->lines.back(),
+                  (std::pair<int32_t, std::string>{3, "CopyMode = 1. Returned: True"}));
+    } // the workers are done before the store closes
     store.Close();
     EXPECT_EQ(ListTree(root), std::vector<std::string>{}); // no staged file left
 }
