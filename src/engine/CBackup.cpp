@@ -334,7 +334,9 @@ void CBackup::StoreNew(const std::string& path, SignedContent& content, const st
         // Content left in the earlier flat layout is moved into its folder instead of copied.
         stored = m_store.CreateFolders(target, &problem) && m_store.MoveLegacy(legacy, target);
     } else if (prepared.failedCopy) {
-        // A worker's copy failed after all its tries: reported as the run's own copy would be.
+        // A worker's copy failed after all its tries: reported as the run's own copy would be,
+        // unless the store folder itself went away (a drive pulled out), which stops the run.
+        m_store.CheckIdentity();
         for (const auto& [level, line] : prepared.failedCopy->lines)
             Log(level, line);
         stored = FSCopyEnded(path, prepared.failedCopy->outcome);

@@ -246,17 +246,15 @@ std::unique_ptr<CStagedContent> CStore::NewStaging(const std::string& folder, in
         staged->m_fd = fd;
         staged->m_name = name;
     }
-    // Opened again through its descriptor, a copy writes the very file made here.
-    staged->m_write = m_procFds ? "/proc/self/fd/" + std::to_string(staged->m_fd)
-                                : FSJoinPath(folder.empty() ? m_root : folder, staged->m_name);
+    staged->m_write = staged->m_folder
+                          ? FSJoinPath(folder.empty() ? m_root : folder, staged->m_name)
+                          : "/proc/self/fd/" + std::to_string(staged->m_fd);
     return staged;
 }
 
-SignedContent CStore::Finish(CStagedContent& staged, CSignatureStream& signer) const {
-    struct stat st {};
+SignedContent CStore::Finish(CStagedContent& staged, CSignatureStream& signer, double size) const {
     // A copy method that could not show its bytes leaves them to be read back.
-    if (::fstat(staged.m_fd, &st) == 0 && static_cast<uint64_t>(st.st_size) == signer.Length())
-        return signer.Finish();
+    if (size == static_cast<double>(signer.Length())) return signer.Finish();
     return ComputeOpenSignature(staged.m_fd).value_or(SignedContent{});
 }
 
@@ -277,12 +275,12 @@ std::unique_ptr<CStagedContent> CStore::Stage(const std::string& source, const s
         return nullptr;
     }
     SigningObserver signer;
-    const CopyOutcome outcome = CopyWithRetries(source, staged->m_write, &signer, LogLine);
+    const CopyOutcome outcome = CopyWithRetries(source, staged->Destination(), &signer, LogLine);
     if (!FSCopyEnded(source, outcome)) {
         problem = CopyProblem(outcome);
         return nullptr;
     }
-    staged->m_content = Finish(*staged, signer.Stream());
+    staged->m_content = Finish(*staged, signer.Stream(), outcome.size);
     if (staged->m_content.signature.empty()) {
         problem = {"the copy in the store could not be read back", 0};
         return nullptr;
@@ -305,11 +303,11 @@ CStore::AheadCopy CStore::StageAhead(const std::string& source,
     ahead.tried = true;
     SigningObserver signer(stop);
     ahead.outcome = CopyWithRetries(
-        source, ahead.staged->m_write, &signer,
+        source, ahead.staged->Destination(), &signer,
         [&ahead](int32_t level, const std::string& line) { ahead.lines.emplace_back(level, line); },
         stop);
     if (ahead.outcome.copied) {
-        ahead.staged->m_content = Finish(*ahead.staged, signer.Stream());
+        ahead.staged->m_content = Finish(*ahead.staged, signer.Stream(), ahead.outcome.size);
         const bool flushed =
             m_way == StagingWay::kAnonymous || !m_flushEach || ::fsync(ahead.staged->m_fd) == 0;
         if (!ahead.staged->m_content.signature.empty() && flushed) return ahead;

@@ -69,10 +69,15 @@ private:
     friend class CStore;
     CStagedContent() = default;
 
+    // Where a copy writes it: an anonymous file through its descriptor (named, for the copy's
+    // lines and for tests, by its /proc path); a named file by its path, so that the copy's
+    // own close reports a write that failed on its way to a network drive.
+    CopyDestination Destination() const { return {m_write, m_folder ? -1 : m_fd}; }
+
     int m_fd = -1;                          // the staged file
     std::shared_ptr<FolderHandle> m_folder; // where a named file was made; null if anonymous
     std::string m_name;                     // its name there
-    std::string m_write;                    // where a copy writes it
+    std::string m_write;                    // its path
     bool m_placed = false;
     SignedContent m_content;
 };
@@ -151,8 +156,9 @@ private:
     // to call from any thread; null, with the system's reason in `error`, when the file system
     // refuses it.
     std::unique_ptr<CStagedContent> NewStaging(const std::string& folder, int& error) const;
-    // The signature of the bytes a copy left in `staged`; `signer` signed what the copy saw.
-    SignedContent Finish(CStagedContent& staged, CSignatureStream& signer) const;
+    // The signature of the bytes a copy left in `staged` (`size` bytes, by its size check);
+    // `signer` signed what the copy saw.
+    SignedContent Finish(CStagedContent& staged, CSignatureStream& signer, double size) const;
     void RemoveTemporaries();
     // Removes the folders made for `target` when they are still empty.
     void RemoveEmptyFolders(const std::string& target);
@@ -171,6 +177,6 @@ private:
     ino_t m_inode = 0;
     bool m_open = false;
     StagingWay m_way = StagingWay::kNamed;
-    bool m_procFds = false;   // a descriptor can be opened again through /proc/self/fd
+    bool m_procFds = false;   // an anonymous file can be linked through /proc/self/fd
     bool m_flushEach = false; // named files are flushed one by one before they are placed
 };

@@ -92,6 +92,14 @@ double SizeOf(const std::string& path) {
     return static_cast<double>(st.st_size);
 }
 
+// The same for a copy's destination, through its descriptor when it is held open.
+double SizeOf(const CopyDestination& destination) {
+    if (destination.fd < 0) return SizeOf(destination.path);
+    struct stat st {};
+    if (::fstat(destination.fd, &st) != 0) return 0;
+    return static_cast<double>(st.st_size);
+}
+
 // `path` without its trailing "/" characters; "/" stays "/".
 std::string WithoutTrailingSlashes(const std::string& path) {
     const size_t last = path.find_last_not_of('/');
@@ -292,15 +300,16 @@ void FSDeleteFolder(const std::string& path) {
     ::rmdir(folder.c_str());
 }
 
-CopyOutcome CopyWithRetries(const std::string& source, const std::string& destination,
+CopyOutcome CopyWithRetries(const std::string& source, const CopyDestination& destination,
                             ICopyObserver* observer, const CopyLineSink& sink,
                             const std::atomic<bool>* stop) {
     CopyOutcome outcome;
-    std::string target = destination;
+    CopyDestination target = destination;
     bool viaTemp = false;
     try {
-        viaTemp = !EntryExists(destination);
-        if (viaTemp) target = TempBeside(destination);
+        // A file held open is there already.
+        viaTemp = destination.fd < 0 && !EntryExists(destination.path);
+        if (viaTemp) target = TempBeside(destination.path);
         int32_t tries = 3;
         for (;;) {
             if (tries < 3) {
@@ -312,17 +321,18 @@ CopyOutcome CopyWithRetries(const std::string& source, const std::string& destin
                 outcome.systemError = LastCopySystemError();
             if (--tries < 1) Raise(err::kCopyFailed); // whatever the last mode achieved
             DoEvents();
-            if (SizeOf(target) == SizeOf(source)) break;
+            outcome.size = SizeOf(target);
+            if (outcome.size == SizeOf(source)) break;
             if (stop && stop->load(std::memory_order_relaxed)) Raise(err::kCopyFailed, "stopped");
         }
-        if (viaTemp && ::rename(target.c_str(), destination.c_str()) != 0) {
+        if (viaTemp && ::rename(target.path.c_str(), destination.path.c_str()) != 0) {
             outcome.systemError = errno;
             RaiseErrno(errno, err::kFileNotFound);
         }
         sink(3, "OK on " + NumText(3 - tries) + " tries");
         outcome.copied = true;
     } catch (...) {
-        if (viaTemp) ::unlink(target.c_str());
+        if (viaTemp) ::unlink(target.path.c_str());
         outcome.error = std::current_exception();
     }
     return outcome;

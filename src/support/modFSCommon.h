@@ -47,11 +47,12 @@ struct CopyOutcome {
     bool copied = false;
     std::exception_ptr error; // the run-time error that ended it (10001 after the last try)
     int systemError = 0;      // the system's reason behind the last failed attempt; 0 unknown
+    double size = 0;          // the destination's size at the last size check
 };
 // FSCopyFile's tries, lines, size check and placing of a new destination, without its error
 // trap and its "Failed copy on " line, so that any thread can copy: the lines go to `sink`.
 // Once `stop` is true, a try that left the wrong size is not followed by another.
-CopyOutcome CopyWithRetries(const std::string& source, const std::string& destination,
+CopyOutcome CopyWithRetries(const std::string& source, const CopyDestination& destination,
                             ICopyObserver* observer, const CopyLineSink& sink,
                             const std::atomic<bool>* stop = nullptr);
 // Ends a copy made by CopyWithRetries as FSCopyFile ends its own, on the run's thread: a

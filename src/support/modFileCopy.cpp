@@ -69,8 +69,23 @@ bool RangeCopyUnsupported(int error) {
            error == EBADF || error == EPERM || error == ETXTBSY;
 }
 
-// Copies from the current offset of `in` to the current offset of `out` until the end of `in`.
-bool CopyData(int in, int out, off_t expected, ICopyObserver* observer) {
+// Writes all `length` bytes at `*offset` (advanced), or at the file's own offset when null.
+bool WriteAll(int fd, const char* data, size_t length, off_t* offset) {
+    if (!offset) return FSWriteAll(fd, data, length);
+    while (length > 0) {
+        const ssize_t n = ::pwrite(fd, data, length, *offset);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        data += n;
+        length -= static_cast<size_t>(n);
+        *offset += n;
+    }
+    return true;
+}
+
+// Copies from the current offset of `in` until its end to `out`, at `*outOffset` when it is
+// given (advanced), else at the current offset of `out`.
+bool CopyData(int in, int out, off_t expected, ICopyObserver* observer, off_t* outOffset) {
     if (expected > static_cast<off_t>(kBlockSize)) ::posix_fadvise(in, 0, 0, POSIX_FADV_SEQUENTIAL);
     std::unique_ptr<char[]> buffer;
     bool useRange = observer == nullptr;
@@ -78,7 +93,7 @@ bool CopyData(int in, int out, off_t expected, ICopyObserver* observer) {
     for (;;) {
         ssize_t n = 0;
         if (useRange) {
-            n = ::copy_file_range(in, nullptr, out, nullptr, kBlockSize, 0);
+            n = ::copy_file_range(in, nullptr, out, outOffset, kBlockSize, 0);
             // Some file systems answer 0 before the end; the plain loop finds the real end.
             if ((n < 0 && RangeCopyUnsupported(errno)) || (n == 0 && done < expected)) {
                 useRange = false;
@@ -88,7 +103,7 @@ bool CopyData(int in, int out, off_t expected, ICopyObserver* observer) {
             if (observer && observer->Stopped()) return Failed(ECANCELED);
             if (!buffer) buffer.reset(new char[kBlockSize]);
             n = ::read(in, buffer.get(), kBlockSize);
-            if (n > 0 && !FSWriteAll(out, buffer.get(), static_cast<size_t>(n)))
+            if (n > 0 && !WriteAll(out, buffer.get(), static_cast<size_t>(n), outOffset))
                 return Failed(errno);
             if (n > 0 && observer) observer->Written(buffer.get(), static_cast<size_t>(n));
         }
@@ -100,20 +115,30 @@ bool CopyData(int in, int out, off_t expected, ICopyObserver* observer) {
     }
 }
 
-// Copies `source` over `destination`, opened with O_WRONLY | O_CREAT | `flags`.
-bool CopyInto(const std::string& source, const std::string& destination, int flags,
+// Copies into a file held open: as an open with `flags` would find it, the file being there
+// (O_EXCL fails, O_TRUNC empties it), written from its start.
+bool CopyIntoOpen(int in, off_t size, int out, int flags, ICopyObserver* observer) {
+    if (flags & O_EXCL) return Failed(EEXIST);
+    if ((flags & O_TRUNC) && ::ftruncate(out, 0) != 0) return Failed(errno);
+    off_t offset = 0;
+    return CopyData(in, out, size, observer, &offset);
+}
+
+// Copies `source` over `destination`, opened with O_WRONLY | O_CREAT | `flags` (or held open).
+bool CopyInto(const std::string& source, const CopyDestination& destination, int flags,
               ICopyObserver* observer) {
     FileHandle in(
         ::open(source.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | O_NOFOLLOW));
     off_t size = 0;
     if (!in.Valid()) return Failed(errno);
     if (!IsRegular(in.Get(), &size)) return Failed(0);
-    FileHandle out(::open(destination.c_str(),
+    if (destination.fd >= 0) return CopyIntoOpen(in.Get(), size, destination.fd, flags, observer);
+    FileHandle out(::open(destination.path.c_str(),
                           O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | flags,
                           kPrivateFileMode));
     if (!out.Valid()) return Failed(errno);
     if (!IsRegular(out.Get())) return Failed(0);
-    const bool copied = CopyData(in.Get(), out.Get(), size, observer);
+    const bool copied = CopyData(in.Get(), out.Get(), size, observer, nullptr);
     // A write that only fails when it reaches the disk fails the close.
     if (!out.Close()) return Failed(errno);
     return copied;
@@ -123,15 +148,15 @@ bool CopyInto(const std::string& source, const std::string& destination, int fla
 
 CopyMethods DefaultCopyMethods() {
     CopyMethods methods;
-    methods.mode1 = [](const std::string& source, const std::string& destination,
+    methods.mode1 = [](const std::string& source, const CopyDestination& destination,
                        ICopyObserver* observer) {
         return CopyInto(source, destination, O_EXCL, observer);
     };
-    methods.mode2 = [](const std::string& source, const std::string& destination,
+    methods.mode2 = [](const std::string& source, const CopyDestination& destination,
                        ICopyObserver* observer) {
         return CopyInto(source, destination, O_TRUNC, observer);
     };
-    methods.mode3 = [](const std::string& source, const std::string& destination,
+    methods.mode3 = [](const std::string& source, const CopyDestination& destination,
                        ICopyObserver* observer) {
         return CopyInto(source, destination, 0, observer);
     };
@@ -147,13 +172,13 @@ int LastCopySystemError() {
     return t_lastSystemError;
 }
 
-bool CopyFileByMode(const std::string& source, const std::string& destination, int32_t mode,
+bool CopyFileByMode(const std::string& source, const CopyDestination& destination, int32_t mode,
                     ICopyObserver* observer) {
     return CopyByMode(source, destination, mode, observer,
                       [](int32_t level, const std::string& line) { Log(level, line); });
 }
 
-bool CopyByMode(const std::string& source, const std::string& destination, int32_t mode,
+bool CopyByMode(const std::string& source, const CopyDestination& destination, int32_t mode,
                 ICopyObserver* observer, const CopyLineSink& sink) {
     const CopyMethods& methods = ActiveCopyMethods();
     bool result = false;

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <utility>
 
 // Sees the data of a copy: Restart when an attempt begins, then every piece in order, once it
 // has been written to the destination. A copy asks Stopped() before each piece and, once it
@@ -24,14 +25,26 @@ public:
     virtual bool Stopped() const { return false; }
 };
 
-bool CopyFileByMode(const std::string& source, const std::string& destination, int32_t mode,
+// Where a copy writes: a path, or a file the caller holds open for writing, written through
+// its descriptor from its start and left open (the store's staged files: no second open, and
+// the file the caller made is the one written). A method that knows only paths takes the
+// destination as its path.
+struct CopyDestination {
+    CopyDestination(std::string name, int open = -1) : path(std::move(name)), fd(open) {}
+    CopyDestination(const char* name) : path(name) {}
+    operator const std::string&() const { return path; }
+    std::string path;
+    int fd = -1;
+};
+
+bool CopyFileByMode(const std::string& source, const CopyDestination& destination, int32_t mode,
                     ICopyObserver* observer = nullptr);
 
 // Where the lines of a copy go: the shared log on the run's thread, a list kept for later on a
 // worker thread, which must not touch the log.
 using CopyLineSink = std::function<void(int32_t level, const std::string& line)>;
 // CopyFileByMode with its line going to `sink` instead of the log; callable from any thread.
-bool CopyByMode(const std::string& source, const std::string& destination, int32_t mode,
+bool CopyByMode(const std::string& source, const CopyDestination& destination, int32_t mode,
                 ICopyObserver* observer, const CopyLineSink& sink);
 
 // The system's error number behind the last copy method of this thread that failed (EFBIG,
@@ -41,7 +54,7 @@ int LastCopySystemError();
 // The three methods behind the modes, replaceable so that a test can break one of them
 // (wrap the default and change one call). Each returns false on error (mode 1's result is
 // ignored by CopyFileByMode).
-using CopyMethod = std::function<bool(const std::string& source, const std::string& destination,
+using CopyMethod = std::function<bool(const std::string& source, const CopyDestination& destination,
                                       ICopyObserver* observer)>;
 struct CopyMethods {
     CopyMethod mode1; // create-exclusive copy

@@ -56,6 +56,25 @@ TEST(CopyFileByMode, OverwritingCopyTruncatesALongerFile) {
     EXPECT_EQ(ReadFile(env.Path("dst")), "abc");
 }
 
+TEST(CopyFileByMode, FileHeldOpenIsWrittenFromItsStartInEachModeAndStaysOpen) {
+    ScopedTestEnv env;
+    WriteFile(env.Path("src"), "abc");
+    for (const int mode : {3, 2, 1}) {
+        WriteFile(env.Path("dst"), "0123456789");
+        const int fd = ::open(env.Path("dst").c_str(), O_RDWR);
+        ASSERT_GE(fd, 0);
+        ASSERT_EQ(::lseek(fd, 0, SEEK_END), 10); // not where the copy writes
+        // Mode 1 creates a file only where there is none: one held open is there.
+        EXPECT_TRUE(CopyFileByMode(env.Path("src"), CopyDestination(env.Path("dst"), fd), mode));
+        EXPECT_EQ(ReadFile(env.Path("dst")), mode == 3   ? "abc3456789"
+                                             : mode == 2 ? "abc"
+                                                         : "0123456789")
+            << mode;
+        EXPECT_EQ(::write(fd, "!", 1), 1) << mode; // still open
+        ::close(fd);
+    }
+}
+
 TEST(CopyFileByMode, ExclusiveCopyCreatesANewFile) {
     ScopedTestEnv env;
     WriteFile(env.Path("src"), "abc");
