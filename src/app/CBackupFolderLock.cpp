@@ -79,15 +79,16 @@ bool CBackupFolderLock::Acquire(const std::string& backupPath, std::chrono::mill
     }
     const auto deadline = std::chrono::steady_clock::now() + wait;
     while (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
-        if (LockUnsupported(errno)) {
+        const int error = errno;
+        if (LockUnsupported(error)) {
             m_unlocked = "The file system of the backup folder cannot lock " + path + " (" +
-                         FSPlainCause(errno) +
+                         FSPlainCause(error) +
                          "), so another program could work on the backup folder at the same time";
             break;
         }
-        if (errno != EWOULDBLOCK && errno != EINTR) {
+        if (error != EWOULDBLOCK && error != EINTR) {
             m_problem =
-                "Error: Cannot lock the backup folder " + backupPath + ": " + std::strerror(errno);
+                "Error: Cannot lock the backup folder " + backupPath + ": " + std::strerror(error);
             ::close(fd);
             return false;
         }

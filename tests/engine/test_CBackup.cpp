@@ -72,6 +72,14 @@ protected:
         return backup.Exec();
     }
 
+    // A run in which files may not grow past 1 MiB, as FAT32 refuses 4 GiB: writes beyond fail
+    // with EFBIG.
+    CBackup::Result RunBelowOneMebibyte(CBackup& backup) {
+        ErrHandler().DisplayMsgOnError(false);
+        const ScopedFileSizeLimit limit(1 << 20);
+        return Run(backup);
+    }
+
     CBackup::Result Run() {
         CBackup backup;
         return Run(backup);
@@ -902,19 +910,17 @@ TEST_P(CBackupTest, CopyThatFailsInTheReadAheadIsReportedOnceAsTheRunsOwnAndNotT
     EXPECT_EQ(StoreListing(), Strings{});
 }
 
+std::string TooLargeProblem(const std::string& path) {
+    return path + ": the copy into the store failed: the file system cannot hold a file this "
+                  "large (FAT32 takes files below 4 GiB)";
+}
+
 TEST_P(CBackupTest, FileTooLargeForTheBackupDriveIsAProblemAndTheOtherFilesAreCommitted) {
-    // Files may not grow past 1 MiB, as FAT32 refuses 4 GiB: writes beyond fail with EFBIG.
     const std::string large = PatternContent(3 << 20);
     CreateTree(source, Dir({{"a.txt", File("small")}, {"big.bin", File(large)}}));
-    ErrHandler().DisplayMsgOnError(false);
     CBackup backup;
-    {
-        const ScopedFileSizeLimit limit(1 << 20);
-        EXPECT_EQ(Run(backup), CBackup::Result::kEmpty);
-    }
-    EXPECT_EQ(backup.Problems().notStored,
-              Strings{source + "/big.bin: the copy into the store failed: the file system cannot "
-                               "hold a file this large (FAT32 takes files below 4 GiB)"});
+    EXPECT_EQ(RunBelowOneMebibyte(backup), CBackup::Result::kEmpty);
+    EXPECT_EQ(backup.Problems().notStored, Strings{TooLargeProblem(source + "/big.bin")});
     EXPECT_EQ(backup.Problems().lost, "");
     EXPECT_EQ(Query("SELECT file FROM Files"), (Rows{{source + "/a.txt"}}));
     EXPECT_TRUE(HasLine("Failed copy on " + source + "/big.bin"));
@@ -926,15 +932,9 @@ TEST_P(CBackupTest, FileTooLargeForTheBackupDriveIsAProblemAlsoWhenTheRunCopiesI
     const std::string large = PatternContent(3 << 20);
     StoreEarlier("x" + large.substr(1));
     CreateTree(source, Dir({{"big.bin", File(large)}}));
-    ErrHandler().DisplayMsgOnError(false);
     CBackup backup;
-    {
-        const ScopedFileSizeLimit limit(1 << 20);
-        EXPECT_EQ(Run(backup), CBackup::Result::kEmpty);
-    }
-    EXPECT_EQ(backup.Problems().notStored,
-              Strings{source + "/big.bin: the copy into the store failed: the file system cannot "
-                               "hold a file this large (FAT32 takes files below 4 GiB)"});
+    EXPECT_EQ(RunBelowOneMebibyte(backup), CBackup::Result::kEmpty);
+    EXPECT_EQ(backup.Problems().notStored, Strings{TooLargeProblem(source + "/big.bin")});
     EXPECT_EQ(Query("SELECT count(*) FROM Files WHERE bid = 2"), (Rows{{"0"}}));
     EXPECT_EQ(StoreListing(), StoreEntries({"x" + large.substr(1)}));
 }
