@@ -329,7 +329,7 @@ void CBackup::StoreNew(const std::string& path, SignedContent& content, const st
     // The store makes the folders of the place where it puts the content.
     Operation("Make backup");
     Log(2, "COP: " + path);
-    StoreFailure problem{"the copy into the store failed", 0};
+    StoreFailure problem = CStore::CopyFailure({});
     if (m_store.HoldsLegacy(FSGetNamePart(legacy)) && FSFileExists(legacy)) {
         // Content left in the earlier flat layout is moved into its folder instead of copied.
         stored = m_store.CreateFolders(target, &problem) && m_store.MoveLegacy(legacy, target);
@@ -340,8 +340,7 @@ void CBackup::StoreNew(const std::string& path, SignedContent& content, const st
         for (const auto& [level, line] : prepared.failedCopy->lines)
             Log(level, line);
         stored = FSCopyEnded(path, prepared.failedCopy->outcome);
-        if (const int error = prepared.failedCopy->outcome.systemError; error != 0)
-            problem = {problem.cause + ": " + FSPlainCause(error), error};
+        problem = CStore::CopyFailure(prepared.failedCopy->outcome);
     } else if (prepared.staged) {
         for (const auto& [level, line] : prepared.copyLines)
             Log(level, line);

@@ -11,7 +11,6 @@
 #include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
-#include <random>
 #include <sys/stat.h>
 #include <sys/vfs.h>
 #include <unistd.h>
@@ -42,46 +41,20 @@ bool IsTemporaryName(const std::string& name) {
     return name.size() > 4 && name[0] == '.' && name.compare(name.size() - 4, 4, ".tmp") == 0;
 }
 
-// Eight hex digits for a temporary name; one generator per thread, since workers name files.
-std::string RandomHex() {
-    thread_local std::mt19937 generator{std::random_device{}()};
-    static constexpr char kDigits[] = "0123456789ABCDEF";
-    std::string text(8, '0');
-    for (uint32_t value = generator(), i = 0; i < 8; ++i, value >>= 4)
-        text[7 - i] = kDigits[value & 0xF];
-    return text;
-}
-
-// A new private file ".<stem>.<random>.tmp" in the open folder `folderFd`; its descriptor and
-// name, or -1 with errno set.
-std::pair<int, std::string> CreateNamed(int folderFd, const std::string& stem) {
-    constexpr int kTries = 100; // names taken meanwhile, by chance
-    for (int tries = 1;; ++tries) {
-        const std::string name = "." + stem + "." + RandomHex() + ".tmp";
-        const int fd =
-            ::openat(folderFd, name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-                     kPrivateFileMode);
-        if (fd < 0 && errno == EEXIST && tries < kTries) continue;
-        if (fd >= 0) ::fchmod(fd, kPrivateFileMode); // whatever the umask; FAT cannot, no matter
-        return {fd, name};
-    }
-}
-
 void LogLine(int32_t level, const std::string& line) {
     Log(level, line);
-}
-
-// Why a copy into the store did not store anything.
-StoreFailure CopyProblem(const CopyOutcome& outcome) {
-    std::string cause = "the copy into the store failed";
-    if (outcome.systemError != 0) cause += ": " + FSPlainCause(outcome.systemError);
-    return {cause, outcome.systemError};
 }
 
 } // namespace
 
 FolderHandle::~FolderHandle() {
     if (fd >= 0) ::close(fd);
+}
+
+StoreFailure CStore::CopyFailure(const CopyOutcome& outcome) {
+    std::string cause = "the copy into the store failed";
+    if (outcome.systemError != 0) cause += ": " + FSPlainCause(outcome.systemError);
+    return {cause, outcome.systemError};
 }
 
 void CStore::UseAnonymousFiles(bool use) {
@@ -237,14 +210,14 @@ std::unique_ptr<CStagedContent> CStore::NewStaging(const std::string& folder, in
             }
             staged->m_folder = std::make_shared<FolderHandle>(fd);
         }
-        const auto [fd, name] =
-            CreateNamed(staged->m_folder->fd, folder.empty() ? "staged" : "store");
-        if (fd < 0) {
+        const TempFile temp =
+            FSCreateTempIn(staged->m_folder->fd, folder.empty() ? "staged" : "store");
+        if (temp.fd < 0) {
             error = errno;
             return nullptr;
         }
-        staged->m_fd = fd;
-        staged->m_name = name;
+        staged->m_fd = temp.fd;
+        staged->m_name = temp.name;
     }
     staged->m_write = staged->m_folder
                           ? FSJoinPath(folder.empty() ? m_root : folder, staged->m_name)
@@ -277,7 +250,7 @@ std::unique_ptr<CStagedContent> CStore::Stage(const std::string& source, const s
     SigningObserver signer;
     const CopyOutcome outcome = CopyWithRetries(source, staged->Destination(), &signer, LogLine);
     if (!FSCopyEnded(source, outcome)) {
-        problem = CopyProblem(outcome);
+        problem = CopyFailure(outcome);
         return nullptr;
     }
     staged->m_content = Finish(*staged, signer.Stream(), outcome.size);

@@ -95,6 +95,9 @@ public:
     CStore(const CStore&) = delete;
     CStore& operator=(const CStore&) = delete;
 
+    // Why a copy into the store that ended as `outcome` stored nothing, in plain words.
+    static StoreFailure CopyFailure(const CopyOutcome& outcome);
+
     // Whether stores opened from now on may stage in anonymous files where the file system has
     // them; on by default. Off, every store stages the named way, as on exFAT.
     static void UseAnonymousFiles(bool use);

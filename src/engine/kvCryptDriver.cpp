@@ -139,10 +139,6 @@ SignedContent SignFile(const std::string& path) {
     return Trapped("HashFile", SignedContent{}, [&] { return Signature(path, true, nullptr); });
 }
 
-SignedContent SignOpenFile(int fd) {
-    return Trapped("HashFile", SignedContent{}, [&] { return SignOpen(fd, true, nullptr); });
-}
-
 std::optional<SignedContent> ComputeSignature(const std::string& path,
                                               const std::atomic<bool>* stop, FileStamp* stamp) {
     try {

@@ -57,8 +57,6 @@ std::string HashFile(int32_t algorithm, const std::string& path);
 // MD5File with the length it covers; an empty signature after any error (reported under
 // "HashFile").
 SignedContent SignFile(const std::string& path);
-// The same for a file already open (read from its start, whatever the descriptor's offset).
-SignedContent SignOpenFile(int fd);
 
 // The same signature without the error handler and without letting window messages run, for
 // use off the window's thread; nullopt after any error, or once `stop` becomes true. `stamp`

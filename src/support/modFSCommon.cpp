@@ -116,15 +116,20 @@ std::string ParentFolder(const std::string& path) {
     return WithoutTrailingSlashes(trimmed.substr(0, slash + 1));
 }
 
-// A fresh name for writing `destination` in its own folder: ".<name>.<random>.tmp", with the
-// name cut so that the whole stays within the file system's name limit.
+// A fresh temporary name for a file named `name`: ".<name>.<random>.tmp", with the name cut so
+// that the whole stays within the file system's name limit.
+std::string TempName(const std::string& name) {
+    const size_t room = kMaxNameBytes - std::string(".." + Hex(0, 8) + ".tmp").size();
+    return "." + name.substr(0, room) + "." + Hex(Random()(), 8) + ".tmp";
+}
+
+// A fresh name for writing `destination` in its own folder.
 std::string TempBeside(const std::string& destination) {
     const std::string folder = FSGetPathPart(destination);
     const std::string name = FSGetNamePart(destination);
-    const size_t room = kMaxNameBytes - std::string(".." + Hex(0, 8) + ".tmp").size();
     std::string temp;
     do {
-        temp = folder + "." + name.substr(0, room) + "." + Hex(Random()(), 8) + ".tmp";
+        temp = folder + TempName(name);
     } while (EntryExists(temp));
     return temp;
 }
@@ -271,16 +276,16 @@ bool FSDeleteEmptyFolder(const std::string& path) {
     return ::rmdir(path.c_str()) == 0;
 }
 
-std::string FSCreateTempBeside(const std::string& destination) {
-    for (;;) {
-        const std::string temp = TempBeside(destination);
-        const int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-                              kPrivateFileMode);
-        if (fd < 0 && errno == EEXIST) continue; // taken since the name was chosen
-        if (fd < 0) RaiseErrno(errno, err::kPathNotFound);
-        ::fchmod(fd, kPrivateFileMode); // whatever the umask
-        ::close(fd);
-        return temp;
+TempFile FSCreateTempIn(int folder, const std::string& name) {
+    constexpr int kTries = 100; // names taken meanwhile, by chance
+    for (int tries = 1;; ++tries) {
+        const std::string temp = TempName(name);
+        const int fd =
+            ::openat(folder, temp.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                     kPrivateFileMode);
+        if (fd < 0 && errno == EEXIST && tries < kTries) continue;
+        if (fd >= 0) ::fchmod(fd, kPrivateFileMode); // whatever the umask; FAT cannot, no matter
+        return {fd, temp};
     }
 }
 
@@ -408,9 +413,7 @@ double FSGetFileSize(const std::string& path) {
     CProcTrap trap("FSGetFileSize");
     try {
         trap.Check();
-        struct stat st {};
-        if (::stat(path.c_str(), &st) != 0 || S_ISDIR(st.st_mode)) return 0;
-        return static_cast<double>(st.st_size);
+        return SizeOf(path);
     } catch (...) {
         return 0; // nothing reported: an unknown size is 0
     }

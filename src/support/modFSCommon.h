@@ -32,9 +32,13 @@ void FSDeleteFile(const std::string& path);
 void FSDeleteFolder(const std::string& path);
 // Deletes a folder only when it is empty; true when it is gone.
 bool FSDeleteEmptyFolder(const std::string& path);
-// Creates an empty private file under a fresh temporary name (".<name>.<random>.tmp") in the
-// folder of `destination` and returns its path; errors reach the caller.
-std::string FSCreateTempBeside(const std::string& destination);
+// An empty private file under a fresh temporary name (".<name>.<random>.tmp") in the open folder
+// `folder`, open for reading and writing; any thread may make one.
+struct TempFile {
+    int fd = -1; // -1, with errno set, when the file system refuses it
+    std::string name;
+};
+TempFile FSCreateTempIn(int folder, const std::string& name);
 // Copies with retries through the three copy modes and a size check (see modFileCopy.h).
 // A destination that does not exist yet is written under a temporary name in its folder and
 // renamed into place once complete. False, with "Failed copy on " logged, when all tries fail.

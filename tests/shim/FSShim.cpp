@@ -325,54 +325,40 @@ timespec RealDeadline(clockid_t clock, const timespec& fast) {
 
 extern "C" {
 
+// The mode argument that an open which may create a file takes after its flags; 0 for others.
+#define SHIM_MODE_ARGUMENT(flags, mode)                                                            \
+    mode_t mode = 0;                                                                               \
+    if (NeedsMode(flags)) {                                                                        \
+        va_list args;                                                                              \
+        va_start(args, flags);                                                                     \
+        mode = va_arg(args, mode_t);                                                               \
+        va_end(args);                                                                              \
+    }
+
 int open(const char* path, int flags, ...) {
     REAL(open);
-    mode_t mode = 0;
-    if (NeedsMode(flags)) {
-        va_list args;
-        va_start(args, flags);
-        mode = va_arg(args, mode_t);
-        va_end(args);
-    }
+    SHIM_MODE_ARGUMENT(flags, mode)
     return OpenRuled(AT_FDCWD, path, flags, mode,
                      [](int, const char* p, int f, mode_t m) { return real(p, f, m); });
 }
 
 int open64(const char* path, int flags, ...) {
     REAL(open64);
-    mode_t mode = 0;
-    if (NeedsMode(flags)) {
-        va_list args;
-        va_start(args, flags);
-        mode = va_arg(args, mode_t);
-        va_end(args);
-    }
+    SHIM_MODE_ARGUMENT(flags, mode)
     return OpenRuled(AT_FDCWD, path, flags, mode,
                      [](int, const char* p, int f, mode_t m) { return real(p, f, m); });
 }
 
 int openat(int dirfd, const char* path, int flags, ...) {
     REAL(openat);
-    mode_t mode = 0;
-    if (NeedsMode(flags)) {
-        va_list args;
-        va_start(args, flags);
-        mode = va_arg(args, mode_t);
-        va_end(args);
-    }
+    SHIM_MODE_ARGUMENT(flags, mode)
     return OpenRuled(dirfd, path, flags, mode,
                      [](int d, const char* p, int f, mode_t m) { return real(d, p, f, m); });
 }
 
 int openat64(int dirfd, const char* path, int flags, ...) {
     REAL(openat64);
-    mode_t mode = 0;
-    if (NeedsMode(flags)) {
-        va_list args;
-        va_start(args, flags);
-        mode = va_arg(args, mode_t);
-        va_end(args);
-    }
+    SHIM_MODE_ARGUMENT(flags, mode)
     return OpenRuled(dirfd, path, flags, mode,
                      [](int d, const char* p, int f, mode_t m) { return real(d, p, f, m); });
 }

@@ -440,33 +440,43 @@ TEST(FSDeleteEmptyFolder, OnlyAnEmptyFolderGoes) {
     EXPECT_TRUE(env.box.calls.empty());
 }
 
-TEST(FSCreateTempBeside, EmptyPrivateFileWithAFreshTemporaryNameInTheSameFolder) {
+TEST(FSCreateTempIn, EmptyPrivateFileWithAFreshTemporaryNameInTheOpenFolder) {
     ScopedTestEnv env;
     const TestFolder dir(env);
+    const int folder = ::open(dir.Root().c_str(), O_RDONLY | O_DIRECTORY);
+    ASSERT_GE(folder, 0);
     const mode_t oldMask = ::umask(0);
-    const std::string first = FSCreateTempBeside(dir.Path("ab.QRV"));
-    const std::string second = FSCreateTempBeside(dir.Path("ab.QRV"));
+    const TempFile first = FSCreateTempIn(folder, "ab.QRV");
+    const TempFile second = FSCreateTempIn(folder, "ab.QRV");
     ::umask(oldMask);
-    EXPECT_NE(first, second);
-    for (const std::string& temp : {first, second}) {
-        EXPECT_TRUE(
-            std::regex_match(temp, std::regex(dir.Root() + R"(/\.ab\.QRV\.[0-9A-F]{8}\.tmp)")))
-            << temp;
-        EXPECT_EQ(ReadFile(temp), "");
-        EXPECT_EQ(Mode(temp), 0600u);
+    ::close(folder);
+    EXPECT_NE(first.name, second.name);
+    for (const TempFile& temp : {first, second}) {
+        EXPECT_GE(temp.fd, 0);
+        EXPECT_TRUE(std::regex_match(temp.name, std::regex(R"(\.ab\.QRV\.[0-9A-F]{8}\.tmp)")))
+            << temp.name;
+        EXPECT_EQ(::write(temp.fd, "x", 1), 1); // open for writing
+        ::close(temp.fd);
+        EXPECT_EQ(ReadFile(dir.Path(temp.name)), "x");
+        EXPECT_EQ(Mode(dir.Path(temp.name)), 0600u);
     }
     EXPECT_FALSE(Exists(dir.Path("ab.QRV")));
 }
 
-TEST(FSCreateTempBeside, MissingFolderReachesTheCaller) {
+TEST(FSCreateTempIn, FolderThatRefusesFilesGivesNoneAndTheSystemsReason) {
     ScopedTestEnv env;
     const TestFolder dir(env);
-    try {
-        FSCreateTempBeside(dir.Path("gone/ab.QRV"));
-        ADD_FAILURE() << "no error";
-    } catch (const CRuntimeError& error) {
-        EXPECT_EQ(error.Number(), 76);
-    }
+    const ScopedNoPermissionOverride noOverride;
+    if (!noOverride.Ok()) GTEST_SKIP() << "cannot drop the permission override";
+    ASSERT_EQ(::chmod(dir.Root().c_str(), 0500), 0);
+    const int folder = ::open(dir.Root().c_str(), O_RDONLY | O_DIRECTORY);
+    ASSERT_GE(folder, 0);
+    const TempFile temp = FSCreateTempIn(folder, "ab.QRV");
+    const int error = errno;
+    ::close(folder);
+    ::chmod(dir.Root().c_str(), 0700);
+    EXPECT_EQ(temp.fd, -1);
+    EXPECT_EQ(error, EACCES);
     EXPECT_EQ(ListTree(dir.Root()), Lines{});
 }
 
