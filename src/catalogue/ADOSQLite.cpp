@@ -78,9 +78,30 @@ bool StepAll(sqlite3* db, sqlite3_stmt* stmt, ResultTable& table, std::string& e
     return false;
 }
 
+// Whether nothing but blanks, comments and lone ";" follow in [next, end).
+bool NothingFollows(sqlite3* db, const char* next, const char* end) {
+    while (next < end) {
+        sqlite3_stmt* stmt = nullptr;
+        const char* tail = nullptr;
+        if (sqlite3_prepare_v2(db, next, static_cast<int>(end - next), &stmt, &tail) != SQLITE_OK)
+            return false;
+        if (stmt) {
+            sqlite3_finalize(stmt);
+            return false;
+        }
+        next = tail;
+    }
+    return true;
+}
+
 // Runs every statement of `sql`; the whole result goes into `table`, which is left empty when
 // no statement yields a row. An engine error leaves its text in `error` and `table` empty.
-bool RunTable(sqlite3* db, const std::string& sql, ResultTable& table, std::string& error) {
+// With `single`, `sql` is a statement built from fields and must be one statement: an
+// apostrophe in a value that ends the value early makes it fail, and nothing of it runs, never
+// what follows the apostrophe as statements of their own (a Setup value typed as
+// "'; DROP TABLE Sources; --").
+bool RunTable(sqlite3* db, const std::string& sql, ResultTable& table, std::string& error,
+              bool single = false) {
     table.clear();
     const char* next = sql.data();
     const char* const end = sql.data() + sql.size();
@@ -94,6 +115,11 @@ bool RunTable(sqlite3* db, const std::string& sql, ResultTable& table, std::stri
         }
         next = tail;
         if (!stmt) continue; // blanks, comments or a lone ";"
+        if (single && !NothingFollows(db, next, end)) {
+            sqlite3_finalize(stmt);
+            error = "a value ends the statement early; nothing of it was run: " + sql;
+            return false;
+        }
         const bool ok = StepAll(db, stmt, table, error);
         sqlite3_finalize(stmt);
         if (!ok) {
@@ -222,7 +248,8 @@ void ADOSQLite::Exec(std::string& statement) {
         return;
     }
     std::string error;
-    if (!RunTable(m_db, statement, m_result, error)) {
+    const bool built = m_action >= sqlaction::kSelect && m_action <= sqlaction::kInsert;
+    if (!RunTable(m_db, statement, m_result, error, built)) {
         // The counts stay as they were; the result is empty, so Field reads "".
         m_err = true;
         m_errMsg = std::move(error);

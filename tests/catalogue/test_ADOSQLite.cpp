@@ -801,3 +801,47 @@ TEST(ADOSQLite, SeveralConnectionsToOneFile) {
 }
 
 } // namespace
+
+// A value with an apostrophe breaks its built statement, which then fails; what follows the
+// apostrophe is never run as statements of its own, and nothing of the statement is run.
+TEST(ADOSQLite, AValueThatEndsABuiltStatementEarlyFailsAndRunsNothing) {
+    ScopedTestEnv env;
+    const std::string path = MakeSetupRows(env);
+    ADOSQLite db;
+    db.Connect(path);
+    db.Table("Setup");
+    db.Action(sqlaction::kInsert);
+    db.Field("key", "'Exclude'");
+    db.Field("value", "''; DROP TABLE Sources; --'");
+    std::string statement;
+    db.Exec(statement);
+    EXPECT_EQ(statement,
+              "INSERT INTO Setup (key, value) SELECT 'Exclude', ''; DROP TABLE Sources; --'");
+    EXPECT_TRUE(db.Err());
+    EXPECT_EQ(db.ErrMsg(), "a value ends the statement early; nothing of it was run: " + statement);
+    SelectAll(db, "Sources");
+    EXPECT_FALSE(db.Err()) << db.ErrMsg();
+    SelectAll(db);
+    EXPECT_EQ(db.RecordCount(), 3);
+
+    db.Reset();
+    db.Table("Setup");
+    db.Action(sqlaction::kDelete);
+    db.Where("key = 'a'; DELETE FROM Setup");
+    db.Exec();
+    EXPECT_TRUE(db.Err());
+    SelectAll(db);
+    EXPECT_EQ(db.RecordCount(), 3);
+}
+
+// Texts run as they stand keep running every statement they hold.
+TEST(ADOSQLite, AsIsTextsStillRunEveryStatement) {
+    ScopedTestEnv env;
+    const std::string path = MakeSetupRows(env);
+    ADOSQLite db;
+    db.Connect(path);
+    RunAsIs(db, "DELETE FROM Setup WHERE key = 'a'; DELETE FROM Setup WHERE key = 'b';");
+    EXPECT_FALSE(db.Err()) << db.ErrMsg();
+    SelectAll(db);
+    EXPECT_EQ(db.RecordCount(), 1);
+}
