@@ -2,16 +2,28 @@
 
 #include "app/modCatalogueQuery.h"
 #include "app/modPaths.h"
+#include "app/modRetention.h"
 #include "app/modSetup.h"
 #include "catalogue/ADOSQLite.h"
 #include "support/modMsgBox.h"
+#include "support/CRuntimeError.h"
 #include "support/modNumText.h"
 #include "support/modServices.h"
 
 namespace {
+
+// A check box's value; a stored text that is not a number counts as empty (unticked), with a
+// problem line, so that a damaged row never keeps the window from opening.
 int32_t CheckValue(const std::string& key) {
     const std::string stored = GetSetupValue(key);
-    return stored.empty() ? 0 : ToInt32(TextToNumber(stored));
+    if (stored.empty()) return 0;
+    try {
+        return ToInt32(TextToNumber(stored));
+    } catch (const CRuntimeError&) {
+        Log(1, std::string(kProblemMark) + "The option " + key + " holds \"" + stored +
+                   "\", which is not a number; its box is shown unticked");
+        return 0;
+    }
 }
 
 void KeepUnlessEmpty(std::string& option, const std::string& key) {

@@ -31,7 +31,9 @@ int32_t LogLevelOf(const std::string& word);
 std::string FoldersToExclude(const BackupOptions& options);
 
 // Reads every option from Setup over the design values; a stored log level other than Basic
-// is applied to the logger, as selecting its option button does.
+// is applied to the logger, as selecting its option button does. A check box whose stored text
+// is not a number (a damaged row, "x") is unticked, and a "Problem: " line names its key and
+// text.
 BackupOptions LoadOptions();
 
 // The source folders, in the catalogue's natural order.

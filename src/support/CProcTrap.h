@@ -16,6 +16,9 @@
 
 #include <exception>
 #include <string>
+#include <tuple>
+#include <type_traits>
+#include <utility>
 
 class CProcTrap {
 public:
@@ -50,4 +53,43 @@ template <class T, class Body> T Trapped(const std::string& procedure, T fallbac
         trap.Handle();
         return fallback;
     }
+}
+
+namespace trapdetail {
+
+template <class Handler, class Args, size_t... I>
+constexpr bool InvocableWith(std::index_sequence<I...>) {
+    return std::is_invocable_v<Handler&, std::tuple_element_t<I, Args>...>;
+}
+
+// Calls `handler` with as many of the leading `args` as it takes, at most N.
+template <size_t N, class Handler, class Args> void CallWithLeading(Handler& handler, Args& args) {
+    if constexpr (N == 0)
+        handler();
+    else if constexpr (InvocableWith<Handler, Args>(std::make_index_sequence<N>{}))
+        [&]<size_t... I>(std::index_sequence<I...>) {
+            handler(std::get<I>(args)...);
+        }(std::make_index_sequence<N>{});
+    else
+        CallWithLeading<N - 1>(handler, args);
+}
+
+} // namespace trapdetail
+
+// A window's handler under the error trap, for every click, key and event: the callable it
+// answers runs `handler` (with as many of the leading arguments it is given as `handler` takes);
+// an error that nothing inside caught is reported by the error handler (its report file and
+// box) under `procedure`, and the window goes on. One wrapper, so no handler is left without a
+// trap.
+template <class Handler> auto TrappedHandler(std::string procedure, Handler handler) {
+    return [procedure = std::move(procedure), handler = std::move(handler)](auto&&... args) {
+        CProcTrap trap(procedure);
+        try {
+            trap.Check();
+            auto given = std::forward_as_tuple(std::forward<decltype(args)>(args)...);
+            trapdetail::CallWithLeading<sizeof...(args)>(handler, given);
+        } catch (...) {
+            trap.Handle();
+        }
+    };
 }

@@ -2,7 +2,8 @@
 
 // Opening documents and web addresses with the desktop's own programs, and starting a program,
 // through a process-wide service: the program uses the desktop's opener (xdg-open); tests
-// install a double that records every call. Nothing here waits for the program it starts.
+// install a double that records every call. Nothing here waits for the program it starts; an
+// opener is given a moment to say that it found no program for a document.
 
 #include <string>
 
@@ -10,7 +11,7 @@ class IDesktopService {
 public:
     virtual ~IDesktopService() = default;
     // Opens a document or a web address with the program the desktop chooses; true when the
-    // opener could be started.
+    // opener could be started and did not answer at once that it found no program for it.
     virtual bool Open(const std::string& target) = 0;
     // Starts a program on its own; true when it could be started.
     virtual bool Start(const std::string& program) = 0;

@@ -1,5 +1,6 @@
 #include "ui/CRunTreeModel.h"
 
+#include "support/CProcTrap.h"
 #include "ui/modFileIcons.h"
 
 #include <QFile>
@@ -106,8 +107,10 @@ QVariant CRunTreeModel::data(const QModelIndex& index, int role) const {
 bool CRunTreeModel::setData(const QModelIndex& index, const QVariant& value, int role) {
     if (!index.isValid() || role != Qt::CheckStateRole || m_browser.Restoring()) return false;
     ++m_checkEdits;
-    m_browser.NodeCheck(NodeOf(index), value.toInt() == Qt::Checked);
-    return true;
+    return Trapped("frmMain tvDirs_NodeCheck", false, [&] {
+        m_browser.NodeCheck(NodeOf(index), value.toInt() == Qt::Checked);
+        return true;
+    });
 }
 
 Qt::ItemFlags CRunTreeModel::flags(const QModelIndex& index) const {

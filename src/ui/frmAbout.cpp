@@ -3,6 +3,7 @@
 #include "app/modMainWindow.h"
 #include "app/modSysInfo.h"
 #include "support/Version.h"
+#include "ui/modHandler.h"
 
 #include <QGridLayout>
 #include <QLabel>
@@ -49,7 +50,8 @@ frmAbout::frmAbout(QWidget* parent) : QDialog(parent) {
     auto* cmdSysInfo = new QPushButton(tr("&System Info..."), this);
     cmdSysInfo->setObjectName(QStringLiteral("cmdSysInfo"));
     connect(cmdOK, &QPushButton::clicked, this, &QDialog::accept);
-    connect(cmdSysInfo, &QPushButton::clicked, this, [] { StartSysInfo(); });
+    OnSignal(cmdSysInfo, &QPushButton::clicked, this, "frmAbout cmdSysInfo_Click",
+             [] { StartSysInfo(); });
 
     auto* layout = new QGridLayout(this);
     layout->addWidget(picIcon, 0, 0, 3, 1, Qt::AlignTop);

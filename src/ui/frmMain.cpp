@@ -6,6 +6,7 @@
 #include "app/modMain.h"
 #include "app/modMainWindow.h"
 #include "app/modMaintenance.h"
+#include "app/modManual.h"
 #include "app/modPaths.h"
 #include "app/modRetention.h"
 #include "app/modSetup.h"
@@ -24,6 +25,7 @@
 #include "ui/frmReport.h"
 #include "ui/frmSelBackup.h"
 #include "ui/modDesign.h"
+#include "ui/modHandler.h"
 
 #include <QAction>
 #include <QApplication>
@@ -38,6 +40,7 @@
 #include <QRadioButton>
 #include <QShortcut>
 #include <QTabWidget>
+#include <QTimer>
 #include <QTreeView>
 
 #include <iostream>
@@ -94,18 +97,18 @@ frmMain::frmMain(std::string commandLine, QWidget* parent)
     SSTab1->addTab(m_config, tr("Configuration"));
     for (int tab = 0; tab < 3; ++tab) {
         auto* shortcut = new QShortcut(QKeySequence(Qt::ALT | Qt::Key(Qt::Key_1 + tab)), this);
-        connect(shortcut, &QShortcut::activated, this,
-                [this, tab] { SSTab1->setCurrentIndex(tab); });
+        OnSignal(shortcut, &QShortcut::activated, this, "frmMain SSTab1_Click",
+                 [this, tab] { SSTab1->setCurrentIndex(tab); });
     }
     kvLogo = Place<QLabel>(central, "kvLogo", {8, 448, 190, 26}, tr("Korvex Stashwell"));
     kvLogo->setPixmap(Logo(kvLogo->size()));
 
     BuildMenus();
     ConnectOptions();
-    connect(m_backup->cmdBackup, &QPushButton::clicked, this, &frmMain::cmdBackup_Click);
-    connect(m_backup->cmdAddSrc, &QPushButton::clicked, this, &frmMain::cmdAddSrc_Click);
-    connect(m_backup->cmdRemove, &QPushButton::clicked, this, &frmMain::cmdRemove_Click);
-    connect(m_config->cmdSelBackupPath, &QPushButton::clicked, this,
+    OnClick(m_backup->cmdBackup, "cmdBackup_Click", &frmMain::cmdBackup_Click);
+    OnClick(m_backup->cmdAddSrc, "cmdAddSrc_Click", &frmMain::cmdAddSrc_Click);
+    OnClick(m_backup->cmdRemove, "cmdRemove_Click", &frmMain::cmdRemove_Click);
+    OnClick(m_config->cmdSelBackupPath, "cmdSelBackupPath_Click",
             &frmMain::cmdSelBackupPath_Click);
     ConnectRestore();
     ConnectMaintenance();
@@ -137,15 +140,18 @@ void frmMain::ConnectRestore() {
     const auto node = [this](const QModelIndex& index) { return m_tree->NodeOf(index); };
     connect(tree, &QTreeView::pressed, this,
             [this] { m_checkEditsAtPress = m_tree->CheckEdits(); });
-    connect(tree, &QTreeView::clicked, this, [this, node](const QModelIndex& index) {
-        if (m_tree->CheckEdits() == m_checkEditsAtPress) m_browser.NodeClick(node(index));
-    });
-    connect(tree, &QTreeView::expanded, this, [this, node](const QModelIndex& index) {
-        if (!m_browser.Node(node(index)).expanded) m_browser.NodeClick(node(index));
-    });
-    connect(tree, &QTreeView::collapsed, this, [this, node](const QModelIndex& index) {
-        if (m_browser.Node(node(index)).expanded) m_browser.NodeClick(node(index));
-    });
+    OnSignal(tree, &QTreeView::clicked, this, "frmMain tvDirs_NodeClick",
+             [this, node](const QModelIndex& index) {
+                 if (m_tree->CheckEdits() == m_checkEditsAtPress) m_browser.NodeClick(node(index));
+             });
+    OnSignal(tree, &QTreeView::expanded, this, "frmMain tvDirs_Expand",
+             [this, node](const QModelIndex& index) {
+                 if (!m_browser.Node(node(index)).expanded) m_browser.NodeClick(node(index));
+             });
+    OnSignal(tree, &QTreeView::collapsed, this, "frmMain tvDirs_Collapse",
+             [this, node](const QModelIndex& index) {
+                 if (m_browser.Node(node(index)).expanded) m_browser.NodeClick(node(index));
+             });
     connect(m_tree, &CRunTreeModel::ExpansionChanged, this,
             [tree](const QModelIndex& index, bool expanded) {
                 if (tree->isExpanded(index) != expanded) tree->setExpanded(index, expanded);
@@ -156,9 +162,9 @@ void frmMain::ConnectRestore() {
     m_browser.OnProgress = [this](int32_t percent) {
         if (m_restore->XP_PB2->Value() != percent) m_restore->XP_PB2->Value(percent);
     };
-    connect(m_restore->cmdSelBackup, &QPushButton::clicked, this, &frmMain::cmdSelBackup_Click);
-    connect(m_restore->cmdRestore, &QPushButton::clicked, this, &frmMain::cmdRestore_Click);
-    connect(m_restore->cmdRestoreTo, &QPushButton::clicked, this, &frmMain::cmdRestoreTo_Click);
+    OnClick(m_restore->cmdSelBackup, "cmdSelBackup_Click", &frmMain::cmdSelBackup_Click);
+    OnClick(m_restore->cmdRestore, "cmdRestore_Click", &frmMain::cmdRestore_Click);
+    OnClick(m_restore->cmdRestoreTo, "cmdRestoreTo_Click", &frmMain::cmdRestoreTo_Click);
 }
 
 void frmMain::ConnectMaintenance() {
@@ -166,23 +172,25 @@ void frmMain::ConnectMaintenance() {
                             m_config->lblStatus->setText(QString::fromStdString(text));
                         },
                         [this](int32_t percent) { m_config->XP_PB3->Value(percent); }});
-    connect(m_config->cmdManage, &QPushButton::clicked, this, &frmMain::cmdManage_Click);
-    connect(m_config->cmdPurge, &QPushButton::clicked, this, &frmMain::cmdPurge_Click);
-    connect(m_config->cmdCompact, &QPushButton::clicked, this, &frmMain::cmdCompact_Click);
+    OnClick(m_config->cmdManage, "cmdManage_Click", &frmMain::cmdManage_Click);
+    OnClick(m_config->cmdPurge, "cmdPurge_Click", &frmMain::cmdPurge_Click);
+    OnClick(m_config->cmdCompact, "cmdCompact_Click", &frmMain::cmdCompact_Click);
 }
 
 void frmMain::BuildMenus() {
     QMenu* file = menuBar()->addMenu(tr("&File"));
     file->setObjectName(QStringLiteral("mnuFile"));
-    QAction* exit = file->addAction(tr("E&xit"), this, &frmMain::mnuExit_Click);
+    QAction* exit = file->addAction(tr("E&xit"), this, Handler("mnuExit_Click", &frmMain::mnuExit_Click));
     exit->setObjectName(QStringLiteral("mnuExit"));
     exit->setShortcut(QKeySequence::Quit);
     QMenu* help = menuBar()->addMenu(tr("&Help"));
     help->setObjectName(QStringLiteral("mnuHelp"));
-    QAction* manual = help->addAction(tr("&Manual"), this, &frmMain::mnuManual_Click);
+    QAction* manual =
+        help->addAction(tr("&Manual"), this, Handler("mnuManual_Click", &frmMain::mnuManual_Click));
     manual->setObjectName(QStringLiteral("mnuManual"));
     manual->setShortcut(QKeySequence::HelpContents);
-    QAction* about = help->addAction(tr("&About"), this, &frmMain::mnuAbout_Click);
+    QAction* about =
+        help->addAction(tr("&About"), this, Handler("mnuAbout_Click", &frmMain::mnuAbout_Click));
     about->setObjectName(QStringLiteral("mnuAbout"));
 }
 
@@ -196,26 +204,55 @@ void frmMain::ConnectOptions() {
         {m_config->chkExclRecycler, "ExclRecycler"},
         {m_config->chkQuickCheck, "QuickCheck"}};
     for (const auto& [box, key] : checks)
-        connect(box, &QCheckBox::clicked, this,
-                [key = std::string(key)](bool ticked) { StoreOption(key, ticked ? "1" : "0"); });
+        OnSignal(box, &QCheckBox::clicked, this, "frmMain " + box->objectName().toStdString() + "_Click",
+                 [key = std::string(key)](bool ticked) { StoreOption(key, ticked ? "1" : "0"); });
     const std::pair<QRadioButton*, const char*> levels[] = {{m_config->Option1, "Basic"},
                                                             {m_config->Option2, "Advanced"},
                                                             {m_config->Option3, "Trace"}};
     for (const auto& [button, word] : levels)
-        connect(button, &QRadioButton::clicked, this,
-                [word = std::string(word)] { SelectLogLevel(word); });
-    connect(m_config->txtExclude, &QLineEdit::textEdited, this,
-            [](const QString& text) { StoreOption("Exclude", Bytes(text)); });
-    connect(m_config->txtExDirs, &QLineEdit::textEdited, this,
-            [](const QString& text) { StoreOption("ExDirs", Bytes(text)); });
-    connect(m_config->txtMaxBackups, &QLineEdit::textEdited, this, [this](const QString& text) {
-        if (const auto back = MaxBackupsChanged(Bytes(text)))
-            m_config->txtMaxBackups->setText(QString::fromStdString(*back));
-    });
+        OnSignal(button, &QRadioButton::clicked, this,
+                 "frmMain " + button->objectName().toStdString() + "_Click",
+                 [word = std::string(word)] { SelectLogLevel(word); });
+    OnSignal(m_config->txtExclude, &QLineEdit::textEdited, this, "frmMain txtExclude_Change",
+             [](const QString& text) { StoreOption("Exclude", Bytes(text)); });
+    OnSignal(m_config->txtExDirs, &QLineEdit::textEdited, this, "frmMain txtExDirs_Change",
+             [](const QString& text) { StoreOption("ExDirs", Bytes(text)); });
+    OnSignal(m_config->txtMaxBackups, &QLineEdit::textEdited, this,
+             "frmMain txtMaxBackups_Change", [this](const QString& text) {
+                 if (const auto back = MaxBackupsChanged(Bytes(text)))
+                     m_config->txtMaxBackups->setText(QString::fromStdString(*back));
+             });
 }
 
+std::function<void()> frmMain::Handler(const char* name, Command command) {
+    return TrappedHandler(std::string("frmMain ") + name, [this, command] { (this->*command)(); });
+}
+
+void frmMain::OnClick(QAbstractButton* button, const char* name, Command command) {
+    connect(button, &QAbstractButton::clicked, this, Handler(name, command));
+}
+
+// The load runs under the error trap: an error that no step caught is reported, and the window
+// opens all the same (an unattended start ends with the status of a run that could not start,
+// or of one whose record is unknown once its words began).
 std::optional<int> frmMain::Form_Load() {
     CProcTrap trap("frmMain Form_Load");
+    const bool unattended = !m_commandLine.empty();
+    // No error box waits for a person during an unattended start.
+    if (unattended) ErrHandler().DisplayMsgOnError(false);
+    try {
+        trap.Check();
+        return Load();
+    } catch (...) {
+        const std::string error = CurrentRuntimeError().Description();
+        trap.Handle();
+        if (!unattended) return std::nullopt;
+        std::cerr << "Error: the unattended run stopped at an error: " << error << std::endl;
+        return m_wordsBegun ? kExitRunLost : kExitCannotRun;
+    }
+}
+
+std::optional<int> frmMain::Load() {
     for (XP_ProgressBar* bar : findChildren<XP_ProgressBar*>())
         bar->Color(kRunBarColour);
     setWindowTitle(QString::fromStdString(MainWindowCaption()));
@@ -264,6 +301,7 @@ std::optional<int> frmMain::Form_Load() {
         return kExitOtherInstance;
     }
     m_run.Inputs(ListedSources(), OptionsShown());
+    m_wordsBegun = true;
     m_run.RunUnattended(m_commandLine);
     const int status = ReportUnattendedEnd(m_run.Outcome());
     Log(1, "Exiting QRV");
@@ -326,7 +364,14 @@ std::vector<std::string> frmMain::ListedSources() const {
     return sources;
 }
 
+bool frmMain::BackupPathChosen() {
+    if (IsBackupPathSet()) return true;
+    GotoConfigure();
+    return false;
+}
+
 void frmMain::cmdBackup_Click() {
+    if (!m_run.Running() && !BackupPathChosen()) return;
     if (!m_run.Running()) m_run.Inputs(ListedSources(), OptionsShown());
     m_run.cmdBackup_Click();
     CloseIfAsked();
@@ -375,18 +420,28 @@ void frmMain::Render(const RunView& view) {
     emit RunShown();
 }
 
+// One report window: a cancelled run ends its closing steps twice (at the click and at the
+// run's end), and the second time the open report is read again, so it holds the whole log.
 void frmMain::ShowReport() {
     if (m_closeAfterRun) return; // the person is leaving
-    auto* report = new frmReport(QString::fromStdString(Logger().LogFile()), this);
-    report->setAttribute(Qt::WA_DeleteOnClose);
-    report->show(); // modeless
+    const QString logFile = QString::fromStdString(Logger().LogFile());
+    if (m_report) {
+        m_report->Reload(logFile);
+    } else {
+        m_report = new frmReport(logFile, this);
+        m_report->setAttribute(Qt::WA_DeleteOnClose);
+    }
+    m_report->show(); // modeless
+    m_report->raise();
 }
 
 void frmMain::cmdAddSrc_Click() {
+    if (!BackupPathChosen()) return;
     if (AddSource()) ShowSources(FillSources());
 }
 
 void frmMain::cmdRemove_Click() {
+    if (!BackupPathChosen()) return;
     const QListWidgetItem* row = m_backup->lstSources->currentItem();
     const bool selected = row && row->isSelected();
     if (RemoveSource(selected ? row->data(Qt::UserRole).toByteArray().toStdString() : ""))
@@ -416,6 +471,40 @@ void frmMain::SetBusy(int tab, bool busy) {
     m_restore->cmdRestoreTo->setEnabled(runShown);
 }
 
+// A restore or maintenance under way: however it ends (an error the handler reported
+// included), the window is enabled again, the pointer given back, and the window closed after
+// it when the person asked for that meanwhile.
+class frmMain::BusyScope {
+public:
+    BusyScope(frmMain& window, int tab) : m_window(window), m_tab(tab) {
+        m_window.SetBusy(m_tab, true);
+    }
+    ~BusyScope() {
+        m_window.SetBusy(m_tab, false);
+        while (m_cursors-- > 0)
+            QApplication::restoreOverrideCursor();
+        QTimer::singleShot(0, &m_window, [window = &m_window] { window->CloseIfAsked(); });
+    }
+    BusyScope(const BusyScope&) = delete;
+    BusyScope& operator=(const BusyScope&) = delete;
+
+    // The busy pointer while `busy`.
+    void Pointer(bool busy) {
+        if (busy) {
+            QApplication::setOverrideCursor(Qt::WaitCursor);
+            ++m_cursors;
+        } else if (m_cursors > 0) {
+            QApplication::restoreOverrideCursor();
+            --m_cursors;
+        }
+    }
+
+private:
+    frmMain& m_window;
+    int m_tab;
+    int m_cursors = 0;
+};
+
 void frmMain::CloseIfAsked() {
     if (m_closeAfterRun && !m_run.Running() && !m_busy) close();
 }
@@ -438,51 +527,44 @@ void frmMain::ShowRun(const std::string& bid) {
 }
 
 void frmMain::cmdSelBackup_Click() {
+    if (!BackupPathChosen()) return;
     frmSelBackup dialog(this);
     if (dialog.exec() == QDialog::Accepted) ShowRun(dialog.SelectedBid());
 }
 
 void frmMain::cmdRestore_Click() {
-    SetBusy(1, true);
+    BusyScope busy(*this, 1);
     m_browser.cmdRestore_Click(m_config->chkRestore->isChecked());
-    SetBusy(1, false);
-    CloseIfAsked();
 }
 
 void frmMain::cmdRestoreTo_Click() {
-    SetBusy(1, true);
+    BusyScope busy(*this, 1);
     m_browser.cmdRestoreTo_Click(m_config->chkRestore->isChecked());
-    SetBusy(1, false);
-    CloseIfAsked();
 }
 
 void frmMain::cmdManage_Click() {
-    SetBusy(2, true);
-    DeleteRemovedSources(ListedSources(),
-                         [this](int32_t row) { m_backup->lstSources->setCurrentRow(row); });
-    SetBusy(2, false);
+    if (!BackupPathChosen()) return;
+    {
+        BusyScope busy(*this, 2);
+        DeleteRemovedSources(ListedSources(),
+                             [this](int32_t row) { m_backup->lstSources->setCurrentRow(row); });
+    }
     if (!RunExists(m_browser.Bid())) ShowRun({});
-    CloseIfAsked();
 }
 
 void frmMain::cmdPurge_Click() {
-    SetBusy(2, true);
-    PurgeBackups();
-    SetBusy(2, false);
+    if (!BackupPathChosen()) return;
+    {
+        BusyScope busy(*this, 2);
+        PurgeBackups();
+    }
     if (!RunExists(m_browser.Bid())) ShowRun({});
-    CloseIfAsked();
 }
 
 void frmMain::cmdCompact_Click() {
-    SetBusy(2, true);
-    CompactBackups([](bool busy) {
-        if (busy)
-            QApplication::setOverrideCursor(Qt::WaitCursor);
-        else
-            QApplication::restoreOverrideCursor();
-    });
-    SetBusy(2, false);
-    CloseIfAsked();
+    if (!BackupPathChosen()) return;
+    BusyScope busy(*this, 2);
+    CompactBackups([&busy](bool on) { busy.Pointer(on); });
 }
 
 void frmMain::mnuExit_Click() {
@@ -490,7 +572,7 @@ void frmMain::mnuExit_Click() {
 }
 
 void frmMain::mnuManual_Click() {
-    ShellOpenFile(ProgramFolder() + "/QRV Manual.pdf"); // what the opener answers is not shown
+    OpenManual();
 }
 
 void frmMain::mnuAbout_Click() {
@@ -509,10 +591,10 @@ void frmMain::closeEvent(QCloseEvent* event) {
     event->ignore();
     if (m_closeAfterRun) return; // already stopping
     m_closeAfterRun = true;
-    if (m_run.Running()) m_run.cmdBackup_Click();
+    if (m_run.Running()) TrappedHandler("frmMain Form_Unload", [this] { m_run.cmdBackup_Click(); })();
 }
 
 void frmMain::resizeEvent(QResizeEvent* event) {
     QMainWindow::resizeEvent(event);
-    Resize(this);
+    TrappedHandler("frmMain Form_Resize", [this] { Resize(this); })();
 }

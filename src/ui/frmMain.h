@@ -13,9 +13,10 @@
 #include "app/modOptions.h"
 
 #include <QMainWindow>
+#include <QPointer>
 
 #include <chrono>
-
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -24,6 +25,8 @@ class CBackupTab;
 class CConfigTab;
 class CRestoreTab;
 class CRunTreeModel;
+class frmReport;
+class QAbstractButton;
 class QAction;
 class QLabel;
 class QTabWidget;
@@ -71,6 +74,15 @@ protected:
     void closeEvent(QCloseEvent* event) override;
 
 private:
+    using Command = void (frmMain::*)();
+    // A command of the window under the error trap, named "frmMain <name>" in the error report.
+    std::function<void()> Handler(const char* name, Command command);
+    void OnClick(QAbstractButton* button, const char* name, Command command);
+    // The load's steps; Form_Load runs them under the error trap.
+    std::optional<int> Load();
+    // True when a backup path is set; otherwise the person is sent to choose one, as the load
+    // does, and the command that asked does nothing.
+    bool BackupPathChosen();
     void BuildMenus();
     void ConnectOptions();
     void ShowOptions(const BackupOptions& options);
@@ -84,6 +96,8 @@ private:
     // A restore (tab 1) or maintenance (tab 2) is under way: the other tabs and the buttons
     // that would start another are disabled until it ends.
     void SetBusy(int tab, bool busy);
+    // The window busy on `tab` for the scope's life; see frmMain.cpp.
+    class BusyScope;
     void ShowRun(const std::string& bid);
     void CloseIfAsked();
 
@@ -100,7 +114,9 @@ private:
     bool m_lastWasProgress = false;
     CBackupBrowser m_browser;
     CRunTreeModel* m_tree;
+    QPointer<frmReport> m_report; // the report shown, while it is open
     int m_checkEditsAtPress = 0;
     bool m_busy = false;
     bool m_closeAfterRun = false;
+    bool m_wordsBegun = false; // the unattended words of the command line began
 };

@@ -27,7 +27,11 @@ frmReport::frmReport(const QString& logFile, QWidget* parent) : QDialog(parent) 
     layout->addWidget(txtReport);
     layout->addWidget(ok, 0, Qt::AlignRight);
     resize(720, 480);
+    Reload(logFile);
+}
 
+void frmReport::Reload(const QString& logFile) {
+    m_text.clear();
     CProcTrap trap("frmReport Form_Load");
     try {
         trap.Check();

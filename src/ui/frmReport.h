@@ -15,6 +15,8 @@ class frmReport : public QDialog {
 
 public:
     explicit frmReport(const QString& logFile, QWidget* parent = nullptr);
+    // Reads the log file again into the open report (its load, once more).
+    void Reload(const QString& logFile);
 
     // The report as it was read: every line of the log followed by CR LF.
     const std::string& Text() const { return m_text; }

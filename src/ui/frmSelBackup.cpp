@@ -2,6 +2,7 @@
 
 #include "app/modBackupRuns.h"
 #include "ui/modFileIcons.h"
+#include "ui/modHandler.h"
 
 #include <QDialogButtonBox>
 #include <QFile>
@@ -53,12 +54,14 @@ frmSelBackup::frmSelBackup(QWidget* parent) : QDialog(parent) {
         top->setExpanded(true);
     }
 
-    connect(tvBackups, &QTreeWidget::currentItemChanged, this,
-            [this](QTreeWidgetItem* item) { OKButton->setEnabled(!BidOf(item).empty()); });
-    connect(tvBackups, &QTreeWidget::itemDoubleClicked, this, [this](QTreeWidgetItem* item) {
-        if (!BidOf(item).empty()) OKButton_Click();
-    });
-    connect(OKButton, &QPushButton::clicked, this, &frmSelBackup::OKButton_Click);
+    OnSignal(tvBackups, &QTreeWidget::currentItemChanged, this, "frmSelBackup tvBackups_Click",
+             [this](QTreeWidgetItem* item) { OKButton->setEnabled(!BidOf(item).empty()); });
+    OnSignal(tvBackups, &QTreeWidget::itemDoubleClicked, this, "frmSelBackup tvBackups_DblClick",
+             [this](QTreeWidgetItem* item) {
+                 if (!BidOf(item).empty()) OKButton_Click();
+             });
+    OnSignal(OKButton, &QPushButton::clicked, this, "frmSelBackup OKButton_Click",
+             [this] { OKButton_Click(); });
     connect(CancelButton, &QPushButton::clicked, this, &QDialog::reject);
 }
 
