@@ -6,6 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <sys/stat.h>
+
 namespace {
 
 TEST(ShellOpenUrl, AddressWithoutASchemeGetsHttpInFront) {
@@ -37,6 +40,54 @@ TEST(DesktopOpener, ProgramThatDoesNotExistIsNotStarted) {
     SetDesktopService(nullptr); // the real opener
     EXPECT_FALSE(DesktopService().Start(env.Path("no such program")));
     EXPECT_TRUE(DesktopService().Start("true"));
+}
+
+// The desktop's opener, with `script` as the only xdg-open on PATH for the life of the object.
+class ScopedOpener {
+public:
+    ScopedOpener(const ScopedTestEnv& env, const std::string& script)
+        : m_path(std::getenv("PATH") ? std::getenv("PATH") : "") {
+        const std::string folder = env.Path("bin");
+        ::mkdir(folder.c_str(), 0700);
+        WriteFile(folder + "/xdg-open", "#!/bin/sh\n" + script + "\n");
+        ::chmod((folder + "/xdg-open").c_str(), 0700);
+        ::setenv("PATH", (folder + ":/usr/bin:/bin").c_str(), 1);
+        SetDesktopService(nullptr);
+    }
+    ~ScopedOpener() { ::setenv("PATH", m_path.c_str(), 1); }
+
+private:
+    std::string m_path;
+};
+
+// xdg-open ends with status 3 at once when no program takes the document: the manual was not
+// opened, and the window says so.
+TEST(DesktopOpener, AnOpenerThatFindsNoProgramIsAFailure) {
+    ScopedTestEnv env;
+    ScopedOpener opener(env, "echo \"$1\" > \"" + env.Path("asked") + "\"; exit 3");
+    EXPECT_FALSE(DesktopService().Open("/opt/stashwell/QRV Manual.pdf"));
+    EXPECT_EQ(ReadFile(env.Path("asked")), "/opt/stashwell/QRV Manual.pdf\n");
+}
+
+TEST(DesktopOpener, AnOpenerThatHandsTheDocumentOverIsASuccess) {
+    ScopedTestEnv env;
+    ScopedOpener opener(env, "exit 0");
+    EXPECT_TRUE(DesktopService().Open("/opt/stashwell/QRV Manual.pdf"));
+}
+
+// An opener that runs the viewer itself (xdg-open without a desktop) is still running when the
+// program stops waiting: the document is taken as opened.
+TEST(DesktopOpener, AnOpenerStillRunningCountsAsOpened) {
+    ScopedTestEnv env;
+    ScopedOpener opener(env, "exec sleep 5");
+    EXPECT_TRUE(DesktopService().Open("/opt/stashwell/QRV Manual.pdf"));
+}
+
+TEST(DesktopOpener, NoOpenerAtAllIsAFailure) {
+    ScopedTestEnv env;
+    ScopedOpener opener(env, "exit 0");
+    ::setenv("PATH", env.Path("nothing here").c_str(), 1);
+    EXPECT_FALSE(DesktopService().Open("/opt/stashwell/QRV Manual.pdf"));
 }
 
 } // namespace
