@@ -30,12 +30,13 @@ CBackupTab::CBackupTab(QWidget* parent) : QWidget(parent) {
     bold.setBold(true);
     lblSource->setFont(bold);
     lblProcessing = Place<QLabel>(run, "lblProcessing", {12, 46, 572, 20}, tr("Source"));
-    PlaceLabel(run, "lblCountCaption", {12, 72, 86, 20}, tr("Files found:"));
-    lblCount = Place<QLabel>(run, "lblCount", {100, 72, 88, 20}, tr("Files found"));
-    PlaceLabel(run, "lblDoneCaption", {196, 72, 86, 20}, tr("Files done:"));
-    lblDone = Place<QLabel>(run, "lblDone", {284, 72, 88, 20}, tr("Files done"));
-    PlaceLabel(run, "lblThruPutCaption", {380, 72, 90, 20}, tr("Throughput:"));
-    lblThruPut = Place<QLabel>(run, "lblThruPut", {472, 72, 112, 20}, tr("Throughput"));
+    // The captions hold their texts at 12 point too.
+    PlaceLabel(run, "lblCountCaption", {12, 72, 98, 20}, tr("Files found:"));
+    lblCount = Place<QLabel>(run, "lblCount", {112, 72, 74, 20}, tr("Files found"));
+    PlaceLabel(run, "lblDoneCaption", {192, 72, 92, 20}, tr("Files done:"));
+    lblDone = Place<QLabel>(run, "lblDone", {286, 72, 74, 20}, tr("Files done"));
+    PlaceLabel(run, "lblThruPutCaption", {366, 72, 106, 20}, tr("Throughput:"));
+    lblThruPut = Place<QLabel>(run, "lblThruPut", {474, 72, 110, 20}, tr("Throughput"));
     lblThruPut->setText(QStringLiteral("MB/s"));
     XP_PB1 = Place<XP_ProgressBar>(run, "XP_PB1", {12, 102, 572, 26}, tr("Backup progress"));
 

@@ -48,23 +48,23 @@ CConfigTab::CConfigTab(QWidget* parent) : QWidget(parent) {
     Option1->setChecked(true);
 
     QWidget* exclude = PlaceFrame(this, "fraExclude", {12, 156, 392, 112}, tr("Exclude"));
-    PlaceLabel(exclude, "lblExclude", {10, 26, 84, 22}, tr("Extensions:"));
-    txtExclude = Place<QLineEdit>(exclude, "txtExclude", {96, 24, 286, 26}, tr("Extensions:"));
+    PlaceLabel(exclude, "lblExclude", {10, 26, 96, 22}, tr("Extensions:"));
+    txtExclude = Place<QLineEdit>(exclude, "txtExclude", {108, 24, 274, 26}, tr("Extensions:"));
     txtExclude->setText(QStringLiteral("*.tmp *.tst"));
     txtExclude->setToolTip(tr("Space-delimited list of file extensions to exclude from backups"));
-    PlaceLabel(exclude, "lblExDirs", {10, 56, 84, 22}, tr("Folders:"));
-    txtExDirs = Place<QLineEdit>(exclude, "txtExDirs", {96, 54, 286, 26}, tr("Folders:"));
+    PlaceLabel(exclude, "lblExDirs", {10, 56, 96, 22}, tr("Folders:"));
+    txtExDirs = Place<QLineEdit>(exclude, "txtExDirs", {108, 54, 274, 26}, tr("Folders:"));
     txtExDirs->setText(QStringLiteral("cvs tmp"));
     txtExDirs->setToolTip(tr("Space-delimited list of folders to exclude from backups. CAUTION: It "
                              "will also exclude any files and folders below any folders with "
                              "these names"));
-    chkExclRecycler = PlaceButton<QCheckBox>(exclude, "chkExclRecycler", {96, 84, 286, 22},
+    chkExclRecycler = PlaceButton<QCheckBox>(exclude, "chkExclRecycler", {108, 84, 274, 22},
                                              tr("Exclude Recycle Bin"));
     chkExclRecycler->setToolTip(tr("Exclude files already deleted"));
 
-    PlaceLabel(this, "lblMaxBackups", {416, 190, 104, 22}, tr("Backup limit:"));
+    PlaceLabel(this, "lblMaxBackups", {416, 190, 112, 22}, tr("Backup limit:"));
     txtMaxBackups =
-        Place<QLineEdit>(this, "txtMaxBackups", {522, 188, 60, 26}, tr("Backup limit:"));
+        Place<QLineEdit>(this, "txtMaxBackups", {530, 188, 60, 26}, tr("Backup limit:"));
     txtMaxBackups->setText(QStringLiteral("10"));
     txtMaxBackups->setToolTip(tr("Maximum number of backups per source. After the number is "
                                  "reached any further backups will replace the oldest backup"));

@@ -13,8 +13,8 @@ CRestoreTab::CRestoreTab(QWidget* parent) : QWidget(parent) {
     cmdSelBackup->setText(tr("Select Backup"));
     cmdSelBackup->setShortcut(QKeySequence(tr("Alt+S")));
     cmdSelBackup->setToolTip(tr("Select the files or folders to be restored from Source"));
-    PlaceLabel(this, "lblBidCaption", {154, 15, 90, 20}, tr("Backup run:"));
-    lblBid = Place<QLabel>(this, "lblBid", {246, 15, 362, 20}, tr("Backup run"));
+    PlaceLabel(this, "lblBidCaption", {154, 15, 102, 20}, tr("Backup run:"));
+    lblBid = Place<QLabel>(this, "lblBid", {258, 15, 350, 20}, tr("Backup run"));
     tvDirs = Place<QTreeView>(this, "tvDirs", {12, 48, 596, 248}, tr("Folders and files"));
     tvDirs->header()->hide();
     tvDirs->setUniformRowHeights(true);
