@@ -25,20 +25,20 @@ CBackupTab::CBackupTab(QWidget* parent) : QWidget(parent) {
     cmdBackup->setDefault(true);
 
     QWidget* run = PlaceFrame(this, "fraRun", {12, 218, 596, 150}, tr("Backup run"));
-    lblSource = Place<QLabel>(run, "lblSource", {12, 24, 572, 20}, tr("Status"));
+    lblSource = Place<QLabel>(run, "lblSource", {12, 28, 572, 20}, tr("Status"));
     QFont bold = lblSource->font();
     bold.setBold(true);
     lblSource->setFont(bold);
-    lblProcessing = Place<QLabel>(run, "lblProcessing", {12, 46, 572, 20}, tr("Source"));
+    lblProcessing = Place<QLabel>(run, "lblProcessing", {12, 50, 572, 20}, tr("Source"));
     // The captions hold their texts at 12 point too.
-    PlaceLabel(run, "lblCountCaption", {12, 72, 98, 20}, tr("Files found:"));
-    lblCount = Place<QLabel>(run, "lblCount", {112, 72, 74, 20}, tr("Files found"));
-    PlaceLabel(run, "lblDoneCaption", {192, 72, 92, 20}, tr("Files done:"));
-    lblDone = Place<QLabel>(run, "lblDone", {286, 72, 74, 20}, tr("Files done"));
-    PlaceLabel(run, "lblThruPutCaption", {366, 72, 106, 20}, tr("Throughput:"));
-    lblThruPut = Place<QLabel>(run, "lblThruPut", {474, 72, 110, 20}, tr("Throughput"));
+    PlaceLabel(run, "lblCountCaption", {12, 76, 98, 20}, tr("Files found:"));
+    lblCount = Place<QLabel>(run, "lblCount", {112, 76, 74, 20}, tr("Files found"));
+    PlaceLabel(run, "lblDoneCaption", {192, 76, 92, 20}, tr("Files done:"));
+    lblDone = Place<QLabel>(run, "lblDone", {286, 76, 74, 20}, tr("Files done"));
+    PlaceLabel(run, "lblThruPutCaption", {366, 76, 106, 20}, tr("Throughput:"));
+    lblThruPut = Place<QLabel>(run, "lblThruPut", {474, 76, 110, 20}, tr("Throughput"));
     lblThruPut->setText(QStringLiteral("MB/s"));
-    XP_PB1 = Place<XP_ProgressBar>(run, "XP_PB1", {12, 102, 572, 26}, tr("Backup progress"));
+    XP_PB1 = Place<XP_ProgressBar>(run, "XP_PB1", {12, 106, 572, 26}, tr("Backup progress"));
 
     setTabOrder(lstSources, cmdAddSrc);
     setTabOrder(cmdAddSrc, cmdRemove);

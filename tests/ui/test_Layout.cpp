@@ -3,13 +3,15 @@
 // window opened once the window has its opening size again, after random sizes, after being
 // maximised (which makes the controls larger) and restored, and after being minimised. At the
 // desktop's usual font sizes, 10 to 12 point, no two labels, buttons or boxes of a tab overlap,
-// and each holds its text.
+// each holds its text, and no control runs into the border or title of its frame.
 
 #include "WindowTest.h"
 
 #include "controls/modResize.h"
 
 #include <QAbstractButton>
+#include <QDir>
+#include <QGroupBox>
 #include <QLabel>
 #include <QMainWindow>
 #include <QMenu>
@@ -42,6 +44,14 @@ QStringList Layout(const QMainWindow& window) {
     return layout;
 }
 
+// Saves what the window shows to <build>/screenshots, named after what it shows and the scale.
+void Shoot(QWidget& window, const QString& name) {
+    const QString scale = qEnvironmentVariable("QT_SCALE_FACTOR", "1");
+    QDir().mkpath(QStringLiteral(QT_TESTCASE_BUILDDIR "/screenshots"));
+    window.grab().save(
+        QStringLiteral(QT_TESTCASE_BUILDDIR "/screenshots/%1-scale%2.png").arg(name).arg(scale));
+}
+
 // Sizes the window as a person or the desktop does; the resize event has been handled on return.
 void SizeTo(QWidget& window, QSize size) {
     window.resize(size);
@@ -68,20 +78,26 @@ QRect Scaled(QRect design, int horizontal, int vertical) {
                  at(design.width(), horizontal), at(design.height(), vertical));
 }
 
-// What does not fit on the tab page shown: controls with text that overlap one another, lie
-// outside the page or their frame, or are too small for their text. One line each.
+// What does not fit on the tab page shown: controls that lie outside the page or run into
+// their frame's border or title, controls with text that overlap one another or are too small
+// for their text. One line each.
 QStringList Crowding(QWidget* page) {
-    QList<QWidget*> texts;
-    for (QWidget* control : page->findChildren<QWidget*>()) {
-        if (control->objectName().isEmpty() || !control->isVisible()) continue;
-        auto* label = qobject_cast<QLabel*>(control);
-        if ((label && label->pixmap().isNull()) || qobject_cast<QAbstractButton*>(control))
-            texts << control;
-    }
     QStringList problems;
     const auto inPage = [page](const QWidget* control) {
         return QRect(control->mapTo(page, QPoint(0, 0)), control->size());
     };
+    QList<QWidget*> texts;
+    for (QWidget* control : page->findChildren<QWidget*>()) {
+        if (control->objectName().isEmpty() || !control->isVisible()) continue;
+        const QString name = control->objectName();
+        if (!page->rect().contains(inPage(control))) problems << name + " lies outside its page";
+        if (auto* frame = qobject_cast<QGroupBox*>(control->parentWidget());
+            frame && !frame->contentsRect().contains(control->geometry()))
+            problems << name + " runs into the border of " + frame->objectName();
+        auto* label = qobject_cast<QLabel*>(control);
+        if ((label && label->pixmap().isNull()) || qobject_cast<QAbstractButton*>(control))
+            texts << control;
+    }
     for (int i = 0; i < texts.size(); ++i) {
         QWidget* control = texts[i];
         const QString name = control->objectName();
@@ -93,9 +109,6 @@ QStringList Crowding(QWidget* page) {
                             .arg(control->width());
         if (control->fontMetrics().height() > control->height())
             problems << QStringLiteral("%1 is lower than its text").arg(name);
-        if (!page->rect().contains(inPage(control))) problems << name + " lies outside its page";
-        if (!control->parentWidget()->rect().contains(control->geometry()))
-            problems << name + " lies outside its frame";
         for (int j = i + 1; j < texts.size(); ++j)
             if (inPage(control).intersects(inPage(texts[j])))
                 problems << name + " overlaps " + texts[j]->objectName();
@@ -147,6 +160,7 @@ private slots:
         QVERIFY(window.isMaximized());
         const QSize maximised = window.centralWidget()->size();
         QVERIFY(maximised != inner);
+        Shoot(window, QStringLiteral("layout-maximised"));
         const int horizontal = HorizontalScale(&window), vertical = VerticalScale(&window);
         // The scales are those of the maximised window against the one that opened (at most
         // 1 % apart: the window opened a few pixels wider than its controls asked for).
@@ -162,6 +176,7 @@ private slots:
         QVERIFY(!window.isMaximized());
         QCOMPARE(window.size(), opening);
         QCOMPARE(Layout(window), first);
+        Shoot(window, QStringLiteral("layout-restored"));
 
         // Maximised and restored a second time, after a size of the person's own.
         SizeTo(window, {900, 700});
@@ -224,6 +239,7 @@ private slots:
             for (int tab = 0; tab < tabs->count(); ++tab) {
                 tabs->setCurrentIndex(tab);
                 QApplication::processEvents();
+                Shoot(window, QStringLiteral("layout-%1pt-tab%2").arg(points).arg(tab));
                 const QStringList problems = Crowding(tabs->widget(tab));
                 QVERIFY2(problems.isEmpty(), qPrintable(QStringLiteral("%1 pt, tab %2: %3")
                                                             .arg(points)
