@@ -1,6 +1,7 @@
 #include "ui/CBackupTab.h"
 
 #include "controls/XP_ProgressBar.h"
+#include "controls/modAccessible.h"
 #include "ui/modDesign.h"
 
 #include <QKeySequence>
@@ -19,9 +20,7 @@ CBackupTab::CBackupTab(QWidget* parent) : QWidget(parent) {
     cmdRemove->setShortcut(QKeySequence(tr("Alt+R")));
     cmdRemove->setToolTip(tr("Remove the selected folder from the list"));
     cmdBackup = Place<QPushButton>(this, "cmdBackup", {504, 166, 104, 42}, tr("Backup"));
-    cmdBackup->setText(tr("Backup"));
-    cmdBackup->setShortcut(QKeySequence(tr("Alt+B")));
-    cmdBackup->setToolTip(tr("Commence backup run"));
+    ShowBackupCaption(tr("Backup"), tr("Commence backup run"));
     cmdBackup->setDefault(true);
 
     QWidget* run = PlaceFrame(this, "fraRun", {12, 218, 596, 150}, tr("Backup run"));
@@ -38,9 +37,18 @@ CBackupTab::CBackupTab(QWidget* parent) : QWidget(parent) {
     PlaceLabel(run, "lblThruPutCaption", {366, 76, 106, 20}, tr("Throughput:"));
     lblThruPut = Place<QLabel>(run, "lblThruPut", {474, 76, 110, 20}, tr("Throughput"));
     lblThruPut->setText(QStringLiteral("MB/s"));
+    for (QLabel* status : {lblSource, lblProcessing, lblCount, lblDone, lblThruPut})
+        MarkStatusText(status);
     XP_PB1 = Place<XP_ProgressBar>(run, "XP_PB1", {12, 106, 572, 26}, tr("Backup progress"));
 
     setTabOrder(lstSources, cmdAddSrc);
     setTabOrder(cmdAddSrc, cmdRemove);
     setTabOrder(cmdRemove, cmdBackup);
+}
+
+void CBackupTab::ShowBackupCaption(const QString& caption, const QString& toolTip) {
+    cmdBackup->setAccessibleName(caption);
+    cmdBackup->setText(caption);
+    cmdBackup->setToolTip(toolTip);
+    cmdBackup->setShortcut(QKeySequence(tr("Alt+B"))); // a new caption takes the key away
 }

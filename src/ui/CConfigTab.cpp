@@ -1,6 +1,7 @@
 #include "ui/CConfigTab.h"
 
 #include "controls/XP_ProgressBar.h"
+#include "controls/modAccessible.h"
 #include "ui/modDesign.h"
 
 #include <QCheckBox>
@@ -82,6 +83,7 @@ CConfigTab::CConfigTab(QWidget* parent) : QWidget(parent) {
     cmdCompact->setToolTip(tr("Removes orphan files and cleans up the database. Can take many "
                               "minutes. Normally run after you \"Delete\" a source"));
     lblStatus = Place<QLabel>(manage, "lblStatus", {362, 33, 224, 20}, tr("Maintenance status"));
+    MarkStatusText(lblStatus);
     XP_PB3 = Place<XP_ProgressBar>(manage, "XP_PB3", {10, 64, 576, 18}, tr("Maintenance progress"));
     chkQuickCheck =
         PlaceButton<QCheckBox>(this, "chkQuickCheck", {22, 368, 586, 22},
