@@ -1,5 +1,8 @@
 #include "controls/XP_ProgressBar.h"
 
+#include "controls/modAccessible.h"
+
+#include <QAccessible>
 #include <QPaintEvent>
 #include <QPainter>
 #include <QPalette>
@@ -102,6 +105,7 @@ Qt::BrushStyle HatchOf(int32_t style) {
 XP_ProgressBar::XP_ProgressBar(QWidget* parent)
     : QWidget(parent), m_font(QStringLiteral("Tahoma"), 8) {
     setAttribute(Qt::WA_OpaquePaintEvent);
+    InstallAccessibility();
 }
 
 #define XP_SETTER(Name, member)                                                                    \
@@ -132,6 +136,13 @@ void XP_ProgressBar::Font(const QFont& value) {
 
 void XP_ProgressBar::Changed() {
     repaint(); // the whole bar, at once
+    // A screen reader hears the new value and the text that goes with it.
+    if (QAccessible::isActive()) {
+        QAccessibleValueChangeEvent value(this, m_value);
+        QAccessible::updateAccessibility(&value);
+        QAccessibleEvent name(this, QAccessible::NameChanged);
+        QAccessible::updateAccessibility(&name);
+    }
 }
 
 void XP_ProgressBar::ReadProperties(const PropertyBag& bag) {
@@ -198,7 +209,10 @@ QColor XP_ProgressBar::Lighten(const QColor& colour, int amount) {
 }
 
 QString XP_ProgressBar::Caption() const {
-    if (!m_showText) return {};
+    return m_showText ? Text() : QString();
+}
+
+QString XP_ProgressBar::Text() const {
     if (m_scrolling == 2) return QStringLiteral("Searching..");
     const double percent = m_max > 0 ? static_cast<double>(m_value) / m_max * 100 : 0;
     return QString::number(static_cast<long long>(std::trunc(percent))) + QStringLiteral(" %");

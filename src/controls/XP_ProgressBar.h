@@ -10,7 +10,8 @@
 // The filled fraction is Value / Max: Min is kept but does not enter the drawing, and Max must
 // stay above 0. Drawing modes (Scrolling): 0 blocks, 2 a moving "Searching.." marker, 6 dark,
 // 7 hatched, 8 an image pattern, 3, 4, 5 and 9 plain variants; any other value draws as 1, a
-// fill without gaps.
+// fill without gaps. Screen readers read it as a progress bar with its text and value
+// (modAccessible).
 
 #include <QFont>
 #include <QImage>
@@ -62,6 +63,8 @@ public:
     QImage Render(QSize size) const;
     // The text drawn on the bar: "N %" or "Searching..", "" without ShowText.
     QString Caption() const;
+    // That text whether it is drawn or not (what a screen reader reads).
+    QString Text() const;
 
     // A colour number (&H00BBGGRR, or a system colour) as the colour to paint.
     static QColor ToColor(uint32_t value);

@@ -125,7 +125,10 @@ void Resize(QWidget* form) {
     g_resizing = true;
     const bool visible = form->isVisible();
     if (!form->isMinimized()) {
-        if (!Find(form) && visible) Record(form);
+        // A window being shown has its first resize event before it counts as visible: the
+        // size it opens at is the one its layout was made for, so that is when it is recorded
+        // (not at the first size a person gives it, which may be maximised).
+        if (!Find(form) && !form->isHidden()) Record(form);
         if (const FormRecord* record = Find(form)) {
             const int horizontal = HorizontalScale(form), vertical = VerticalScale(form);
             for (QWidget* control : ControlsOf(form))

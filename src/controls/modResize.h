@@ -1,11 +1,13 @@
 #pragma once
 
 // The proportional control resizer: a form's controls follow the form's size. The first time
-// a form is resized it is recorded, by its object name, with its inner size and the geometry of
-// every control; the form then grows, where needed, so that every control has a margin of 200
-// units at its right and 500 below it. On every later resize each control is placed at its
-// recorded geometry scaled by the ratio of the form's inner size to the recorded one, in whole
-// per cent, so the layout moves in 1 % steps.
+// a shown form is resized it is recorded, by its object name, with its inner size and the
+// geometry of every control; the form then grows, where needed, so that every control has a
+// margin of 200 units at its right and 500 below it. On every later resize each control is
+// placed at its recorded geometry scaled by the ratio of the form's inner size to the recorded
+// one, in whole per cent, so the layout moves in 1 % steps. A window has its first resize as it
+// is shown, at the size its layout was made for, so its layout comes back exactly whenever it
+// has that size again, whatever sizes (maximised, minimised, restored) it had in between.
 //
 // Units are the form's design units, twips: 15 to a device-independent pixel. The inner size
 // of a QMainWindow is its central widget's; of any other widget, its own. A form's controls are

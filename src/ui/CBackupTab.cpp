@@ -1,6 +1,7 @@
 #include "ui/CBackupTab.h"
 
 #include "controls/XP_ProgressBar.h"
+#include "controls/modAccessible.h"
 #include "ui/modDesign.h"
 
 #include <QKeySequence>
@@ -19,27 +20,35 @@ CBackupTab::CBackupTab(QWidget* parent) : QWidget(parent) {
     cmdRemove->setShortcut(QKeySequence(tr("Alt+R")));
     cmdRemove->setToolTip(tr("Remove the selected folder from the list"));
     cmdBackup = Place<QPushButton>(this, "cmdBackup", {504, 166, 104, 42}, tr("Backup"));
-    cmdBackup->setText(tr("Backup"));
-    cmdBackup->setShortcut(QKeySequence(tr("Alt+B")));
-    cmdBackup->setToolTip(tr("Commence backup run"));
+    ShowBackupCaption(tr("Backup"), tr("Commence backup run"));
     cmdBackup->setDefault(true);
 
     QWidget* run = PlaceFrame(this, "fraRun", {12, 218, 596, 150}, tr("Backup run"));
-    lblSource = Place<QLabel>(run, "lblSource", {12, 24, 572, 20}, tr("Status"));
+    lblSource = Place<QLabel>(run, "lblSource", {12, 28, 572, 20}, tr("Status"));
     QFont bold = lblSource->font();
     bold.setBold(true);
     lblSource->setFont(bold);
-    lblProcessing = Place<QLabel>(run, "lblProcessing", {12, 46, 572, 20}, tr("Source"));
-    PlaceLabel(run, "lblCountCaption", {12, 72, 86, 20}, tr("Files found:"));
-    lblCount = Place<QLabel>(run, "lblCount", {100, 72, 88, 20}, tr("Files found"));
-    PlaceLabel(run, "lblDoneCaption", {196, 72, 86, 20}, tr("Files done:"));
-    lblDone = Place<QLabel>(run, "lblDone", {284, 72, 88, 20}, tr("Files done"));
-    PlaceLabel(run, "lblThruPutCaption", {380, 72, 90, 20}, tr("Throughput:"));
-    lblThruPut = Place<QLabel>(run, "lblThruPut", {472, 72, 112, 20}, tr("Throughput"));
+    lblProcessing = Place<QLabel>(run, "lblProcessing", {12, 50, 572, 20}, tr("Source"));
+    // The captions hold their texts at 12 point too.
+    PlaceLabel(run, "lblCountCaption", {12, 76, 98, 20}, tr("Files found:"));
+    lblCount = Place<QLabel>(run, "lblCount", {112, 76, 74, 20}, tr("Files found"));
+    PlaceLabel(run, "lblDoneCaption", {192, 76, 92, 20}, tr("Files done:"));
+    lblDone = Place<QLabel>(run, "lblDone", {286, 76, 74, 20}, tr("Files done"));
+    PlaceLabel(run, "lblThruPutCaption", {366, 76, 106, 20}, tr("Throughput:"));
+    lblThruPut = Place<QLabel>(run, "lblThruPut", {474, 76, 110, 20}, tr("Throughput"));
     lblThruPut->setText(QStringLiteral("MB/s"));
-    XP_PB1 = Place<XP_ProgressBar>(run, "XP_PB1", {12, 102, 572, 26}, tr("Backup progress"));
+    for (QLabel* status : {lblSource, lblProcessing, lblCount, lblDone, lblThruPut})
+        MarkStatusText(status);
+    XP_PB1 = Place<XP_ProgressBar>(run, "XP_PB1", {12, 106, 572, 26}, tr("Backup progress"));
 
     setTabOrder(lstSources, cmdAddSrc);
     setTabOrder(cmdAddSrc, cmdRemove);
     setTabOrder(cmdRemove, cmdBackup);
+}
+
+void CBackupTab::ShowBackupCaption(const QString& caption, const QString& toolTip) {
+    cmdBackup->setAccessibleName(caption);
+    cmdBackup->setText(caption);
+    cmdBackup->setToolTip(toolTip);
+    cmdBackup->setShortcut(QKeySequence(tr("Alt+B"))); // a new caption takes the key away
 }

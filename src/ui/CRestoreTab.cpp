@@ -1,6 +1,7 @@
 #include "ui/CRestoreTab.h"
 
 #include "controls/XP_ProgressBar.h"
+#include "controls/modAccessible.h"
 #include "ui/modDesign.h"
 
 #include <QHeaderView>
@@ -13,12 +14,14 @@ CRestoreTab::CRestoreTab(QWidget* parent) : QWidget(parent) {
     cmdSelBackup->setText(tr("Select Backup"));
     cmdSelBackup->setShortcut(QKeySequence(tr("Alt+S")));
     cmdSelBackup->setToolTip(tr("Select the files or folders to be restored from Source"));
-    PlaceLabel(this, "lblBidCaption", {154, 15, 90, 20}, tr("Backup run:"));
-    lblBid = Place<QLabel>(this, "lblBid", {246, 15, 362, 20}, tr("Backup run"));
+    PlaceLabel(this, "lblBidCaption", {154, 15, 102, 20}, tr("Backup run:"));
+    lblBid = Place<QLabel>(this, "lblBid", {258, 15, 350, 20}, tr("Backup run"));
+    MarkStatusText(lblBid);
     tvDirs = Place<QTreeView>(this, "tvDirs", {12, 48, 596, 248}, tr("Folders and files"));
     tvDirs->header()->hide();
     tvDirs->setUniformRowHeights(true);
     lblRestore = Place<QLabel>(this, "lblRestore", {12, 309, 336, 20}, tr("Restore status"));
+    MarkStatusText(lblRestore);
     cmdRestore = Place<QPushButton>(this, "cmdRestore", {356, 304, 120, 30}, tr("Restore"));
     cmdRestore->setText(tr("Restore"));
     cmdRestore->setShortcut(QKeySequence(tr("Alt+E")));

@@ -1,12 +1,16 @@
 // The program's own progress bar, rendered into images and read pixel by pixel: where the fill
 // ends, the blocks and white gaps, the shading bands, the text, the frame, the modes, and the
-// property store with its defaults.
+// property store with its defaults; and what a screen reader reads from it.
 
 #include "controls/XP_ProgressBar.h"
 
+#include <QAccessible>
+#include <QAccessibleValueInterface>
 #include <QApplication>
 #include <QPainter>
 #include <QtTest>
+
+#include <memory>
 
 namespace {
 
@@ -198,6 +202,38 @@ private slots:
         bar.Value(100);
         const QImage shown = bar.grab().toImage();
         QCOMPARE(shown.pixel(52, 10), kOrange);
+    }
+
+    void ScreenReadersReadAProgressBarWithItsTextAndValue() {
+        std::unique_ptr<XP_ProgressBar> bar(Bar(999, 1000));
+        bar->setAccessibleName(QStringLiteral("Backup progress"));
+        bar->Min(50);
+        bar->ShowText(true);
+        QAccessibleInterface* read = QAccessible::queryAccessibleInterface(bar.get());
+        QVERIFY(read);
+        QCOMPARE(read->role(), QAccessible::ProgressBar);
+        QCOMPARE(read->text(QAccessible::Name), QStringLiteral("99 %"));
+        QCOMPARE(read->text(QAccessible::Value), QStringLiteral("99 %"));
+        QCOMPARE(read->text(QAccessible::Description), QStringLiteral("Backup progress"));
+        QAccessibleValueInterface* value = read->valueInterface();
+        QVERIFY(value);
+        QCOMPARE(value->currentValue(), QVariant(999));
+        QCOMPARE(value->minimumValue(), QVariant(50));
+        QCOMPARE(value->maximumValue(), QVariant(1000));
+        // Setting the value is the program's, not the reader's.
+        value->setCurrentValue(3);
+        QCOMPARE(bar->Value(), 999);
+        bar->Value(0);
+        QCOMPARE(read->text(QAccessible::Name), QStringLiteral("0 %"));
+        QCOMPARE(value->currentValue(), QVariant(0));
+        // A bar that draws no text is read by its percentage all the same.
+        bar->ShowText(false);
+        bar->Value(420);
+        QCOMPARE(bar->Caption(), QString());
+        QCOMPARE(read->text(QAccessible::Name), QStringLiteral("42 %"));
+        bar->Scrolling(2);
+        QCOMPARE(read->text(QAccessible::Name), QStringLiteral("Searching.."));
+        QCOMPARE(read->text(QAccessible::Value), QStringLiteral("Searching.."));
     }
 };
 

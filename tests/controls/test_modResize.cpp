@@ -1,6 +1,7 @@
-// The proportional resizer on forms made by the test: the first resize grows the form to the
-// margins, layouts move in whole-percent steps, a minimised form is left alone, members of a
-// control array keep their own records, and controls on hidden tab pages follow too.
+// The proportional resizer on forms made by the test: a form is recorded at the size it is
+// shown with, the first resize grows the form to the margins, layouts move in whole-percent
+// steps, a minimised form is left alone, members of a control array keep their own records, and
+// controls on hidden tab pages follow too.
 
 #include "controls/modResize.h"
 
@@ -34,6 +35,12 @@ void Show(QWidget* form) {
     QVERIFY(QTest::qWaitForWindowExposed(form));
 }
 
+// A form as the program makes one: every resize event hands it to the resizer.
+class ResizingForm : public QWidget {
+protected:
+    void resizeEvent(QResizeEvent*) override { Resize(this); }
+};
+
 } // namespace
 
 class ResizeTest : public QObject {
@@ -51,6 +58,31 @@ private slots:
         // Right: (250 + 100) px = 5250 twips + 200; below: (150 + 40) px = 2850 twips + 500.
         QCOMPARE(form->size(), QSize(363, 223)); // 5450 and 3350 twips, in whole pixels
         QCOMPARE(RecordedGeometry(form.get(), wide), QRect(3750, 300, 1500, 450));
+    }
+
+    void FormIsRecordedAtTheSizeItIsShownWithNotAtTheFirstSizeGivenAfter() {
+        ResizingForm form;
+        form.setObjectName(QStringLiteral("frmShown"));
+        QWidget* button = Control(&form, "cmdA", {100, 100, 100, 50});
+        form.resize(400, 300);
+        Show(&form);
+        QCOMPARE(RecordedGeometry(&form, button), QRect(1500, 1500, 1500, 750));
+        QCOMPARE(HorizontalScale(&form), 100);
+        form.resize(800, 600); // maximised, say
+        QCOMPARE(button->geometry(), QRect(200, 200, 200, 100));
+        form.resize(400, 300);
+        QCOMPARE(button->geometry(), QRect(100, 100, 100, 50));
+    }
+
+    void FormNeverShownIsNotRecorded() {
+        ResizingForm form;
+        form.setObjectName(QStringLiteral("frmHidden"));
+        QWidget* button = Control(&form, "cmdA", {100, 100, 100, 50});
+        form.resize(400, 300);
+        Resize(&form);
+        QCOMPARE(RecordedGeometry(&form, button), QRect());
+        QCOMPARE(form.size(), QSize(400, 300));
+        QCOMPARE(button->geometry(), QRect(100, 100, 100, 50));
     }
 
     void FormLargeEnoughIsNotGrownAndItsControlsKeepTheirPlaces() {
