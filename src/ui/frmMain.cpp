@@ -401,10 +401,9 @@ void frmMain::Render(const RunView& view) {
     text(m_backup->lblDone, view.lblDone, shown.lblDone);
     text(m_backup->lblThruPut, view.lblThruPut, shown.lblThruPut);
     if (m_backup->XP_PB1->Value() != view.progress) m_backup->XP_PB1->Value(view.progress);
-    if (view.cmdBackupCaption != shown.cmdBackupCaption) {
-        m_backup->cmdBackup->setText(QString::fromStdString(view.cmdBackupCaption));
-        m_backup->cmdBackup->setToolTip(QString::fromStdString(view.cmdBackupToolTip));
-    }
+    if (view.cmdBackupCaption != shown.cmdBackupCaption)
+        m_backup->ShowBackupCaption(QString::fromStdString(view.cmdBackupCaption),
+                                    QString::fromStdString(view.cmdBackupToolTip));
     if (view.sourceButtonsEnabled != shown.sourceButtonsEnabled) {
         m_backup->cmdAddSrc->setEnabled(view.sourceButtonsEnabled);
         m_backup->cmdRemove->setEnabled(view.sourceButtonsEnabled);
