@@ -7,13 +7,15 @@
 #include <iostream>
 
 #ifdef STASHWELL_WITH_WINDOW
-#include "ui/modWindow.h"
+#include "ui/CWindowRunner.h"
 #endif
 
 int main(int argc, char** argv) {
     try {
 #ifdef STASHWELL_WITH_WINDOW
-        return Main(argc, argv, RunWindow);
+        // Builds nothing until Main asks for the window; it outlives Main's window.
+        CWindowRunner window;
+        return Main(argc, argv, &window);
 #else
         return Main(argc, argv);
 #endif

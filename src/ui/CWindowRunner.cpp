@@ -1,0 +1,59 @@
+#include "ui/CWindowRunner.h"
+
+#include "ui/CQtServices.h"
+#include "ui/frmMain.h"
+
+#include <QApplication>
+
+#include <iostream>
+#include <unistd.h>
+#include <utility>
+
+namespace {
+
+// Set while the application is being built.
+const std::function<int()>* g_withoutWindow = nullptr;
+QtMessageHandler g_qtHandler = nullptr;
+
+void OnQtMessage(QtMsgType type, const QMessageLogContext& context, const QString& text) {
+    g_qtHandler(type, context, text);
+    if (type != QtFatalMsg || !g_withoutWindow) return;
+    // Qt aborts when this returns: the start goes on here, and the process ends with its status.
+    const int status = (*std::exchange(g_withoutWindow, nullptr))();
+    std::cout.flush();
+    ::_exit(status);
+}
+
+} // namespace
+
+CWindowRunner::CWindowRunner() = default;
+CWindowRunner::~CWindowRunner() = default;
+
+bool CWindowRunner::FindDisplay() {
+    m_display = ::FindDisplay();
+    return !m_display.platform.empty();
+}
+
+void CWindowRunner::Open(const std::string& program, const std::function<int()>& withoutWindow) {
+    // Only the platform found: the command line's words are the program's own, and a Qt option
+    // among them could choose another display than the one found.
+    m_args = {program, "-platform", m_display.platform};
+    for (std::string& arg : m_args)
+        m_argv.push_back(arg.data());
+    m_argv.push_back(nullptr);
+    m_argc = static_cast<int>(m_args.size());
+    g_withoutWindow = &withoutWindow;
+    g_qtHandler = qInstallMessageHandler(OnQtMessage);
+    m_application = std::make_unique<QApplication>(m_argc, m_argv.data());
+    qInstallMessageHandler(g_qtHandler);
+    g_withoutWindow = nullptr;
+    QApplication::setApplicationName(QStringLiteral("Stashwell"));
+    InstallWindowServices();
+}
+
+int CWindowRunner::Run(const std::string& commandLine) {
+    frmMain window(commandLine);
+    if (const std::optional<int> exit = window.Form_Load()) return *exit;
+    window.show();
+    return QApplication::exec();
+}
