@@ -7,7 +7,7 @@
 #include <iostream>
 
 #ifdef STASHWELL_WITH_WINDOW
-#include "ui/CWindowRunner.h"
+#include "ui/modWindow.h"
 #endif
 
 int main(int argc, char** argv) {

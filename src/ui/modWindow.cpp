@@ -1,4 +1,4 @@
-#include "ui/CWindowRunner.h"
+#include "ui/modWindow.h"
 
 #include "ui/CQtServices.h"
 #include "ui/frmMain.h"
