@@ -6,18 +6,21 @@
 #include <QApplication>
 
 #include <iostream>
+#include <thread>
 #include <unistd.h>
 #include <utility>
 
 namespace {
 
-// Set while the application is being built.
+// Set while the application is being built, on the thread that builds it.
 const std::function<int()>* g_withoutWindow = nullptr;
+std::thread::id g_builder;
 QtMessageHandler g_qtHandler = nullptr;
 
 void OnQtMessage(QtMsgType type, const QMessageLogContext& context, const QString& text) {
     g_qtHandler(type, context, text);
-    if (type != QtFatalMsg || !g_withoutWindow) return;
+    // A fatal message of a thread of Qt's own aborts as Qt means it to: the builder still runs.
+    if (type != QtFatalMsg || !g_withoutWindow || std::this_thread::get_id() != g_builder) return;
     // Qt aborts when this returns: the start goes on here, and the process ends with its status.
     const int status = (*std::exchange(g_withoutWindow, nullptr))();
     std::cout.flush();
@@ -43,6 +46,7 @@ void CWindowRunner::Open(const std::string& program, const std::function<int()>&
     m_argv.push_back(nullptr);
     m_argc = static_cast<int>(m_args.size());
     g_withoutWindow = &withoutWindow;
+    g_builder = std::this_thread::get_id();
     g_qtHandler = qInstallMessageHandler(OnQtMessage);
     m_application = std::make_unique<QApplication>(m_argc, m_argv.data());
     qInstallMessageHandler(g_qtHandler);
