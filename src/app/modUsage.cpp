@@ -15,19 +15,19 @@ const char* const kUsage =
 
 Words, compared in lower case and performed in the order given:
   backup    back up every source of the backup folder's catalogue
-  compact   remove the rows of dropped runs and the stored content no run needs,
+  compact   remove the rows of dropped runs and stored content no run needs,
             then compact the catalogue
-Any other word is ignored. --help and --version are answered only as the one word.
-With a display the window is loaded but not shown; without one the run is headless.
+Any other word is ignored; --help and --version count only as the one word.
+With a display the window is loaded but not shown; without one, no window.
 
 Exit status of an unattended run:
   0  every source was backed up and committed
-  1  could not start: no backup path or one that is not a full path, backup folder
-     missing (an unplugged drive), catalogue unreadable, state folder not writable,
-     settings file unreadable, the day's log not writable
+  1  could not start: no backup path or one that is not a full path, backup
+     folder missing (an unplugged drive), catalogue unreadable, state folder
+     not writable, settings file unreadable, the day's log not writable
   2  no display and no words
-  3  could not start: another Stashwell works on the backup folder (after waiting
-     up to 5 seconds) or already runs for this user
+  3  could not start: another Stashwell works on the backup folder (after
+     waiting up to 5 seconds) or already runs for this user
   4  completed with problems, one line each on stderr
   5  a run was lost: a source's rows could not be committed
 
