@@ -6,6 +6,9 @@ set -euo pipefail
 packages=(cmake ninja-build g++ pkg-config libsqlite3-dev libssl-dev libgtest-dev
     qt6-base-dev qt6-qpa-plugins libgl-dev fonts-dejavu-core xdg-utils
     dpkg-dev desktop-file-utils sqlite3 man-db
+    # The window's probe of a display before Qt opens it (X11 and Wayland clients), and a real
+    # X server for the tests of the window program on a display.
+    libxcb1-dev libwayland-dev xvfb
     # The removable-drive tests: exFAT and FAT32 images made, on a loop device, through FUSE.
     mount exfatprogs exfat-fuse dosfstools fusefat)
 if [ "${1:-}" = "--bench" ]; then

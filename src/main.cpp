@@ -13,7 +13,9 @@
 int main(int argc, char** argv) {
     try {
 #ifdef STASHWELL_WITH_WINDOW
-        return Main(argc, argv, RunWindow);
+        // Builds nothing until Main asks for the window; it outlives Main's window.
+        CWindowRunner window;
+        return Main(argc, argv, &window);
 #else
         return Main(argc, argv);
 #endif

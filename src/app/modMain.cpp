@@ -8,6 +8,7 @@
 #include "app/modPaths.h"
 #include "app/modRetention.h"
 #include "app/modSetup.h"
+#include "app/modUsage.h"
 #include "catalogue/modCatalogueCheck.h"
 #include "support/CProcTrap.h"
 #include "support/Version.h"
@@ -150,25 +151,23 @@ int LoadWithoutWindow(const std::string& commandLine) {
     return status;
 }
 
-// Main's steps up to the window or the unattended run; `running` turns true when the window
-// takes over.
-int StartUp(int argc, char** argv, const WindowRunner& runWindow, bool& running) {
-    SetUpErrorHandler();
-    Logger();
-    StartDailyLog();
-    const std::string commandLine = CommandLine(argc, argv);
+// Says on stderr that the display named could not be opened.
+void TellDisplayClosed(const std::string& name, bool unattended) {
+    if (name.empty()) return; // none was named: the plain headless start
+    std::cerr << "Stashwell could not open the display " << name
+              << (unattended ? "; the run goes on without a window" : "") << std::endl;
+}
+
+// Main's steps from the check after an interrupted run on, with the window's application built
+// (`window`) or without a window; `running` turns true when the window takes over.
+int FinishStartUp(const std::string& commandLine, IWindowRunner* window, bool& running) {
     const bool unattended = !commandLine.empty();
-    if (unattended) Log(3, "Start Unattended");
-    if (const std::optional<int> exit = TakeInstanceLock()) return *exit;
-    Log(3, "Loading Controls");
-    InitControls();
-    const bool window = runWindow && HasDisplay();
     // An unattended run without a window would only find the folder busy again.
     if (!CheckInterruptedRun(unattended) && unattended && !window) return kExitOtherInstance;
     Log(3, "Loading Main Window");
     if (window) {
         running = true;
-        return runWindow(argc, argv, commandLine);
+        return window->Run(commandLine);
     }
     if (!unattended) {
         std::cerr << "Stashwell needs a display to open its window. Without one, run it "
@@ -178,6 +177,37 @@ int StartUp(int argc, char** argv, const WindowRunner& runWindow, bool& running)
         return kExitNoWindow;
     }
     return LoadWithoutWindow(commandLine);
+}
+
+// Main's steps up to the window or the unattended run; `running` turns true when the window
+// takes over.
+int StartUp(int argc, char** argv, IWindowRunner* window, bool& running) {
+    SetUpErrorHandler();
+    Logger();
+    StartDailyLog();
+    const std::string commandLine = CommandLine(argc, argv);
+    const bool unattended = !commandLine.empty();
+    if (unattended) Log(3, "Start Unattended");
+    if (const std::optional<int> exit = TakeInstanceLock()) return *exit;
+    Log(3, "Loading Controls");
+    InitControls();
+    if (!window || !window->FindDisplay()) {
+        if (window) TellDisplayClosed(window->DisplayName(), unattended);
+        return FinishStartUp(commandLine, nullptr, running);
+    }
+    // The display failed after all while the application was being built: the start goes on
+    // as without one, with none of the window's services installed.
+    const auto withoutWindow = [&]() -> int {
+        try {
+            TellDisplayClosed(window->DisplayName(), unattended);
+            return FinishStartUp(commandLine, nullptr, running);
+        } catch (...) {
+            return StoppedAtError(kExitCannotRun);
+        }
+    };
+    // The check after an interrupted run shows its box through the window's service.
+    window->Open(argc > 0 ? argv[0] : "stashwell", withoutWindow);
+    return FinishStartUp(commandLine, window, running);
 }
 
 } // namespace
@@ -260,7 +290,8 @@ bool CheckInterruptedRun(bool unattended) {
     // The warning is for unattended runs only, and only when a journal was deleted.
     if (KillDBJournal() && unattended) {
         MsgBox("Possible QRV database corruption", mb::kCritical | mb::kOKOnly, "QRV - Stashwell");
-        Log(1, "Possible QRV database corruption");
+        // Without a window the box itself has written its text to the log.
+        if (!MessageBoxService().WritesToLog()) Log(1, "Possible QRV database corruption");
     }
     return true;
 }
@@ -277,10 +308,12 @@ bool HasDisplay() {
     return false;
 }
 
-int Main(int argc, char** argv, const WindowRunner& runWindow) {
+int Main(int argc, char** argv, IWindowRunner* window) {
+    if (const std::optional<int> answered = AnswerInfoRequest(argc, argv, std::cout))
+        return *answered;
     bool running = false;
     try {
-        return StartUp(argc, argv, runWindow, running);
+        return StartUp(argc, argv, window, running);
     } catch (...) {
         // Nothing tells whether the window recorded the run of its words.
         return StoppedAtError(running ? kExitRunLost : kExitCannotRun);

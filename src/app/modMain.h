@@ -4,13 +4,19 @@
 // daily log under the backup path, unattended mode for a non-empty command line, one instance
 // at a time (an exclusive lock in the state folder), the integrity check after an interrupted
 // run, then the main window's load. `Main` does not know the window: the program hands it a
-// window runner, which it calls when a display is there. Without a display, an empty command
-// line says how to run unattended and exits 2. The unattended path tells the truth in its exit
-// status (modExitStatus.h) and on stderr: 0 only when every source was backed up and
-// committed; 1 when it could not start (no backup path, or one that is not a full path, a
-// drive not ready, a catalogue that cannot be read, a state folder it cannot write); 3 when
-// another program keeps the backup folder or the user's instance busy; 4 when the run
-// completed with problems and 5 when a source's run was lost, with one line per problem. It
+// window runner, which finds out first whether a display can really be opened. When it can,
+// the window's application is built before the check after an interrupted run, so that the
+// check's box is the window's. When none can (none named, or a stale one, as in a job started
+// from an old session), words run headless, exactly as without a display, after one stderr
+// line naming the display, and an empty command line says how to run unattended and exits 2;
+// the same holds when the display fails all the same while the application is being built.
+// The one word --help or --version is answered before anything else (modUsage.h).
+//
+// The unattended path tells the truth in its exit status (modExitStatus.h) and on stderr: 0 only
+// when every source was backed up and committed; 1 when it could not start (no backup path, or one
+// that is not a full path, a drive not ready, a catalogue that cannot be read, a state folder it
+// cannot write); 3 when another program keeps the backup folder or the user's instance busy; 4 when
+// the run completed with problems and 5 when a source's run was lost, with one line per problem. It
 // works on the backup folder only while it holds the folder's own lock (CBackupFolderLock),
 // and that includes the check after an interrupted run: a program that cannot have the lock
 // leaves the journal alone, since it may belong to the program that works there now, says so
@@ -27,14 +33,30 @@
 #include <functional>
 #include <string>
 
-// Shows the main window and runs it to its end (its load performs a non-empty command line);
-// the process's exit status.
-using WindowRunner = std::function<int(int& argc, char** argv, const std::string& commandLine)>;
+// The window, as the program built with one hands it to Main.
+class IWindowRunner {
+public:
+    virtual ~IWindowRunner() = default;
+    // Whether a display can be opened, found out by connecting to it before the window's
+    // libraries are asked to. DisplayName then names the display found or, when none can be
+    // opened, the one that could not (":97"); empty when the environment names none.
+    virtual bool FindDisplay() = 0;
+    virtual std::string DisplayName() const = 0;
+    // Builds the window's application on the display found (`program` is the program's path)
+    // and installs the window's services: message boxes, folder picker, yield hook. Should the
+    // display fail all the same while the application is being built, `withoutWindow` runs
+    // instead, and the process ends with its status.
+    virtual void Open(const std::string& program, const std::function<int()>& withoutWindow) = 0;
+    // Loads the main window and runs it to its end (its load performs a non-empty command
+    // line); the process's exit status.
+    virtual int Run(const std::string& commandLine) = 0;
+};
 
-int Main(int argc, char** argv, const WindowRunner& runWindow = {});
+int Main(int argc, char** argv, IWindowRunner* window = nullptr);
 
-// Whether the process has a display to show a window on (X11, Wayland, or a Qt platform named
-// in QT_QPA_PLATFORM such as offscreen).
+// Whether the environment names a display to show a window on (DISPLAY, WAYLAND_DISPLAY, or a
+// Qt platform in QT_QPA_PLATFORM such as offscreen); whether it can be opened is the window
+// runner's to find out.
 bool HasDisplay();
 
 class CRunOutcome;

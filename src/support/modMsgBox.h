@@ -38,12 +38,16 @@ public:
     // `title` empty means the default title.
     virtual int Show(const std::string& text, int style, const std::string& title) = 0;
     virtual void Beep() {}
+    // Whether showing a box also writes its text to the log (the headless service does), so
+    // that a caller that logs what it showed writes the line once.
+    virtual bool WritesToLog() const { return false; }
 };
 
 // Answers with the first button without waiting; the text goes to stderr and to the log.
 class CHeadlessMessageBox : public IMessageBoxService {
 public:
     int Show(const std::string& text, int style, const std::string& title) override;
+    bool WritesToLog() const override { return true; }
 };
 
 // Installs `service` (not owned) for the process; nullptr goes back to the headless one.
