@@ -74,7 +74,7 @@ TEST(InterruptedRun, JournalIsLeftAloneWhileAnotherProgramHoldsTheFolderAndCheck
         (Lines{" \r\n", kStarted,
                "Previous Backup process interrupted. Running Integrity Check\r\n",
                "Running Integrity Check\r\n", "Killed DB Journal. Possible previous crash\r\n",
-               "Possible QRV database corruption\r\n", "Possible QRV database corruption\r\n",
+               "Possible QRV database corruption\r\n",
                "Problem: The catalogue " + f.db + " cannot be read: file is not a database\r\n"}));
 }
 
