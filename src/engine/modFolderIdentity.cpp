@@ -24,8 +24,8 @@ std::string ResolvedExisting(std::string path) {
     if (path.empty()) return {};
     if (path[0] != '/') path = CurrentFolder() + "/" + path;
     while (!path.empty()) {
-        const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr),
-                                                                   &std::free);
+        const std::unique_ptr<char, decltype(&std::free)> resolved(
+            ::realpath(path.c_str(), nullptr), &std::free);
         if (resolved) return resolved.get();
         if (errno != ENOENT && errno != ENOTDIR) return {};
         path = Parent(path);

@@ -330,10 +330,10 @@ TEST_F(RunControl, SourceInsideTheBackupFolderIsNotWalkedAndNamedAsAProblem) {
     CRunControl run({inside, same, f.env.Path("s")}, BackupOptions{});
     run.cmdBackup_Click();
     const std::string why = ", and Stashwell does not back up its own store";
-    const Lines problems{
-        "Source " + inside + " was not backed up: it lies inside the backup folder " + f.backup +
-            why,
-        "Source " + same + " was not backed up: it is the backup folder" + why};
+    const Lines problems{"Source " + inside +
+                             " was not backed up: it lies inside the backup folder " + f.backup +
+                             why,
+                         "Source " + same + " was not backed up: it is the backup folder" + why};
     EXPECT_EQ(run.Outcome().Lines(), problems);
     EXPECT_EQ(run.Outcome().ExitStatus(), 4);
     EXPECT_TRUE(Logged(inside + " lies inside the backup folder " + f.backup + ". Skipping"));

@@ -83,8 +83,9 @@ TEST(BackupFolderHoldsSource, SourceInsideTheBackupFolderIsNamedAndNotBackedUp) 
     f.AddSource(inside);
     const ProgramRun run = RunStashwell({"backup"});
     EXPECT_EQ(run.exitCode, 4);
-    EXPECT_EQ(run.err, "Source " + inside + " was not backed up: it lies inside the backup folder " +
-                           f.backup + ", and Stashwell does not back up its own store\n" +
+    EXPECT_EQ(run.err, "Source " + inside +
+                           " was not backed up: it lies inside the backup folder " + f.backup +
+                           ", and Stashwell does not back up its own store\n" +
                            "Backup completed with problems. The log " + f.TodaysLogPath() +
                            " has the details.\n");
     const Lines log = LogMessages(f.TodaysLog());

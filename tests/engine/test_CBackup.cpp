@@ -420,9 +420,10 @@ TEST_P(CBackupTest, SourceHoldingTheBackupFolderNeverBacksUpItsStoreCatalogueOrL
     const std::string a = source + "/a.txt", d = source + "/docs/d.txt";
     EXPECT_EQ(Query("SELECT bid, file FROM Files ORDER BY fid"),
               (Rows{{"1", a}, {"1", d}, {"2", a}, {"2", d}}));
-    EXPECT_EQ(Query("SELECT bid, path FROM Paths ORDER BY pid"),
-              (Rows{{"1", source + "/"}, {"1", source + "/docs/"}, {"2", source + "/"},
-                    {"2", source + "/docs/"}}));
+    EXPECT_EQ(Query("SELECT bid, path FROM Paths ORDER BY pid"), (Rows{{"1", source + "/"},
+                                                                       {"1", source + "/docs/"},
+                                                                       {"2", source + "/"},
+                                                                       {"2", source + "/docs/"}}));
     EXPECT_EQ(StoreListing(), StoreEntries({"alpha", "delta"}));
     EXPECT_EQ(CountLines("Skipped the backup folder " + source +
                          "/bk: Stashwell does not back up its own store"),
@@ -437,8 +438,8 @@ TEST_P(CBackupTest, SourceInsideTheBackupFolderIsNotWalked) {
     Prepare(backup, inside);
     backup.BackupFolder(GetBackupPath());
     EXPECT_EQ(backup.Exec(), CBackup::Result::kFalse);
-    EXPECT_TRUE(HasLine(inside + " lies inside the backup folder " + GetBackupPath() +
-                        ". Skipping"));
+    EXPECT_TRUE(
+        HasLine(inside + " lies inside the backup folder " + GetBackupPath() + ". Skipping"));
     EXPECT_EQ(backup.Problems().refused, "it lies inside the backup folder " + GetBackupPath() +
                                              ", and Stashwell does not back up its own store");
     EXPECT_TRUE(events.empty());

@@ -18,8 +18,8 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <string>
-#include <sys/socket.h>
 #include <sys/mount.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -401,12 +401,13 @@ protected:
 
     // A source whose folder "bk" is a backup folder, with its catalogue, store and logs.
     void MakeSourceHoldingABackupFolder() {
-        CreateTree(source,
-                   Dir({{"a.txt", File("a")},
-                        {"docs", Dir({{"d.txt", File("d")}})},
-                        {"bk", Dir({{"db", Dir({{"Backup.db", File("catalogue")}})},
-                                    {"Files", Dir({{"0c", Dir({{"c1", Dir({{"x.QRV", File("x")}})}})}})},
-                                    {"Logs", Dir({{"QRV-20260101.LOG", File("log")}})}})}}));
+        CreateTree(
+            source,
+            Dir({{"a.txt", File("a")},
+                 {"docs", Dir({{"d.txt", File("d")}})},
+                 {"bk", Dir({{"db", Dir({{"Backup.db", File("catalogue")}})},
+                             {"Files", Dir({{"0c", Dir({{"c1", Dir({{"x.QRV", File("x")}})}})}})},
+                             {"Logs", Dir({{"QRV-20260101.LOG", File("log")}})}})}}));
     }
 
 private:
