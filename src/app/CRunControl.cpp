@@ -119,7 +119,9 @@ void CRunControl::StartRun() {
         // A cancelled source gets no retention, and no further source starts.
         if (result == CBackup::Result::kCancel) break;
         if (result == CBackup::Result::kFalse)
-            m_outcome.SourceSkipped(source, SourceProblem(source));
+            m_outcome.SourceSkipped(source, m_bkup->Problems().refused.empty()
+                                                ? SourceProblem(source)
+                                                : m_bkup->Problems().refused);
         else
             m_outcome.Add(source, m_bkup->Problems());
         int16_t limit = 0;
@@ -156,6 +158,8 @@ void CRunControl::BackupSource(int16_t row, CBackup::Result& result) {
     m_bkup->ExDirs(FoldersToExclude(m_options));
     m_bkup->BackupDB(GetDBPath());
     m_bkup->BackupPath(GetFilesPath());
+    // The walk steps around the backup folder, and a source inside it is not walked at all.
+    m_bkup->BackupFolder(GetBackupPath());
     m_bkup->QuickCheck(m_options.quickCheck != 0);
     result = m_bkup->Exec();
 }

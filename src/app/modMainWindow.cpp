@@ -17,6 +17,24 @@
 namespace {
 
 constexpr const char* kLimitRange = "Valid range between 1-100";
+constexpr const char* kOwnStore = "Stashwell does not back up its own store";
+
+// After a new backup path is chosen: the sources of its catalogue that lie in it are named in
+// one box, since the run will not walk them (it would back up the store into itself). They stay
+// listed, for the person to remove them or to choose another backup path.
+void NameSourcesInBackupFolder(const std::string& folder) {
+    ADOSQLite db;
+    QueryCatalogue(db, "Sources", sqlaction::kSelect);
+    std::string inside;
+    for (db.MoveFirst(); !db.Err() && !db.Eof(); db.MoveNext())
+        if (PlaceInBackupFolder(db.Field("source")) != FolderPlace::kOutside)
+            inside += "\n" + db.Field("source");
+    if (inside.empty()) return; // a catalogue that cannot be read is told of as it is listed
+    MsgBox("These sources lie in the backup folder '" + folder +
+               "' and will not be backed up, since " + kOwnStore +
+               ". Remove them, or choose another backup path:" + inside,
+           mb::kInformation, kWindowTitle);
+}
 
 } // namespace
 
@@ -66,12 +84,24 @@ std::string SelectBackupPath() {
     // The backup folders first, so that the daily log opens in the new Logs folder.
     CreateDB();
     StartDailyLog();
+    NameSourcesInBackupFolder(folder);
     return folder;
 }
 
 bool AddSource() {
     const std::string folder = BrowseForFolder("Select source to backup");
     if (folder.empty()) return false;
+    // A folder that holds the backup folder is a source like any other: its walk steps around
+    // the backup folder. The backup folder itself, or a folder inside it, is refused.
+    if (const FolderPlace place = PlaceInBackupFolder(folder); place != FolderPlace::kOutside) {
+        MsgBox("'" + folder + "' " +
+                   (place == FolderPlace::kSame
+                        ? std::string("is the backup folder")
+                        : "lies inside the backup folder '" + GetBackupPath() + "'") +
+                   ". " + kOwnStore + ", so it cannot be a source",
+               mb::kInformation, kWindowTitle);
+        return false;
+    }
     ADOSQLite db;
     QueryCatalogue(db, "Sources", sqlaction::kSelect, "source = " + SQLLiteral(folder));
     if (db.RecordCount() > 0) {

@@ -31,11 +31,14 @@ void SelectLogLevel(const std::string& word);
 std::optional<std::string> MaxBackupsChanged(const std::string& text);
 
 // Asks for a new backup path ("Select Backup Path"). When one is chosen: stores it, creates or
-// opens its catalogue and restarts the daily log under it; answers the path, or "" after a
-// cancel.
+// opens its catalogue and restarts the daily log under it, and names in one box the sources of
+// that catalogue that lie in the new backup folder (a run does not back them up); answers the
+// path, or "" after a cancel.
 std::string SelectBackupPath();
 // Asks for a source folder ("Select source to backup") and adds it unless it is listed already
-// ("Source already in list"); true when one was added.
+// ("Source already in list") or is the backup folder or lies inside it (a box says why); a
+// folder that holds the backup folder is added, since its walk steps around the backup folder.
+// True when one was added.
 bool AddSource();
 // Removes `source` after asking, with its messages; `source` empty means no row is selected.
 // True when it was removed.

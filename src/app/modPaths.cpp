@@ -54,6 +54,10 @@ std::string GetLogsPath() {
     return FSBuildPath(GetBackupPath(), "Logs");
 }
 
+FolderPlace PlaceInBackupFolder(const std::string& folder) {
+    return IsBackupPathSet() ? PlaceOf(folder, GetBackupPath()) : FolderPlace::kOutside;
+}
+
 bool IsBackupDriveReady() {
     return FSDriveExists(GetBackupPath());
 }

@@ -5,6 +5,8 @@
 //   <backup path>/Files          the store
 //   <backup path>/Logs           daily logs QRV-yyyymmdd.LOG
 
+#include "engine/modFolderIdentity.h"
+
 #include <string>
 
 std::string ReadRegSetting(const std::string& name);
@@ -19,6 +21,9 @@ bool IsBackupPathSet();
 std::string GetDBPath();
 std::string GetFilesPath();
 std::string GetLogsPath();
+// Where `folder` lies against the backup folder, by identity (links and spellings seen
+// through): outside it, the backup folder itself, or inside it.
+FolderPlace PlaceInBackupFolder(const std::string& folder);
 // The backup path exists as a folder (an unplugged drive's folder is gone).
 bool IsBackupDriveReady();
 bool DBJournalExists();

@@ -4,6 +4,7 @@
 #include "catalogue/modSQLQuote.h"
 #include "engine/CDriveMap.h"
 #include "engine/CSignatureAhead.h"
+#include "engine/modFolderIdentity.h"
 #include "support/CProcTrap.h"
 #include "support/modFSCommon.h"
 #include "support/modMsgBox.h"
@@ -55,6 +56,7 @@ CBackup::Result CBackup::Exec() {
             trap.KeepOnStack(); // this exit does not pop
             return Result::kFalse;
         }
+        if (SourceInBackupFolder()) return Result::kFalse;
         // The store is opened before anything else: a run whose store folder cannot be had (a
         // drive that is not there) fails before it writes anything.
         m_store.Open(m_backupPath);
@@ -88,6 +90,7 @@ CBackup::Result CBackup::Exec() {
         map.BackupID(m_bid);
         map.ExcludeFiles(m_exclude);
         map.ExcludeDirs(m_exDirs);
+        map.SkipFolder(m_backupFolder);
         map.Exec();
         m_problems.unreadableFolders = map.UnreadableFolders();
         m_filesFound = map.FileCount();
@@ -209,6 +212,18 @@ void CBackup::SaveQuickCheck() {
         [&](const auto& row) { run.datebk = std::string(row[0]); }, error);
     if (!m_quick->Save(run)) Log(2, "The quick check could not keep the stamps of this run");
     m_quick.reset();
+}
+
+bool CBackup::SourceInBackupFolder() {
+    if (m_backupFolder.empty()) return false;
+    const FolderPlace place = PlaceOf(m_source, m_backupFolder);
+    if (place == FolderPlace::kOutside) return false;
+    const std::string where = place == FolderPlace::kSame
+                                  ? std::string("is the backup folder")
+                                  : "lies inside the backup folder " + m_backupFolder;
+    Log(1, m_source + " " + where + ". Skipping");
+    m_problems.refused = "it " + where + ", and Stashwell does not back up its own store";
+    return true;
 }
 
 void CBackup::NoteUnreadable(const std::string& path) {

@@ -13,6 +13,8 @@
 // A row records the signature and the length of the content that the store holds for the
 // file, even when the file changed during the run.
 // Progress reaches the caller through three events; Cancel is seen after the current file.
+// A source that is the backup folder or lies inside it is not walked (the run would store the
+// store into itself); a source that holds the backup folder is walked around it (CDriveMap).
 // With QuickCheck on, a file unchanged since the source's last committed run (CQuickCheck) takes
 // that run's signature without being read.
 
@@ -35,7 +37,7 @@
 class CBackup {
 public:
     // What Exec returns: nothing after a complete run (or an error), "Cancel" when cancelled,
-    // false when the source folder does not exist.
+    // false when the source folder does not exist or lies inside the backup folder.
     enum class Result { kEmpty, kCancel, kFalse };
 
     CBackup();
@@ -45,6 +47,9 @@ public:
     void BackupDB(const std::string& value) { m_dbPath = value; }
     const std::string& BackupPath() const { return m_backupPath; }
     void BackupPath(const std::string& value) { m_backupPath = value; }
+    // The folder that holds the catalogue, the store and the logs; "" for none.
+    const std::string& BackupFolder() const { return m_backupFolder; }
+    void BackupFolder(const std::string& value) { m_backupFolder = value; }
     bool IncludeHidden() const { return m_includeHidden; }
     void IncludeHidden(bool value) { m_includeHidden = value; }
     bool IncludeSystem() const { return m_includeSystem; }
@@ -94,6 +99,9 @@ private:
     // Keeps the stamps of the run just committed; a failure only costs the next run its speed.
     void SaveQuickCheck();
     void NoteUnreadable(const std::string& path);
+    // True, with the log line and the run's problem, when the source is the backup folder or
+    // lies inside it.
+    bool SourceInBackupFolder();
     // Commits the run's rows; a row that could not be written, or a commit that fails, is an
     // error of the run.
     void CommitRun();
@@ -106,6 +114,7 @@ private:
     std::string m_source;
     std::string m_dbPath;
     std::string m_backupPath;
+    std::string m_backupFolder;
     bool m_includeHidden = false;
     bool m_includeSystem = false;
     bool m_verify = false;

@@ -33,6 +33,7 @@ void CDriveMap::Reset() {
     m_foldersActive = false;
     m_db = nullptr;
     m_limitExceeded = false;
+    m_skip = {};
     // The lists keep their content, as the fixed arrays they stand in for; the counts govern.
     m_files.resize(0);
     m_folders.resize(0);
@@ -54,6 +55,10 @@ void CDriveMap::ExcludeDirs(const std::string& folders) {
     for (const std::string& folder : SplitAtBlanks(folders))
         m_exFolders.push_back(LowerAscii(folder));
     m_foldersActive = true;
+}
+
+void CDriveMap::SkipFolder(const std::string& path) {
+    m_skip = FolderIdentityOf(path);
 }
 
 bool CDriveMap::Exec() {
@@ -88,6 +93,11 @@ void CDriveMap::Search(const std::string& folder) {
 void CDriveMap::TestEntry(const CFileFind& finder) {
     if (finder.IsDots()) return;
     if (finder.IsDirectory()) {
+        if (m_skip.known && finder.GetIdentity() == m_skip) {
+            Log(2, "Skipped the backup folder " + finder.GetFilePath() +
+                       ": Stashwell does not back up its own store");
+            return;
+        }
         // Hidden folders are always walked; only their files are filtered.
         if (m_foldersActive && ExcludedFolder(FSGetNamePart(finder.GetFileName()))) return;
         std::string path = finder.GetFilePath();

@@ -6,6 +6,10 @@
 // Each list holds at most 512000 entries; past that "Max file/folder limit exceeded in " is
 // logged, FileCount keeps counting, and a folder past the limit makes the walk fail with
 // error 9. EOF is spelled Eof() here (EOF is a C macro).
+// The backup folder is never walked: a folder found to be it (by device and inode, so a link
+// or another spelling of the backup path is seen through) is left out with all it holds, with
+// one line at level 2, so that a source holding the backup folder never backs up the store,
+// catalogue and logs into themselves.
 
 #include "engine/CFileFind.h"
 
@@ -35,6 +39,8 @@ public:
     bool Hidden() const { return m_hidden; }
     void System(bool value) { m_system = value; }
     bool System() const { return m_system; }
+    // The folder the walk steps around wherever it meets it (the backup folder); "" for none.
+    void SkipFolder(const std::string& path);
     // Walks the source; the result carries no information (always false).
     bool Exec();
     void MoveFirst() { m_cursor = 1; }
@@ -73,5 +79,6 @@ private:
     CDatabase* m_db = nullptr;
     bool m_limitExceeded = false;
     std::vector<std::string> m_unreadableFolders;
+    FolderIdentity m_skip;
     std::string m_source;
 };

@@ -6,6 +6,8 @@
 // without being opened. Names are kept as bytes. Hidden = the name begins with "."; there are
 // no system files. The short name is the name.
 
+#include "engine/modFolderIdentity.h"
+
 #include <cstdint>
 #include <ctime>
 #include <string>
@@ -44,6 +46,9 @@ public:
     bool IsReadOnly() const { return MatchesMask(kReadOnly); }
     bool IsDots() const;
     bool MatchesMask(uint32_t mask) const { return (GetAttributes() & mask) > 0; }
+    // The device and inode of a folder entry (a mount point's are those of what is mounted
+    // there); unknown for a file.
+    FolderIdentity GetIdentity() const { return FolderIdentityOfStat(Stat()); }
 
     // Local times; 0 when unknown.
     std::time_t GetLastWriteTime() const;

@@ -1,14 +1,17 @@
 #pragma once
 
 // What the backup of one source could not do, in plain words: the files and folders it could
-// not read, the content it could not store (files recorded without their content among them),
-// why the run's rows were not committed, and what failed after they were. The log keeps its own
-// lines as they are; this is what the end of a run reports to whoever scheduled it.
+// not read, a source it would not walk, the content it could not store (files recorded without
+// their content among them), why the run's rows were not committed, and what failed after they
+// were. The log keeps its own lines as they are; this is what the end of a run reports to whoever
+// scheduled it.
 
 #include <string>
 #include <vector>
 
 struct SourceProblems {
+    // Why the source was not walked at all (it lies inside the backup folder); empty when it was.
+    std::string refused;
     std::vector<std::string> unreadableFiles;   // "<file>: <cause>"
     std::vector<std::string> unreadableFolders; // "<folder>: <cause>"
     std::vector<std::string> notStored;         // "<file>: <cause>", not recorded either
@@ -18,7 +21,8 @@ struct SourceProblems {
     std::string afterCommit;
 
     bool Any() const {
-        return !unreadableFiles.empty() || !unreadableFolders.empty() || !notStored.empty() ||
-               !recordedNotStored.empty() || !lost.empty() || !afterCommit.empty();
+        return !refused.empty() || !unreadableFiles.empty() || !unreadableFolders.empty() ||
+               !notStored.empty() || !recordedNotStored.empty() || !lost.empty() ||
+               !afterCommit.empty();
     }
 };

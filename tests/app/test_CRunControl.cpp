@@ -322,6 +322,42 @@ TEST_F(RunControl, CompleteRunHasNoProblemsAndStatusZero) {
     EXPECT_EQ(run.Outcome().ExitStatus(), 0);
 }
 
+TEST_F(RunControl, SourceInsideTheBackupFolderIsNotWalkedAndNamedAsAProblem) {
+    // The sources after it are backed up as usual.
+    const std::string inside = f.backup + "/mine", same = f.backup + "/";
+    CreateTree(inside, Dir({{"m.txt", File("mine")}}));
+    CreateTree(f.env.Path("s"), Dir({{"a.txt", File("alpha")}}));
+    CRunControl run({inside, same, f.env.Path("s")}, BackupOptions{});
+    run.cmdBackup_Click();
+    const std::string why = ", and Stashwell does not back up its own store";
+    const Lines problems{"Source " + inside +
+                             " was not backed up: it lies inside the backup folder " + f.backup +
+                             why,
+                         "Source " + same + " was not backed up: it is the backup folder" + why};
+    EXPECT_EQ(run.Outcome().Lines(), problems);
+    EXPECT_EQ(run.Outcome().ExitStatus(), 4);
+    EXPECT_TRUE(Logged(inside + " lies inside the backup folder " + f.backup + ". Skipping"));
+    EXPECT_TRUE(Logged(same + " is the backup folder. Skipping"));
+    for (const std::string& problem : problems)
+        EXPECT_TRUE(Logged("Problem: " + problem));
+    EXPECT_EQ(f.Rows("SELECT source FROM Backups"), Lines{f.env.Path("s")});
+    EXPECT_EQ(f.Rows("SELECT file FROM Files"), Lines{f.env.Path("s") + "/a.txt"});
+}
+
+TEST_F(RunControl, SourceHoldingTheBackupFolderIsBackedUpAroundIt) {
+    const std::string home = f.env.Path("home");
+    CreateTree(home, Dir({{"a.txt", File("alpha")}, {"Backup", Dir()}}));
+    f.UseBackupPath(home + "/Backup");
+    Logger().LogLevel(2);
+    CRunControl run({home}, BackupOptions{});
+    run.cmdBackup_Click();
+    EXPECT_EQ(run.Outcome().Lines(), Lines{});
+    EXPECT_EQ(run.Outcome().ExitStatus(), 0);
+    EXPECT_EQ(f.Rows("SELECT file FROM Files"), Lines{home + "/a.txt"});
+    EXPECT_TRUE(Logged("Skipped the backup folder " + home +
+                       "/Backup: Stashwell does not back up its own store"));
+}
+
 TEST_F(RunControl, UnattendedWordsActAsOftenAsGiven) {
     CreateTree(f.env.Path("s"), Dir({{"a.txt", File("a")}}));
     CRunControl run({f.env.Path("s")}, BackupOptions{});

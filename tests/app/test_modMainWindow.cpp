@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -97,6 +98,41 @@ TEST(BackupPath, ChosenFolderGetsItsCatalogueAndTheDailyLog) {
     EXPECT_TRUE(Exists(Logger().LogFile()));
 }
 
+TEST(BackupPath, SourcesThatLieInTheChosenFolderAreNamedInOneBox) {
+    BackupFixture f;
+    const std::string chosen = f.env.Path("drive/Backup"), outside = f.env.Path("documents");
+    CreateTree(chosen + "/photos", Dir());
+    // The chosen folder holds a catalogue of its own, with its own sources.
+    f.UseBackupPath(chosen);
+    for (const std::string& source : {chosen + "/photos", outside, chosen, chosen + "/gone"})
+        f.AddSource(source);
+    f.UseBackupPath(f.env.Path("backup"));
+    f.env.picker.Answer(chosen);
+    EXPECT_EQ(SelectBackupPath(), chosen);
+    EXPECT_EQ(f.env.box.calls,
+              (Calls{{"These sources lie in the backup folder '" + chosen +
+                          "' and will not be backed up, since Stashwell does not back up its own "
+                          "store. Remove them, or choose another backup path:\n" +
+                          chosen + "/photos\n" + chosen + "\n" + chosen + "/gone",
+                      64, kTitle}}));
+    // They stay listed: the person removes them or chooses another path.
+    EXPECT_EQ(SqlRows(chosen + "/db/Backup.db", "SELECT count(*) FROM Sources"),
+              (std::vector<Lines>{{"4"}}));
+}
+
+TEST(BackupPath, SourcesOutsideTheChosenFolderOrHoldingItAskNothing) {
+    BackupFixture f;
+    const std::string drive = f.env.Path("drive"), chosen = drive + "/Backup";
+    CreateTree(chosen, Dir());
+    f.UseBackupPath(chosen);
+    f.AddSource(drive);
+    f.AddSource(f.env.Path("documents"));
+    f.UseBackupPath(f.env.Path("backup"));
+    f.env.picker.Answer(chosen);
+    EXPECT_EQ(SelectBackupPath(), chosen);
+    EXPECT_TRUE(f.env.box.calls.empty());
+}
+
 TEST(Sources, AddedFolderWithAnApostropheIsStoredAsItIs) {
     BackupFixture f;
     f.env.picker.Answer("/home/bob/Bob's Documents");
@@ -112,6 +148,59 @@ TEST(Sources, SameFolderTwiceIsRefused) {
     EXPECT_FALSE(AddSource());
     EXPECT_EQ(f.env.box.calls, (Calls{{"Source already in list", 64, kTitle}}));
     EXPECT_EQ(f.Rows("SELECT count(*) FROM Sources"), Lines{"1"});
+}
+
+TEST(Sources, TheBackupFolderItselfIsRefusedInAnySpelling) {
+    BackupFixture f;
+    ASSERT_EQ(::symlink(f.backup.c_str(), f.env.Path("to-backup").c_str()), 0);
+    for (const std::string& folder : {f.backup, f.backup + "/", f.env.Path("to-backup")}) {
+        f.env.box.calls.clear();
+        f.env.picker.Answer(folder);
+        EXPECT_FALSE(AddSource()) << folder;
+        EXPECT_EQ(f.env.box.calls,
+                  (Calls{{"'" + folder +
+                              "' is the backup folder. Stashwell does not back up its own store, "
+                              "so it cannot be a source",
+                          64, kTitle}}));
+    }
+    EXPECT_EQ(f.Rows("SELECT count(*) FROM Sources"), Lines{"0"});
+}
+
+TEST(Sources, AFolderInsideTheBackupFolderIsRefused) {
+    BackupFixture f;
+    CreateTree(f.backup + "/mine", Dir({{"deeper", Dir()}}));
+    ASSERT_EQ(::symlink((f.backup + "/mine").c_str(), f.env.Path("to-mine").c_str()), 0);
+    for (const std::string& folder :
+         {f.backup + "/Files", f.backup + "/mine/deeper", f.env.Path("to-mine")}) {
+        f.env.box.calls.clear();
+        f.env.picker.Answer(folder);
+        EXPECT_FALSE(AddSource()) << folder;
+        EXPECT_EQ(f.env.box.calls,
+                  (Calls{{"'" + folder + "' lies inside the backup folder '" + f.backup +
+                              "'. Stashwell does not back up its own store, so it cannot be a "
+                              "source",
+                          64, kTitle}}));
+    }
+    EXPECT_EQ(f.Rows("SELECT count(*) FROM Sources"), Lines{"0"});
+}
+
+TEST(Sources, AFolderHoldingTheBackupFolderIsAddedSinceItsWalkStepsAroundIt) {
+    BackupFixture f;
+    const std::string home = f.env.Path("home");
+    CreateTree(home + "/Backup", Dir());
+    f.UseBackupPath(home + "/Backup");
+    f.env.picker.Answer(home);
+    EXPECT_TRUE(AddSource());
+    EXPECT_TRUE(f.env.box.calls.empty());
+    EXPECT_EQ(f.Rows("SELECT source FROM Sources"), Lines{home});
+}
+
+TEST(Sources, AFolderBesideTheBackupFolderWithTheSameBeginningIsAdded) {
+    BackupFixture f;
+    CreateTree(f.backup + "-old", Dir());
+    f.env.picker.Answer(f.backup + "-old");
+    EXPECT_TRUE(AddSource());
+    EXPECT_TRUE(f.env.box.calls.empty());
 }
 
 TEST(Sources, RemovingNothingSelectedAsksForASelection) {

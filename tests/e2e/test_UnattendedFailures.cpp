@@ -312,28 +312,42 @@ TEST(MissedSources, PathLongerThanTheSystemAllowsIsNamed) {
 }
 
 TEST(MissedSources, FilesRecordedWithoutTheirContentAreNamed) {
+    // The drive is too full for any new file before the run begins, and the run's first file
+    // is stored already, which sets the stored flag: every new file after it is recorded (the
+    // flag carries over) but not stored. Nothing is written while the drive is full: the new
+    // files have the sizes of content stored before, so the read-ahead only signs them and the
+    // run meets each at its free-space check, whatever the timing of its threads.
     BackupFixture f;
     SmallDisk disk(f.env.Path("small"), 8);
     if (!disk.Ok()) GTEST_SKIP() << "mounting a small file system needs root";
     f.UseBackupPath(f.env.Path("small/backup"));
     const std::string src = f.env.Path("src");
-    fs::create_directories(src);
-    for (int i = 0; i < 12; ++i)
-        WriteFile(src + "/f" + std::to_string(i) + ".bin",
-                  PatternContent(1024 * 1024 + static_cast<size_t>(i)));
+    const size_t kSize = 512 * 1024;
+    fs::create_directories(src + "/new");
+    WriteFile(src + "/a.txt", "stored before");
+    for (int i = 0; i < 4; ++i)
+        WriteFile(src + "/new/f" + std::to_string(i) + ".bin",
+                  PatternContent(kSize + static_cast<size_t>(i)));
     f.AddSource(src);
+    ASSERT_EQ(RunStashwell({"backup"}).exitCode, 0);
+    Lines rows{src + "/a.txt"}, expected;
+    for (const std::string& file : WalkOrder(src + "/new")) {
+        WriteFile(file, "new " + ReadFile(file).substr(4)); // new content, the same size
+        rows.push_back(file);
+        expected.push_back("Recorded but not stored: " + file +
+                           ": not enough free space on the backup drive");
+    }
+    expected.push_back(Problems(f).substr(0, Problems(f).size() - 1));
+    FillUp(f.env.Path("small/filler"), 128 * 1024);
+
     const ProgramRun run = RunStashwell({"backup"});
     EXPECT_EQ(run.exitCode, 4);
-    // Every file is recorded (the stored flag carries over), but only some are stored.
-    EXPECT_EQ(f.Rows("SELECT count(*) FROM Files"), Lines{"12"});
-    Lines expected;
-    for (const std::string& file : WalkOrder(src))
-        if (!Exists(StoreFile(f.backup, ReadFile(file))))
-            expected.push_back("Recorded but not stored: " + file +
-                               ": not enough free space on the backup drive");
-    ASSERT_FALSE(expected.empty());
-    expected.push_back(Problems(f).substr(0, Problems(f).size() - 1));
     EXPECT_EQ(ErrLines(run.err), expected);
+    EXPECT_EQ(f.Rows("SELECT file FROM Files WHERE bid = 2 ORDER BY fid"), rows);
+    for (const std::string& file : WalkOrder(src + "/new"))
+        EXPECT_FALSE(Exists(StoreFile(f.backup, ReadFile(file)))) << file;
+    const Lines log = LogMessages(f.TodaysLog());
+    EXPECT_EQ(std::count(log.begin(), log.end(), "Insufficient disk space on backup drive\r\n"), 4);
 }
 
 struct InvalidLimit : ::testing::TestWithParam<std::pair<std::string, std::string>> {};

@@ -403,6 +403,75 @@ TEST_P(CBackupTest, ExcludedPatternsAndFoldersAreNotBackedUp) {
     EXPECT_EQ(Query("SELECT path FROM Paths ORDER BY pid"), (Rows{{source + "/"}}));
 }
 
+// ---- The backup folder and the source ----
+
+TEST_P(CBackupTest, SourceHoldingTheBackupFolderNeverBacksUpItsStoreCatalogueOrLogs) {
+    CreateTree(source, Dir({{"a.txt", File("alpha")}, {"docs", Dir({{"d.txt", File("delta")}})}}));
+    WriteRegSetting("BackupPath", source + "/bk");
+    CreateDB();
+    CreateTree(source + "/bk/Logs", Dir({{"QRV-20260101.LOG", File("a day's log")}}));
+    for (int run = 1; run <= 2; ++run) {
+        CBackup backup;
+        Prepare(backup, source);
+        backup.BackupFolder(GetBackupPath());
+        EXPECT_EQ(backup.Exec(), CBackup::Result::kEmpty);
+        EXPECT_TRUE(backup.Problems().refused.empty());
+    }
+    const std::string a = source + "/a.txt", d = source + "/docs/d.txt";
+    EXPECT_EQ(Query("SELECT bid, file FROM Files ORDER BY fid"),
+              (Rows{{"1", a}, {"1", d}, {"2", a}, {"2", d}}));
+    EXPECT_EQ(Query("SELECT bid, path FROM Paths ORDER BY pid"), (Rows{{"1", source + "/"},
+                                                                       {"1", source + "/docs/"},
+                                                                       {"2", source + "/"},
+                                                                       {"2", source + "/docs/"}}));
+    EXPECT_EQ(StoreListing(), StoreEntries({"alpha", "delta"}));
+    EXPECT_EQ(CountLines("Skipped the backup folder " + source +
+                         "/bk: Stashwell does not back up its own store"),
+              2u);
+    EXPECT_TRUE(HasLine("Files found  : 2"));
+}
+
+TEST_P(CBackupTest, SourceInsideTheBackupFolderIsNotWalked) {
+    const std::string inside = GetBackupPath() + "/Files/../mine";
+    CreateTree(GetBackupPath() + "/mine", Dir({{"m.txt", File("m")}}));
+    CBackup backup;
+    Prepare(backup, inside);
+    backup.BackupFolder(GetBackupPath());
+    EXPECT_EQ(backup.Exec(), CBackup::Result::kFalse);
+    EXPECT_TRUE(
+        HasLine(inside + " lies inside the backup folder " + GetBackupPath() + ". Skipping"));
+    EXPECT_EQ(backup.Problems().refused, "it lies inside the backup folder " + GetBackupPath() +
+                                             ", and Stashwell does not back up its own store");
+    EXPECT_TRUE(events.empty());
+    EXPECT_TRUE(Query("SELECT * FROM Backups").empty());
+    EXPECT_EQ(StoreListing(), Strings{});
+    EXPECT_EQ(ErrHandler().StackPointer(), 0);
+}
+
+TEST_P(CBackupTest, TheBackupFolderItselfAsSourceIsNotWalked) {
+    const std::string link = env.Path("bk-link");
+    ASSERT_EQ(::symlink(GetBackupPath().c_str(), link.c_str()), 0);
+    CBackup backup;
+    Prepare(backup, link);
+    backup.BackupFolder(GetBackupPath());
+    EXPECT_EQ(backup.Exec(), CBackup::Result::kFalse);
+    EXPECT_TRUE(HasLine(link + " is the backup folder. Skipping"));
+    EXPECT_EQ(backup.Problems().refused,
+              "it is the backup folder, and Stashwell does not back up its own store");
+    EXPECT_TRUE(Query("SELECT * FROM Backups").empty());
+}
+
+TEST_P(CBackupTest, SourceBesideTheBackupFolderWithASimilarNameIsBackedUp) {
+    // "bk2" begins with the text of "bk" but is not inside it.
+    const std::string beside = GetBackupPath() + "2";
+    CreateTree(beside, Dir({{"b.txt", File("beside")}}));
+    CBackup backup;
+    Prepare(backup, beside);
+    backup.BackupFolder(GetBackupPath());
+    EXPECT_EQ(backup.Exec(), CBackup::Result::kEmpty);
+    EXPECT_EQ(FileRows(), FileRow(beside + "/b.txt", "beside"));
+}
+
 TEST_P(CBackupTest, MD5CalcMethodIsOnlyStored) {
     CreateTree(source, Dir({{"a", File("abc")}}));
     CBackup backup;

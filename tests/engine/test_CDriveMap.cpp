@@ -18,6 +18,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <string>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -375,6 +376,118 @@ TEST_F(CDriveMapTest, WalkIsLoggedAtTraceLevel) {
               (Strings{"LogLevel switched to 3\r\n", "FindFiles " + source + "\r\n"}));
 }
 
+// ---- The backup folder inside a source ----
+
+class CDriveMapSkipTest : public CDriveMapTest {
+protected:
+    // Walks the source at level 2, stepping around `skip`; the lines logged.
+    Strings WalkSkipping(CDriveMap& map, const std::string& skip) {
+        const std::string log = env.Path("t" + std::to_string(++m_walks) + ".log");
+        Logger().LogFile(log);
+        Logger().StartLogger();
+        Logger().LogLevel(2);
+        map.SourcePath(source);
+        map.SkipFolder(skip);
+        map.Exec();
+        Strings lines = LogMessages(ReadFile(log));
+        lines.erase(lines.begin()); // "LogLevel switched to 2"
+        return lines;
+    }
+
+    static std::string Skipped(const std::string& path) {
+        return "Skipped the backup folder " + path +
+               ": Stashwell does not back up its own store\r\n";
+    }
+
+    // A source whose folder "bk" is a backup folder, with its catalogue, store and logs.
+    void MakeSourceHoldingABackupFolder() {
+        CreateTree(
+            source,
+            Dir({{"a.txt", File("a")},
+                 {"docs", Dir({{"d.txt", File("d")}})},
+                 {"bk", Dir({{"db", Dir({{"Backup.db", File("catalogue")}})},
+                             {"Files", Dir({{"0c", Dir({{"c1", Dir({{"x.QRV", File("x")}})}})}})},
+                             {"Logs", Dir({{"QRV-20260101.LOG", File("log")}})}})}}));
+    }
+
+private:
+    int m_walks = 0;
+};
+
+TEST_F(CDriveMapSkipTest, BackupFolderInsideTheSourceIsLeftOutWithAllItHoldsAndOneLine) {
+    MakeSourceHoldingABackupFolder();
+    CDriveMap map;
+    EXPECT_EQ(WalkSkipping(map, source + "/bk"), Strings{Skipped(source + "/bk")});
+    EXPECT_EQ(Sorted(Listed(map)), Under({"a.txt", "docs/d.txt"}));
+    EXPECT_EQ(map.Folders(), Strings{source + "/docs"});
+}
+
+TEST_F(CDriveMapSkipTest, BackupFolderDeeperDownIsLeftOutWhereTheWalkMeetsIt) {
+    CreateTree(source, Dir({{"a", Dir({{"b", Dir({{"bk", Dir({{"s.QRV", File("s")}})},
+                                                  {"b.txt", File("b")}})}})}}));
+    CDriveMap map;
+    EXPECT_EQ(WalkSkipping(map, source + "/a/b/bk"), Strings{Skipped(source + "/a/b/bk")});
+    EXPECT_EQ(Listed(map), Strings{source + "/a/b/b.txt"});
+    EXPECT_EQ(map.Folders(), (Strings{source + "/a", source + "/a/b"}));
+}
+
+TEST_F(CDriveMapSkipTest, BackupPathSpelledAnotherWayOrThroughALinkIsSeenThrough) {
+    MakeSourceHoldingABackupFolder();
+    ASSERT_EQ(::symlink((source + "/bk").c_str(), env.Path("link").c_str()), 0);
+    for (const std::string& spelling :
+         {env.Path("link"), env.Path("link/"), source + "/docs/../bk/", source + "//./bk"}) {
+        CDriveMap map;
+        EXPECT_EQ(WalkSkipping(map, spelling), Strings{Skipped(source + "/bk")}) << spelling;
+        EXPECT_EQ(Sorted(Listed(map)), Under({"a.txt", "docs/d.txt"})) << spelling;
+    }
+}
+
+TEST_F(CDriveMapSkipTest, SourceReachedThroughALinkStillLeavesTheBackupFolderOut) {
+    MakeSourceHoldingABackupFolder();
+    const std::string link = env.Path("src-link");
+    ASSERT_EQ(::symlink(source.c_str(), link.c_str()), 0);
+    CDriveMap map;
+    Logger().LogFile(env.Path("t.log"));
+    Logger().StartLogger();
+    Logger().LogLevel(2);
+    map.SourcePath(link);
+    map.SkipFolder(source + "/bk");
+    map.Exec();
+    EXPECT_EQ(Sorted(Listed(map)), Sorted({link + "/a.txt", link + "/docs/d.txt"}));
+    const Strings lines = LogMessages(ReadFile(env.Path("t.log")));
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), Skipped(link + "/bk")), 1);
+}
+
+TEST_F(CDriveMapSkipTest, BackupFolderMountedInsideTheSourceIsLeftOut) {
+    CreateTree(source, Dir({{"a.txt", File("a")}, {"mnt", Dir()}}));
+    CreateTree(env.Path("bk"), Dir({{"Files", Dir({{"s.QRV", File("s")}})}}));
+    if (::mount(env.Path("bk").c_str(), (source + "/mnt").c_str(), nullptr, MS_BIND, nullptr) != 0)
+        GTEST_SKIP() << "a bind mount needs root";
+    CDriveMap map;
+    const Strings lines = WalkSkipping(map, env.Path("bk"));
+    ::umount2((source + "/mnt").c_str(), MNT_DETACH);
+    EXPECT_EQ(lines, Strings{Skipped(source + "/mnt")});
+    EXPECT_EQ(Listed(map), Strings{source + "/a.txt"});
+}
+
+TEST_F(CDriveMapSkipTest, FolderOfTheSameNameElsewhereIsWalked) {
+    CreateTree(source, Dir({{"bk", Dir({{"mine.txt", File("m")}})}}));
+    CreateTree(env.Path("bk"), Dir());
+    CDriveMap map;
+    EXPECT_EQ(WalkSkipping(map, env.Path("bk")), Strings{});
+    EXPECT_EQ(Listed(map), Strings{source + "/bk/mine.txt"});
+}
+
+TEST_F(CDriveMapSkipTest, ResetForgetsTheFolderToSkip) {
+    MakeSourceHoldingABackupFolder();
+    CDriveMap map;
+    map.SkipFolder(source + "/bk");
+    map.Reset();
+    map.SourcePath(source);
+    map.Exec();
+    EXPECT_EQ(map.FileCount(), 5);
+}
+
 class CDriveMapPathsTest : public CDriveMapTest {
 protected:
     CDriveMapPathsTest() {
@@ -417,6 +530,17 @@ TEST_F(CDriveMapPathsTest, ExcludedFoldersAreNotRecorded) {
     map.Database(&db);
     map.Exec();
     EXPECT_EQ(PathRows(), (std::vector<Strings>{{"2", source + "/"}, {"2", source + "/keep/"}}));
+}
+
+TEST_F(CDriveMapPathsTest, TheBackupFolderIsNotRecorded) {
+    CreateTree(source, Dir({{"bk", Dir({{"Files", Dir()}})}, {"keep", Dir()}}));
+    CDriveMap map;
+    map.SourcePath(source);
+    map.BackupID(3);
+    map.SkipFolder(source + "/bk");
+    map.Database(&db);
+    map.Exec();
+    EXPECT_EQ(PathRows(), (std::vector<Strings>{{"3", source + "/"}, {"3", source + "/keep/"}}));
 }
 
 TEST_F(CDriveMapPathsTest, NoBackupIdRecordsNothing) {

@@ -1,0 +1,60 @@
+#include "engine/modFolderIdentity.h"
+
+#include "support/modPlatformPaths.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <memory>
+
+namespace {
+
+// `path` without its last part ("/a/b" -> "/a", "/a" -> "/"); "" when nothing is above it.
+std::string Parent(const std::string& path) {
+    const size_t end = path.find_last_not_of('/');
+    if (end == std::string::npos) return {};
+    const size_t slash = path.rfind('/', end);
+    if (slash == std::string::npos) return {};
+    const size_t keep = path.find_last_not_of('/', slash);
+    return keep == std::string::npos ? std::string("/") : path.substr(0, keep + 1);
+}
+
+// The resolved path of `path`, or of its nearest part that exists; "" when none resolves.
+std::string ResolvedExisting(std::string path) {
+    if (path.empty()) return {};
+    if (path[0] != '/') path = CurrentFolder() + "/" + path;
+    while (!path.empty()) {
+        const std::unique_ptr<char, decltype(&std::free)> resolved(
+            ::realpath(path.c_str(), nullptr), &std::free);
+        if (resolved) return resolved.get();
+        if (errno != ENOENT && errno != ENOTDIR) return {};
+        path = Parent(path);
+    }
+    return {};
+}
+
+} // namespace
+
+FolderIdentity FolderIdentityOfStat(const struct stat& st) {
+    if (!S_ISDIR(st.st_mode)) return {};
+    return {static_cast<uint64_t>(st.st_dev), static_cast<uint64_t>(st.st_ino), true};
+}
+
+FolderIdentity FolderIdentityOf(const std::string& path) {
+    struct stat st {};
+    if (path.empty() || ::stat(path.c_str(), &st) != 0) return {};
+    return FolderIdentityOfStat(st);
+}
+
+FolderPlace PlaceOf(const std::string& folder, const std::string& outer) {
+    const FolderIdentity target = FolderIdentityOf(outer);
+    if (!target.known) return FolderPlace::kOutside;
+    const FolderIdentity self = FolderIdentityOf(folder);
+    if (self.known && self == target) return FolderPlace::kSame;
+    // Each folder above the resolved path is one the folder lies in, whatever its spelling.
+    std::string above = ResolvedExisting(folder);
+    if (self.known) above = Parent(above);
+    for (; !above.empty(); above = above == "/" ? std::string() : Parent(above))
+        if (FolderIdentityOf(above) == target) return FolderPlace::kInside;
+    return FolderPlace::kOutside;
+}
