@@ -1,5 +1,6 @@
 #include "ui/modWindow.h"
 
+#include "ui/CApplication.h"
 #include "ui/CQtServices.h"
 #include "ui/frmMain.h"
 
@@ -48,7 +49,7 @@ void CWindowRunner::Open(const std::string& program, const std::function<int()>&
     g_withoutWindow = &withoutWindow;
     g_builder = std::this_thread::get_id();
     g_qtHandler = qInstallMessageHandler(OnQtMessage);
-    m_application = std::make_unique<QApplication>(m_argc, m_argv.data());
+    m_application = std::make_unique<CApplication>(m_argc, m_argv.data());
     qInstallMessageHandler(g_qtHandler);
     g_withoutWindow = nullptr;
     QApplication::setApplicationName(QStringLiteral("Stashwell"));
