@@ -117,7 +117,6 @@ bool AddSource() {
 }
 
 bool RemoveSource(const std::string& source) {
-    CProcTrap trap("frmMain cmdRemove_Click");
     if (source.empty()) {
         MsgBox("Please select a Source to remove", mb::kInformation, kWindowTitle);
         return false;

@@ -5,8 +5,8 @@
 #include "app/modRetention.h"
 #include "app/modSetup.h"
 #include "catalogue/ADOSQLite.h"
-#include "support/modMsgBox.h"
 #include "support/CRuntimeError.h"
+#include "support/modMsgBox.h"
 #include "support/modNumText.h"
 #include "support/modServices.h"
 

@@ -18,7 +18,8 @@ Words, compared in lower case and performed in the order given:
   compact   remove the rows of dropped runs and stored content no run needs,
             then compact the catalogue
 Any other word is ignored; --help and --version count only as the one word.
-With a display the window is loaded but not shown; without one, no window.
+With a display the window is loaded but not shown (shown, asking for a backup
+path, when none is set); without one, no window.
 
 Exit status of an unattended run:
   0  every source was backed up and committed

@@ -22,6 +22,10 @@ void CProcTrap::Check() {
 }
 
 void CProcTrap::Handle() {
+    HandleCurrentError();
+}
+
+void HandleCurrentError() {
     ErrHandler().HandleError(CurrentRuntimeError());
 }
 

@@ -15,6 +15,7 @@
 #include "support/CRuntimeError.h"
 
 #include <exception>
+#include <optional>
 #include <string>
 #include <tuple>
 #include <type_traits>
@@ -39,6 +40,9 @@ private:
 
 // The exception being handled, as a run-time error (other exceptions become 7 or 51).
 CRuntimeError CurrentRuntimeError();
+
+// Hands the exception being handled to HandleError (inside a catch block).
+void HandleCurrentError();
 
 // Sets the error handler's current operation.
 void Operation(const std::string& text);
@@ -69,27 +73,30 @@ template <size_t N, class Handler, class Args> void CallWithLeading(Handler& han
     else if constexpr (InvocableWith<Handler, Args>(std::make_index_sequence<N>{}))
         [&]<size_t... I>(std::index_sequence<I...>) {
             handler(std::get<I>(args)...);
-        }(std::make_index_sequence<N>{});
-    else
-        CallWithLeading<N - 1>(handler, args);
+        }
+    (std::make_index_sequence<N>{});
+    else CallWithLeading<N - 1>(handler, args);
 }
 
 } // namespace trapdetail
 
-// A window's handler under the error trap, for every click, key and event: the callable it
-// answers runs `handler` (with as many of the leading arguments it is given as `handler` takes);
+// A handler of a window (a click, a key, an event) under the error trap: the callable it
+// answers runs `handler` with as many of the leading arguments it is given as `handler` takes;
 // an error that nothing inside caught is reported by the error handler (its report file and
-// box) under `procedure`, and the window goes on. One wrapper, so no handler is left without a
-// trap.
+// box) and the window goes on. One wrapper, so no handler is left without a trap. `procedure`
+// is pushed as the trap's name; an empty one pushes nothing, for a handler whose body is a
+// procedure with its own trap of the same name (its errors are reported under the names it
+// pushes, as they always were).
 template <class Handler> auto TrappedHandler(std::string procedure, Handler handler) {
     return [procedure = std::move(procedure), handler = std::move(handler)](auto&&... args) {
-        CProcTrap trap(procedure);
+        std::optional<CProcTrap> trap;
+        if (!procedure.empty()) trap.emplace(procedure);
         try {
-            trap.Check();
+            if (trap) trap->Check();
             auto given = std::forward_as_tuple(std::forward<decltype(args)>(args)...);
             trapdetail::CallWithLeading<sizeof...(args)>(handler, given);
         } catch (...) {
-            trap.Handle();
+            HandleCurrentError();
         }
     };
 }

@@ -2,6 +2,7 @@
 
 #include "support/modText.h"
 
+#include <ctime>
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -30,10 +31,12 @@ bool SpawnDetached(const char* file, const std::string& argument, bool answer) {
             int status = 0;
             for (int waited = 0; program > 0 && answer && waited < kOpenerAnswerMs; waited += 20) {
                 if (::waitpid(program, &status, WNOHANG) == program) {
-                    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) ::write(report[1], &failed, 1);
+                    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
+                        ::write(report[1], &failed, 1);
                     break;
                 }
-                ::usleep(20000);
+                const timespec pause{0, 20 * 1000 * 1000};
+                ::nanosleep(&pause, nullptr);
             }
             ::_exit(0);
         }

@@ -105,11 +105,11 @@ frmMain::frmMain(std::string commandLine, QWidget* parent)
 
     BuildMenus();
     ConnectOptions();
-    OnClick(m_backup->cmdBackup, "cmdBackup_Click", &frmMain::cmdBackup_Click);
+    // The run's own trap is "cmdBackup_Click": its errors are reported under it, as ever.
+    OnClick(m_backup->cmdBackup, nullptr, &frmMain::cmdBackup_Click);
     OnClick(m_backup->cmdAddSrc, "cmdAddSrc_Click", &frmMain::cmdAddSrc_Click);
     OnClick(m_backup->cmdRemove, "cmdRemove_Click", &frmMain::cmdRemove_Click);
-    OnClick(m_config->cmdSelBackupPath, "cmdSelBackupPath_Click",
-            &frmMain::cmdSelBackupPath_Click);
+    OnClick(m_config->cmdSelBackupPath, "cmdSelBackupPath_Click", &frmMain::cmdSelBackupPath_Click);
     ConnectRestore();
     ConnectMaintenance();
     m_shown.lblThruPut = "MB/s"; // the label's design text
@@ -180,7 +180,8 @@ void frmMain::ConnectMaintenance() {
 void frmMain::BuildMenus() {
     QMenu* file = menuBar()->addMenu(tr("&File"));
     file->setObjectName(QStringLiteral("mnuFile"));
-    QAction* exit = file->addAction(tr("E&xit"), this, Handler("mnuExit_Click", &frmMain::mnuExit_Click));
+    QAction* exit =
+        file->addAction(tr("E&xit"), this, Handler("mnuExit_Click", &frmMain::mnuExit_Click));
     exit->setObjectName(QStringLiteral("mnuExit"));
     exit->setShortcut(QKeySequence::Quit);
     QMenu* help = menuBar()->addMenu(tr("&Help"));
@@ -204,7 +205,8 @@ void frmMain::ConnectOptions() {
         {m_config->chkExclRecycler, "ExclRecycler"},
         {m_config->chkQuickCheck, "QuickCheck"}};
     for (const auto& [box, key] : checks)
-        OnSignal(box, &QCheckBox::clicked, this, "frmMain " + box->objectName().toStdString() + "_Click",
+        OnSignal(box, &QCheckBox::clicked, this,
+                 "frmMain " + box->objectName().toStdString() + "_Click",
                  [key = std::string(key)](bool ticked) { StoreOption(key, ticked ? "1" : "0"); });
     const std::pair<QRadioButton*, const char*> levels[] = {{m_config->Option1, "Basic"},
                                                             {m_config->Option2, "Advanced"},
@@ -217,15 +219,16 @@ void frmMain::ConnectOptions() {
              [](const QString& text) { StoreOption("Exclude", Bytes(text)); });
     OnSignal(m_config->txtExDirs, &QLineEdit::textEdited, this, "frmMain txtExDirs_Change",
              [](const QString& text) { StoreOption("ExDirs", Bytes(text)); });
-    OnSignal(m_config->txtMaxBackups, &QLineEdit::textEdited, this,
-             "frmMain txtMaxBackups_Change", [this](const QString& text) {
+    OnSignal(m_config->txtMaxBackups, &QLineEdit::textEdited, this, "frmMain txtMaxBackups_Change",
+             [this](const QString& text) {
                  if (const auto back = MaxBackupsChanged(Bytes(text)))
                      m_config->txtMaxBackups->setText(QString::fromStdString(*back));
              });
 }
 
 std::function<void()> frmMain::Handler(const char* name, Command command) {
-    return TrappedHandler(std::string("frmMain ") + name, [this, command] { (this->*command)(); });
+    return TrappedHandler(name ? std::string("frmMain ") + name : std::string(),
+                          [this, command] { (this->*command)(); });
 }
 
 void frmMain::OnClick(QAbstractButton* button, const char* name, Command command) {
@@ -238,11 +241,14 @@ void frmMain::OnClick(QAbstractButton* button, const char* name, Command command
 std::optional<int> frmMain::Form_Load() {
     CProcTrap trap("frmMain Form_Load");
     const bool unattended = !m_commandLine.empty();
-    // No error box waits for a person during an unattended start.
+    // No error box waits for a person during an unattended start; a window left open for a
+    // person (no backup path set yet) shows them again.
     if (unattended) ErrHandler().DisplayMsgOnError(false);
     try {
         trap.Check();
-        return Load();
+        std::optional<int> exit = Load();
+        if (!exit) ErrHandler().DisplayMsgOnError(true);
+        return exit;
     } catch (...) {
         const std::string error = CurrentRuntimeError().Description();
         trap.Handle();
@@ -590,7 +596,7 @@ void frmMain::closeEvent(QCloseEvent* event) {
     event->ignore();
     if (m_closeAfterRun) return; // already stopping
     m_closeAfterRun = true;
-    if (m_run.Running()) TrappedHandler("frmMain Form_Unload", [this] { m_run.cmdBackup_Click(); })();
+    if (m_run.Running()) TrappedHandler({}, [this] { m_run.cmdBackup_Click(); })();
 }
 
 void frmMain::resizeEvent(QResizeEvent* event) {

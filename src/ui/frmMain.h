@@ -75,7 +75,8 @@ protected:
 
 private:
     using Command = void (frmMain::*)();
-    // A command of the window under the error trap, named "frmMain <name>" in the error report.
+    // A command of the window under the error trap, named "frmMain <name>" in the error report
+    // (no name: the command's own trap names it).
     std::function<void()> Handler(const char* name, Command command);
     void OnClick(QAbstractButton* button, const char* name, Command command);
     // The load's steps; Form_Load runs them under the error trap.

@@ -14,6 +14,5 @@
 template <class Sender, class Signal, class Handler>
 QMetaObject::Connection OnSignal(Sender* sender, Signal signal, QObject* context,
                                  const std::string& procedure, Handler handler) {
-    return QObject::connect(sender, signal, context,
-                            TrappedHandler(procedure, std::move(handler)));
+    return QObject::connect(sender, signal, context, TrappedHandler(procedure, std::move(handler)));
 }

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <new>
 #include <stdexcept>
+#include <vector>
 
 namespace {
 
@@ -187,6 +188,45 @@ TEST_F(ProcTrapTest, OperationSetsTheCurrentOperationWhichStaysAfterTheTrap) {
         return 0;
     });
     EXPECT_EQ(ErrHandler().CurrentOperation(), "Enough disk space?");
+}
+
+// A window's handler: the error that leaves it is reported under the handler's name, and the
+// handler takes as many of the signal's arguments as it wants.
+TEST_F(ProcTrapTest, TrappedHandlerReportsUnderItsNameAndTakesTheLeadingArguments) {
+    std::vector<int> seen;
+    auto handler = TrappedHandler("frmMain cmdPurge_Click", [&seen](int row) {
+        seen.push_back(row);
+        Raise(err::kTypeMismatch);
+    });
+    handler(4, "ignored", 2.5);
+    EXPECT_EQ(seen, std::vector<int>{4});
+    EXPECT_EQ(ErrHandler().StackPointer(), 0);
+    EXPECT_EQ(ErrHandler().ErrNumber(), 13);
+    EXPECT_EQ(ErrHandler().ErrProcedure(), "frmMain cmdPurge_Click");
+    ASSERT_EQ(env.box.calls.size(), 1u);
+    EXPECT_NE(ReadFile(report).find("\r\nProcedure Stack\r\n---------------\r\n"
+                                    "01  frmMain cmdPurge_Click\r\n\r\n"),
+              std::string::npos);
+}
+
+// A handler whose body is a procedure with its own trap (the run's "cmdBackup_Click") pushes
+// nothing more: the report shows that procedure's stack alone.
+TEST_F(ProcTrapTest, TrappedHandlerWithoutANamePushesNothing) {
+    auto handler = TrappedHandler({}, [] {
+        Trapped("cmdBackup_Click", 0, [] {
+            EXPECT_EQ(ErrHandler().StackPointer(), 1);
+            Raise(err::kFileNotFound);
+            return 0;
+        });
+    });
+    handler();
+    EXPECT_EQ(ErrHandler().StackPointer(), 0);
+    EXPECT_EQ(ErrHandler().ErrProcedure(), "cmdBackup_Click");
+    EXPECT_NE(ReadFile(report).find("---------------\r\n01  cmdBackup_Click\r\n\r\n"),
+              std::string::npos);
+    ASSERT_EQ(env.box.calls.size(), 1u);
+    TrappedHandler({}, [] {})(); // nothing to report
+    EXPECT_EQ(env.box.calls.size(), 1u);
 }
 
 } // namespace

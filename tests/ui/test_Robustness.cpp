@@ -6,8 +6,8 @@
 #include "WindowTest.h"
 
 #include "app/modMainWindow.h"
-#include "app/modPaths.h"
 #include "app/modManual.h"
+#include "app/modPaths.h"
 #include "app/modRetention.h"
 #include "catalogue/CDatabase.h"
 #include "support/modFSCommon.h"
@@ -49,11 +49,12 @@ int Reports(const frmMain& window) {
 // Texts a person may type or paste: quotes, backslashes, a new line, SQL, format directives,
 // numbers out of every range, and a long line.
 const QStringList kGarbage = {
-    QStringLiteral("'"),      QStringLiteral("a'b\\c"),       QStringLiteral("5x"),
-    QStringLiteral("-1"),     QStringLiteral("1e999"),        QStringLiteral("%s%n%d"),
-    QStringLiteral("x\ny"),   QStringLiteral("'; DROP TABLE Sources; --"),
-    QStringLiteral("   "),    QString::fromUtf8("\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80"),
-    QStringLiteral("0"),      QStringLiteral("101"),
+    QStringLiteral("'"),     QStringLiteral("a'b\\c"),
+    QStringLiteral("5x"),    QStringLiteral("-1"),
+    QStringLiteral("1e999"), QStringLiteral("%s%n%d"),
+    QStringLiteral("x\ny"),  QStringLiteral("'; DROP TABLE Sources; --"),
+    QStringLiteral("   "),   QString::fromUtf8("\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80"),
+    QStringLiteral("0"),     QStringLiteral("101"),
 };
 
 // Types `text` key by key; a character that no key of a US keyboard gives comes as the text of
@@ -105,12 +106,10 @@ void ClickEverything(WindowEnv& w) {
     for (int tab = 0; tab < tabs->count(); ++tab) {
         w.ShowTab(tab);
         for (QAbstractButton* button : tabs->widget(tab)->findChildren<QAbstractButton*>()) {
-            if (button->objectName() == "cmdBackup" || !button->isVisible() ||
-                !button->isEnabled())
+            if (button->objectName() == "cmdBackup" || !button->isVisible() || !button->isEnabled())
                 continue;
             WhenModal("frmSelBackup", [](QWidget* dialog) {
-                QTest::mouseClick(dialog->findChild<QPushButton*>("CancelButton"),
-                                  Qt::LeftButton);
+                QTest::mouseClick(dialog->findChild<QPushButton*>("CancelButton"), Qt::LeftButton);
             });
             Tick(button);
             QVERIFY(w.window->isVisible());
@@ -169,9 +168,10 @@ private slots:
         QVERIFY(w.Get<QCheckBox>("chkSystem")->isChecked());
         QVERIFY(w.env.box.calls.empty());
         const auto log = LogMessages(w.f.TodaysLog());
-        QCOMPARE(std::count_if(log.begin(), log.end(),
-                               [](const std::string& line) { return line.starts_with("Problem: "); }),
-                 1);
+        QCOMPARE(
+            std::count_if(log.begin(), log.end(),
+                          [](const std::string& line) { return line.starts_with("Problem: "); }),
+            1);
         QVERIFY(std::count(log.begin(), log.end(),
                            "Problem: The option Hidden holds \"x\", which is not a number; its box "
                            "is shown unticked\r\n"));
@@ -179,9 +179,11 @@ private slots:
 
     void EveryCheckOptionThatDoesNotConvertIsUntickedAndNamed() {
         WindowEnv w;
-        const std::pair<const char*, const char*> rows[] = {
-            {"Hidden", "x"}, {"System", "1e999"}, {"Backup", "on"}, {"Restore", "tick"},
-            {"ExclRecycler", "-"}};
+        const std::pair<const char*, const char*> rows[] = {{"Hidden", "x"},
+                                                            {"System", "1e999"},
+                                                            {"Backup", "on"},
+                                                            {"Restore", "tick"},
+                                                            {"ExclRecycler", "-"}};
         for (const auto& [key, value] : rows)
             w.f.SetOption(key, value);
         QCOMPARE(w.Open().Form_Load(), std::nullopt);
@@ -234,8 +236,7 @@ private slots:
         limit->setFocus();
         QTest::keyClick(limit, Qt::Key_A, Qt::ControlModifier);
         QTest::keyClicks(limit, "5x"); // "5" and then "5x" are stored: each counts as 5
-        QCOMPARE(Rows(w.f, "SELECT value FROM Setup WHERE key = 'MaxBackups'"),
-                 QStringList{"5x"});
+        QCOMPARE(Rows(w.f, "SELECT value FROM Setup WHERE key = 'MaxBackups'"), QStringList{"5x"});
         const QStringList before = Catalogue(w.f);
         w.env.box.calls.clear();
         w.Click("cmdPurge");
@@ -363,7 +364,8 @@ private slots:
         QCOMPARE(StoreFiles(w.f), store);
     }
 
-    void AnErrorInsideAHandlerIsReportedAndTheWindowGoesOn() {
+    // A catalogue that refuses the statement of a command: its error box, and the window goes on.
+    void ACatalogueErrorInAHandlerIsShownAndTheWindowGoesOn() {
         WindowEnv w;
         w.f.AddSource(w.env.Path("s"));
         frmMain& window = w.Open();
@@ -372,13 +374,25 @@ private slots:
         w.f.Exec("CREATE VIEW Sources AS SELECT 1 AS source");
         w.env.box.Answer(mb::kYes);
         w.ShowTab(0);
-        auto* list = w.Get<QListWidget>("lstSources");
-        list->setCurrentRow(0);
+        w.Get<QListWidget>("lstSources")->setCurrentRow(0);
         w.env.box.calls.clear();
         w.Click("cmdRemove");
         QVERIFY(window.isVisible());
-        QVERIFY(!w.env.box.calls.empty());
+        QCOMPARE(Boxes(w.env.box.calls),
+                 (QStringList{Box("Are you sure you want to remove '" + w.env.Path("s") + "'", 36),
+                              Box("Error: No SQL statement", 16)}));
         QVERIFY(w.Get<QPushButton>("cmdBackup")->isEnabled());
+    }
+
+    // Words on the command line with no backup path leave the window open for a person, whose
+    // errors show their box as in any window.
+    void AnUnattendedStartWithoutABackupPathLeavesErrorBoxesOn() {
+        WindowEnv w;
+        WriteRegSetting("BackupPath", "");
+        frmMain& window = w.Open("backup");
+        QCOMPARE(window.Form_Load(), std::nullopt);
+        QVERIFY(ErrHandler().DisplayMsgOnError());
+        QCOMPARE(Boxes(w.env.box.calls), QStringList{kAskForPath});
     }
 
     void TheManualSaysWhenNoProgramCouldOpenIt() {
