@@ -98,9 +98,10 @@ void TypeGarbageEverywhere(WindowEnv& w) {
 
 // Clicks every button, check box and option button of every tab but cmdBackup (whose run is
 // meant to change the catalogue), and every menu entry but Exit; a dialog that opens is
-// cancelled. Every question is declined.
-void ClickEverything(WindowEnv& w) {
-    for (int i = 0; i < 200; ++i)
+// cancelled. Every question is declined, or with `accept` answered by its first button (Yes,
+// OK).
+void ClickEverything(WindowEnv& w, bool accept = false) {
+    for (int i = 0; i < 200 && !accept; ++i)
         w.env.box.Answer(mb::kCancel);
     auto* tabs = w.Get<QTabWidget>("SSTab1");
     for (int tab = 0; tab < tabs->count(); ++tab) {
@@ -362,6 +363,45 @@ private slots:
         QVERIFY(!HasErrorBox(w.env.box.calls));
         QCOMPARE(Rows(w.f, "SELECT COUNT(*) FROM Backups"), QStringList{"6"});
         QCOMPARE(StoreFiles(w.f), store);
+    }
+
+    // Every question answered Yes or OK: Remove takes the selected source out of the list, then
+    // Delete drops that source's run and Compact its rows and content; what belongs to the other
+    // source stays as it was.
+    void GarbageEverywhereWithEveryQuestionAcceptedDropsOnlyTheRemovedSource() {
+        WindowEnv w;
+        const std::string one = w.env.Path("one"), two = w.env.Path("two");
+        CreateTree(one, Dir({{"a.txt", File("alpha")}}));
+        CreateTree(two, Dir({{"b.txt", File("beta")}}));
+        w.f.AddSource(one);
+        w.f.AddSource(two);
+        frmMain& window = w.Open();
+        window.Form_Load();
+        w.BackUp();
+        const auto kept = [&w](const char* table, const char* key) {
+            return Rows(w.f, std::string("SELECT * FROM ") + table +
+                                 " WHERE bid IN (SELECT bid FROM Backups WHERE source = '" +
+                                 w.env.Path("one") + "') ORDER BY " + key);
+        };
+        const QStringList runs = kept("Backups", "bid"), files = kept("Files", "fid"),
+                          paths = kept("Paths", "pid");
+        QCOMPARE(runs.size(), 1);
+        TypeGarbageEverywhere(w);
+        w.ShowTab(0);
+        w.Get<QListWidget>("lstSources")->setCurrentRow(1);
+        ClickEverything(w, true);
+        QVERIFY(window.isVisible());
+        QCOMPARE(Rows(w.f, "SELECT source FROM Sources"), QStringList{Q(one)});
+        QCOMPARE(Rows(w.f, "SELECT * FROM Backups ORDER BY bid"), runs);
+        QCOMPARE(Rows(w.f, "SELECT * FROM Files ORDER BY fid"), files);
+        QCOMPARE(Rows(w.f, "SELECT * FROM Paths ORDER BY pid"), paths);
+        QCOMPARE(StoreFiles(w.f), Q(StoreEntries({"alpha"})));
+        QCOMPARE(ErrorBoxes(w.env.box.calls), QStringList{kPurgeMismatch});
+        const QStringList boxes = Boxes(w.env.box.calls);
+        for (const QString& done : {Box("'" + two + "' successfully removed", 64),
+                                    Box("Delete complete. You should now run Compact", 64),
+                                    Box("Compact process complete", 64)})
+            QVERIFY2(boxes.contains(done), qPrintable(done));
     }
 
     // A catalogue that refuses the statement of a command: its error box, and the window goes on.
