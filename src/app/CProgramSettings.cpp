@@ -1,6 +1,6 @@
 #include "app/CProgramSettings.h"
 
-#include "support/modPlatformPaths.h"
+#include "platform/modPlatformPaths.h"
 
 #include <cstdio>
 #include <fcntl.h>

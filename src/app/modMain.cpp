@@ -10,13 +10,13 @@
 #include "app/modSetup.h"
 #include "app/modUsage.h"
 #include "catalogue/modCatalogueCheck.h"
+#include "platform/modPlatformPaths.h"
 #include "support/CProcTrap.h"
 #include "support/Version.h"
 #include "support/modDateText.h"
 #include "support/modFSCommon.h"
 #include "support/modMsgBox.h"
 #include "support/modNumText.h"
-#include "support/modPlatformPaths.h"
 #include "support/modServices.h"
 
 #include <cerrno>

@@ -1,9 +1,9 @@
 #include "app/modManual.h"
 
 #include "app/modMainWindow.h"
+#include "platform/modPlatformPaths.h"
 #include "support/modFSCommon.h"
 #include "support/modMsgBox.h"
-#include "support/modPlatformPaths.h"
 #include "support/modShell.h"
 
 std::string ManualPath() {

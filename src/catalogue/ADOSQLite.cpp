@@ -6,8 +6,8 @@
 // engine's table call returned. The builder checks Table against the table list read at
 // Connect, so a table created through this connection is unknown until the next Connect.
 
+#include "platform/modPlatformPaths.h"
 #include "support/modMsgBox.h"
-#include "support/modPlatformPaths.h"
 #include "support/modServices.h"
 #include "support/modYield.h"
 

@@ -1,7 +1,7 @@
 #include "catalogue/CQuickCheckDB.h"
 
 #include "catalogue/ADOSQLite.h"
-#include "support/modPlatformPaths.h"
+#include "platform/modPlatformPaths.h"
 
 #include <fcntl.h>
 #include <sqlite3.h>

@@ -7,7 +7,7 @@
 #include "cli/modQrvExit.h"
 #include "cli/modQrvPaths.h"
 #include "cli/modQrvText.h"
-#include "support/modPlatformPaths.h"
+#include "platform/modPlatformPaths.h"
 
 #include <algorithm>
 #include <fnmatch.h>

@@ -8,9 +8,9 @@
 #include "cli/modQrvHelp.h"
 #include "cli/modQrvList.h"
 #include "cli/modQrvRestore.h"
+#include "platform/modPlatformPaths.h"
 #include "support/CProcTrap.h"
 #include "support/modMsgBox.h"
-#include "support/modPlatformPaths.h"
 #include "support/modServices.h"
 
 #include <algorithm>

@@ -14,9 +14,9 @@
 #include "cli/modStoreScan.h"
 #include "engine/CStore.h"
 #include "engine/kvCryptDriver.h"
+#include "platform/modPlatformPaths.h"
 #include "support/modFSCommon.h"
 #include "support/modMsgBox.h"
-#include "support/modPlatformPaths.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,6 +1,6 @@
 #include "engine/CFileFind.h"
 
-#include "support/modPlatformPaths.h"
+#include "platform/modPlatformPaths.h"
 
 #include <cerrno>
 #include <dirent.h>

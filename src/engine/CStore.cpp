@@ -1,11 +1,11 @@
 #include "engine/CStore.h"
 
 #include "engine/CDriveMap.h"
+#include "platform/modPlatformPaths.h"
 #include "support/CRuntimeError.h"
 #include "support/modFSCommon.h"
 #include "support/modFileCopy.h"
 #include "support/modNumText.h"
-#include "support/modPlatformPaths.h"
 #include "support/modServices.h"
 
 #include <cerrno>

@@ -1,10 +1,10 @@
 #include "support/CErrHandler.h"
 
+#include "platform/modPlatformPaths.h"
 #include "support/Version.h"
 #include "support/modDateText.h"
 #include "support/modMsgBox.h"
 #include "support/modNumText.h"
-#include "support/modPlatformPaths.h"
 
 #include <fcntl.h>
 #include <limits>

@@ -1,9 +1,9 @@
 #include "support/CLogger.h"
 
+#include "platform/modPlatformPaths.h"
 #include "support/CRuntimeError.h"
 #include "support/modDateText.h"
 #include "support/modNumText.h"
-#include "support/modPlatformPaths.h"
 
 #include <cerrno>
 #include <fcntl.h>

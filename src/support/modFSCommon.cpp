@@ -9,11 +9,11 @@
 
 #include "support/modFSCommon.h"
 
+#include "platform/modPlatformPaths.h"
 #include "support/CProcTrap.h"
 #include "support/CRuntimeError.h"
 #include "support/modFileCopy.h"
 #include "support/modNumText.h"
-#include "support/modPlatformPaths.h"
 #include "support/modServices.h"
 #include "support/modText.h"
 #include "support/modYield.h"

@@ -8,9 +8,9 @@
 
 #include "support/modFileCopy.h"
 
+#include "platform/modPlatformPaths.h"
 #include "support/modFSCommon.h"
 #include "support/modNumText.h"
-#include "support/modPlatformPaths.h"
 #include "support/modServices.h"
 #include "support/modYield.h"
 

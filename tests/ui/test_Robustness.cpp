@@ -10,9 +10,9 @@
 #include "app/modPaths.h"
 #include "app/modRetention.h"
 #include "catalogue/CDatabase.h"
+#include "platform/modPlatformPaths.h"
 #include "support/modFSCommon.h"
 #include "support/modMsgBox.h"
-#include "support/modPlatformPaths.h"
 #include "support/modServices.h"
 #include "ui/frmReport.h"
 

@@ -1,4 +1,4 @@
-#include "support/modPlatformPaths.h"
+#include "platform/modPlatformPaths.h"
 
 #include <cerrno>
 #include <climits>
