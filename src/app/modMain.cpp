@@ -10,6 +10,7 @@
 #include "app/modSetup.h"
 #include "app/modUsage.h"
 #include "catalogue/modCatalogueCheck.h"
+#include "platform/CLockFile.h"
 #include "platform/modPlatformPaths.h"
 #include "support/CProcTrap.h"
 #include "support/Version.h"
@@ -25,7 +26,6 @@
 #include <fcntl.h>
 #include <iostream>
 #include <optional>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -52,24 +52,21 @@ std::string WriteProblem(std::string folder, int error) {
 // the program cannot go on, with the reason on stderr. A file system that cannot lock at all
 // (some network homes) lets the program go on, with a problem line in the log.
 std::optional<int> TakeInstanceLock() {
+    static CLockFile instance; // held for the process's life
     const std::string path = StateFile("QRV.lock");
-    const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kPrivateFileMode);
-    if (fd < 0) {
+    if (!instance.Open(path, true, true)) {
         std::cerr << "Error: Stashwell cannot write its state folder " << StateFolder() << ": "
-                  << WriteProblem(StateFolder(), errno) << std::endl;
+                  << WriteProblem(StateFolder(), instance.Error()) << std::endl;
         return kExitCannotRun;
     }
-    int error = 0;
-    do
-        error = ::flock(fd, LOCK_EX | LOCK_NB) == 0 ? 0 : errno;
-    while (error == EINTR);
-    if (error == 0) return std::nullopt;
-    if (error == EWOULDBLOCK) {
+    const CLockFile::Attempt attempt = instance.TryLock();
+    if (attempt == CLockFile::Attempt::kLocked) return std::nullopt;
+    if (attempt == CLockFile::Attempt::kBusy) {
         std::cerr << "Error: Stashwell is already running for this user." << std::endl;
         return kExitOtherInstance;
     }
     Log(1, std::string(kProblemMark) + "The file system of the state folder cannot lock " + path +
-               " (" + FSPlainCause(error) +
+               " (" + FSPlainCause(instance.Error()) +
                "), so a second Stashwell of this user could run beside this one");
     return std::nullopt;
 }
