@@ -1,7 +1,8 @@
 #include "cli/CProgressLine.h"
 
+#include "platform/modTerminal.h"
+
 #include <cstdio>
-#include <unistd.h>
 
 CProgressLine::CProgressLine(bool shown) : m_shown(shown) {}
 
@@ -10,7 +11,7 @@ CProgressLine::~CProgressLine() {
 }
 
 bool CProgressLine::StderrIsTerminal() {
-    return ::isatty(STDERR_FILENO) == 1;
+    return ::StderrIsTerminal();
 }
 
 void CProgressLine::Show(const std::string& text) {
