@@ -1,11 +1,11 @@
 #include "app/CRunOutcome.h"
 
 #include "app/modExitStatus.h"
+#include "platform/modFileStatus.h"
 #include "support/modFSCommon.h"
 #include "support/modNumText.h"
 
 #include <cerrno>
-#include <sys/stat.h>
 
 namespace {
 std::string Files(size_t count) {
@@ -14,10 +14,10 @@ std::string Files(size_t count) {
 } // namespace
 
 std::string SourceProblem(const std::string& source) {
-    struct stat st {};
-    if (::stat(source.c_str(), &st) != 0)
-        return errno == ENOENT ? "it does not exist" : FSPlainCause(errno);
-    if (!S_ISDIR(st.st_mode)) return "it is not a folder";
+    const PathStatus status = StatusOf(source);
+    if (!status.Exists())
+        return status.error == ENOENT ? "it does not exist" : FSPlainCause(status.error);
+    if (status.kind != PathKind::kFolder) return "it is not a folder";
     return "it cannot be opened";
 }
 

@@ -1,13 +1,12 @@
 #include "app/modSysInfo.h"
 
 #include "app/CProgramSettings.h"
+#include "platform/modFileStatus.h"
 #include "support/modFSCommon.h"
 #include "support/modMsgBox.h"
 #include "support/modShell.h"
 
 #include <cstdlib>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 
@@ -29,9 +28,7 @@ std::string HexDigits(unsigned value) {
 }
 
 bool IsProgram(const std::string& path) {
-    struct stat st {};
-    return ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode) &&
-           ::access(path.c_str(), X_OK) == 0;
+    return IsRunnableFile(path);
 }
 
 // The full path of `name` on the PATH, or "".

@@ -7,9 +7,9 @@
 #include "catalogue/modSQLQuote.h"
 #include "cli/modQrvExit.h"
 #include "cli/modQrvText.h"
+#include "platform/modFileStatus.h"
 
 #include <sqlite3.h>
-#include <sys/stat.h>
 
 std::string LockProblem(const CBackupFolderLock& lock) {
     const std::string& problem = lock.Problem();
@@ -25,8 +25,7 @@ std::string BackupFolderProblem(int& status) {
         return "the backup path \"" + LineText(path) +
                "\" is not a full path (one that begins "
                "with /)";
-    struct stat st {};
-    if (::stat(path.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
+    if (StatusOf(path).kind != PathKind::kFolder)
         return "the backup folder " + LineText(path) + " is not there: is its drive plugged in?";
     status = kQrvDone;
     return {};
@@ -53,8 +52,7 @@ bool CQrvCatalogue::Open() {
     if (const std::string problem = BackupFolderProblem(status); !problem.empty())
         return Fail(status, problem);
     m_path = GetDBPath();
-    struct stat st {};
-    if (::stat(m_path.c_str(), &st) != 0)
+    if (!StatusOf(m_path).Exists())
         return Fail(kQrvCannotOpen,
                     "the backup folder holds no catalogue: " + LineText(m_path) + " is not there");
     if (sqlite3_open_v2(m_path.c_str(), &m_db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {

@@ -14,6 +14,7 @@
 #include "cli/modStoreScan.h"
 #include "engine/CStore.h"
 #include "engine/kvCryptDriver.h"
+#include "platform/modFileStatus.h"
 #include "platform/modPlatformPaths.h"
 #include "support/modFSCommon.h"
 #include "support/modMsgBox.h"
@@ -23,7 +24,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <ostream>
-#include <sys/stat.h>
 #include <unordered_set>
 
 namespace {
@@ -50,11 +50,13 @@ bool Destination(const CQrvArgs& args, std::string& destination, std::string& pr
         return false;
     }
     std::string existing = destination;
-    struct stat st {};
-    while (::stat(existing.c_str(), &st) != 0 && (errno == ENOENT || errno == ENOTDIR) &&
-           existing != "/")
+    PathStatus status = StatusOf(existing);
+    while (!status.Exists() && (status.error == ENOENT || status.error == ENOTDIR) &&
+           existing != "/") {
         existing = existing.substr(0, std::max<size_t>(existing.rfind('/'), 1));
-    if (::stat(existing.c_str(), &st) == 0 && !S_ISDIR(st.st_mode)) {
+        status = StatusOf(existing);
+    }
+    if (status.Exists() && status.kind != PathKind::kFolder) {
         problem = LineText(existing) + " is not a folder";
         return false;
     }

@@ -4,15 +4,9 @@
 // backup folder (QRV.lock on the backup drive) and the one-instance lock of a user (QRV.lock in
 // the state folder). The lock goes with the file's closing, also when the process dies.
 
-#include <cstdint>
-#include <string>
+#include "platform/modFileStatus.h"
 
-// Which file a path reaches, whatever the spelling (links, other mount points).
-struct FileIdentity {
-    uint64_t device = 0;
-    uint64_t file = 0;
-    bool operator==(const FileIdentity&) const = default;
-};
+#include <string>
 
 class CLockFile {
 public:
