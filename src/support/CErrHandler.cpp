@@ -6,29 +6,20 @@
 #include "support/modMsgBox.h"
 #include "support/modNumText.h"
 
-#include <fcntl.h>
 #include <limits>
-#include <unistd.h>
 
 namespace {
 constexpr const char* kCrLf = "\r\n";
 
-void WriteAll(int fd, const std::string& text) {
-    size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t n = ::write(fd, text.data() + done, text.size() - done);
-        if (n <= 0) Raise(err::kDeviceIO);
-        done += static_cast<size_t>(n);
-    }
+void WriteAll(CFile& file, const std::string& text) {
+    if (!file.WriteAll(text)) Raise(err::kDeviceIO);
 }
 } // namespace
 
 CErrHandler::CErrHandler()
     : m_destination(StateFile("ERRORS.TXT")), m_stack(static_cast<size_t>(kDefaultMaxItems) + 3) {}
 
-CErrHandler::~CErrHandler() {
-    if (m_traceFd >= 0) ::close(m_traceFd);
-}
+CErrHandler::~CErrHandler() = default;
 
 void CErrHandler::MaxProcStackItems(int16_t value) {
     m_maxItems = value; // stored before the upper bound's overflow is raised
@@ -42,15 +33,14 @@ void CErrHandler::TraceExecution(bool value) {
     m_trace = value;
     if (!value) return; // writing false leaves the file open
     m_tracePath = StateFile("trace.log");
-    ::unlink(m_tracePath.c_str());
-    // Switching on again starts a new file; the old handle would only leak.
-    if (m_traceFd >= 0) ::close(m_traceFd);
-    m_traceFd =
-        ::open(m_tracePath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kPrivateFileMode);
+    RemoveFile(m_tracePath);
+    // Switching on again starts a new file; the old one is closed.
+    m_traceFile.Close();
+    m_traceFile.Open(m_tracePath, CFile::Mode::kReplace);
 }
 
 bool CErrHandler::ClearLog() {
-    ::unlink(m_destination.c_str());
+    RemoveFile(m_destination);
     return true;
 }
 
@@ -63,8 +53,8 @@ void CErrHandler::Push(const std::string& procedure) {
     if (slot < 0 || slot > m_upper) Raise(err::kSubscript);
     m_stack[static_cast<size_t>(slot)] = procedure;
     if (m_trace) {
-        if (m_traceFd < 0) Raise(err::kBadFileName);
-        WriteAll(m_traceFd, procedure + kCrLf);
+        if (!m_traceFile.IsOpen()) Raise(err::kBadFileName);
+        WriteAll(m_traceFile, procedure + kCrLf);
     }
 }
 
@@ -118,10 +108,9 @@ std::string CErrHandler::StackBlock() const {
 }
 
 void CErrHandler::WriteReport() const {
-    ::unlink(m_destination.c_str());
-    const int fd =
-        ::open(m_destination.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, kPrivateFileMode);
-    if (fd < 0) return;
+    RemoveFile(m_destination);
+    CFile file;
+    if (!file.Open(m_destination, CFile::Mode::kAppend)) return;
     std::string r;
     r += m_appTitle + " Application Error Information" + kCrLf;
     r += std::string(36, '=') + kCrLf;
@@ -149,11 +138,5 @@ void CErrHandler::WriteReport() const {
         r += std::string("App ProductName: ") + version::kProductName + kCrLf;
         r += kCrLf;
     }
-    try {
-        WriteAll(fd, r);
-    } catch (...) {
-        ::close(fd);
-        throw;
-    }
-    ::close(fd);
+    WriteAll(file, r);
 }

@@ -5,6 +5,7 @@
 // only), beeps and shows a critical message box unless DisplayMsgOnError is off. Listeners of
 // ErrorRaised may cancel all of that. Tracing writes every pushed name to trace.log.
 
+#include "platform/CFile.h"
 #include "support/CRuntimeError.h"
 
 #include <cstdint>
@@ -77,5 +78,5 @@ private:
     int16_t m_upper = kDefaultMaxItems + 2;
     std::vector<std::string> m_stack; // indexes 0 to m_upper
     std::string m_tracePath;
-    int m_traceFd = -1;
+    CFile m_traceFile;
 };

@@ -5,16 +5,12 @@
 #include "support/modDateText.h"
 #include "support/modNumText.h"
 
-#include <cerrno>
-#include <fcntl.h>
-#include <unistd.h>
+#include <utility>
 
 CLogger::CLogger() : m_path(StateFile("LOGGER.TXT")) {}
 
 CLogger::~CLogger() {
     StopLogger();
-    for (int fd : m_earlierFds)
-        ::close(fd);
 }
 
 void CLogger::LogLevel(int32_t level) {
@@ -23,11 +19,10 @@ void CLogger::LogLevel(int32_t level) {
 }
 
 bool CLogger::StartLogger() {
-    const int fd =
-        ::open(m_path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, kPrivateFileMode);
-    if (fd < 0) return false;
-    if (m_fd >= 0) m_earlierFds.push_back(m_fd);
-    m_fd = fd;
+    CFile file;
+    if (!file.Open(m_path, CFile::Mode::kAppend)) return false;
+    if (m_file.IsOpen()) m_earlierFiles.push_back(std::move(m_file));
+    m_file = std::move(file);
     m_started = true;
     m_writeError = 0;
     return true;
@@ -35,12 +30,11 @@ bool CLogger::StartLogger() {
 
 void CLogger::StopLogger() {
     m_started = false;
-    if (m_fd >= 0) ::close(m_fd);
-    m_fd = -1;
+    m_file.Close();
 }
 
 bool CLogger::ClearLog() {
-    if (!m_started) ::unlink(m_path.c_str()); // errors are ignored by design
+    if (!m_started) RemoveFile(m_path); // errors are ignored by design
     return false;
 }
 
@@ -54,16 +48,8 @@ void CLogger::BlankLine() {
 }
 
 void CLogger::WriteLine(const std::string& line) {
-    size_t done = 0;
-    while (done < line.size()) {
-        const ssize_t n = ::write(m_fd, line.data() + done, line.size() - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) {
-            // A write that takes nothing without saying why counts as the device's failure.
-            m_writeError = n < 0 ? errno : EIO;
-            const bool full = m_writeError == ENOSPC || m_writeError == EDQUOT;
-            Raise(full ? err::kDiskFull : err::kDeviceIO);
-        }
-        done += static_cast<size_t>(n);
-    }
+    if (m_file.WriteAll(line)) return;
+    // A write that takes nothing without saying why counts as the device's failure.
+    m_writeError = m_file.Error();
+    Raise(IsDiskFullError(m_writeError) ? err::kDiskFull : err::kDeviceIO);
 }

@@ -5,6 +5,8 @@
 // The file is opened for appending at StartLogger and stays open; every line goes straight to
 // the file, so a killed process loses nothing that was logged.
 
+#include "platform/CFile.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -41,8 +43,8 @@ public:
 private:
     void WriteLine(const std::string& line);
 
-    int m_fd = -1;
-    std::vector<int> m_earlierFds; // a second StartLogger keeps the first file open
+    CFile m_file;
+    std::vector<CFile> m_earlierFiles; // a second StartLogger keeps the first file open
     std::string m_path;
     bool m_started = false;
     int32_t m_level = 1;

@@ -1,0 +1,39 @@
+#pragma once
+
+// A file the program writes itself, kept open while it writes: the daily log, the error report
+// and the trace. Files it makes are private to the user and not inherited by programs it starts.
+
+#include <string>
+#include <string_view>
+
+class CFile {
+public:
+    enum class Mode {
+        kAppend,  // made when missing; every write goes to the end
+        kReplace, // made when missing, emptied when there
+    };
+
+    CFile() = default;
+    ~CFile();
+    CFile(CFile&& other) noexcept;
+    CFile& operator=(CFile&& other) noexcept;
+
+    // False with Error() set.
+    bool Open(const std::string& path, Mode mode);
+    // Writes all of `data`; false with Error() set (EIO for a write that took nothing without
+    // saying why).
+    bool WriteAll(std::string_view data);
+    void Close();
+    bool IsOpen() const { return m_fd >= 0; }
+    // The system's error number of the last step that failed.
+    int Error() const { return m_error; }
+
+private:
+    int m_fd = -1;
+    int m_error = 0;
+};
+
+// Removes the file `path`; 0, or the system's error number.
+int RemoveFile(const std::string& path);
+// Whether the system error `error` says that the drive (or the user's quota on it) is full.
+bool IsDiskFullError(int error);
