@@ -1,12 +1,11 @@
 #include "app/CProgramSettings.h"
 
+#include "platform/CFile.h"
 #include "platform/modPlatformPaths.h"
 
 #include <cstdio>
-#include <fcntl.h>
 #include <fstream>
 #include <sstream>
-#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -152,12 +151,12 @@ void CProgramSettings::WriteEntry(const std::string& entry, const std::string& v
     const std::string folder = path.substr(0, path.rfind('/'));
     if (!MakePrivateFolders(folder)) return;
     const std::string temp = path + ".new";
-    const int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kPrivateFileMode);
-    if (fd < 0) return;
+    CFile file;
+    if (!file.Open(temp, CFile::Mode::kReplace)) return;
     std::string text;
     for (const std::string& line : lines)
         text += line + "\n";
-    const bool ok = ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-    ::close(fd);
-    if (!ok || std::rename(temp.c_str(), path.c_str()) != 0) ::unlink(temp.c_str());
+    const bool ok = file.WriteAll(text);
+    file.Close();
+    if (!ok || RenameReplacing(temp, path) != 0) RemoveFile(temp);
 }

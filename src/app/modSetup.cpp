@@ -13,6 +13,7 @@
 #include "app/modPaths.h"
 #include "catalogue/ADOSQLite.h"
 #include "catalogue/modSchema.h"
+#include "platform/CFile.h"
 #include "support/modFSCommon.h"
 #include "support/modMsgBox.h"
 #include "support/modNumText.h"
@@ -20,8 +21,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace {
 
@@ -55,14 +54,6 @@ void StoreSetupValue(ADOSQLite& db, const std::string& key, const std::string& v
 void RemoveCatalogueFiles(const std::string& path) {
     FSDeleteFile(path);
     FSDeleteFile(path + "-journal");
-}
-
-// Makes a rename in `folder` last through a power cut.
-void SyncFolder(const std::string& folder) {
-    const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0) return; // the rename itself is done; only its durability is at stake
-    ::fsync(fd);
-    ::close(fd);
 }
 
 // Runs one statement as it stands; a failure is shown and creation goes on.
@@ -112,8 +103,8 @@ void CreateDB() {
 
     // The journal of an empty catalogue would be applied to the new one.
     FSDeleteFile(dbPath + "-journal");
-    if (std::rename(building.c_str(), dbPath.c_str()) != 0) {
-        MsgBox("Database error: cannot create " + dbPath + ": " + std::strerror(errno),
+    if (const int error = RenameReplacing(building, dbPath); error != 0) {
+        MsgBox("Database error: cannot create " + dbPath + ": " + std::strerror(error),
                mb::kCritical | mb::kOKOnly, kTitle);
         RemoveCatalogueFiles(building);
         return;

@@ -35,5 +35,11 @@ private:
 
 // Removes the file `path`; 0, or the system's error number.
 int RemoveFile(const std::string& path);
+// Gives `from` the name `to`, replacing a file of that name in one step; 0, or the system's
+// error number.
+int RenameReplacing(const std::string& from, const std::string& to);
+// Makes the names last given in `folder` (a rename into it) last through a power cut; false
+// when the folder could not be flushed (the names are given all the same).
+bool SyncFolder(const std::string& folder);
 // Whether the system error `error` says that the drive (or the user's quota on it) is full.
 bool IsDiskFullError(int error);
