@@ -6,16 +6,15 @@
 // engine's table call returned. The builder checks Table against the table list read at
 // Connect, so a table created through this connection is unknown until the next Connect.
 
+#include "platform/CFile.h"
+#include "platform/modFileStatus.h"
 #include "platform/modPlatformPaths.h"
 #include "support/modMsgBox.h"
 #include "support/modServices.h"
 #include "support/modYield.h"
 
 #include <algorithm>
-#include <fcntl.h>
 #include <sqlite3.h>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <utility>
 
 namespace {
@@ -31,17 +30,7 @@ int RunningLibVersion() {
 }
 
 bool PathExists(const std::string& path) {
-    struct stat st {};
-    return ::stat(path.c_str(), &st) == 0;
-}
-
-// A new catalogue is private: create the empty file 0600 before the engine opens it (the
-// engine's journal takes the mode of its database file).
-void CreatePrivateFile(const std::string& path) {
-    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kPrivateFileMode);
-    if (fd < 0) return; // the engine's own open then reports why the file is unusable
-    ::fchmod(fd, kPrivateFileMode);
-    ::close(fd);
+    return StatusOf(path).Exists();
 }
 
 using ResultTable = std::vector<std::vector<std::string>>;
@@ -172,7 +161,9 @@ bool ADOSQLite::Connect(const std::string& db, bool create) {
         return false;
     }
     CloseConnection();
-    if (create && !PathExists(db)) CreatePrivateFile(db);
+    // A new catalogue is private: the empty file is made 0600 before the engine opens it (the
+    // engine's journal takes the mode of its database file).
+    if (create && !PathExists(db)) MakePrivateFile(db);
     sqlite3* handle = nullptr;
     const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
     if (sqlite3_open_v2(db.c_str(), &handle, flags, nullptr) != SQLITE_OK) {

@@ -1,11 +1,10 @@
 #include "catalogue/CQuickCheckDB.h"
 
 #include "catalogue/ADOSQLite.h"
-#include "platform/modPlatformPaths.h"
+#include "platform/CFile.h"
+#include "platform/modFileStatus.h"
 
-#include <fcntl.h>
 #include <sqlite3.h>
-#include <unistd.h>
 
 namespace {
 
@@ -76,16 +75,9 @@ private:
     sqlite3_stmt* m_stmt = nullptr;
 };
 
-// The file holds paths of the user's files: it is made private before the engine opens it.
-void CreatePrivate(const std::string& file) {
-    const int fd =
-        ::open(file.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kPrivateFileMode);
-    if (fd >= 0) ::close(fd);
-}
-
 bool SaveInto(const std::string& file, const std::string& source, const QuickCheckRun& run,
               const std::vector<QuickCheckRow>& rows) {
-    CreatePrivate(file);
+    MakePrivateFile(file); // it holds paths of the user's files: private before the engine opens it
     Connection db(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW);
     if (!db || !db.Run(kSchema) || !db.Run("BEGIN IMMEDIATE")) return false;
     Statement forget(db.Handle(), "DELETE FROM Stamps WHERE source = ?1");
@@ -131,7 +123,7 @@ std::string CQuickCheckDB::PathBeside(const std::string& cataloguePath) {
 bool CQuickCheckDB::Load(const std::string& file, const std::string& source,
                          const QuickCheckRun& run, std::vector<QuickCheckRow>& rows) {
     rows.clear();
-    if (::access(file.c_str(), F_OK) != 0) return false; // never created by a read
+    if (!StatusOf(file).Exists()) return false; // never created by a read
     Connection db(file, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOFOLLOW);
     if (!db) return false;
     Statement which(db.Handle(), "SELECT bid, datebk FROM Runs WHERE source = ?1");
@@ -163,6 +155,6 @@ bool CQuickCheckDB::Save(const std::string& file, const std::string& source,
     if (SaveInto(file, source, run, rows)) return true;
     // A damaged or foreign file: it is only a cache, so it starts again empty.
     for (const char* end : {"", "-journal", "-wal", "-shm"})
-        ::unlink((file + end).c_str());
+        RemoveFile(file + end);
     return SaveInto(file, source, run, rows);
 }

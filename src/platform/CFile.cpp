@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -48,6 +49,14 @@ bool CFile::WriteAll(std::string_view data) {
 void CFile::Close() {
     if (m_fd >= 0) ::close(m_fd);
     m_fd = -1;
+}
+
+void MakePrivateFile(const std::string& path) {
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                          kPrivateFileMode);
+    if (fd < 0) return; // there already, or the caller's own open reports why it is unusable
+    ::fchmod(fd, kPrivateFileMode);
+    ::close(fd);
 }
 
 int RemoveFile(const std::string& path) {

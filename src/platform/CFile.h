@@ -33,6 +33,9 @@ private:
     int m_error = 0;
 };
 
+// Makes an empty file at `path`, private to the user whatever the process's file-mode mask,
+// when nothing is there; a file (or a link) already there is left as it is.
+void MakePrivateFile(const std::string& path);
 // Removes the file `path`; 0, or the system's error number.
 int RemoveFile(const std::string& path);
 // Gives `from` the name `to`, replacing a file of that name in one step; 0, or the system's

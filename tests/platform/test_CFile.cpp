@@ -60,4 +60,24 @@ TEST(File, AFullDriveIsTheErrorOfTheWrite) {
     EXPECT_TRUE(IsDiskFullError(file.Error()));
 }
 
+// A private file is made only where nothing is: a file or a link already there is left as it is.
+TEST(File, APrivateFileIsMadeOnlyWhereNothingIs) {
+    ScopedTestEnv env;
+    const std::string made = env.Path("made"), there = env.Path("there"), link = env.Path("link");
+    MakePrivateFile(made);
+    EXPECT_EQ(ReadFile(made), "");
+    EXPECT_EQ(std::filesystem::status(made).permissions(),
+              std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    WriteFile(there, "kept");
+    std::filesystem::permissions(there, std::filesystem::perms::owner_all |
+                                            std::filesystem::perms::group_read);
+    MakePrivateFile(there);
+    EXPECT_EQ(ReadFile(there), "kept");
+    EXPECT_EQ(std::filesystem::status(there).permissions(),
+              std::filesystem::perms::owner_all | std::filesystem::perms::group_read);
+    std::filesystem::create_symlink(env.Path("target"), link);
+    MakePrivateFile(link);
+    EXPECT_FALSE(std::filesystem::exists(env.Path("target")));
+}
+
 } // namespace
