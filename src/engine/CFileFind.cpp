@@ -76,6 +76,12 @@ uint32_t CFileFind::GetAttributes() const {
     return attributes == 0 ? kNormal : attributes;
 }
 
+FolderIdentity CFileFind::GetIdentity() const {
+    const struct stat& st = Stat();
+    if (!S_ISDIR(st.st_mode)) return {};
+    return {static_cast<uint64_t>(st.st_dev), static_cast<uint64_t>(st.st_ino), true};
+}
+
 bool CFileFind::IsDots() const {
     return m_isDir && (m_name == "." || m_name == "..");
 }

@@ -48,7 +48,7 @@ public:
     bool MatchesMask(uint32_t mask) const { return (GetAttributes() & mask) > 0; }
     // The device and inode of a folder entry (a mount point's are those of what is mounted
     // there); unknown for a file.
-    FolderIdentity GetIdentity() const { return FolderIdentityOfStat(Stat()); }
+    FolderIdentity GetIdentity() const;
 
     // Local times; 0 when unknown.
     std::time_t GetLastWriteTime() const;

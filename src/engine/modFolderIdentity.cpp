@@ -1,5 +1,6 @@
 #include "engine/modFolderIdentity.h"
 
+#include "platform/modFileStatus.h"
 #include "platform/modPlatformPaths.h"
 
 #include <cerrno>
@@ -35,15 +36,11 @@ std::string ResolvedExisting(std::string path) {
 
 } // namespace
 
-FolderIdentity FolderIdentityOfStat(const struct stat& st) {
-    if (!S_ISDIR(st.st_mode)) return {};
-    return {static_cast<uint64_t>(st.st_dev), static_cast<uint64_t>(st.st_ino), true};
-}
-
 FolderIdentity FolderIdentityOf(const std::string& path) {
-    struct stat st {};
-    if (path.empty() || ::stat(path.c_str(), &st) != 0) return {};
-    return FolderIdentityOfStat(st);
+    if (path.empty()) return {};
+    const PathStatus status = StatusOf(path);
+    if (status.kind != PathKind::kFolder) return {};
+    return {status.identity.device, status.identity.file, true};
 }
 
 FolderPlace PlaceOf(const std::string& folder, const std::string& outer) {

@@ -7,7 +7,6 @@
 
 #include <cstdint>
 #include <string>
-#include <sys/stat.h>
 
 struct FolderIdentity {
     uint64_t device = 0;
@@ -18,8 +17,6 @@ struct FolderIdentity {
 
 // The identity of the folder `path` names (a link is followed); unknown when it names no folder.
 FolderIdentity FolderIdentityOf(const std::string& path);
-// The identity that a stat call gave; unknown unless it is a folder.
-FolderIdentity FolderIdentityOfStat(const struct stat& st);
 
 // Where `folder` lies against `outer`: outside it, the very folder, or somewhere below it. The
 // folder's nearest part that exists is resolved (links seen through) and compared, with each
