@@ -11,6 +11,9 @@
 #include "app/modUsage.h"
 #include "catalogue/modCatalogueCheck.h"
 #include "platform/CLockFile.h"
+#include "platform/modFileIO.h"
+#include "platform/modFileStatus.h"
+#include "platform/modFileSystem.h"
 #include "platform/modPlatformPaths.h"
 #include "support/CProcTrap.h"
 #include "support/Version.h"
@@ -23,26 +26,26 @@
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
-#include <fcntl.h>
 #include <iostream>
 #include <optional>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 
 // A backup path that is set but does not begin at the root.
 bool IsRelative(const std::string& backupPath) {
-    return !backupPath.empty() && backupPath[0] != '/';
+    return !backupPath.empty() && !IsAbsolutePath(backupPath);
 }
 
 // Why a file cannot be made in `folder` after the system error `error`: a missing folder is
 // one that could not be made, so the cause is the first folder on its way that refuses.
 std::string WriteProblem(std::string folder, int error) {
     while (error == ENOENT && folder.size() > 1) {
-        folder.resize(folder.rfind('/'));
-        if (::faccessat(AT_FDCWD, folder.c_str(), F_OK, AT_EACCESS) != 0) continue;
-        if (::faccessat(AT_FDCWD, folder.c_str(), W_OK, AT_EACCESS) != 0) error = errno;
+        size_t cut = folder.size() - 1;
+        while (cut > 0 && !IsPathSeparator(folder[cut]))
+            --cut;
+        folder.resize(cut);
+        if (!StatusOf(folder).Exists()) continue;
+        if (const int refused = WriteAccessError(folder); refused != 0) error = refused;
         break;
     }
     return FSPlainCause(error);
@@ -247,8 +250,8 @@ void StartDailyLog() {
     const std::string logs = GetLogsPath();
     if (!backupPath.empty() && !IsRelative(backupPath) && FSFolderExists(backupPath) &&
         !FSFolderExists(logs))
-        ::mkdir(logs.c_str(), kPrivateFolderMode);
-    logger.LogFile(logs + "/QRV-" + DateStamp(std::time(nullptr)) + ".LOG");
+        MakeFolder(logs); // a folder that cannot be made leaves the log to say why
+    logger.LogFile(FSJoinPath(logs, "QRV-" + DateStamp(std::time(nullptr)) + ".LOG"));
     logger.LogLevel(1);
     // A backup path that is not a full one is refused; its log would land wherever we are.
     if (!IsRelative(backupPath)) logger.StartLogger();
@@ -260,10 +263,13 @@ void StartDailyLog() {
 std::string SettingsProblem() {
     const std::string path = CProgramSettings::FilePath();
     // Without waiting on a FIFO in the file's place.
-    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    int error = 0;
+    const NativeFile file = OpenFileHandle(path, OpenMode::kReadThrough, error);
     char byte = 0;
-    const int error = fd < 0 ? errno : ::read(fd, &byte, 1) < 0 ? errno : 0;
-    if (fd >= 0) ::close(fd);
+    if (file != kNoFile) {
+        ReadBytes(file, &byte, 1, nullptr, error);
+        CloseFileHandle(file);
+    }
     if (error == 0 || error == ENOENT) return {};
     return path + ": " + FSPlainCause(error);
 }

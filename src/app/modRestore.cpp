@@ -4,6 +4,9 @@
 #include "catalogue/modSQLQuote.h"
 #include "engine/CStore.h"
 #include "engine/kvCryptDriver.h"
+#include "platform/CFile.h"
+#include "platform/modFileStatus.h"
+#include "platform/modFileSystem.h"
 #include "support/CProcTrap.h"
 #include "support/modFSCommon.h"
 #include "support/modMsgBox.h"
@@ -12,7 +15,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <sys/stat.h>
 
 namespace {
 
@@ -34,24 +36,15 @@ std::string Below(const std::string& root) {
     return root == "/" ? root : root + "/";
 }
 
-mode_t UserMask() {
-    static const mode_t mask = [] {
-        const mode_t current = ::umask(0);
-        ::umask(current);
-        return current;
-    }();
-    return mask;
-}
-
 // Creates the missing folders of `folder` (ending in "/") with the user's default mode.
 void CreateRestoreFolders(const std::string& folder) {
     for (size_t slash = folder.find('/', 1); slash != std::string::npos;
          slash = folder.find('/', slash + 1)) {
         const std::string path = folder.substr(0, slash);
-        struct stat st {};
-        if (::lstat(path.c_str(), &st) == 0) continue;
-        if (::mkdir(path.c_str(), 0777) != 0 && errno != EEXIST)
-            Raise(errno == ENOSPC ? err::kDiskFull : err::kPathNotFound);
+        if (StatusOf(path, true).Exists()) continue;
+        const int error = MakeOrdinaryFolder(path);
+        if (error != 0 && error != EEXIST)
+            Raise(IsDiskFullError(error) ? err::kDiskFull : err::kPathNotFound);
     }
 }
 
@@ -100,9 +93,10 @@ std::string RestoreTargetProblem(const std::string& folder, const std::string& t
         const bool known = checked.size() > path.size() &&
                            checked.compare(0, path.size(), path) == 0 &&
                            checked[path.size()] == '/';
-        struct stat st {};
-        if (exists && !known && ::lstat(path.c_str(), &st) != 0) exists = false;
-        if (exists && !known && S_ISLNK(st.st_mode)) return "a symbolic link stands at " + path;
+        const PathStatus status = exists && !known ? StatusOf(path, true) : PathStatus{};
+        if (exists && !known && !status.Exists()) exists = false;
+        if (exists && !known && status.kind == PathKind::kLink)
+            return "a symbolic link stands at " + path;
         start = slash + 1;
     }
     return {};
@@ -184,11 +178,10 @@ RestoreOutcome CFileRestorer::RestoreRow(const std::string& file, const std::str
         Operation("Restore file");
         CreateFolders(target);
         const std::string storeFile = CStore::StorePath(m_store, FSGetNamePart(backup));
-        struct stat st {};
-        const bool existed = ::lstat(target.c_str(), &st) == 0;
+        const bool existed = StatusOf(target, true).Exists();
         if (!FSCopyFile(storeFile, target)) {
             if (outcome.problem.empty())
-                outcome.problem = ::lstat(storeFile.c_str(), &st) != 0 && errno == ENOENT
+                outcome.problem = StatusOf(storeFile, true).error == ENOENT
                                       ? "its store file " + storeFile + " is missing"
                                       : "it could not be copied from " + storeFile;
             Operation("Failed to restore " + target);
@@ -196,13 +189,13 @@ RestoreOutcome CFileRestorer::RestoreRow(const std::string& file, const std::str
             Raise(err::kNoDestination);
         }
         // The copy's last way answers true whatever happened, so what it left is looked at.
-        struct stat copied {};
-        outcome.restored = !file.empty() && ::lstat(target.c_str(), &copied) == 0 &&
-                           S_ISREG(copied.st_mode) && ::stat(storeFile.c_str(), &st) == 0 &&
-                           copied.st_size == st.st_size;
+        const PathStatus copied = StatusOf(target, true);
+        const PathStatus stored = StatusOf(storeFile);
+        outcome.restored = !file.empty() && copied.kind == PathKind::kFile && stored.Exists() &&
+                           copied.size == stored.size;
         if (!outcome.restored && outcome.problem.empty())
             outcome.problem = "the copy of " + storeFile + " did not reach it whole";
-        if (!existed) ::chmod(target.c_str(), 0666 & ~UserMask());
+        if (!existed) GiveDefaultFileRights(target);
         DoEvents();
         Operation("Restore verify");
         outcome.verified = outcome.restored;

@@ -1,13 +1,9 @@
 #include "cli/CRestoreWorkers.h"
 
-#include <cerrno>
-#include <csignal>
+#include "platform/CWorkerProcesses.h"
+
 #include <cstdint>
 #include <cstring>
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 
@@ -18,16 +14,6 @@ void Put(std::string& record, uint32_t value) {
 void PutText(std::string& record, const std::string& text) {
     Put(record, static_cast<uint32_t>(text.size()));
     record += text;
-}
-
-bool WriteAll(int fd, const std::string& data) {
-    for (size_t done = 0; done < data.size();) {
-        const ssize_t n = ::write(fd, data.data() + done, data.size() - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        done += static_cast<size_t>(n);
-    }
-    return true;
 }
 
 // Reads whole records from the front of `buffer` into `outcomes`; answers how many.
@@ -64,8 +50,8 @@ size_t TakeRecords(std::string& buffer, std::vector<RestoreOutcome>& outcomes) {
 }
 
 // The worker `worker` of `workers`: restores its runs of files and reports each outcome.
-[[noreturn]] void Work(int fd, unsigned worker, unsigned workers, size_t count,
-                       const std::function<RestoreOutcome(size_t)>& restore) {
+void Work(const CWorkerProcesses::Send& send, unsigned worker, unsigned workers, size_t count,
+          const std::function<RestoreOutcome(size_t)>& restore) {
     std::string records;
     for (size_t i = 0; i < count; ++i) {
         if ((i / CRestoreWorkers::kRun) % workers != worker) continue;
@@ -76,10 +62,9 @@ size_t TakeRecords(std::string& buffer, std::vector<RestoreOutcome>& outcomes) {
         PutText(records, outcome.problem);
         // Each outcome goes out at once, so a worker that dies loses at most the file it
         // was restoring.
-        if (!WriteAll(fd, records)) ::_exit(1);
+        if (!send(records)) return;
         records.clear();
     }
-    ::_exit(WriteAll(fd, records) ? 0 : 1);
 }
 
 } // namespace
@@ -91,64 +76,24 @@ CRestoreWorkers::Run(size_t count, const std::function<RestoreOutcome(size_t)>& 
     for (RestoreOutcome& outcome : outcomes)
         outcome.problem = "the worker that restored it stopped unexpectedly";
     const unsigned workers = count < 2 * kRun ? 1 : m_workers;
-    std::vector<pollfd> pipes;
-    std::vector<pid_t> pids;
-    for (unsigned worker = 0; worker < workers && workers > 1; ++worker) {
-        int ends[2];
-        if (::pipe2(ends, O_CLOEXEC) != 0) break;
-        const pid_t pid = ::fork();
-        if (pid == 0) {
-            ::close(ends[0]);
-            Work(ends[1], worker, workers, count, restore);
-        }
-        ::close(ends[1]);
-        if (pid < 0) {
-            ::close(ends[0]);
-            break;
-        }
-        pids.push_back(pid);
-        pipes.push_back({ends[0], POLLIN, 0});
-    }
-    if (workers <= 1 || pids.size() != workers) {
-        // Few files, or not every worker could start (those that did are stopped): this
-        // process restores every file itself.
-        for (const pid_t pid : pids)
-            ::kill(pid, SIGKILL);
-        for (const pid_t pid : pids)
-            ::waitpid(pid, nullptr, 0);
-        for (const pollfd& pipe : pipes)
-            ::close(pipe.fd);
+    CWorkerProcesses processes;
+    if (workers <= 1 || !processes.Start(workers, [&](unsigned worker, const auto& send) {
+            Work(send, worker, workers, count, restore);
+        })) {
+        // Few files, or not every worker could start (those that did are stopped; Windows
+        // has no workers at all): this process restores every file itself.
         for (size_t i = 0; i < count; ++i) {
             outcomes[i] = restore(i);
             if (progress) progress(i + 1);
         }
         return outcomes;
     }
-    std::vector<std::string> buffers(pipes.size());
-    size_t done = 0, open = pipes.size();
-    while (open > 0) {
-        if (::poll(pipes.data(), pipes.size(), -1) < 0) {
-            if (errno == EINTR) continue;
-            break;
-        }
-        for (size_t k = 0; k < pipes.size(); ++k) {
-            if (pipes[k].fd < 0 || pipes[k].revents == 0) continue;
-            char chunk[65536];
-            const ssize_t n = ::read(pipes[k].fd, chunk, sizeof chunk);
-            if (n < 0 && errno == EINTR) continue;
-            if (n <= 0) {
-                ::close(pipes[k].fd);
-                pipes[k].fd = -1;
-                --open;
-                continue;
-            }
-            buffers[k].append(chunk, static_cast<size_t>(n));
-            done += TakeRecords(buffers[k], outcomes);
-            if (progress) progress(done);
-        }
-    }
-    for (const pid_t pid : pids)
-        while (::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
-        }
+    std::vector<std::string> buffers(workers);
+    size_t done = 0;
+    processes.Collect([&](unsigned worker, const char* data, size_t size) {
+        buffers[worker].append(data, size);
+        done += TakeRecords(buffers[worker], outcomes);
+        if (progress) progress(done);
+    });
     return outcomes;
 }

@@ -1,12 +1,12 @@
 #pragma once
 
-// Restores many files at once in several processes. A restore of many small files waits on the
-// file system for every file it creates; a few restoring side by side keep the disk and every
-// core busy. Processes rather than threads, because each restore runs the shared core's error
-// trap, services and catalogue connection, which belong to one thread: a forked worker has its
-// own of each. The files are dealt out in runs of 64 neighbours, so a worker mostly meets the
-// folder of its last file again; each worker reports every file's outcome through a pipe.
-// A worker that dies leaves its unreported files "not restored".
+// Restores many files at once in several processes (on Linux; Windows restores in one). A restore
+// of many small files waits on the file system for every file it creates; a few restoring side by
+// side keep the disk and every core busy. Processes rather than threads, because each restore runs
+// the shared core's error trap, services and catalogue connection, which belong to one thread: a
+// forked worker has its own of each. The files are dealt out in runs of 64 neighbours, so a worker
+// mostly meets the folder of its last file again; each worker reports every file's outcome through
+// a pipe. A worker that dies leaves its unreported files "not restored".
 
 #include "app/modRestore.h"
 

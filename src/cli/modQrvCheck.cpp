@@ -10,13 +10,14 @@
 #include "cli/modQrvText.h"
 #include "cli/modStoreScan.h"
 #include "engine/CStore.h"
+#include "platform/modFileStatus.h"
+#include "platform/modFileSystem.h"
 #include "support/modFSCommon.h"
 
 #include <cerrno>
 #include <cstring>
 #include <map>
 #include <ostream>
-#include <sys/stat.h>
 #include <unordered_map>
 
 namespace {
@@ -107,16 +108,15 @@ void ReadStore(const std::string& store, CheckResult& result) {
 // Moves a store file whose content is wrong into <backup path>/Quarantine/.
 void Quarantine(StoreProblem& problem) {
     const std::string folder = FSBuildPath(GetBackupPath(), "Quarantine");
-    ::mkdir(folder.c_str(), 0700);
+    MakeFolder(folder); // there already, or the move below says why it is unusable
     const std::string name = FSGetNamePart(problem.path);
-    std::string target = folder + "/" + name;
-    struct stat st {};
-    for (int n = 1; ::lstat(target.c_str(), &st) == 0; ++n)
-        target = folder + "/" + name + "." + std::to_string(n);
-    if (::rename(problem.path.c_str(), target.c_str()) == 0)
+    std::string target = FSJoinPath(folder, name);
+    for (int n = 1; StatusOf(target, true).Exists(); ++n)
+        target = FSJoinPath(folder, name + "." + std::to_string(n));
+    if (const int error = RenameNoReplace(problem.path, target); error == 0)
         problem.quarantined = target;
     else
-        problem.detail += "; it could not be moved to " + folder + ": " + std::strerror(errno);
+        problem.detail += "; it could not be moved to " + folder + ": " + std::strerror(error);
 }
 
 void PrintJson(const CheckResult& result, bool readData, std::ostream& out) {

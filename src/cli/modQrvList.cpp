@@ -8,9 +8,9 @@
 #include "cli/modQrvPaths.h"
 #include "cli/modQrvText.h"
 #include "platform/modPlatformPaths.h"
+#include "support/modWildcard.h"
 
 #include <algorithm>
-#include <fnmatch.h>
 #include <map>
 #include <ostream>
 
@@ -181,7 +181,7 @@ int QrvFind(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
                  [&](const Row& r) {
                      const std::string path = StoredPathBytes(std::string(r[2]));
                      const std::string name = path.substr(path.rfind('/') + 1);
-                     if (::fnmatch(pattern.c_str(), name.c_str(), 0) != 0) return;
+                     if (!WildcardMatch(pattern, name)) return;
                      if (args.Json())
                          out << (any ? "," : "") << "{\"bid\":" << r[0]
                              << ",\"date\":" << JsonString(std::string(r[1]))

@@ -1,56 +1,58 @@
 #include "cli/modStoreScan.h"
 
+#include "platform/CFolderListing.h"
+#include "support/modFSCommon.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <dirent.h>
 #include <thread>
 
 namespace {
 
-// The entries of folder `path` that `keep` accepts, by name.
+// The entries of folder `path` that `keep` accepts, by name and kind.
 std::vector<std::string> Entries(const std::string& path,
-                                 const std::function<bool(const dirent&)>& keep) {
+                                 const std::function<bool(const std::string&, PathKind)>& keep) {
     std::vector<std::string> names;
-    DIR* dir = ::opendir(path.c_str());
-    if (!dir) return names;
-    while (const dirent* entry = ::readdir(dir))
-        if (keep(*entry)) names.emplace_back(entry->d_name);
-    ::closedir(dir);
+    CFolderListing listing;
+    if (listing.Open(path) != 0) return names;
+    std::string name;
+    PathKind kind = PathKind::kNone;
+    while (listing.Next(name, kind))
+        if (keep(name, kind)) names.push_back(name);
     return names;
 }
 
-bool IsLevelName(const dirent& entry) {
-    const std::string name = entry.d_name;
-    return name.size() == 2 && name != ".." &&
-           (entry.d_type == DT_DIR || entry.d_type == DT_UNKNOWN);
+bool IsLevelName(const std::string& name, PathKind kind) {
+    return name.size() == 2 && name != ".." && kind == PathKind::kFolder;
 }
 
-bool IsStoreEntry(const dirent& entry) {
-    return entry.d_type != DT_DIR && IsStoreName(entry.d_name);
+bool IsStoreEntry(const std::string& name, PathKind kind) {
+    return kind != PathKind::kFolder && IsStoreName(name);
 }
 
 } // namespace
 
 std::string StoreEntry::SizeMismatch(uint64_t size) const {
-    return "holds " + std::to_string(st.st_size) + " bytes, the catalogue records " +
+    return "holds " + std::to_string(status.size) + " bytes, the catalogue records " +
            std::to_string(size);
 }
 
 std::string StoreEntry::Kind() const {
-    if (S_ISDIR(st.st_mode)) return "a folder";
-    if (S_ISLNK(st.st_mode)) return "a symbolic link";
+    if (status.kind == PathKind::kFolder) return "a folder";
+    if (status.kind == PathKind::kLink) return "a symbolic link";
     return "a special file";
 }
 
 StoreEntry InspectStoreFile(const std::string& path, uint64_t size) {
     StoreEntry entry;
-    if (::lstat(path.c_str(), &entry.st) != 0) {
-        entry.error = errno;
-        entry.fault = errno == ENOENT ? StoreEntry::kMissing : StoreEntry::kUnreadable;
-    } else if (!S_ISREG(entry.st.st_mode)) {
+    entry.status = StatusOf(path, true);
+    if (!entry.status.Exists()) {
+        entry.error = entry.status.error;
+        entry.fault = entry.error == ENOENT ? StoreEntry::kMissing : StoreEntry::kUnreadable;
+    } else if (entry.status.kind != PathKind::kFile) {
         entry.fault = StoreEntry::kNotAFile;
-    } else if (static_cast<uint64_t>(entry.st.st_size) != size) {
+    } else if (entry.status.size != size) {
         entry.fault = StoreEntry::kWrongSize;
     }
     return entry;
@@ -66,12 +68,12 @@ bool IsStoreName(const std::string& name) {
 std::vector<std::string> StoreFiles(const std::string& root) {
     std::vector<std::string> files;
     for (const std::string& name : Entries(root, IsStoreEntry))
-        files.push_back(root + "/" + name);
+        files.push_back(FSJoinPath(root, name));
     for (const std::string& first : Entries(root, IsLevelName))
-        for (const std::string& second : Entries(root + "/" + first, IsLevelName)) {
-            const std::string folder = root + "/" + first + "/" + second;
+        for (const std::string& second : Entries(FSJoinPath(root, first), IsLevelName)) {
+            const std::string folder = FSJoinPath(FSJoinPath(root, first), second);
             for (const std::string& name : Entries(folder, IsStoreEntry))
-                files.push_back(folder + "/" + name);
+                files.push_back(FSJoinPath(folder, name));
         }
     std::sort(files.begin(), files.end());
     return files;

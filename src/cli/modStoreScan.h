@@ -5,12 +5,12 @@
 // every core at once.
 
 #include "engine/kvCryptDriver.h"
+#include "platform/modFileStatus.h"
 
 #include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
-#include <sys/stat.h>
 #include <vector>
 
 // The store files below `root` (<root>/ab/cd/<name>.QRV, and <root>/<name>.QRV of the flat
@@ -20,8 +20,8 @@ std::vector<std::string> StoreFiles(const std::string& root);
 struct StoreEntry {
     enum Fault { kSound, kMissing, kUnreadable, kNotAFile, kWrongSize };
     Fault fault = kSound;
-    struct stat st {}; // what lstat saw, when it saw anything
-    int error = 0;     // lstat's errno for kUnreadable
+    PathStatus status; // what the file system said, a link answered as itself
+    int error = 0;     // the system's error for kUnreadable
     // "holds N bytes, the catalogue records M", for kWrongSize.
     std::string SizeMismatch(uint64_t size) const;
     // "a folder", "a symbolic link" or "a special file", for kNotAFile.

@@ -5,6 +5,8 @@
 #include "engine/CDriveMap.h"
 #include "engine/CSignatureAhead.h"
 #include "engine/modFolderIdentity.h"
+#include "platform/modClock.h"
+#include "platform/modFileStatus.h"
 #include "support/CProcTrap.h"
 #include "support/modFSCommon.h"
 #include "support/modMsgBox.h"
@@ -15,7 +17,6 @@
 #include <charconv>
 #include <cstdlib>
 #include <ctime>
-#include <sys/stat.h>
 
 namespace {
 constexpr double kDisplayMegabyte = 1024000.0;
@@ -23,9 +24,9 @@ constexpr const char* kSupportAddress = "support@korvex.invalid";
 
 // The size of the store file at `target`, -1 when there is none.
 double StoredSize(const std::string& target) {
-    struct stat st {};
-    if (::stat(target.c_str(), &st) != 0 || S_ISDIR(st.st_mode)) return -1;
-    return static_cast<double>(st.st_size);
+    const PathStatus status = StatusOf(target);
+    if (!status.Exists() || status.kind == PathKind::kFolder) return -1;
+    return static_cast<double>(status.size);
 }
 } // namespace
 
@@ -196,9 +197,7 @@ std::unique_ptr<CQuickCheck> CBackup::LoadQuickCheck() {
             last.datebk = std::string(row[1]);
         },
         error);
-    timespec now{};
-    ::clock_gettime(CLOCK_REALTIME, &now);
-    const int64_t startNs = static_cast<int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
+    const int64_t startNs = RealTimeNs();
     return std::make_unique<CQuickCheck>(CQuickCheckDB::PathBeside(m_dbPath), m_source, last,
                                          startNs);
 }

@@ -1,11 +1,20 @@
 #include "engine/CFileFind.h"
 
+#include "platform/modClock.h"
+#include "platform/modFileSystem.h"
 #include "platform/modPlatformPaths.h"
+#include "support/modWildcard.h"
 
-#include <cerrno>
-#include <dirent.h>
-#include <fcntl.h>
-#include <fnmatch.h>
+namespace {
+
+// Where the folder part of a search ends: after its last separator.
+size_t FolderEnd(const std::string& name) {
+    for (size_t i = name.size(); i > 0; --i)
+        if (IsPathSeparator(name[i - 1])) return i;
+    return 0;
+}
+
+} // namespace
 
 CFileFind::~CFileFind() {
     FindClose();
@@ -14,72 +23,55 @@ CFileFind::~CFileFind() {
 bool CFileFind::FindFile(std::string name) {
     FindClose();
     if (name.empty()) name = "*.*";
-    if (name.back() == '/') name += "*.*";
-    const size_t slash = name.rfind('/');
-    std::string folder = slash == std::string::npos ? std::string() : name.substr(0, slash + 1);
-    m_mask = slash == std::string::npos ? name : name.substr(slash + 1);
+    if (IsPathSeparator(name.back())) name += "*.*";
+    const size_t end = FolderEnd(name);
+    std::string folder = name.substr(0, end);
+    m_mask = name.substr(end);
     // The root is the full path of the search's folder.
-    if (folder.empty() || folder[0] != '/') folder = CurrentFolder() + "/" + folder;
+    if (!IsAbsolutePath(folder)) folder = CurrentFolder() + kPathSeparator + folder;
     m_root = folder;
-    m_dir = ::opendir(m_root.c_str());
-    m_openError = m_dir ? 0 : errno;
-    if (!m_dir) return false;
+    m_openError = m_listing.Open(m_root);
+    m_open = m_openError == 0;
+    if (!m_open) return false;
     if (NextListed()) return true;
     FindClose();
     return false;
 }
 
 bool CFileFind::FindNextFile() {
-    return m_dir && NextListed();
+    return m_open && NextListed();
 }
 
 void CFileFind::FindClose() {
-    if (m_dir) ::closedir(m_dir);
-    m_dir = nullptr;
+    m_listing.Close();
+    m_open = false;
 }
 
 bool CFileFind::NextListed() {
-    while (dirent* entry = ::readdir(m_dir)) {
-        const std::string name = entry->d_name;
-        if (m_mask != "*.*" && m_mask != "*" && ::fnmatch(m_mask.c_str(), name.c_str(), 0) != 0)
-            continue;
-        unsigned char type = entry->d_type;
-        m_statDone = false;
-        if (type == DT_UNKNOWN) {
-            if (::fstatat(::dirfd(m_dir), entry->d_name, &m_stat, AT_SYMLINK_NOFOLLOW) != 0)
-                continue;
-            m_statDone = true;
-            type = S_ISDIR(m_stat.st_mode) ? DT_DIR : S_ISREG(m_stat.st_mode) ? DT_REG : DT_LNK;
-        }
-        if (type != DT_DIR && type != DT_REG) continue; // links, FIFOs, sockets, devices
+    std::string name;
+    PathKind kind = PathKind::kNone;
+    while (m_listing.Next(name, kind)) {
+        if (m_mask != "*.*" && m_mask != "*" && !WildcardMatch(m_mask, name)) continue;
+        if (kind != PathKind::kFolder && kind != PathKind::kFile) continue; // links, FIFOs, ...
         m_name = name;
-        m_isDir = type == DT_DIR;
+        m_isDir = kind == PathKind::kFolder;
         return true;
     }
     return false;
 }
 
-const struct stat& CFileFind::Stat() const {
-    if (!m_statDone) {
-        if (::lstat(GetFilePath().c_str(), &m_stat) != 0) m_stat = {};
-        m_statDone = true;
-    }
-    return m_stat;
+const PathStatus& CFileFind::Stat() const {
+    return m_listing.Status();
 }
 
 uint32_t CFileFind::GetAttributes() const {
-    uint32_t attributes = 0;
-    if (m_isDir) attributes |= kDirectory;
-    if (!m_name.empty() && m_name[0] == '.' && !IsDots()) attributes |= kHidden;
-    if (!m_isDir) attributes |= kArchive;
-    if ((Stat().st_mode & S_IWUSR) == 0) attributes |= kReadOnly;
-    return attributes == 0 ? kNormal : attributes;
+    return m_listing.Attributes();
 }
 
 FolderIdentity CFileFind::GetIdentity() const {
-    const struct stat& st = Stat();
-    if (!S_ISDIR(st.st_mode)) return {};
-    return {static_cast<uint64_t>(st.st_dev), static_cast<uint64_t>(st.st_ino), true};
+    const PathStatus& status = Stat();
+    if (status.kind != PathKind::kFolder) return {};
+    return {status.identity.device, status.identity.file, true};
 }
 
 bool CFileFind::IsDots() const {
@@ -87,20 +79,17 @@ bool CFileFind::IsDots() const {
 }
 
 std::time_t CFileFind::GetLastWriteTime() const {
-    return Stat().st_mtim.tv_sec;
+    return static_cast<std::time_t>(Stat().writeNs / 1'000'000'000);
 }
 std::time_t CFileFind::GetLastAccessTime() const {
-    return Stat().st_atim.tv_sec;
+    return static_cast<std::time_t>(Stat().accessNs / 1'000'000'000);
 }
 std::time_t CFileFind::GetCreationDate() const {
-    return Stat().st_ctim.tv_sec;
+    return static_cast<std::time_t>(Stat().changeNs / 1'000'000'000);
 }
 
-uint64_t CFileFind::FileTime(const timespec& t) {
-    std::tm local{};
-    localtime_r(&t.tv_sec, &local);
-    const int64_t seconds = t.tv_sec + local.tm_gmtoff + 11644473600LL;
-    return static_cast<uint64_t>(seconds) * 10000000ULL + static_cast<uint64_t>(t.tv_nsec / 100);
+uint64_t CFileFind::FileTime(int64_t ns) {
+    return LocalFileTime(ns);
 }
 
 std::string CFileFind::GetFileTitle() const {
@@ -109,7 +98,7 @@ std::string CFileFind::GetFileTitle() const {
 }
 
 double CFileFind::GetLength64() const {
-    const uint64_t size = static_cast<uint64_t>(Stat().st_size);
+    const uint64_t size = Stat().size;
     const uint32_t high = static_cast<uint32_t>(size >> 32);
     const int32_t low = static_cast<int32_t>(static_cast<uint32_t>(size));
     return high != 0 ? high * 2E+32 + low : static_cast<double>(GetLength());

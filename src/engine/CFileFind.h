@@ -1,34 +1,38 @@
 #pragma once
 
-// One folder's entries, one at a time, with the questions the walk asks about each. On Linux
-// only folders and regular files are listed ("." and ".." included, as IsDots expects):
-// symbolic links are neither followed nor listed, and FIFOs, sockets and devices are skipped
-// without being opened. Names are kept as bytes. Hidden = the name begins with "."; there are
-// no system files. The short name is the name.
+// One folder's entries, one at a time, with the questions the walk asks about each. Only
+// folders and regular files are listed ("." and ".." included where the system lists them, as
+// IsDots expects): symbolic links (and Windows junctions) are neither followed nor listed, and
+// FIFOs, sockets and devices are skipped without being opened. Names are kept as bytes. The
+// attributes are the platform's (CFolderListing): on Linux hidden = the name begins with "."
+// and there are no system files. The short name is the name.
 
 #include "engine/modFolderIdentity.h"
+#include "platform/CFolderListing.h"
 
 #include <cstdint>
 #include <ctime>
 #include <string>
-#include <sys/stat.h>
-
-struct __dirstream;
 
 class CFileFind {
 public:
     // Attribute bits of the entry, as the attribute word reports them.
-    static constexpr uint32_t kReadOnly = 0x1, kHidden = 0x2, kSystem = 0x4, kDirectory = 0x10,
-                              kArchive = 0x20, kNormal = 0x80, kTemporary = 0x100,
-                              kCompressed = 0x800;
+    static constexpr uint32_t kReadOnly = CFolderListing::kReadOnly,
+                              kHidden = CFolderListing::kHidden, kSystem = CFolderListing::kSystem,
+                              kDirectory = CFolderListing::kDirectory,
+                              kArchive = CFolderListing::kArchive,
+                              kNormal = CFolderListing::kNormal,
+                              kTemporary = CFolderListing::kTemporary,
+                              kCompressed = CFolderListing::kCompressed;
 
     CFileFind() = default;
     ~CFileFind();
     CFileFind(const CFileFind&) = delete;
     CFileFind& operator=(const CFileFind&) = delete;
 
-    // Starts a search: "" means "*.*"; a name ending in "/" gets "*.*" appended. The part after
-    // the last "/" is the mask ("*.*" and "*" match every name).
+    // Starts a search: "" means "*.*"; a name ending in a separator gets "*.*" appended. The
+    // part after the last separator is the mask ("*.*" and "*" match every name; otherwise "*"
+    // stands for any run of characters and "?" for one).
     bool FindFile(std::string name);
     // The system error that kept the last FindFile from opening its folder; 0 when it opened.
     int OpenError() const { return m_openError; }
@@ -55,14 +59,14 @@ public:
     std::time_t GetLastAccessTime() const;
     std::time_t GetCreationDate() const;
     // Halves of the local file times in 100-ns units since 1601, as the platform's file times.
-    uint32_t GetLastWriteTimeHigh() const { return FileTime(Stat().st_mtim) >> 32; }
-    uint32_t GetLastWriteTimeLow() const { return static_cast<uint32_t>(FileTime(Stat().st_mtim)); }
-    uint32_t GetLastAccessTimeHigh() const { return FileTime(Stat().st_atim) >> 32; }
+    uint32_t GetLastWriteTimeHigh() const { return FileTime(Stat().writeNs) >> 32; }
+    uint32_t GetLastWriteTimeLow() const { return static_cast<uint32_t>(FileTime(Stat().writeNs)); }
+    uint32_t GetLastAccessTimeHigh() const { return FileTime(Stat().accessNs) >> 32; }
     uint32_t GetLastAccessTimeLow() const {
-        return static_cast<uint32_t>(FileTime(Stat().st_atim));
+        return static_cast<uint32_t>(FileTime(Stat().accessNs));
     }
-    uint32_t GetCreationDateHigh() const { return FileTime(Stat().st_ctim) >> 32; }
-    uint32_t GetCreationDateLow() const { return static_cast<uint32_t>(FileTime(Stat().st_ctim)); }
+    uint32_t GetCreationDateHigh() const { return FileTime(Stat().changeNs) >> 32; }
+    uint32_t GetCreationDateLow() const { return static_cast<uint32_t>(FileTime(Stat().changeNs)); }
 
     const std::string& GetRoot() const { return m_root; }
     std::string GetFileURL() const { return "file://" + m_root + m_name; }
@@ -71,21 +75,21 @@ public:
     const std::string& GetFileName() const { return m_name; }
     std::string GetShortPath() const { return GetFilePath(); }
     const std::string& GetShortName() const { return m_name; }
-    uint32_t GetLength() const { return static_cast<uint32_t>(Stat().st_size); }
+    uint32_t GetLength() const { return static_cast<uint32_t>(Stat().size); }
     // High half times 2E+32 plus the low half as a signed 32-bit number, as defined.
     double GetLength64() const;
 
 private:
     bool NextListed();
-    const struct stat& Stat() const;
-    static uint64_t FileTime(const timespec& t);
+    // The entry's size, identity and times; unknown when it went meanwhile.
+    const PathStatus& Stat() const;
+    static uint64_t FileTime(int64_t ns);
 
-    __dirstream* m_dir = nullptr;
+    CFolderListing m_listing;
+    bool m_open = false;
     int m_openError = 0;
     std::string m_root;
     std::string m_mask;
     std::string m_name;
     bool m_isDir = false;
-    mutable bool m_statDone = false;
-    mutable struct stat m_stat {};
 };

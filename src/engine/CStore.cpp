@@ -1,24 +1,22 @@
 #include "engine/CStore.h"
 
 #include "engine/CDriveMap.h"
-#include "platform/modPlatformPaths.h"
+#include "platform/CFile.h"
+#include "platform/modFileStatus.h"
+#include "platform/modFileSystem.h"
 #include "support/CRuntimeError.h"
 #include "support/modFSCommon.h"
 #include "support/modFileCopy.h"
 #include "support/modNumText.h"
 #include "support/modServices.h"
 
+#include "engine/CFileFind.h"
+
 #include <cerrno>
-#include <dirent.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <sys/vfs.h>
-#include <unistd.h>
 
 namespace {
 
 constexpr const char* kUnfinishedMark = ".unfinished";
-constexpr long kFuseMagic = 0x65735546; // FUSE_SUPER_MAGIC
 
 std::atomic<bool> g_useAnonymous = true;
 
@@ -47,10 +45,6 @@ void LogLine(int32_t level, const std::string& line) {
 
 } // namespace
 
-FolderHandle::~FolderHandle() {
-    if (fd >= 0) ::close(fd);
-}
-
 StoreFailure CStore::CopyFailure(const CopyOutcome& outcome) {
     std::string cause = "the copy into the store failed";
     if (outcome.systemError != 0) cause += ": " + FSPlainCause(outcome.systemError);
@@ -63,59 +57,41 @@ void CStore::UseAnonymousFiles(bool use) {
 
 void CStore::Open(const std::string& root) {
     Close();
-    int fd = ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    const int error = fd < 0 ? errno : 0;
+    auto folder = std::make_shared<COpenFolder>();
+    int error = folder->Open(root);
     // A store folder that went while its backup folder stayed (removed by hand, or a catalogue
     // copied to a new drive) is made again; content its rows name is stored afresh when met.
     // Only where the folder above holds the catalogue: an empty folder in its place is the
     // mount point of a drive that is not there, on the system disk.
     const std::string above = FSGetPathPart(root.substr(0, root.find_last_not_of('/') + 1));
     if (error == ENOENT && !above.empty() && FSFileExists(above + "db/Backup.db") &&
-        ::mkdir(root.c_str(), kPrivateFolderMode) == 0) {
+        MakeFolder(root) == 0) {
         Log(1, "The store folder " + root + " was missing and was made anew");
-        fd = ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        error = folder->Open(root);
     }
-    struct stat st {};
-    if (fd < 0 || ::fstat(fd, &st) != 0) {
-        if (fd >= 0) ::close(fd);
-        Raise(err::kDeviceUnavailable, "Backup folder not available: " + root);
-    }
+    if (error != 0) Raise(err::kDeviceUnavailable, "Backup folder not available: " + root);
     m_root = root;
-    m_rootFolder = std::make_shared<FolderHandle>(fd);
-    m_rootFd = fd;
-    m_device = st.st_dev;
-    m_inode = st.st_ino;
+    m_rootFolder = std::move(folder);
+    m_identity = m_rootFolder->Identity();
     m_open = true;
     m_folders.clear();
     ReadLegacyNames();
-    // Anonymous files need O_TMPFILE from the file system and /proc to link them by.
-    m_procFds = ::access("/proc/self/fd", X_OK) == 0;
-    m_way = StagingWay::kNamed;
-    if (g_useAnonymous && m_procFds) {
-        const int probe = ::openat(m_rootFd, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, kPrivateFileMode);
-        if (probe >= 0) {
-            ::close(probe);
-            m_way = StagingWay::kAnonymous;
-        }
-    }
-    struct statfs fs {};
-    m_flushEach = ::fstatfs(m_rootFd, &fs) == 0 && fs.f_type == kFuseMagic;
+    m_way = g_useAnonymous && m_rootFolder->HasAnonymousFiles() ? StagingWay::kAnonymous
+                                                                : StagingWay::kNamed;
+    m_flushEach = m_rootFolder->NeedsFlushPerFile();
     const std::string mark = FSBuildPath(m_root, kUnfinishedMark);
     if (FSFileExists(mark)) RemoveTemporaries();
     // A store that cannot take the mark cannot take a temporary file either.
-    const int markFd =
-        ::open(mark.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kPrivateFileMode);
-    if (markFd >= 0) ::close(markFd);
+    MakePrivateFile(mark);
 }
 
 void CStore::Close() {
     if (!m_open) return;
     m_open = false;
     m_rootFolder.reset(); // closed once no staged file needs it
-    m_rootFd = -1;
-    struct stat st {};
     // The mark of a store folder that went away stays where it is.
-    if (::stat(m_root.c_str(), &st) == 0 && st.st_dev == m_device && st.st_ino == m_inode)
+    const PathStatus status = StatusOf(m_root);
+    if (status.kind == PathKind::kFolder && status.identity == m_identity)
         FSDeleteFile(FSBuildPath(m_root, kUnfinishedMark));
 }
 
@@ -136,8 +112,8 @@ std::string CStore::Target(const std::string& signature) const {
 }
 
 void CStore::CheckIdentity() const {
-    struct stat st {};
-    if (::stat(m_root.c_str(), &st) != 0 || st.st_dev != m_device || st.st_ino != m_inode)
+    const PathStatus status = StatusOf(m_root);
+    if (status.kind != PathKind::kFolder || status.identity != m_identity)
         Raise(err::kDeviceUnavailable, "Backup folder not available: " + m_root);
 }
 
@@ -149,7 +125,7 @@ bool CStore::CreateFolders(const std::string& target, StoreFailure* problem) {
     const std::string outer = FSGetPathPart(inner);
     for (const std::string& folder : {outer.substr(0, outer.size() - 1), inner}) {
         if (FSFolderExists(folder)) continue;
-        int error = ::mkdir(folder.c_str(), kPrivateFolderMode) == 0 ? 0 : errno;
+        int error = MakeFolder(folder);
         if (error == 0 || (error == EEXIST && FSFolderExists(folder))) continue;
         if (error == EEXIST) error = ENOTDIR; // something else stands in the folder's place
         // A folder that could not be made is asked for again by the next file that needs it.
@@ -165,70 +141,58 @@ bool CStore::CreateFolders(const std::string& target, StoreFailure* problem) {
 
 void CStore::ReadLegacyNames() {
     m_legacy.clear();
-    DIR* dir = ::opendir(m_root.c_str());
-    if (!dir) return;
-    while (const dirent* entry = ::readdir(dir)) {
-        const std::string name = entry->d_name;
-        if (name.size() > 4 && name.compare(name.size() - 4, 4, ".QRV") == 0 &&
-            (entry->d_type == DT_REG || entry->d_type == DT_UNKNOWN))
-            m_legacy.insert(name);
+    CFileFind finder;
+    for (bool found = finder.FindFile(FSJoinPath(m_root, "*.QRV")); found;
+         found = finder.FindNextFile()) {
+        const std::string& name = finder.GetFileName();
+        if (!finder.IsDirectory() && name.size() > 4) m_legacy.insert(name);
     }
-    ::closedir(dir);
 }
 
 bool CStore::MoveLegacy(const std::string& legacy, const std::string& target) {
     CheckIdentity();
     if (!FSMoveFile(legacy, target)) return false;
     m_legacy.erase(FSGetNamePart(legacy));
-    ::chmod(target.c_str(), kPrivateFileMode); // written by an earlier version, maybe public
+    MakeEntryPrivate(target); // written by an earlier version, maybe public
     return true;
 }
 
 CStagedContent::~CStagedContent() {
-    if (m_fd >= 0) ::close(m_fd);
-    if (!m_placed && !m_name.empty()) ::unlinkat(m_folder->fd, m_name.c_str(), 0);
+    if (m_file != kNoFile) CloseFileHandle(m_file);
+    if (!m_placed && !m_name.empty()) m_folder->Remove(m_name);
 }
 
 std::unique_ptr<CStagedContent> CStore::NewStaging(const std::string& folder, int& error) const {
     std::unique_ptr<CStagedContent> staged(new CStagedContent);
     if (m_way == StagingWay::kAnonymous) {
-        staged->m_fd = ::openat(m_rootFd, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, kPrivateFileMode);
-        if (staged->m_fd < 0) {
-            error = errno;
-            return nullptr;
-        }
-        ::fchmod(staged->m_fd, kPrivateFileMode); // whatever the umask
-    } else {
-        // In the store folder opened, whatever its path names now, unless a folder is named.
-        if (folder.empty()) {
-            staged->m_folder = m_rootFolder;
-        } else {
-            const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-            if (fd < 0) {
-                error = errno;
-                return nullptr;
-            }
-            staged->m_folder = std::make_shared<FolderHandle>(fd);
-        }
-        const TempFile temp =
-            FSCreateTempIn(staged->m_folder->fd, folder.empty() ? "staged" : "store");
-        if (temp.fd < 0) {
-            error = errno;
-            return nullptr;
-        }
-        staged->m_fd = temp.fd;
-        staged->m_name = temp.name;
+        staged->m_file = m_rootFolder->CreateAnonymous(error);
+        if (staged->m_file == kNoFile) return nullptr;
+        staged->m_write = COpenFolder::AnonymousPath(staged->m_file);
+        return staged;
     }
-    staged->m_write = staged->m_folder
-                          ? FSJoinPath(folder.empty() ? m_root : folder, staged->m_name)
-                          : "/proc/self/fd/" + std::to_string(staged->m_fd);
+    // In the store folder opened, whatever its path names now, unless a folder is named.
+    if (folder.empty()) {
+        staged->m_folder = m_rootFolder;
+    } else {
+        staged->m_folder = std::make_shared<COpenFolder>();
+        error = staged->m_folder->Open(folder);
+        if (error != 0) return nullptr;
+    }
+    const TempFile temp = FSCreateTempIn(*staged->m_folder, folder.empty() ? "staged" : "store");
+    if (temp.file == kNoFile) {
+        error = temp.error;
+        return nullptr;
+    }
+    staged->m_file = temp.file;
+    staged->m_name = temp.name;
+    staged->m_write = FSJoinPath(folder.empty() ? m_root : folder, staged->m_name);
     return staged;
 }
 
 SignedContent CStore::Finish(CStagedContent& staged, CSignatureStream& signer, double size) const {
     // A copy method that could not show its bytes leaves them to be read back.
     if (size == static_cast<double>(signer.Length())) return signer.Finish();
-    return ComputeOpenSignature(staged.m_fd).value_or(SignedContent{});
+    return ComputeOpenSignature(staged.m_file).value_or(SignedContent{});
 }
 
 std::unique_ptr<CStagedContent> CStore::Stage(const std::string& source, const std::string& beside,
@@ -258,8 +222,8 @@ std::unique_ptr<CStagedContent> CStore::Stage(const std::string& source, const s
         problem = {"the copy in the store could not be read back", 0};
         return nullptr;
     }
-    if (named && m_flushEach && ::fsync(staged->m_fd) != 0) {
-        const int flushError = errno;
+    if (const int flushError = named && m_flushEach ? FlushToDisk(staged->m_file) : 0;
+        flushError != 0) {
         problem = {"the copy in the store could not be flushed: " + FSPlainCause(flushError),
                    flushError};
         return nullptr;
@@ -281,8 +245,8 @@ CStore::AheadCopy CStore::StageAhead(const std::string& source,
         stop);
     if (ahead.outcome.copied) {
         ahead.staged->m_content = Finish(*ahead.staged, signer.Stream(), ahead.outcome.size);
-        const bool flushed =
-            m_way == StagingWay::kAnonymous || !m_flushEach || ::fsync(ahead.staged->m_fd) == 0;
+        const bool flushed = m_way == StagingWay::kAnonymous || !m_flushEach ||
+                             FlushToDisk(ahead.staged->m_file) == 0;
         if (!ahead.staged->m_content.signature.empty() && flushed) return ahead;
         // Not readable or not flushed: the run copies it itself.
         ahead.tried = false;
@@ -294,14 +258,11 @@ CStore::AheadCopy CStore::StageAhead(const std::string& source,
 bool CStore::Place(CStagedContent& staged, const std::string& target, StoreFailure& problem) {
     if (!CreateFolders(target, &problem)) return false;
     int error = 0;
-    if (!staged.m_folder) {
-        // A link never replaces a file: content stored already stays as it is.
-        if (::linkat(AT_FDCWD, staged.m_write.c_str(), AT_FDCWD, target.c_str(),
-                     AT_SYMLINK_FOLLOW) != 0)
-            error = errno;
-    } else {
-        error = FSRenameNoReplaceAt(staged.m_folder->fd, staged.m_name, target);
-    }
+    // Never replacing a file: content stored already stays as it is.
+    if (!staged.m_folder)
+        error = COpenFolder::LinkAnonymous(staged.m_file, target);
+    else
+        error = staged.m_folder->RenameNoReplace(staged.m_name, target);
     // EEXIST: that content is stored already. Where the file system cannot refuse a replace by
     // itself, nothing else places files meanwhile: only the run's thread places them.
     if (error == 0 || error == EEXIST) {

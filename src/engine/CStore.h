@@ -21,36 +21,26 @@
 // takes its store name.
 //
 // A run never creates anything above the store folder: it remembers the folder's identity
-// (device and inode) when it opens the store, checks it before every write, and makes only the
-// two levels of store folders (and the store folder itself when its backup folder, catalogue
-// and all, is there without it). A drive unplugged, remounted or renamed during a run stops the run
-// instead of filling the system disk under the old path.
+// (device and inode; volume and file index on Windows) when it opens the store, checks it before
+// every write, and makes only the two levels of store folders (and the store folder itself when its
+// backup folder, catalogue and all, is there without it). A drive unplugged, remounted or renamed
+// during a run stops the run instead of filling the system disk under the old path.
 //
 // While a run writes, the store holds the mark ".unfinished"; a run that finds the mark of a
 // killed run first removes the temporary files that the killed run left behind.
 
 #include "engine/kvCryptDriver.h"
+#include "platform/COpenFolder.h"
 
 #include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <sys/types.h>
 #include <unordered_set>
 #include <utility>
 #include <vector>
 
 enum class StagingWay { kAnonymous, kNamed };
-
-// An open folder, closed when its last user lets go: staged files are named and removed in
-// the folder where they were made, whatever its path names by then.
-struct FolderHandle {
-    int fd = -1;
-    explicit FolderHandle(int folder) : fd(folder) {}
-    ~FolderHandle();
-    FolderHandle(const FolderHandle&) = delete;
-    FolderHandle& operator=(const FolderHandle&) = delete;
-};
 
 // The lines a copy wrote off the run's thread, kept for the run to log.
 using CopyLines = std::vector<std::pair<int32_t, std::string>>;
@@ -69,15 +59,15 @@ private:
     friend class CStore;
     CStagedContent() = default;
 
-    // Where a copy writes it: an anonymous file through its descriptor (named, for the copy's
+    // Where a copy writes it: an anonymous file through its handle (named, for the copy's
     // lines and for tests, by its /proc path); a named file by its path, so that the copy's
     // own close reports a write that failed on its way to a network drive.
-    CopyDestination Destination() const { return {m_write, m_folder ? -1 : m_fd}; }
+    CopyDestination Destination() const { return {m_write, m_folder ? kNoFile : m_file}; }
 
-    int m_fd = -1;                          // the staged file
-    std::shared_ptr<FolderHandle> m_folder; // where a named file was made; null if anonymous
-    std::string m_name;                     // its name there
-    std::string m_write;                    // its path
+    NativeFile m_file = kNoFile;           // the staged file
+    std::shared_ptr<COpenFolder> m_folder; // where a named file was made; null if anonymous
+    std::string m_name;                    // its name there
+    std::string m_write;                   // its path
     bool m_placed = false;
     SignedContent m_content;
 };
@@ -173,13 +163,11 @@ private:
     // Store folders this run made or found, so that each is asked for once.
     std::unordered_set<std::string> m_folders;
     std::unordered_set<std::string> m_legacy;
-    // Staged files go into the folder opened, whatever its path names now.
-    std::shared_ptr<FolderHandle> m_rootFolder;
-    int m_rootFd = -1;
-    dev_t m_device = 0;
-    ino_t m_inode = 0;
+    // Staged files go into the folder opened, whatever its path names now; it is closed when
+    // its last staged file lets go.
+    std::shared_ptr<COpenFolder> m_rootFolder;
+    FileIdentity m_identity;
     bool m_open = false;
     StagingWay m_way = StagingWay::kNamed;
-    bool m_procFds = false;   // an anonymous file can be linked through /proc/self/fd
     bool m_flushEach = false; // named files are flushed one by one before they are placed
 };

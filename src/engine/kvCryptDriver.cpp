@@ -1,5 +1,6 @@
 #include "engine/kvCryptDriver.h"
 
+#include "platform/modFileIO.h"
 #include "support/CProcTrap.h"
 #include "support/modFSCommon.h"
 #include "support/modYield.h"
@@ -7,11 +8,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <fcntl.h>
 #include <memory>
 #include <openssl/evp.h>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -19,11 +17,9 @@ namespace {
 constexpr size_t kReadSize = 256 * 1024;
 constexpr uint64_t kGrid = 8192;
 
-struct FdCloser {
-    int fd;
-    ~FdCloser() {
-        if (fd >= 0) ::close(fd);
-    }
+struct FileCloser {
+    NativeFile file;
+    ~FileCloser() { CloseFileHandle(file); }
 };
 
 std::string Hex(const unsigned char* digest, unsigned size) {
@@ -38,50 +34,49 @@ std::string Hex(const unsigned char* digest, unsigned size) {
 
 // Sources are read without following a link: a file swapped for a symbolic link after it was
 // listed is refused, never read through.
-int OpenSource(const std::string& path) {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | O_NOFOLLOW);
-    if (fd < 0) Raise(errno == ENOENT ? err::kFileNotFound : err::kPathFileAccess);
-    return fd;
+NativeFile OpenSource(const std::string& path) {
+    int error = 0;
+    const NativeFile file = OpenFileHandle(path, OpenMode::kRead, error);
+    if (file == kNoFile) Raise(error == ENOENT ? err::kFileNotFound : err::kPathFileAccess);
+    return file;
 }
 
 // Signs an open regular file from its start.
-SignedContent SignOpen(int fd, bool yield, const std::atomic<bool>* stop,
+SignedContent SignOpen(NativeFile file, bool yield, const std::atomic<bool>* stop,
                        FileStamp* stamp = nullptr) {
-    struct stat st {};
-    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) Raise(err::kPathFileAccess);
-    const FileStamp before = FSStampOfStat(st);
-    if (st.st_size > static_cast<off_t>(kReadSize))
-        ::posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
+    const PathStatus status = StatusOfOpen(file);
+    if (status.kind != PathKind::kFile) Raise(err::kPathFileAccess);
+    const FileStamp before = FSStampOfStatus(status);
+    if (status.size > kReadSize) AdviseSequential(file);
 
     // Reading stops at the length the file had when it was opened, or earlier at its end: a
     // file that grows meanwhile is signed as it was, one that shrinks as what was left.
     CSignatureStream signer;
-    uint64_t remaining = static_cast<uint64_t>(st.st_size);
-    off_t offset = 0;
+    uint64_t remaining = status.size;
+    uint64_t offset = 0;
+    int error = 0;
     // One read buffer per thread: allocating and clearing it per file costs more than hashing
     // a small file.
     thread_local std::unique_ptr<char[]> buffer(new char[kReadSize]);
     while (remaining > 0) {
         const size_t want = static_cast<size_t>(std::min<uint64_t>(remaining, kReadSize));
-        const ssize_t got = ::pread(fd, buffer.get(), want, offset);
-        if (got < 0 && errno == EINTR) continue;
+        const int64_t got = ReadBytes(file, buffer.get(), want, &offset, error);
         if (got < 0) Raise(err::kDeviceIO);
         if (got == 0) break;
         signer.Add(buffer.get(), static_cast<size_t>(got));
         remaining -= static_cast<uint64_t>(got);
-        offset += got;
         if (yield) DoEvents();
         if (stop && stop->load(std::memory_order_relaxed)) Raise(err::kInternal, "stopped");
     }
     // The stamp vouches for the content only when nothing changed the file while it was read.
-    if (stamp) *stamp = FSStampOfOpen(fd) == before ? before : FileStamp{};
+    if (stamp) *stamp = FSStampOfOpen(file) == before ? before : FileStamp{};
     return signer.Finish();
 }
 
 SignedContent Signature(const std::string& path, bool yield, const std::atomic<bool>* stop,
                         FileStamp* stamp = nullptr) {
-    FdCloser file{OpenSource(path)};
-    return SignOpen(file.fd, yield, stop, stamp);
+    FileCloser source{OpenSource(path)};
+    return SignOpen(source.file, yield, stop, stamp);
 }
 
 } // namespace
@@ -148,9 +143,9 @@ std::optional<SignedContent> ComputeSignature(const std::string& path,
     }
 }
 
-std::optional<SignedContent> ComputeOpenSignature(int fd) {
+std::optional<SignedContent> ComputeOpenSignature(NativeFile file) {
     try {
-        return SignOpen(fd, false, nullptr);
+        return SignOpen(file, false, nullptr);
     } catch (...) {
         return std::nullopt;
     }

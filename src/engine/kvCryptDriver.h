@@ -66,4 +66,4 @@ std::optional<SignedContent> ComputeSignature(const std::string& path,
                                               const std::atomic<bool>* stop = nullptr,
                                               FileStamp* stamp = nullptr);
 // The same for a file already open (read from its start), for any thread.
-std::optional<SignedContent> ComputeOpenSignature(int fd);
+std::optional<SignedContent> ComputeOpenSignature(NativeFile file);

@@ -1,12 +1,10 @@
 #include "engine/modFolderIdentity.h"
 
 #include "platform/modFileStatus.h"
+#include "platform/modFileSystem.h"
 #include "platform/modPlatformPaths.h"
 
 #include <cerrno>
-#include <climits>
-#include <cstdlib>
-#include <memory>
 
 namespace {
 
@@ -23,12 +21,12 @@ std::string Parent(const std::string& path) {
 // The resolved path of `path`, or of its nearest part that exists; "" when none resolves.
 std::string ResolvedExisting(std::string path) {
     if (path.empty()) return {};
-    if (path[0] != '/') path = CurrentFolder() + "/" + path;
+    if (!IsAbsolutePath(path)) path = CurrentFolder() + kPathSeparator + path;
     while (!path.empty()) {
-        const std::unique_ptr<char, decltype(&std::free)> resolved(
-            ::realpath(path.c_str(), nullptr), &std::free);
-        if (resolved) return resolved.get();
-        if (errno != ENOENT && errno != ENOTDIR) return {};
+        int error = 0;
+        std::string resolved = ResolvedPath(path, error);
+        if (!resolved.empty()) return resolved;
+        if (error != ENOENT && error != ENOTDIR) return {};
         path = Parent(path);
     }
     return {};

@@ -21,11 +21,27 @@ struct PathStatus {
     int error = 0; // when kind is kNone: why
     uint64_t size = 0;
     FileIdentity identity;
+    // Nanoseconds since 1970 (UTC): last write, last access, and the last change of the entry
+    // itself (its status on Linux, its creation on Windows, which keeps no such time).
+    int64_t writeNs = 0;
+    int64_t accessNs = 0;
+    int64_t changeNs = 0;
+    // The owner cannot write it (Linux), or its read-only attribute is set (Windows).
+    bool readOnly = false;
 
     bool Exists() const { return kind != PathKind::kNone; }
+    // Nothing there, for the reason `why`.
+    static PathStatus Missing(int why) {
+        PathStatus status;
+        status.error = why;
+        return status;
+    }
 };
 
 // Follows links; with `ofLink`, a link is answered as itself.
 PathStatus StatusOf(const std::string& path, bool ofLink = false);
+// 0 when this process may write into the entry at `path` (with its effective rights), else
+// the reason (EACCES, EROFS, ENOENT, ...).
+int WriteAccessError(const std::string& path);
 // A file that this process may run as a program.
 bool IsRunnableFile(const std::string& path);

@@ -1,5 +1,7 @@
 #include "support/CMMTimer.h"
 
+#include "platform/modClock.h"
+
 #include "support/CRuntimeError.h"
 #include "support/modMsgBox.h"
 #include "support/modNumText.h"
@@ -27,10 +29,7 @@ void CMMTimer::SetTickSource(std::function<uint32_t()> source) {
 
 uint32_t CMMTimer::Now() {
     if (g_tickSource) return g_tickSource();
-    timespec ts{};
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<uint32_t>(static_cast<uint64_t>(ts.tv_sec) * 1000u +
-                                 static_cast<uint64_t>(ts.tv_nsec) / 1000000u);
+    return MonotonicMs();
 }
 
 int32_t CMMTimer::GetCurrentElapsedTime() {

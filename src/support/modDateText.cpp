@@ -1,9 +1,10 @@
 #include "support/modDateText.h"
 
+#include "platform/modClock.h"
+
 namespace {
 std::string Format(std::time_t when, const char* pattern) {
-    std::tm local{};
-    localtime_r(&when, &local);
+    const std::tm local = LocalTime(when);
     char buf[64];
     std::strftime(buf, sizeof buf, pattern, &local);
     return buf;

@@ -1,14 +1,19 @@
-// File-system helpers over POSIX calls. Paths are byte strings handed to the kernel unchanged.
+// File-system helpers over the platform layer. Paths are byte strings handed to the system
+// unchanged.
 //
-// Drives are mount points: the drive of a path is found by walking up its folders while the
-// device number stays the same. Deletion opens every folder with O_NOFOLLOW and works relative
-// to the open folder, so a symbolic link is removed as a link and never followed out of the
-// tree. FSCopyFile keeps the three-mode retry loop with its size check, and writes a new
-// destination under a temporary name beside it that is renamed into place only when the copy
-// is complete: no partial file ever stands under the destination's name.
+// Drives are what the platform calls them (mount points on Linux, drive roots on Windows).
+// Deletion removes a link as a link and never follows it out of the tree. FSCopyFile keeps the
+// three-mode retry loop with its size check, and writes a new destination under a temporary name
+// beside it that is renamed into place only when the copy is complete: no partial file ever stands
+// under the destination's name.
 
 #include "support/modFSCommon.h"
 
+#include "platform/CFile.h"
+#include "platform/COpenFolder.h"
+#include "platform/modFileIO.h"
+#include "platform/modFileStatus.h"
+#include "platform/modFileSystem.h"
 #include "platform/modPlatformPaths.h"
 #include "support/CProcTrap.h"
 #include "support/CRuntimeError.h"
@@ -23,13 +28,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <dirent.h>
-#include <fcntl.h>
 #include <limits>
 #include <random>
-#include <sys/stat.h>
-#include <sys/statvfs.h>
-#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -54,14 +54,12 @@ constexpr int kMaxMoveTries = 3;
     case EEXIST:
     case ENOTEMPTY:
         Raise(kFileExists, "File already exists");
-    case ENOSPC:
-    case EDQUOT:
-        Raise(err::kDiskFull);
     case EIO:
         Raise(err::kDeviceIO);
     case ENAMETOOLONG:
         Raise(kBadFileName, "Bad file name or number");
     default:
+        if (IsDiskFullError(error)) Raise(err::kDiskFull);
         Raise(err::kPathFileAccess);
     }
 }
@@ -81,39 +79,29 @@ std::string Hex(uint32_t value, int digits) {
 }
 
 bool EntryExists(const std::string& path) {
-    struct stat st {};
-    return ::lstat(path.c_str(), &st) == 0;
+    return StatusOf(path, true).Exists();
 }
 
 // FSGetFileSize without its trap, for any thread: 0 for anything that has no size.
 double SizeOf(const std::string& path) {
-    struct stat st {};
-    if (::stat(path.c_str(), &st) != 0 || S_ISDIR(st.st_mode)) return 0;
-    return static_cast<double>(st.st_size);
+    const PathStatus status = StatusOf(path);
+    if (!status.Exists() || status.kind == PathKind::kFolder) return 0;
+    return static_cast<double>(status.size);
 }
 
-// The same for a copy's destination, through its descriptor when it is held open.
+// The same for a copy's destination, through its handle when it is held open.
 double SizeOf(const CopyDestination& destination) {
-    if (destination.fd < 0) return SizeOf(destination.path);
-    struct stat st {};
-    if (::fstat(destination.fd, &st) != 0) return 0;
-    return static_cast<double>(st.st_size);
+    if (destination.file == kNoFile) return SizeOf(destination.path);
+    const PathStatus status = StatusOfOpen(destination.file);
+    return status.Exists() ? static_cast<double>(status.size) : 0;
 }
 
-// `path` without its trailing "/" characters; "/" stays "/".
+// `path` without its trailing separators; a lone separator stays.
 std::string WithoutTrailingSlashes(const std::string& path) {
-    const size_t last = path.find_last_not_of('/');
-    if (last == std::string::npos) return path.empty() ? path : "/";
-    return path.substr(0, last + 1);
-}
-
-// The folder that holds `path` (no trailing "/"), "/" for a top-level entry, "" at the root.
-std::string ParentFolder(const std::string& path) {
-    if (path == "/") return "";
-    const std::string trimmed = WithoutTrailingSlashes(path);
-    const size_t slash = trimmed.rfind('/');
-    if (slash == std::string::npos) return "";
-    return WithoutTrailingSlashes(trimmed.substr(0, slash + 1));
+    size_t end = path.size();
+    while (end > 1 && IsPathSeparator(path[end - 1]))
+        --end;
+    return path.substr(0, end);
 }
 
 // A fresh temporary name for a file named `name`: ".<name>.<random>.tmp", with the name cut so
@@ -134,64 +122,10 @@ std::string TempBeside(const std::string& destination) {
     return temp;
 }
 
-// Gives the owner full rights on an open folder, so that its entries can be listed and removed
-// (the "force" of a delete).
-void MakeOwnerFull(int folder) {
-    struct stat st {};
-    if (::fstat(folder, &st) == 0 && (st.st_mode & S_IRWXU) != S_IRWXU)
-        ::fchmod(folder, (st.st_mode & 07777) | S_IRWXU);
-}
-
-int OpenFolderNoFollow(int parent, const char* name) {
-    constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-    int fd = ::openat(parent, name, kFlags);
-    if (fd < 0 && errno == EACCES && ::fchmodat(parent, name, S_IRWXU, 0) == 0)
-        fd = ::openat(parent, name, kFlags);
-    if (fd >= 0) MakeOwnerFull(fd);
-    return fd;
-}
-
-void RemoveEntry(int parent, const char* name);
-
-// Removes everything inside the open folder `folder` (the descriptor is taken over). Errors
-// are ignored: whatever cannot be removed stays, and so does the folder that holds it.
-void RemoveContent(int folder) {
-    DIR* dir = ::fdopendir(folder);
-    if (!dir) {
-        ::close(folder);
-        return;
-    }
-    std::vector<std::string> names;
-    while (const dirent* entry = ::readdir(dir)) {
-        const std::string name = entry->d_name;
-        if (name != "." && name != "..") names.push_back(name);
-    }
-    for (const std::string& name : names)
-        RemoveEntry(::dirfd(dir), name.c_str());
-    ::closedir(dir);
-}
-
-void RemoveEntry(int parent, const char* name) {
-    if (::unlinkat(parent, name, 0) == 0 || errno != EISDIR) return;
-    const int folder = OpenFolderNoFollow(parent, name);
-    if (folder < 0) return;
-    RemoveContent(folder);
-    ::unlinkat(parent, name, AT_REMOVEDIR);
-}
-
 } // namespace
 
 int FSRenameNoReplace(const std::string& source, const std::string& destination) {
-    return FSRenameNoReplaceAt(AT_FDCWD, source, destination);
-}
-
-int FSRenameNoReplaceAt(int folder, const std::string& source, const std::string& destination) {
-    if (::renameat2(folder, source.c_str(), AT_FDCWD, destination.c_str(), RENAME_NOREPLACE) == 0)
-        return 0;
-    if (errno != EINVAL && errno != ENOSYS) return errno;
-    // This file system cannot refuse a replace by itself.
-    if (EntryExists(destination)) return EEXIST;
-    return ::renameat(folder, source.c_str(), AT_FDCWD, destination.c_str()) == 0 ? 0 : errno;
+    return RenameNoReplace(source, destination);
 }
 
 namespace {
@@ -208,10 +142,11 @@ void MoveAcrossFileSystems(const std::string& source, const std::string& destina
     else
         error = FSRenameNoReplace(temp, destination);
     if (error != 0) {
-        ::unlink(temp.c_str());
+        RemoveFile(temp);
         RaiseErrno(error, err::kFileNotFound);
     }
-    if (::unlink(source.c_str()) != 0) RaiseErrno(errno, err::kFileNotFound);
+    if (const int removeError = RemoveFile(source); removeError != 0)
+        RaiseErrno(removeError, err::kFileNotFound);
 }
 
 void MoveOnce(const std::string& source, const std::string& destination) {
@@ -226,19 +161,21 @@ void MoveOnce(const std::string& source, const std::string& destination) {
 
 double FSGetFreeDiskSpace(const std::string& drive) {
     return Trapped("FSGetFreeDiskSpace", 0.0, [&] {
-        if (drive.empty() || drive[0] != '/') Raise(err::kInvalidCall);
-        struct statvfs info {};
-        if (::statvfs(drive.c_str(), &info) != 0) RaiseErrno(errno, err::kDeviceUnavailable);
+        if (!IsAbsolutePath(drive)) Raise(err::kInvalidCall);
+        uint64_t bytes = 0;
+        bool known = true;
+        if (const int error = FreeSpace(drive, bytes, known); error != 0)
+            RaiseErrno(error, err::kDeviceUnavailable);
         // A file system that reports no size at all (some FUSE drivers, fusefat among them)
         // does not know its free space either: a full one refuses the write itself.
-        if (info.f_blocks == 0) return std::numeric_limits<double>::max();
-        return static_cast<double>(info.f_bavail) * static_cast<double>(info.f_frsize);
+        if (!known) return std::numeric_limits<double>::max();
+        return static_cast<double>(bytes);
     });
 }
 
 void FSCreateFolder(const std::string& path) {
     Trapped("FSCreateFolder", false, [&] {
-        if (::mkdir(path.c_str(), kPrivateFolderMode) != 0) RaiseErrno(errno, err::kPathNotFound);
+        if (const int error = MakeFolder(path); error != 0) RaiseErrno(error, err::kPathNotFound);
         return true;
     });
 }
@@ -269,40 +206,29 @@ std::string FSGetTempName() {
 }
 
 void FSDeleteFile(const std::string& path) {
-    ::unlink(path.c_str()); // every error is swallowed: a file that cannot go stays
+    RemoveFile(path); // every error is swallowed: a file that cannot go stays
 }
 
 bool FSDeleteEmptyFolder(const std::string& path) {
-    return ::rmdir(path.c_str()) == 0;
+    return RemoveFolder(path) == 0;
 }
 
-TempFile FSCreateTempIn(int folder, const std::string& name) {
+TempFile FSCreateTempIn(const COpenFolder& folder, const std::string& name) {
     constexpr int kTries = 100; // names taken meanwhile, by chance
     for (int tries = 1;; ++tries) {
-        const std::string temp = TempName(name);
-        const int fd =
-            ::openat(folder, temp.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-                     kPrivateFileMode);
-        if (fd < 0 && errno == EEXIST && tries < kTries) continue;
-        if (fd >= 0) ::fchmod(fd, kPrivateFileMode); // whatever the umask; FAT cannot, no matter
-        return {fd, temp};
+        TempFile temp;
+        temp.name = TempName(name);
+        temp.file = folder.CreateNew(temp.name, temp.error);
+        if (temp.file == kNoFile && temp.error == EEXIST && tries < kTries) continue;
+        return temp;
     }
 }
 
 void FSDeleteFolder(const std::string& path) {
     // Every error is swallowed: whatever cannot be removed stays.
     const std::string folder = WithoutTrailingSlashes(path);
-    struct stat st {};
-    if (folder.empty() || folder == "/" || ::lstat(folder.c_str(), &st) != 0) return;
-    if (S_ISLNK(st.st_mode)) {
-        ::unlink(folder.c_str()); // the link goes, what it points to stays
-        return;
-    }
-    if (!S_ISDIR(st.st_mode)) return;
-    const int fd = OpenFolderNoFollow(AT_FDCWD, folder.c_str());
-    if (fd < 0) return;
-    RemoveContent(fd);
-    ::rmdir(folder.c_str());
+    if (folder.empty() || (folder.size() == 1 && IsPathSeparator(folder[0]))) return;
+    RemoveTree(folder);
 }
 
 CopyOutcome CopyWithRetries(const std::string& source, const CopyDestination& destination,
@@ -313,7 +239,7 @@ CopyOutcome CopyWithRetries(const std::string& source, const CopyDestination& de
     bool viaTemp = false;
     try {
         // A file held open is there already.
-        viaTemp = destination.fd < 0 && !EntryExists(destination.path);
+        viaTemp = destination.file == kNoFile && !EntryExists(destination.path);
         if (viaTemp) target = TempBeside(destination.path);
         int32_t tries = 3;
         for (;;) {
@@ -330,14 +256,16 @@ CopyOutcome CopyWithRetries(const std::string& source, const CopyDestination& de
             if (outcome.size == SizeOf(source)) break;
             if (stop && stop->load(std::memory_order_relaxed)) Raise(err::kCopyFailed, "stopped");
         }
-        if (viaTemp && ::rename(target.path.c_str(), destination.path.c_str()) != 0) {
-            outcome.systemError = errno;
-            RaiseErrno(errno, err::kFileNotFound);
+        if (viaTemp) {
+            if (const int error = RenameReplacing(target.path, destination.path); error != 0) {
+                outcome.systemError = error;
+                RaiseErrno(error, err::kFileNotFound);
+            }
         }
         sink(3, "OK on " + NumText(3 - tries) + " tries");
         outcome.copied = true;
     } catch (...) {
-        if (viaTemp) ::unlink(target.path.c_str());
+        if (viaTemp) RemoveFile(target.path);
         outcome.error = std::current_exception();
     }
     return outcome;
@@ -400,13 +328,12 @@ bool FSMoveFile(const std::string& source, const std::string& destination) {
 bool FSFileExists(const std::string& path) {
     CProcTrap trap("FSFileExists");
     trap.Check();
-    struct stat st {};
-    return ::stat(path.c_str(), &st) == 0 && !S_ISDIR(st.st_mode);
+    const PathStatus status = StatusOf(path);
+    return status.Exists() && status.kind != PathKind::kFolder;
 }
 
 bool FSFolderExists(const std::string& path) {
-    struct stat st {};
-    return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+    return StatusOf(path).kind == PathKind::kFolder;
 }
 
 double FSGetFileSize(const std::string& path) {
@@ -427,24 +354,24 @@ constexpr int kNotRegular = -1;
 // opened, and without blocking, so a FIFO or device never hangs; a symbolic link is never
 // followed.
 int ReadProbe(const std::string& path) {
-    struct stat st {};
-    if (::lstat(path.c_str(), &st) != 0) return errno;
-    if (!S_ISREG(st.st_mode)) return kNotRegular;
-    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | O_NOFOLLOW);
-    if (fd < 0) return errno;
-    int problem = ::fstat(fd, &st) != 0 ? errno : S_ISREG(st.st_mode) ? 0 : kNotRegular;
+    const PathStatus entry = StatusOf(path, true);
+    if (!entry.Exists()) return entry.error;
+    if (entry.kind != PathKind::kFile) return kNotRegular;
+    int problem = 0;
+    const NativeFile file = OpenFileHandle(path, OpenMode::kRead, problem);
+    if (file == kNoFile) return problem;
+    const PathStatus opened = StatusOfOpen(file);
+    problem = !opened.Exists() ? opened.error : opened.kind == PathKind::kFile ? 0 : kNotRegular;
     char buffer[8193];
     // A file shorter than the probe is read to its known end, without a read that finds none.
-    const size_t want = std::min(sizeof buffer, static_cast<size_t>(st.st_size));
+    const size_t want = static_cast<size_t>(std::min<uint64_t>(sizeof buffer, opened.size));
     size_t got = 0;
     while (problem == 0 && got < want) {
-        const ssize_t n = ::read(fd, buffer + got, want - got);
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0) problem = errno;
+        const int64_t n = ReadBytes(file, buffer + got, want - got, nullptr, problem);
         if (n <= 0) break;
         got += static_cast<size_t>(n);
     }
-    ::close(fd);
+    CloseFileHandle(file);
     return problem;
 }
 } // namespace
@@ -466,12 +393,10 @@ std::string FSPlainCause(int error) {
         return "it is a symbolic link";
     case EIO:
         return "the device reported an input/output error";
-    case ENOSPC:
-    case EDQUOT:
-        return "the disk is full";
     case EFBIG:
         return "the file system cannot hold a file this large (FAT32 takes files below 4 GiB)";
     default: {
+        if (IsDiskFullError(error)) return "the disk is full";
         std::string text = std::strerror(error);
         if (!text.empty())
             text[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[0])));
@@ -492,21 +417,7 @@ std::string FSGetPathPart(const std::string& path) {
 }
 
 std::string FSDriveFromPath(const std::string& path) {
-    if (path.empty() || path[0] != '/') return "";
-    // Start from the nearest folder that exists, then climb while the device stays the same.
-    std::string current = WithoutTrailingSlashes(path);
-    struct stat st {};
-    while (::stat(current.c_str(), &st) != 0) {
-        current = ParentFolder(current);
-        if (current.empty()) return "";
-    }
-    const dev_t device = st.st_dev;
-    for (std::string parent = ParentFolder(current); !parent.empty();
-         parent = ParentFolder(current)) {
-        if (::stat(parent.c_str(), &st) != 0 || st.st_dev != device) break;
-        current = parent;
-    }
-    return current;
+    return DriveOf(path);
 }
 
 bool FSDriveExists(const std::string& drive) {
@@ -555,42 +466,20 @@ std::string FSGetExtension(const std::string& path) {
     });
 }
 
-bool FSWriteAll(int fd, const char* data, size_t length) {
-    while (length > 0) {
-        const ssize_t n = ::write(fd, data, length);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        data += n;
-        length -= static_cast<size_t>(n);
-    }
-    return true;
-}
-
 bool FSSyncFileSystem(const std::string& path) {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    if (fd < 0) return false;
-    const bool synced = ::syncfs(fd) == 0;
-    ::close(fd);
-    return synced;
+    return SyncFileSystem(path) == 0;
 }
 
-FileStamp FSStampOfStat(const struct stat& st) {
-    if (!S_ISREG(st.st_mode)) return {};
-    constexpr int64_t kNano = 1000000000;
-    return {static_cast<uint64_t>(st.st_dev), static_cast<uint64_t>(st.st_ino),
-            static_cast<int64_t>(st.st_size),
-            static_cast<int64_t>(st.st_mtim.tv_sec) * kNano + st.st_mtim.tv_nsec,
-            static_cast<int64_t>(st.st_ctim.tv_sec) * kNano + st.st_ctim.tv_nsec};
+FileStamp FSStampOfStatus(const PathStatus& status) {
+    if (status.kind != PathKind::kFile) return {};
+    return {status.identity.device, status.identity.file, static_cast<int64_t>(status.size),
+            status.writeNs, status.changeNs};
 }
 
 FileStamp FSStampOf(const std::string& path) {
-    struct stat st {};
-    if (::lstat(path.c_str(), &st) != 0) return {};
-    return FSStampOfStat(st);
+    return FSStampOfStatus(StatusOf(path, true));
 }
 
-FileStamp FSStampOfOpen(int fd) {
-    struct stat st {};
-    if (::fstat(fd, &st) != 0) return {};
-    return FSStampOfStat(st);
+FileStamp FSStampOfOpen(NativeFile file) {
+    return FSStampOfStatus(StatusOfOpen(file));
 }

@@ -1,19 +1,19 @@
 #pragma once
 
 // Small file-system helpers that the rest of the program calls instead of the platform.
-// Paths are byte strings with "/" as separator; names that are not valid UTF-8 pass through
+// Paths are byte strings with the platform's separator; names that are not valid UTF-8 pass through
 // unchanged. The string helpers cut by fixed textual rules that other modules rely on
 // (FSGetExtension does not stop at "/"). Helpers that "report" hand an error to the shared
 // error handler under their own procedure name and return their default; the others let a
 // CRuntimeError reach their caller.
 
+#include "platform/modFileIO.h"
 #include "support/modFileCopy.h"
 
 #include <atomic>
 #include <cstdint>
 #include <exception>
 #include <string>
-#include <sys/stat.h>
 
 // Free bytes of the file system that holds `drive` (a mount point); reports and gives 0 on error;
 // the largest number for a file system that reports no size at all.
@@ -34,11 +34,13 @@ void FSDeleteFolder(const std::string& path);
 bool FSDeleteEmptyFolder(const std::string& path);
 // An empty private file under a fresh temporary name (".<name>.<random>.tmp") in the open folder
 // `folder`, open for reading and writing; any thread may make one.
+class COpenFolder;
 struct TempFile {
-    int fd = -1; // -1, with errno set, when the file system refuses it
+    NativeFile file = kNoFile; // kNoFile, with `error` set, when the file system refuses it
+    int error = 0;
     std::string name;
 };
-TempFile FSCreateTempIn(int folder, const std::string& name);
+TempFile FSCreateTempIn(const COpenFolder& folder, const std::string& name);
 // Copies with retries through the three copy modes and a size check (see modFileCopy.h).
 // A destination that does not exist yet is written under a temporary name in its folder and
 // renamed into place once complete. False, with "Failed copy on " logged, when all tries fail.
@@ -67,8 +69,6 @@ bool FSCopyEnded(const std::string& source, const CopyOutcome& outcome);
 // file system cannot refuse a replace by itself. 0, or the errno value of the failure (EEXIST
 // when the destination is there).
 int FSRenameNoReplace(const std::string& source, const std::string& destination);
-// The same for `source` named relative to the open folder `folder`.
-int FSRenameNoReplaceAt(int folder, const std::string& source, const std::string& destination);
 // Moves a file; true once the destination exists. Error 10005 (handled inside) after 4 tries.
 bool FSMoveFile(const std::string& source, const std::string& destination);
 bool FSFileExists(const std::string& path);
@@ -97,8 +97,6 @@ void FSCreatePath(const std::string& filePath);
 void FSCreateFolderTree(const std::string& folderPath);
 // Everything after the last "." of the whole text, ASCII letters upper-cased; empty without ".".
 std::string FSGetExtension(const std::string& path);
-// Writes all `length` bytes to an open file; false on any error.
-bool FSWriteAll(int fd, const char* data, size_t length);
 // Flushes everything written to the file system that holds `path` (syncfs); false on error.
 bool FSSyncFileSystem(const std::string& path);
 
@@ -116,6 +114,6 @@ struct FileStamp {
 // The stamp of the regular file at `path` (a link is not followed); unknown for anything else.
 FileStamp FSStampOf(const std::string& path);
 // The stamp of an open file; unknown unless it is a regular file.
-FileStamp FSStampOfOpen(int fd);
-// The stamp that a stat call gave.
-FileStamp FSStampOfStat(const struct stat& st);
+FileStamp FSStampOfOpen(NativeFile file);
+// The stamp of what the file system said of a file.
+FileStamp FSStampOfStatus(const PathStatus& status);

@@ -1,24 +1,22 @@
-// Copies one file in one of three ways. All three share one data loop: copy_file_range, which
-// lets the kernel move the bytes (or share extents) without a trip through user space, and a
-// plain read/write loop with 1 MiB blocks where the file systems do not support it or where an
-// observer must see the bytes. Sources are opened without following a symbolic link. Pending
-// window messages run between blocks. Sources and destinations that are not regular files are
-// refused without blocking (O_NONBLOCK), so a FIFO never hangs a copy. Files the copy creates
-// get mode 0600 whatever the source's mode: the store holds private data.
+// Copies one file in one of three ways. All three share one data loop: the system's own range
+// copy (copy_file_range on Linux), which moves the bytes (or shares extents) without a trip
+// through the program, and a plain read/write loop with 1 MiB blocks where the file systems do
+// not support it or where an observer must see the bytes. Sources are opened without following
+// a symbolic link. Pending window messages run between blocks. Sources and destinations that
+// are not regular files are refused without blocking, so a FIFO never hangs a copy. Files the copy
+// creates get mode 0600 whatever the source's mode: the store holds private data.
 
 #include "support/modFileCopy.h"
 
-#include "platform/modPlatformPaths.h"
+#include "platform/modFileIO.h"
 #include "support/modFSCommon.h"
 #include "support/modNumText.h"
 #include "support/modServices.h"
 #include "support/modYield.h"
 
 #include <cerrno>
-#include <fcntl.h>
 #include <memory>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -32,118 +30,96 @@ bool Failed(int error) {
     return false;
 }
 
-// A file descriptor closed on every way out; Close() reports whether the close succeeded,
-// which matters for writes that only fail when they reach the disk.
+// A file closed on every way out; Close() reports whether the close succeeded, which matters
+// for writes that only fail when they reach the disk.
 class FileHandle {
 public:
-    explicit FileHandle(int fd) : m_fd(fd) {}
+    explicit FileHandle(NativeFile file) : m_file(file) {}
     ~FileHandle() {
-        if (m_fd >= 0) ::close(m_fd);
+        if (m_file != kNoFile) CloseFileHandle(m_file);
     }
     FileHandle(const FileHandle&) = delete;
     FileHandle& operator=(const FileHandle&) = delete;
 
-    int Get() const { return m_fd; }
-    bool Valid() const { return m_fd >= 0; }
-    bool Close() {
-        const int fd = m_fd;
-        m_fd = -1;
-        return ::close(fd) == 0;
-    }
+    NativeFile Get() const { return m_file; }
+    bool Valid() const { return m_file != kNoFile; }
+    int Close() { return CloseFileHandle(std::exchange(m_file, kNoFile)); }
 
 private:
-    int m_fd;
+    NativeFile m_file;
 };
 
-bool IsRegular(int fd, off_t* size = nullptr) {
-    struct stat st {};
-    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) return false;
-    if (size) *size = st.st_size;
+bool IsRegular(NativeFile file, uint64_t* size = nullptr) {
+    const PathStatus status = StatusOfOpen(file);
+    if (status.kind != PathKind::kFile) return false;
+    if (size) *size = status.size;
     return true;
 }
 
-// copy_file_range refuses some pairs of files (other file systems, device files, old
-// kernels); the read/write loop then takes over at the same offsets.
-bool RangeCopyUnsupported(int error) {
-    return error == EXDEV || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP ||
-           error == EBADF || error == EPERM || error == ETXTBSY;
-}
-
-// Writes all `length` bytes at `*offset` (advanced), or at the file's own offset when null.
-bool WriteAll(int fd, const char* data, size_t length, off_t* offset) {
-    if (!offset) return FSWriteAll(fd, data, length);
-    while (length > 0) {
-        const ssize_t n = ::pwrite(fd, data, length, *offset);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        data += n;
-        length -= static_cast<size_t>(n);
-        *offset += n;
-    }
-    return true;
-}
-
-// Copies from the current offset of `in` until its end to `out`, at `*outOffset` when it is
-// given (advanced), else at the current offset of `out`.
-bool CopyData(int in, int out, off_t expected, ICopyObserver* observer, off_t* outOffset) {
-    if (expected > static_cast<off_t>(kBlockSize)) ::posix_fadvise(in, 0, 0, POSIX_FADV_SEQUENTIAL);
+// Copies from the current position of `in` until its end to `out`, at `*outOffset` when it is
+// given (advanced), else at the current position of `out`.
+bool CopyData(NativeFile in, NativeFile out, uint64_t expected, ICopyObserver* observer,
+              uint64_t* outOffset) {
+    if (expected > kBlockSize) AdviseSequential(in);
     // One buffer per thread, kept: a fresh megabyte per file costs a map and an unmap each. A
     // copy started from the window's events (DoEvents below) may use it too: each piece is
     // written out before the events run.
     thread_local std::unique_ptr<char[]> buffer;
     bool useRange = observer == nullptr;
-    off_t done = 0;
+    uint64_t done = 0;
+    int error = 0;
     for (;;) {
-        ssize_t n = 0;
+        int64_t n = 0;
         if (useRange) {
-            n = ::copy_file_range(in, nullptr, out, outOffset, kBlockSize, 0);
+            n = CopyBytes(in, out, outOffset, kBlockSize, error);
             // Some file systems answer 0 before the end; the plain loop finds the real end.
-            if ((n < 0 && RangeCopyUnsupported(errno)) || (n == 0 && done < expected)) {
+            if ((n < 0 && error == ENOSYS) || (n == 0 && done < expected)) {
                 useRange = false;
                 continue;
             }
         } else {
-            if (observer && observer->Stopped()) return Failed(ECANCELED);
+            if (observer && observer->Stopped()) return Failed(kStoppedError);
             if (!buffer) buffer.reset(new char[kBlockSize]);
-            n = ::read(in, buffer.get(), kBlockSize);
-            if (n > 0 && !WriteAll(out, buffer.get(), static_cast<size_t>(n), outOffset))
-                return Failed(errno);
+            n = ReadBytes(in, buffer.get(), kBlockSize, nullptr, error);
+            if (n > 0 && !WriteBytes(out, buffer.get(), static_cast<size_t>(n), outOffset, error))
+                return Failed(error);
             if (n > 0 && observer) observer->Written(buffer.get(), static_cast<size_t>(n));
         }
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0) return Failed(errno);
+        if (n < 0) return Failed(error);
         if (n == 0) return true;
-        done += n;
+        done += static_cast<uint64_t>(n);
         DoEvents();
     }
 }
 
-// Copies into a file held open: as an open with `flags` would find it, the file being there
-// (O_EXCL fails, O_TRUNC empties it), written from its start.
-bool CopyIntoOpen(int in, off_t size, int out, int flags, ICopyObserver* observer) {
-    if (flags & O_EXCL) return Failed(EEXIST);
-    if ((flags & O_TRUNC) && ::ftruncate(out, 0) != 0) return Failed(errno);
-    off_t offset = 0;
+// Copies into a file held open: as an open with `mode` would find it, the file being there
+// (kCreateNew fails, kCreateOrEmpty empties it), written from its start.
+bool CopyIntoOpen(NativeFile in, uint64_t size, NativeFile out, OpenMode mode,
+                  ICopyObserver* observer) {
+    if (mode == OpenMode::kCreateNew) return Failed(EEXIST);
+    if (mode == OpenMode::kCreateOrEmpty) {
+        if (const int error = TruncateTo(out, 0); error != 0) return Failed(error);
+    }
+    uint64_t offset = 0;
     return CopyData(in, out, size, observer, &offset);
 }
 
-// Copies `source` over `destination`, opened with O_WRONLY | O_CREAT | `flags` (or held open).
-bool CopyInto(const std::string& source, const CopyDestination& destination, int flags,
+// Copies `source` over `destination`, opened for writing as `mode` says (or held open).
+bool CopyInto(const std::string& source, const CopyDestination& destination, OpenMode mode,
               ICopyObserver* observer) {
-    FileHandle in(
-        ::open(source.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | O_NOFOLLOW));
-    off_t size = 0;
-    if (!in.Valid()) return Failed(errno);
+    int error = 0;
+    FileHandle in(OpenFileHandle(source, OpenMode::kRead, error));
+    uint64_t size = 0;
+    if (!in.Valid()) return Failed(error);
     if (!IsRegular(in.Get(), &size)) return Failed(0);
-    if (destination.fd >= 0) return CopyIntoOpen(in.Get(), size, destination.fd, flags, observer);
-    FileHandle out(::open(destination.path.c_str(),
-                          O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | flags,
-                          kPrivateFileMode));
-    if (!out.Valid()) return Failed(errno);
+    if (destination.file != kNoFile)
+        return CopyIntoOpen(in.Get(), size, destination.file, mode, observer);
+    FileHandle out(OpenFileHandle(destination.path, mode, error));
+    if (!out.Valid()) return Failed(error);
     if (!IsRegular(out.Get())) return Failed(0);
     const bool copied = CopyData(in.Get(), out.Get(), size, observer, nullptr);
     // A write that only fails when it reaches the disk fails the close.
-    if (!out.Close()) return Failed(errno);
+    if (const int closeError = out.Close(); closeError != 0) return Failed(closeError);
     return copied;
 }
 
@@ -153,15 +129,15 @@ CopyMethods DefaultCopyMethods() {
     CopyMethods methods;
     methods.mode1 = [](const std::string& source, const CopyDestination& destination,
                        ICopyObserver* observer) {
-        return CopyInto(source, destination, O_EXCL, observer);
+        return CopyInto(source, destination, OpenMode::kCreateNew, observer);
     };
     methods.mode2 = [](const std::string& source, const CopyDestination& destination,
                        ICopyObserver* observer) {
-        return CopyInto(source, destination, O_TRUNC, observer);
+        return CopyInto(source, destination, OpenMode::kCreateOrEmpty, observer);
     };
     methods.mode3 = [](const std::string& source, const CopyDestination& destination,
                        ICopyObserver* observer) {
-        return CopyInto(source, destination, 0, observer);
+        return CopyInto(source, destination, OpenMode::kCreateOrKeep, observer);
     };
     return methods;
 }

@@ -9,6 +9,8 @@
 // An observer, when given, sees every byte that each attempt writes, so a caller can sign the
 // very bytes that reached the destination.
 
+#include "platform/modFileIO.h"
+
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -26,15 +28,16 @@ public:
 };
 
 // Where a copy writes: a path, or a file the caller holds open for writing, written through
-// its descriptor from its start and left open (the store's staged files: no second open, and
+// its handle from its start and left open (the store's staged files: no second open, and
 // the file the caller made is the one written). A method that knows only paths takes the
 // destination as its path.
 struct CopyDestination {
-    CopyDestination(std::string name, int open = -1) : path(std::move(name)), fd(open) {}
+    CopyDestination(std::string name, NativeFile open = kNoFile)
+        : path(std::move(name)), file(open) {}
     CopyDestination(const char* name) : path(name) {}
     operator const std::string&() const { return path; }
     std::string path;
-    int fd = -1;
+    NativeFile file = kNoFile;
 };
 
 bool CopyFileByMode(const std::string& source, const CopyDestination& destination, int32_t mode,

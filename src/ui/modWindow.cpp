@@ -8,7 +8,6 @@
 
 #include <iostream>
 #include <thread>
-#include <unistd.h>
 #include <utility>
 
 namespace {
@@ -25,7 +24,7 @@ void OnQtMessage(QtMsgType type, const QMessageLogContext& context, const QStrin
     // Qt aborts when this returns: the start goes on here, and the process ends with its status.
     const int status = (*std::exchange(g_withoutWindow, nullptr))();
     std::cout.flush();
-    ::_exit(status);
+    std::_Exit(status);
 }
 
 } // namespace

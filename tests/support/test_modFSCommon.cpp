@@ -3,6 +3,7 @@
 // the all-or-nothing write of a new destination, moves, and paths made of odd bytes.
 
 #include "TestSupport.h"
+#include "platform/COpenFolder.h"
 #include "support/CRuntimeError.h"
 #include "support/modFSCommon.h"
 #include "support/modFileCopy.h"
@@ -443,20 +444,20 @@ TEST(FSDeleteEmptyFolder, OnlyAnEmptyFolderGoes) {
 TEST(FSCreateTempIn, EmptyPrivateFileWithAFreshTemporaryNameInTheOpenFolder) {
     ScopedTestEnv env;
     const TestFolder dir(env);
-    const int folder = ::open(dir.Root().c_str(), O_RDONLY | O_DIRECTORY);
-    ASSERT_GE(folder, 0);
+    COpenFolder folder;
+    ASSERT_EQ(folder.Open(dir.Root()), 0);
     const mode_t oldMask = ::umask(0);
     const TempFile first = FSCreateTempIn(folder, "ab.QRV");
     const TempFile second = FSCreateTempIn(folder, "ab.QRV");
     ::umask(oldMask);
-    ::close(folder);
     EXPECT_NE(first.name, second.name);
     for (const TempFile& temp : {first, second}) {
-        EXPECT_GE(temp.fd, 0);
+        EXPECT_NE(temp.file, kNoFile);
         EXPECT_TRUE(std::regex_match(temp.name, std::regex(R"(\.ab\.QRV\.[0-9A-F]{8}\.tmp)")))
             << temp.name;
-        EXPECT_EQ(::write(temp.fd, "x", 1), 1); // open for writing
-        ::close(temp.fd);
+        int error = 0;
+        EXPECT_TRUE(WriteBytes(temp.file, "x", 1, nullptr, error)); // open for writing
+        CloseFileHandle(temp.file);
         EXPECT_EQ(ReadFile(dir.Path(temp.name)), "x");
         EXPECT_EQ(Mode(dir.Path(temp.name)), 0600u);
     }
@@ -469,14 +470,12 @@ TEST(FSCreateTempIn, FolderThatRefusesFilesGivesNoneAndTheSystemsReason) {
     const ScopedNoPermissionOverride noOverride;
     if (!noOverride.Ok()) GTEST_SKIP() << "cannot drop the permission override";
     ASSERT_EQ(::chmod(dir.Root().c_str(), 0500), 0);
-    const int folder = ::open(dir.Root().c_str(), O_RDONLY | O_DIRECTORY);
-    ASSERT_GE(folder, 0);
+    COpenFolder folder;
+    ASSERT_EQ(folder.Open(dir.Root()), 0);
     const TempFile temp = FSCreateTempIn(folder, "ab.QRV");
-    const int error = errno;
-    ::close(folder);
     ::chmod(dir.Root().c_str(), 0700);
-    EXPECT_EQ(temp.fd, -1);
-    EXPECT_EQ(error, EACCES);
+    EXPECT_EQ(temp.file, kNoFile);
+    EXPECT_EQ(temp.error, EACCES);
     EXPECT_EQ(ListTree(dir.Root()), Lines{});
 }
 
