@@ -31,6 +31,10 @@ PathKind KindOf(DWORD attributes) {
 
 // The reparse tag of the link itself at `path`, 0 when it is no reparse point.
 DWORD ReparseTag(const std::wstring& path) {
+    const DWORD attributes = ::GetFileAttributesW(path.c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES || !(attributes & FILE_ATTRIBUTE_REPARSE_POINT))
+        return 0;
+    // Only a listing tells the tag without opening the file.
     WIN32_FIND_DATAW found{};
     const HANDLE find = ::FindFirstFileW(path.c_str(), &found);
     if (find == INVALID_HANDLE_VALUE) return 0;

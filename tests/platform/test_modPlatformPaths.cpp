@@ -115,6 +115,21 @@ std::vector<std::string> AllowedSids(const std::string& path) {
     return sids;
 }
 
+// Short paths go to Windows as they are, long ones absolute in the \\?\ form.
+TEST(PlatformPaths, ALongPathIsHandedOverInItsLongForm) {
+    const std::string name(100, 'n');
+    EXPECT_EQ(WidePath("C:/short/path"), L"C:/short/path");
+    EXPECT_EQ(WidePath("C:/a/../b/" + name + "/" + name + "/" + name),
+              L"\\\\?\\C:\\b\\" + Wide(name) + L"\\" + Wide(name) + L"\\" + Wide(name));
+    EXPECT_EQ(WidePath("\\\\server\\share\\" + name + "\\" + name + "\\" + name),
+              L"\\\\?\\UNC\\server\\share\\" + Wide(name) + L"\\" + Wide(name) + L"\\" +
+                  Wide(name));
+    const std::string already = "\\\\?\\C:\\" + name + "\\" + name + "\\" + name;
+    EXPECT_EQ(WidePath(already), Wide(already));
+    EXPECT_EQ(Narrow(Wide("Gr\xc3\xbc\xc3\x9f\x65 \xe6\x97\xa5\xe6\x9c\xac")),
+              "Gr\xc3\xbc\xc3\x9f\x65 \xe6\x97\xa5\xe6\x9c\xac");
+}
+
 TEST(PlatformPaths, TheStateFolderIsBelowLocalAppData) {
     ScopedTestEnv env;
     ScopedVariable local(L"LOCALAPPDATA", env.StateHome());

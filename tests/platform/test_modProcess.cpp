@@ -92,7 +92,7 @@ TEST(Process, AnAnswerWithinTheTimeTellsWhetherItStarted) {
     EXPECT_TRUE(StartDetached(ThisProgram(), {"--helper", "exit", "0"}, 10000));
     EXPECT_FALSE(StartDetached(ThisProgram(), {"--helper", "exit", "3"}, 10000));
     EXPECT_FALSE(StartDetached("stashwell-no-such-program", {}));
-    EXPECT_TRUE(StartDetached(ThisProgram(), {"--helper", "pause", "2000"}, 100));
+    EXPECT_TRUE(StartDetached(ThisProgram(), {"--helper", "pause", "1500"}, 100));
     EXPECT_TRUE(StartDetached("cmd.exe", {"/c", "exit 0"}, 10000));
 }
 
