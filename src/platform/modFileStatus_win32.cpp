@@ -7,9 +7,9 @@
 #include <cctype>
 #include <cerrno>
 
-// A path is asked through a handle opened for no access at all (attributes only), which every
-// file and folder allows, with FILE_FLAG_BACKUP_SEMANTICS so that folders open too; its file
-// information gives the kind, the size and the identity (volume serial number and file index).
+// A path is asked through a handle opened only to read attributes, which every file and folder
+// allows, with FILE_FLAG_BACKUP_SEMANTICS so that folders open too; its file information gives
+// the kind, the size and the identity (volume serial number and file index).
 // A file that cannot be opened even so (a system file held open without sharing, such as the
 // page file) is still told by its attributes, without an identity.
 //

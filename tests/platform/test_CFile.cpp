@@ -37,6 +37,21 @@ TEST(File, AppendKeepsWhatIsThereAndReplaceEmptiesIt) {
     EXPECT_EQ(ReadFile(path), "only this");
 }
 
+// Two writers of one log (two processes of the program) each add at the end.
+TEST(File, TwoAppendersNeverOverwriteEachOther) {
+    ScopedTestEnv env;
+    const std::string path = env.Path("log");
+    CFile first, second;
+    ASSERT_TRUE(first.Open(path, CFile::Mode::kAppend));
+    ASSERT_TRUE(second.Open(path, CFile::Mode::kAppend));
+    EXPECT_TRUE(first.WriteAll("first one\r\n"));
+    EXPECT_TRUE(second.WriteAll("second\r\n"));
+    EXPECT_TRUE(first.WriteAll("first two\r\n"));
+    first.Close();
+    second.Close();
+    EXPECT_EQ(ReadFile(path), "first one\r\nsecond\r\nfirst two\r\n");
+}
+
 // On Windows a file gets the security of its folder (see the tests of MakePrivateFolders).
 #ifndef _WIN32
 TEST(File, AFileItMakesIsPrivateToTheUser) {
