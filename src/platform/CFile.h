@@ -3,6 +3,7 @@
 // A file the program writes itself, kept open while it writes: the daily log, the error report
 // and the trace. Files it makes are private to the user and not inherited by programs it starts.
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -29,7 +30,7 @@ public:
     int Error() const { return m_error; }
 
 private:
-    int m_fd = -1;
+    intptr_t m_fd = -1; // a descriptor; on Windows a HANDLE (INVALID_HANDLE_VALUE is -1)
     int m_error = 0;
 };
 

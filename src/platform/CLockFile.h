@@ -34,7 +34,7 @@ public:
     void Close();
 
 private:
-    int m_fd = -1;
+    intptr_t m_fd = -1; // a descriptor; on Windows a HANDLE (INVALID_HANDLE_VALUE is -1)
     int m_error = 0;
     FileIdentity m_identity;
 };

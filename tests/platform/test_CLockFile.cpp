@@ -1,5 +1,6 @@
 // The platform layer's file lock: one holder at a time, let go when the file is closed.
 
+#include "PlatformTestLinks.h"
 #include "TestSupport.h"
 #include "platform/CLockFile.h"
 
@@ -25,6 +26,7 @@ TEST(LockFile, OneHolderAtATimeAndClosingLetsGo) {
     EXPECT_EQ(second.TryLock(), CLockFile::Attempt::kLocked);
 }
 
+#ifndef _WIN32
 TEST(LockFile, ALinkIsNotFollowedUnlessAsked) {
     ScopedTestEnv env;
     WriteFile(env.Path("real.lock"), "");
@@ -33,6 +35,31 @@ TEST(LockFile, ALinkIsNotFollowedUnlessAsked) {
     EXPECT_FALSE(file.Open(env.Path("QRV.lock"), false));
     EXPECT_EQ(file.Error(), ELOOP);
     EXPECT_TRUE(file.Open(env.Path("QRV.lock"), false, true));
+}
+#else
+TEST(LockFile, ALinkIsNotFollowedUnlessAsked) {
+    ScopedTestEnv env;
+    WriteFile(env.Path("real.lock"), "");
+    if (!MakeFileLink(env.Path("real.lock"), env.Path("QRV.lock")))
+        GTEST_SKIP() << "this system makes no links";
+    CLockFile file;
+    EXPECT_FALSE(file.Open(env.Path("QRV.lock"), false));
+    EXPECT_EQ(file.Error(), ELOOP);
+    EXPECT_TRUE(file.Open(env.Path("QRV.lock"), false, true));
+}
+#endif
+
+// A second try of the holder keeps the lock, as it does with flock.
+TEST(LockFile, TheHolderTryingAgainKeepsTheLock) {
+    ScopedTestEnv env;
+    CLockFile first, second;
+    ASSERT_TRUE(first.Open(env.Path("QRV.lock"), true));
+    ASSERT_TRUE(second.Open(env.Path("QRV.lock"), true));
+    EXPECT_EQ(first.TryLock(), CLockFile::Attempt::kLocked);
+    EXPECT_EQ(first.TryLock(), CLockFile::Attempt::kLocked);
+    EXPECT_EQ(second.TryLock(), CLockFile::Attempt::kBusy);
+    first.Close();
+    EXPECT_EQ(second.TryLock(), CLockFile::Attempt::kLocked);
 }
 
 TEST(LockFile, AMissingFolderIsTheErrorOfOpen) {

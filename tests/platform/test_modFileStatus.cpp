@@ -1,8 +1,10 @@
 // What a path names, as the platform layer answers it: kind, size, identity and the reason when
 // nothing is there.
 
+#include "PlatformTestLinks.h"
 #include "TestSupport.h"
 #include "platform/modFileStatus.h"
+#include "platform/modPlatformPaths.h"
 
 #include <gtest/gtest.h>
 
@@ -11,6 +13,7 @@
 
 namespace {
 
+#ifndef _WIN32
 TEST(FileStatus, KindsSizeAndIdentity) {
     ScopedTestEnv env;
     const std::string folder = env.Path("f"), file = env.Path("f/a.txt"), link = env.Path("l");
@@ -27,6 +30,33 @@ TEST(FileStatus, KindsSizeAndIdentity) {
     EXPECT_EQ(StatusOf(env.Path("f/../f/a.txt")).identity, status.identity);
     EXPECT_FALSE(StatusOf(folder).identity == status.identity);
 }
+#else
+TEST(FileStatus, KindsSizeAndIdentity) {
+    ScopedTestEnv env;
+    const std::string folder = env.Path("f"), file = env.Path("f/a.txt");
+    std::filesystem::create_directory(folder);
+    WriteFile(file, "12345");
+    EXPECT_EQ(StatusOf(folder).kind, PathKind::kFolder);
+    const PathStatus status = StatusOf(file);
+    EXPECT_EQ(status.kind, PathKind::kFile);
+    EXPECT_EQ(status.size, 5u);
+    EXPECT_EQ(StatusOf(env.Path("f/../f/a.txt")).identity, status.identity);
+    EXPECT_EQ(StatusOf(env.Path("f\\A.TXT")).identity, status.identity);
+    EXPECT_FALSE(StatusOf(folder).identity == status.identity);
+    EXPECT_EQ(StatusOf(file, true).kind, PathKind::kFile);
+}
+
+TEST(FileStatus, ALinkIsAnsweredAsItselfOnlyWhenAsked) {
+    ScopedTestEnv env;
+    const std::string file = env.Path("a.txt"), link = env.Path("l");
+    WriteFile(file, "12345");
+    const PathStatus status = StatusOf(file);
+    if (!MakeFileLink(file, link)) GTEST_SKIP() << "this system makes no links";
+    EXPECT_EQ(StatusOf(link).kind, PathKind::kFile);
+    EXPECT_EQ(StatusOf(link).identity, status.identity);
+    EXPECT_EQ(StatusOf(link, true).kind, PathKind::kLink);
+}
+#endif
 
 TEST(FileStatus, NothingThereSaysWhy) {
     ScopedTestEnv env;
@@ -38,6 +68,7 @@ TEST(FileStatus, NothingThereSaysWhy) {
     EXPECT_EQ(StatusOf(env.Path("a.txt/below")).error, ENOTDIR);
 }
 
+#ifndef _WIN32
 TEST(FileStatus, OnlyAFileThatMayRunIsRunnable) {
     ScopedTestEnv env;
     const std::string script = env.Path("run.sh"), text = env.Path("text");
@@ -50,6 +81,35 @@ TEST(FileStatus, OnlyAFileThatMayRunIsRunnable) {
     EXPECT_FALSE(IsRunnableFile(text));
     EXPECT_FALSE(IsRunnableFile(env.Root()));
     EXPECT_FALSE(IsRunnableFile(env.Path("missing")));
+}
+#else
+// On Windows a program is a file that ends in .exe, .com, .bat or .cmd.
+TEST(FileStatus, OnlyAFileThatMayRunIsRunnable) {
+    ScopedTestEnv env;
+    for (const char* name : {"prog.exe", "old.com", "run.bat", "RUN2.CMD", "run.sh", "text"})
+        WriteFile(env.Path(name), "x");
+    std::filesystem::create_directory(env.Path("folder.exe"));
+    EXPECT_TRUE(IsRunnableFile(env.Path("prog.exe")));
+    EXPECT_TRUE(IsRunnableFile(env.Path("old.com")));
+    EXPECT_TRUE(IsRunnableFile(env.Path("run.bat")));
+    EXPECT_TRUE(IsRunnableFile(env.Path("RUN2.CMD")));
+    EXPECT_FALSE(IsRunnableFile(env.Path("run.sh")));
+    EXPECT_FALSE(IsRunnableFile(env.Path("text")));
+    EXPECT_FALSE(IsRunnableFile(env.Path("folder.exe")));
+    EXPECT_FALSE(IsRunnableFile(env.Root()));
+    EXPECT_FALSE(IsRunnableFile(env.Path("missing.exe")));
+}
+#endif
+
+TEST(FileStatus, ALongPathIsAnsweredAsAShortOne) {
+    ScopedTestEnv env;
+    std::string folder = env.Root();
+    for (int i = 0; i < 6; ++i)
+        folder += "/" + std::string(60, static_cast<char>('a' + i));
+    ASSERT_GT(folder.size(), 360u);
+    ASSERT_TRUE(MakePrivateFolders(folder));
+    EXPECT_EQ(StatusOf(folder).kind, PathKind::kFolder);
+    EXPECT_EQ(StatusOf(folder + "/missing").error, ENOENT);
 }
 
 } // namespace

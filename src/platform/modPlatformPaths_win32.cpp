@@ -1,0 +1,185 @@
+#include "platform/modPlatformPaths.h"
+
+#include "platform/modWin32Text.h"
+
+#include <memory>
+#include <sddl.h>
+#include <shlobj.h>
+
+// The state folder is %LOCALAPPDATA%\Korvex\QRV, the user's own folder that no other user can
+// read. The error report (QRVERR.LOG, ERRORS.TXT), the logger file (LOGGER.TXT) and the trace
+// (trace.log) have places of their own: C:\ for the first three and the program's folder for the
+// trace. A standard user of Windows 10/11 may not make files in C:\, nor in a program folder
+// below Program Files, so each is taken when it can be written there and the state folder
+// otherwise. With STASHWELL_PER_USER_STATE set (tests, which point LOCALAPPDATA into a
+// folder of their own), every file stays in the state folder.
+
+namespace {
+
+std::string Environment(const wchar_t* name) {
+    const DWORD size = ::GetEnvironmentVariableW(name, nullptr, 0);
+    if (size == 0) return std::string();
+    std::wstring value(size, L'\0');
+    const DWORD n = ::GetEnvironmentVariableW(name, value.data(), size);
+    value.resize(n < size ? n : 0);
+    return Narrow(value);
+}
+
+// SHGetFolderPathW, which needs no COM library, unlike SHGetKnownFolderPath.
+std::string ShellFolder(int id) {
+    wchar_t path[MAX_PATH] = {};
+    return ::SHGetFolderPathW(nullptr, id, nullptr, SHGFP_TYPE_CURRENT, path) == S_OK
+               ? Narrow(path)
+               : std::string();
+}
+
+std::string EnvOrShellFolder(const wchar_t* name, int id) {
+    const std::string value = Environment(name);
+    return value.empty() ? ShellFolder(id) : value;
+}
+
+bool IsSeparator(char c) {
+    return c == '\\' || c == '/';
+}
+
+// The end of the part of `path` that names where it starts: "C:\", "\", "\\server\share\",
+// "\\?\C:\", "\\?\UNC\server\share\"; 0 for a relative path.
+size_t RootLength(const std::string& path) {
+    const auto skipPart = [&](size_t from) {
+        while (from < path.size() && !IsSeparator(path[from]))
+            ++from;
+        return from < path.size() ? from + 1 : from;
+    };
+    size_t at = 0;
+    if (path.rfind("\\\\?\\UNC\\", 0) == 0) return skipPart(skipPart(8));
+    if (path.rfind("\\\\?\\", 0) == 0 || path.rfind("\\\\.\\", 0) == 0)
+        at = 4;
+    else if (path.size() >= 2 && IsSeparator(path[0]) && IsSeparator(path[1]))
+        return skipPart(skipPart(2));
+    if (path.size() >= at + 2 && path[at + 1] == ':') at += 2;
+    if (at < path.size() && IsSeparator(path[at])) ++at;
+    return at;
+}
+
+bool IsFolder(const std::string& path) {
+    const DWORD attributes = ::GetFileAttributesW(WidePath(path).c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY);
+}
+
+// A folder's security that lets only the user, the system and the administrators in, passed on
+// to everything made inside it (a mode of 0700 on Linux); its owner is the user who made it.
+struct PrivateSecurity {
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    ~PrivateSecurity() { ::LocalFree(descriptor); }
+};
+
+std::wstring UserSid() {
+    HANDLE token = nullptr;
+    if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, &token)) return std::wstring();
+    DWORD size = 0;
+    ::GetTokenInformation(token, TokenUser, nullptr, 0, &size);
+    std::unique_ptr<char[]> buffer(new char[size ? size : 1]);
+    std::wstring sid;
+    LPWSTR text = nullptr;
+    if (size && ::GetTokenInformation(token, TokenUser, buffer.get(), size, &size) &&
+        ::ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER*>(buffer.get())->User.Sid, &text)) {
+        sid = text;
+        ::LocalFree(text);
+    }
+    ::CloseHandle(token);
+    return sid;
+}
+
+// False when the descriptor could not be made: the folder is then made with the security its
+// parent passes on, as every other program's folder is.
+bool MakePrivateSecurity(PrivateSecurity& security) {
+    const std::wstring sid = UserSid();
+    if (sid.empty()) return false;
+    const std::wstring sddl = L"D:P(A;OICI;FA;;;" + sid + L")(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)";
+    return ::ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl.c_str(), SDDL_REVISION_1,
+                                                                  &security.descriptor, nullptr);
+}
+
+// Whether this process may write the file `path`: open for appending when it is there, made
+// and at once removed again when it is not.
+bool IsWritablePlace(const std::string& path) {
+    const std::wstring wide = WidePath(path);
+    HANDLE file = ::CreateFileW(wide.c_str(), FILE_APPEND_DATA,
+                                FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE && ::GetLastError() == ERROR_FILE_NOT_FOUND)
+        file =
+            ::CreateFileW(wide.c_str(), FILE_APPEND_DATA | DELETE,
+                          FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                          CREATE_NEW, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return false;
+    ::CloseHandle(file);
+    return true;
+}
+
+// The described place of a state file, or "" for one that has none.
+std::string DescribedPlace(const std::string& name) {
+    if (name == "QRVERR.LOG" || name == "ERRORS.TXT" || name == "LOGGER.TXT") return "C:\\" + name;
+    if (name == "trace.log") return ProgramFolder() + "\\" + name;
+    return std::string();
+}
+
+} // namespace
+
+std::string ConfigHome() {
+    return EnvOrShellFolder(L"APPDATA", CSIDL_APPDATA);
+}
+
+std::string StateFolder() {
+    return EnvOrShellFolder(L"LOCALAPPDATA", CSIDL_LOCAL_APPDATA) + "\\Korvex\\QRV";
+}
+
+std::string StateFile(const std::string& name) {
+    if (Environment(L"STASHWELL_PER_USER_STATE").empty()) {
+        const std::string described = DescribedPlace(name);
+        if (!described.empty() && IsWritablePlace(described)) return described;
+    }
+    const std::string folder = StateFolder();
+    MakePrivateFolders(folder);
+    return folder + "\\" + name;
+}
+
+std::string ProgramFolder() {
+    std::wstring path(MAX_PATH, L'\0');
+    for (;;) {
+        const DWORD n = ::GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
+        if (n == 0) return CurrentFolder();
+        if (n < path.size()) {
+            path.resize(n);
+            break;
+        }
+        path.resize(path.size() * 2);
+    }
+    const std::string program = Narrow(path);
+    return program.substr(0, program.find_last_of("\\/"));
+}
+
+std::string CurrentFolder() {
+    const DWORD size = ::GetCurrentDirectoryW(0, nullptr);
+    if (size == 0) return std::string();
+    std::wstring folder(size, L'\0');
+    const DWORD n = ::GetCurrentDirectoryW(size, folder.data());
+    folder.resize(n < size ? n : 0);
+    return Narrow(folder);
+}
+
+bool MakePrivateFolders(const std::string& path) {
+    if (path.empty()) return false;
+    PrivateSecurity security;
+    SECURITY_ATTRIBUTES attributes{sizeof attributes, nullptr, FALSE};
+    if (MakePrivateSecurity(security)) attributes.lpSecurityDescriptor = security.descriptor;
+    for (size_t end = RootLength(path); end < path.size(); ++end) {
+        while (end < path.size() && !IsSeparator(path[end]))
+            ++end;
+        const std::string prefix = path.substr(0, end);
+        if (!IsFolder(prefix) && !::CreateDirectoryW(WidePath(prefix).c_str(), &attributes) &&
+            ::GetLastError() != ERROR_ALREADY_EXISTS)
+            return false;
+    }
+    return IsFolder(path);
+}
