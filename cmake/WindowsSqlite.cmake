@@ -27,8 +27,9 @@ endforeach()
 
 enable_language(C)
 add_library(stashwell_sqlite3 STATIC ${STASHWELL_SQLITE_DIR}/sqlite3.c)
-# SQLite's own code is not held to the project's warnings.
-target_compile_options(stashwell_sqlite3 PRIVATE -w)
+# SQLite's own code is not held to the project's warnings, and is optimised as Debian builds it
+# (-O2, which also compiles the 8 MB file faster than the build type's -O3).
+target_compile_options(stashwell_sqlite3 PRIVATE -w -O2)
 # Serialized mode, as Debian's library: any connection from any thread.
 target_compile_definitions(stashwell_sqlite3 PRIVATE SQLITE_THREADSAFE=1)
 target_include_directories(stashwell_sqlite3 INTERFACE ${STASHWELL_SQLITE_DIR})
