@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Builds Stashwell and runs every test: first the whole build, then the Qt-free core and its
 # tests again under AddressSanitizer and UndefinedBehaviorSanitizer, then the engine's tests,
-# whose read-ahead runs worker threads, under ThreadSanitizer, and last the Debian package:
-# built, installed, its programs run, and purged again. At the end it lists the Release tests
-# that were skipped, with their reasons.
+# whose read-ahead runs worker threads, under ThreadSanitizer, then the Debian package: built,
+# installed, its programs run, and purged again, and last the Windows build: cross-built with
+# mingw-w64, its tests run under Wine. At the end it lists the Release tests that were skipped,
+# with their reasons.
 set -euo pipefail
 cd "$(dirname "$0")"
 ./scripts/install-deps.sh
@@ -60,3 +61,8 @@ done
 # The Debian package of the Release build: built with CPack, installed with apt-get, its
 # programs run from /usr/bin on a private home, then purged (tests/package/run.sh).
 tests/package/run.sh build-release
+
+# The Windows build (scripts/build-windows.sh, docs/windows.md): the programs and the zip, with
+# the manual of the Release build, and the tests of tests/windows-tests.txt under Wine, counted
+# as "Windows tests: N passed, M skipped, K failed"; a failed one fails this script.
+scripts/build-windows.sh --test --manual-from build-release

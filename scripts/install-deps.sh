@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs, with apt-get, the Debian 12 packages that building and testing Stashwell needs,
-# skipping the work when every package is already there.
+# skipping the work when every package is already there. With --only, the packages named after
+# it instead (scripts/build-windows.sh names those of the Windows build).
 set -euo pipefail
 
 packages=(cmake ninja-build g++ pkg-config libsqlite3-dev libssl-dev libgtest-dev
@@ -13,6 +14,9 @@ packages=(cmake ninja-build g++ pkg-config libsqlite3-dev libssl-dev libgtest-de
     mount exfatprogs exfat-fuse dosfstools fusefat)
 if [ "${1:-}" = "--bench" ]; then
     packages+=(time borgbackup restic)
+elif [ "${1:-}" = "--only" ]; then
+    shift
+    packages=("$@")
 fi
 
 missing=()

@@ -1,0 +1,65 @@
+#!/usr/bin/env bash
+# Wine for the Windows build: one 64-bit Wine prefix per build folder, made on first use.
+#
+#   cmake/wine.sh PREFIX run PROGRAM.exe [ARGS...]   # what CTest runs each test program with
+#   cmake/wine.sh PREFIX start                        # before a test run: the prefix made and
+#                                                      # a Wine server kept running for it
+#   cmake/wine.sh PREFIX stop                         # after it: that server ended
+#
+# Making a prefix takes Wine several seconds; two programs that start on a prefix not made yet
+# would both make it and the second can hang, so the making is done once, under a lock, before
+# any program runs. A server kept running (wineserver -p) spares each of the many short test
+# programs the start of a server of its own; without one, each starts one as usual.
+set -euo pipefail
+prefix=${1:?usage: wine.sh PREFIX run|start|stop [PROGRAM ARGS...]}
+mode=${2:?usage: wine.sh PREFIX run|start|stop [PROGRAM ARGS...]}
+shift 2
+
+export WINEPREFIX=$prefix
+export WINEARCH=win64
+# Wine's own trace lines would mix with the programs' output that tests read.
+export WINEDEBUG=${WINEDEBUG:--all}
+# No .NET or HTML engine: the prefix is made without asking to download Mono or Gecko.
+export WINEDLLOVERRIDES=${WINEDLLOVERRIDES:-mscoree,mshtml=}
+
+made="$prefix/.stashwell-prefix-made"
+make_prefix() {
+    [ -e "$made" ] && return 0
+    mkdir -p "$prefix"
+    (
+        flock 9
+        if [ ! -e "$made" ]; then
+            # wineboot's own notes ("configuration ... has been updated") go to a log, shown
+            # only when the making fails.
+            if ! wine cmd /c exit </dev/null >"$prefix.log" 2>&1; then
+                echo "wine.sh: Wine could not make the prefix $prefix:" >&2
+                cat "$prefix.log" >&2
+                exit 1
+            fi
+            touch "$made"
+        fi
+    ) 9>"$prefix.lock"
+}
+
+case $mode in
+run)
+    make_prefix
+    exec wine "$@"
+    ;;
+start)
+    mkdir -p "$prefix"
+    # The server and the programs Wine keeps running with it (services, devices) would hold on
+    # to whatever output they were started with; a program whose output CTest reads would then
+    # never seem to end. They get a log instead.
+    wineserver -p </dev/null >>"$prefix.log" 2>&1
+    make_prefix
+    wine cmd /c exit </dev/null >>"$prefix.log" 2>&1
+    ;;
+stop)
+    [ -d "$prefix" ] && wineserver -k 2>/dev/null || true
+    ;;
+*)
+    echo "wine.sh: unknown mode $mode" >&2
+    exit 2
+    ;;
+esac
