@@ -1,5 +1,6 @@
 #include "engine/kvCryptDriver.h"
 
+#include "platform/CMd5.h"
 #include "platform/modFileIO.h"
 #include "support/CProcTrap.h"
 #include "support/modFSCommon.h"
@@ -9,7 +10,6 @@
 #include <atomic>
 #include <cerrno>
 #include <memory>
-#include <openssl/evp.h>
 #include <vector>
 
 namespace {
@@ -21,16 +21,6 @@ struct FileCloser {
     NativeFile file;
     ~FileCloser() { CloseFileHandle(file); }
 };
-
-std::string Hex(const unsigned char* digest, unsigned size) {
-    static const char* digits = "0123456789abcdef";
-    std::string out;
-    for (unsigned i = 0; i < size; ++i) {
-        out += digits[digest[i] >> 4];
-        out += digits[digest[i] & 15];
-    }
-    return out;
-}
 
 // Sources are read without following a link: a file swapped for a symbolic link after it was
 // listed is refused, never read through.
@@ -82,8 +72,7 @@ SignedContent Signature(const std::string& path, bool yield, const std::atomic<b
 } // namespace
 
 struct CSignatureStream::Digest {
-    EVP_MD_CTX* ctx = EVP_MD_CTX_new();
-    ~Digest() { EVP_MD_CTX_free(ctx); }
+    CMd5 md5;
 };
 
 CSignatureStream::CSignatureStream() : m_digest(std::make_unique<Digest>()) {
@@ -93,14 +82,12 @@ CSignatureStream::CSignatureStream() : m_digest(std::make_unique<Digest>()) {
 CSignatureStream::~CSignatureStream() = default;
 
 void CSignatureStream::Restart() {
-    if (!m_digest->ctx || EVP_DigestInit_ex(m_digest->ctx, EVP_md5(), nullptr) != 1)
-        Raise(err::kInternal, "MD5 is not available");
+    if (!m_digest->md5.Restart()) Raise(err::kInternal, "MD5 is not available");
     m_length = 0;
 }
 
 void CSignatureStream::Add(const char* data, size_t size) {
-    if (EVP_DigestUpdate(m_digest->ctx, data, size) != 1)
-        Raise(err::kInternal, "MD5 update failed");
+    if (!m_digest->md5.Add(data, size)) Raise(err::kInternal, "MD5 update failed");
     m_length += size;
 }
 
@@ -109,14 +96,12 @@ SignedContent CSignatureStream::Finish() {
     static const char zeros[4096] = {};
     for (uint64_t pad = (m_length + kGrid - 1) / kGrid; pad > 0;) {
         const size_t piece = static_cast<size_t>(std::min<uint64_t>(pad, sizeof zeros));
-        if (EVP_DigestUpdate(m_digest->ctx, zeros, piece) != 1)
-            Raise(err::kInternal, "MD5 update failed");
+        if (!m_digest->md5.Add(zeros, piece)) Raise(err::kInternal, "MD5 update failed");
         pad -= piece;
     }
-    unsigned char digest[EVP_MAX_MD_SIZE];
-    unsigned size = 0;
-    if (EVP_DigestFinal_ex(m_digest->ctx, digest, &size) != 1) Raise(err::kInternal, "MD5 failed");
-    return {Hex(digest, size), m_length};
+    std::string signature = m_digest->md5.Finish();
+    if (signature.empty()) Raise(err::kInternal, "MD5 failed");
+    return {std::move(signature), m_length};
 }
 
 std::string MD5File(const std::string& path) {
