@@ -4,21 +4,51 @@
 
 #include <cerrno>
 #include <charconv>
-#include <clocale>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
 #include <regex>
+#include <string_view>
 
 // The texts never follow the user's locale (the window build's toolkit switches the C library
 // to it, and a German locale would write and read a decimal comma), so numbers are written
-// with std::to_chars and read with the "C" locale.
+// with std::to_chars and read with std::from_chars, which know no locale.
 
 namespace {
-locale_t CLocale() {
-    static const locale_t c = ::newlocale(LC_ALL_MASK, "C", locale_t{});
-    return c;
+// A decimal text without its sign whose number a double cannot hold: infinite when it is too
+// large, 0 when too small, by the decimal order of its first significant digit.
+double OutOfRange(std::string_view text) {
+    const size_t e = text.find_first_of("eE");
+    const std::string_view mantissa = text.substr(0, e);
+    long exponent = 0;
+    if (e != std::string_view::npos) {
+        std::string_view digits = text.substr(e + 1);
+        const bool negative = !digits.empty() && digits[0] == '-';
+        if (!digits.empty() && (digits[0] == '+' || digits[0] == '-')) digits.remove_prefix(1);
+        for (const char c : digits)
+            exponent = std::min(exponent * 10 + (c - '0'), 100000L);
+        if (negative) exponent = -exponent;
+    }
+    const size_t point = std::min(mantissa.find('.'), mantissa.size());
+    const size_t first = mantissa.find_first_of("123456789");
+    if (first == std::string_view::npos) return 0;
+    const long order = first < point ? static_cast<long>(point - first) - 1
+                                     : -static_cast<long>(first - point);
+    return order + exponent >= 0 ? std::numeric_limits<double>::infinity() : 0;
+}
+
+// The number a decimal text (as IsDecimalText accepts it) stands for; infinite when it is too
+// large for a double, 0 when it is too small.
+double ReadDecimal(const std::string& text) {
+    const char* first = text.data();
+    const char* last = first + text.size();
+    const bool negative = first != last && *first == '-';
+    if (first != last && (*first == '+' || *first == '-')) ++first;
+    double value = 0;
+    const auto [end, error] = std::from_chars(first, last, value, std::chars_format::general);
+    if (error == std::errc::result_out_of_range) value = OutOfRange(std::string_view(first, last));
+    return negative ? -value : value;
 }
 
 // Optional sign, digits with at most one decimal point, optional exponent: the only texts
@@ -88,7 +118,7 @@ double Val(const std::string& text) {
     std::smatch match;
     const std::string rest = text.substr(begin);
     if (!std::regex_search(rest, match, leading)) return 0;
-    const double value = ::strtod_l(match.str().c_str(), nullptr, CLocale());
+    const double value = ReadDecimal(match.str());
     return std::isfinite(value) ? value : 0;
 }
 
@@ -98,9 +128,8 @@ double TextToNumber(const std::string& text) {
     const size_t end = text.find_last_not_of(' ') + 1;
     const std::string number = text.substr(begin, end - begin);
     if (!IsDecimalText(number)) Raise(err::kTypeMismatch);
-    errno = 0;
-    const double value = ::strtod_l(number.c_str(), nullptr, CLocale());
-    if (errno == ERANGE && std::isinf(value)) Raise(err::kOverflow);
+    const double value = ReadDecimal(number);
+    if (std::isinf(value)) Raise(err::kOverflow);
     return value;
 }
 

@@ -136,6 +136,18 @@ TEST(TextToNumber, InfinityNanAndHexadecimalAreNotNumbers) {
 
 TEST(TextToNumber, NumberTooLargeRaisesOverflow) {
     EXPECT_EQ(RaisedError([] { TextToNumber("1e400"); }), 6);
+    EXPECT_EQ(RaisedError([] { TextToNumber("-1e400"); }), 6);
+    EXPECT_EQ(RaisedError([] { TextToNumber("1" + std::string(400, '0')); }), 6);
+    EXPECT_EQ(RaisedError([] { TextToNumber("0.000" + std::string(400, '0') + "1e+800"); }), 6);
+}
+
+TEST(TextToNumber, NumberTooSmallIsZero) {
+    EXPECT_EQ(TextToNumber("1e-400"), 0);
+    EXPECT_EQ(TextToNumber("-1e-400"), 0);
+    EXPECT_EQ(TextToNumber("0." + std::string(400, '0') + "1"), 0);
+    EXPECT_EQ(TextToNumber("+2.5"), 2.5);
+    EXPECT_EQ(Val("1e999 rest"), 0);
+    EXPECT_EQ(Val("  +12.5e1xyz"), 125);
 }
 
 TEST(TextToInt16, ReadsAndConvertsWithOverflow) {
