@@ -14,6 +14,7 @@
 #include "platform/modFileIO.h"
 #include "platform/modFileStatus.h"
 #include "platform/modFileSystem.h"
+#include "platform/modPlatformKind.h"
 #include "platform/modPlatformPaths.h"
 #include "support/CProcTrap.h"
 #include "support/Version.h"
@@ -170,10 +171,16 @@ int FinishStartUp(const std::string& commandLine, IWindowRunner* window, bool& r
         return window->Run(commandLine);
     }
     if (!unattended) {
-        std::cerr << "Stashwell needs a display to open its window. Without one, run it "
-                     "unattended with the words backup and/or compact, for example: stashwell "
-                     "backup compact"
-                  << std::endl;
+        if (kWindowsBuild)
+            std::cerr << "This Windows build of Stashwell has no window yet. Run it unattended "
+                         "with the words backup and/or compact, for example: stashwell.exe "
+                         "backup compact"
+                      << std::endl;
+        else
+            std::cerr << "Stashwell needs a display to open its window. Without one, run it "
+                         "unattended with the words backup and/or compact, for example: "
+                         "stashwell backup compact"
+                      << std::endl;
         return kExitNoWindow;
     }
     return LoadWithoutWindow(commandLine);

@@ -4,6 +4,7 @@
 #include "app/modIntegrity.h"
 #include "app/modPaths.h"
 #include "app/modSetup.h"
+#include "catalogue/CCatalogueReader.h"
 #include "catalogue/CDatabase.h"
 #include "catalogue/modBulkQuery.h"
 #include "catalogue/modSQLQuote.h"
@@ -19,7 +20,6 @@
 #include <algorithm>
 #include <fstream>
 #include <map>
-#include <sqlite3.h>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -90,14 +90,13 @@ private:
 // last "_" or non-ASCII byte: the engine's own LIKE matches that head against each value once
 // (one character of the value per character of the head), and the plain ASCII tail is looked up
 // among the sorted, lowered rests of the values that matched. A folder with a "%" in its head is
-// asked literally. sqlite3_strlike is the engine's LIKE as the catalogue uses it (no ICU,
+// asked literally. SqlLike is the engine's LIKE as the catalogue uses it (no ICU,
 // case_sensitive_like off).
 class FolderReferences {
 public:
     bool Load(const ADOSQLite& db, std::string& error) {
         std::string statement = "SELECT DISTINCT backup FROM Files WHERE typeof(backup) = 'text'";
-        if (!sqlite3_compileoption_used("LIKE_DOESNT_MATCH_BLOBS"))
-            statement += " OR typeof(backup) = 'blob'";
+        if (SqlLikeMatchesBlobs()) statement += " OR typeof(backup) = 'blob'";
         return ForEachRow(
             db, statement,
             // LIKE reads a value as C text, up to its first NUL.
@@ -129,7 +128,7 @@ private:
         for (const std::string& value : m_values) {
             if (head.empty())
                 rests.push_back(LowerAscii(value));
-            else if (sqlite3_strlike(pattern.c_str(), value.c_str(), 0) == 0)
+            else if (SqlLike(pattern, value))
                 rests.push_back(LowerAscii(value.substr(LikeCharBytes(value, chars))));
         }
         std::sort(rests.begin(), rests.end());

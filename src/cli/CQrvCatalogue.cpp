@@ -3,13 +3,10 @@
 #include "app/CBackupFolderLock.h"
 #include "app/modPaths.h"
 #include "catalogue/ADOSQLite.h"
-#include "catalogue/modBulkQuery.h"
 #include "catalogue/modSQLQuote.h"
 #include "cli/modQrvExit.h"
 #include "cli/modQrvText.h"
 #include "platform/modFileStatus.h"
-
-#include <sqlite3.h>
 
 std::string LockProblem(const CBackupFolderLock& lock) {
     const std::string& problem = lock.Problem();
@@ -36,8 +33,7 @@ CQrvCatalogue::~CQrvCatalogue() {
 }
 
 void CQrvCatalogue::Close() {
-    if (m_db) sqlite3_close_v2(m_db);
-    m_db = nullptr;
+    m_db.Close();
 }
 
 bool CQrvCatalogue::Fail(int status, const std::string& problem) {
@@ -55,31 +51,27 @@ bool CQrvCatalogue::Open() {
     if (!StatusOf(m_path).Exists())
         return Fail(kQrvCannotOpen,
                     "the backup folder holds no catalogue: " + LineText(m_path) + " is not there");
-    if (sqlite3_open_v2(m_path.c_str(), &m_db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
-        const std::string error = m_db ? sqlite3_errmsg(m_db) : "out of memory";
-        Close();
+    if (!m_db.Open(m_path))
         return Fail(kQrvCannotOpen,
-                    "the catalogue " + LineText(m_path) + " cannot be read: " + error);
-    }
-    sqlite3_busy_timeout(m_db, ADOSQLite::kBusyTimeoutMs);
+                    "the catalogue " + LineText(m_path) + " cannot be read: " + m_db.Error());
     // The first read finds a busy, damaged or interrupted catalogue.
     return Rows("SELECT count(*) FROM Backups", [](const Row&) {});
 }
 
 bool CQrvCatalogue::Rows(const std::string& statement, const std::function<void(const Row&)>& row) {
-    std::string error;
-    if (ForEachRow(m_db, statement, row, error)) return true;
-    const int code = sqlite3_extended_errcode(m_db);
-    if ((code & 0xFF) == SQLITE_BUSY || (code & 0xFF) == SQLITE_LOCKED)
+    if (m_db.Rows(statement, row)) return true;
+    const CCatalogueReader::Failure failure = m_db.LastFailure();
+    if (failure == CCatalogueReader::Failure::kBusy)
         return Fail(kQrvBusy, "the catalogue " + LineText(m_path) +
                                   " is busy: another program has held it for more than " +
                                   std::to_string(ADOSQLite::kBusyTimeoutMs / 1000) +
                                   " seconds; try again later");
-    if (code == SQLITE_READONLY_ROLLBACK || code == SQLITE_READONLY_RECOVERY)
+    if (failure == CCatalogueReader::Failure::kInterrupted)
         return Fail(kQrvCannotOpen, "the catalogue " + LineText(m_path) +
                                         " holds the journal of an interrupted run; start "
                                         "Stashwell once (stashwell backup) to recover it");
-    return Fail(kQrvCannotOpen, "the catalogue " + LineText(m_path) + " cannot be read: " + error);
+    return Fail(kQrvCannotOpen,
+                "the catalogue " + LineText(m_path) + " cannot be read: " + m_db.Error());
 }
 
 bool CQrvCatalogue::Run(const std::string& bid, QrvRun& run) {

@@ -6,13 +6,13 @@
 // catalogue another program keeps busy, or one that an interrupted run left to be recovered)
 // and which exit status that is.
 
+#include "catalogue/CCatalogueReader.h"
+
 #include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
-
-struct sqlite3;
 
 // One run of the catalogue.
 struct QrvRun {
@@ -26,7 +26,7 @@ struct QrvRun {
 
 class CQrvCatalogue {
 public:
-    using Row = std::vector<std::string_view>;
+    using Row = CCatalogueReader::Row;
 
     CQrvCatalogue() = default;
     ~CQrvCatalogue();
@@ -50,7 +50,7 @@ private:
     // Sets run.storedBeforeEscape: its folder rows begin with the older form of its source.
     bool ReadStoredForm(QrvRun& run);
 
-    sqlite3* m_db = nullptr;
+    CCatalogueReader m_db;
     std::string m_path;
     std::string m_problem;
     int m_status = 0;
