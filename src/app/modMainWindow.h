@@ -12,6 +12,10 @@
 
 inline constexpr const char* kWindowTitle = "QRV - Stashwell";
 
+// The main window's tabs, in their order (Alt+1, Alt+2 and Alt+3 reach them).
+enum class MainTab : int { kBackup = 0, kRestore = 1, kConfiguration = 2 };
+inline constexpr int kMainTabCount = 3;
+
 // The window's title: "Korvex QRV - Ver " and the program's version.
 std::string MainWindowCaption();
 

@@ -95,7 +95,7 @@ frmMain::frmMain(std::string commandLine, QWidget* parent)
     SSTab1->addTab(m_backup, tr("Backup"));
     SSTab1->addTab(m_restore, tr("Restore"));
     SSTab1->addTab(m_config, tr("Configuration"));
-    for (int tab = 0; tab < 3; ++tab) {
+    for (int tab = 0; tab < kMainTabCount; ++tab) {
         auto* shortcut = new QShortcut(QKeySequence(Qt::ALT | Qt::Key(Qt::Key_1 + tab)), this);
         OnSignal(shortcut, &QShortcut::activated, this, "frmMain SSTab1_Click",
                  [this, tab] { SSTab1->setCurrentIndex(tab); });
@@ -262,7 +262,7 @@ std::optional<int> frmMain::Load() {
     for (XP_ProgressBar* bar : findChildren<XP_ProgressBar*>())
         bar->Color(kRunBarColour);
     setWindowTitle(QString::fromStdString(MainWindowCaption()));
-    SSTab1->setCurrentIndex(0);
+    ShowTab(MainTab::kBackup);
     if (!IsBackupPathSet()) {
         GotoConfigure();
         return std::nullopt; // the command line waits for a backup path
@@ -315,7 +315,7 @@ std::optional<int> frmMain::Load() {
 }
 
 void frmMain::GotoConfigure() {
-    SSTab1->setCurrentIndex(2);
+    ShowTab(MainTab::kConfiguration);
     m_config->txtBackupPath->setStyleSheet(QStringLiteral("background-color: rgb(255, 255, 0);"));
     AskForBackupPath();
 }
@@ -415,8 +415,8 @@ void frmMain::Render(const RunView& view) {
         m_backup->cmdRemove->setEnabled(view.sourceButtonsEnabled);
     }
     if (view.tabsEnabled != shown.tabsEnabled) {
-        SSTab1->setTabEnabled(1, view.tabsEnabled);
-        SSTab1->setTabEnabled(2, view.tabsEnabled);
+        SSTab1->setTabEnabled(static_cast<int>(MainTab::kRestore), view.tabsEnabled);
+        SSTab1->setTabEnabled(static_cast<int>(MainTab::kConfiguration), view.tabsEnabled);
     }
     if (view.selectedSource != m_backup->lstSources->currentRow() && view.selectedSource >= 0 &&
         view.selectedSource < m_backup->lstSources->count())
@@ -463,10 +463,14 @@ void frmMain::cmdSelBackupPath_Click() {
     ShowSources(FillSources());
 }
 
-void frmMain::SetBusy(int tab, bool busy) {
+void frmMain::ShowTab(MainTab tab) {
+    SSTab1->setCurrentIndex(static_cast<int>(tab));
+}
+
+void frmMain::SetBusy(MainTab tab, bool busy) {
     m_busy = busy;
     for (int other = 0; other < SSTab1->count(); ++other)
-        if (other != tab) SSTab1->setTabEnabled(other, !busy);
+        if (other != static_cast<int>(tab)) SSTab1->setTabEnabled(other, !busy);
     for (QWidget* control : std::initializer_list<QWidget*>{
              m_restore->cmdSelBackup, m_restore->tvDirs, m_config->cmdSelBackupPath,
              m_config->cmdManage, m_config->cmdPurge, m_config->cmdCompact})
@@ -481,7 +485,7 @@ void frmMain::SetBusy(int tab, bool busy) {
 // it when the person asked for that meanwhile.
 class frmMain::BusyScope {
 public:
-    BusyScope(frmMain& window, int tab) : m_window(window), m_tab(tab) {
+    BusyScope(frmMain& window, MainTab tab) : m_window(window), m_tab(tab) {
         m_window.SetBusy(m_tab, true);
     }
     ~BusyScope() {
@@ -506,7 +510,7 @@ public:
 
 private:
     frmMain& m_window;
-    int m_tab;
+    MainTab m_tab;
     int m_cursors = 0;
 };
 
@@ -538,19 +542,19 @@ void frmMain::cmdSelBackup_Click() {
 }
 
 void frmMain::cmdRestore_Click() {
-    BusyScope busy(*this, 1);
+    BusyScope busy(*this, MainTab::kRestore);
     m_browser.cmdRestore_Click(m_config->chkRestore->isChecked());
 }
 
 void frmMain::cmdRestoreTo_Click() {
-    BusyScope busy(*this, 1);
+    BusyScope busy(*this, MainTab::kRestore);
     m_browser.cmdRestoreTo_Click(m_config->chkRestore->isChecked());
 }
 
 void frmMain::cmdManage_Click() {
     if (!BackupPathChosen()) return;
     {
-        BusyScope busy(*this, 2);
+        BusyScope busy(*this, MainTab::kConfiguration);
         DeleteRemovedSources(ListedSources(),
                              [this](int32_t row) { m_backup->lstSources->setCurrentRow(row); });
     }
@@ -560,7 +564,7 @@ void frmMain::cmdManage_Click() {
 void frmMain::cmdPurge_Click() {
     if (!BackupPathChosen()) return;
     {
-        BusyScope busy(*this, 2);
+        BusyScope busy(*this, MainTab::kConfiguration);
         PurgeBackups();
     }
     if (!RunExists(m_browser.Bid())) ShowRun({});
@@ -568,7 +572,7 @@ void frmMain::cmdPurge_Click() {
 
 void frmMain::cmdCompact_Click() {
     if (!BackupPathChosen()) return;
-    BusyScope busy(*this, 2);
+    BusyScope busy(*this, MainTab::kConfiguration);
     CompactBackups([&busy](bool on) { busy.Pointer(on); });
 }
 

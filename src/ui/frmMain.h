@@ -10,6 +10,7 @@
 
 #include "app/CBackupBrowser.h"
 #include "app/CRunControl.h"
+#include "app/modMainWindow.h"
 #include "app/modOptions.h"
 
 #include <QMainWindow>
@@ -96,7 +97,8 @@ private:
     void ConnectMaintenance();
     // A restore (tab 1) or maintenance (tab 2) is under way: the other tabs and the buttons
     // that would start another are disabled until it ends.
-    void SetBusy(int tab, bool busy);
+    void ShowTab(MainTab tab);
+    void SetBusy(MainTab tab, bool busy);
     // The window busy on `tab` for the scope's life; see frmMain.cpp.
     class BusyScope;
     void ShowRun(const std::string& bid);
