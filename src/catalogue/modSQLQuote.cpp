@@ -1,5 +1,7 @@
 #include "catalogue/modSQLQuote.h"
 
+#include "platform/modPlatformKind.h"
+
 #include <algorithm>
 
 // The stored catalogues were written by a loop that searched for the next occurrence from the
@@ -10,8 +12,11 @@
 namespace {
 
 constexpr char kApostrophe = '\'';
-// The Windows build stores "/" here, which no Windows name holds, so it needs no escape.
-constexpr char kStoredApostrophe = '\\';
+// The Windows build stores "/", which no Windows name holds, so it needs no escape; Linux
+// stores "\", the one character that the Windows build uses as separator.
+constexpr char kStoredApostrophe = kWindowsBuild ? '/' : '\\';
+// Only a name that may hold the stored character itself needs the escapes.
+constexpr bool kEscapes = !kWindowsBuild;
 constexpr char kEscape = '\x01';
 constexpr char kEscapedBackslash = 'b';
 
@@ -21,10 +26,10 @@ std::string EncodeAll(const std::string& text) {
     for (const char c : text) {
         if (c == kApostrophe) {
             stored += kStoredApostrophe;
-        } else if (c == kStoredApostrophe) {
+        } else if (kEscapes && c == kStoredApostrophe) {
             stored += kEscape;
             stored += kEscapedBackslash;
-        } else if (c == kEscape) {
+        } else if (kEscapes && c == kEscape) {
             stored += kEscape;
             stored += kEscape;
         } else {
@@ -42,10 +47,10 @@ std::string DecodeAll(const std::string& stored) {
         const char next = at + 1 < stored.size() ? stored[at + 1] : '\0';
         if (c == kStoredApostrophe) {
             text += kApostrophe;
-        } else if (c == kEscape && next == kEscapedBackslash) {
+        } else if (kEscapes && c == kEscape && next == kEscapedBackslash) {
             text += kStoredApostrophe;
             ++at;
-        } else if (c == kEscape && next == kEscape) {
+        } else if (kEscapes && c == kEscape && next == kEscape) {
             text += kEscape;
             ++at;
         } else {

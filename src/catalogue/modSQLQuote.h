@@ -1,7 +1,8 @@
 #pragma once
 
-// Stored path encoding: every apostrophe of a path written into the catalogue becomes "\" so
-// that the value can stand between apostrophes in SQL, and back on reading. Both stop at an
+// Stored path encoding: every apostrophe of a path written into the catalogue becomes "\" on
+// Linux ("/" on Windows, which needs none of the escapes below) so that the value can stand
+// between apostrophes in SQL, and back on reading. Both stop at an
 // occurrence in the first position, which leaves that one and every later one unchanged;
 // stored catalogues depend on this.
 //

@@ -63,9 +63,12 @@ void CStore::Open(const std::string& root) {
     // copied to a new drive) is made again; content its rows name is stored afresh when met.
     // Only where the folder above holds the catalogue: an empty folder in its place is the
     // mount point of a drive that is not there, on the system disk.
-    const std::string above = FSGetPathPart(root.substr(0, root.find_last_not_of('/') + 1));
-    if (error == ENOENT && !above.empty() && FSFileExists(above + "db/Backup.db") &&
-        MakeFolder(root) == 0) {
+    size_t end = root.size();
+    while (end > 0 && IsPathSeparator(root[end - 1]))
+        --end;
+    const std::string above = FSGetPathPart(root.substr(0, end));
+    if (error == ENOENT && !above.empty() &&
+        FSFileExists(FSJoinPath(FSJoinPath(above, "db"), "Backup.db")) && MakeFolder(root) == 0) {
         Log(1, "The store folder " + root + " was missing and was made anew");
         error = folder->Open(root);
     }

@@ -188,11 +188,13 @@ std::string FSBuildPath(const std::string& path, const std::string& name) {
 
 std::string FSJoinPath(const std::string& path, const std::string& name) {
     if (path.empty()) return name;
-    const size_t last = path.find_last_not_of('/');
-    const size_t first = name.find_first_not_of('/');
-    const std::string head = last == std::string::npos ? std::string() : path.substr(0, last + 1);
-    const std::string tail = first == std::string::npos ? std::string() : name.substr(first);
-    return head + "/" + tail;
+    size_t last = path.size();
+    while (last > 0 && IsPathSeparator(path[last - 1]))
+        --last;
+    size_t first = 0;
+    while (first < name.size() && IsPathSeparator(name[first]))
+        ++first;
+    return path.substr(0, last) + kPathSeparator + name.substr(first);
 }
 
 std::string FSGetTempName() {
@@ -411,8 +413,24 @@ std::string FSReadProblem(const std::string& path) {
     return problem == kNotRegular ? "it is no longer a regular file" : FSPlainCause(problem);
 }
 
+namespace {
+// Where the last separator of `path` stands; npos when there is none.
+size_t LastSeparator(const std::string& path) {
+    for (size_t i = path.size(); i > 0; --i)
+        if (IsPathSeparator(path[i - 1])) return i - 1;
+    return std::string::npos;
+}
+
+// Where the first separator of `path` from `start` stands; npos when there is none.
+size_t NextSeparator(const std::string& path, size_t start) {
+    for (size_t i = start; i < path.size(); ++i)
+        if (IsPathSeparator(path[i])) return i;
+    return std::string::npos;
+}
+} // namespace
+
 std::string FSGetPathPart(const std::string& path) {
-    const size_t slash = path.rfind('/');
+    const size_t slash = LastSeparator(path);
     return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
 }
 
@@ -425,7 +443,7 @@ bool FSDriveExists(const std::string& drive) {
 }
 
 std::string FSGetNamePart(const std::string& path) {
-    const size_t slash = path.rfind('/');
+    const size_t slash = LastSeparator(path);
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
@@ -435,15 +453,16 @@ void FSCreatePath(const std::string& filePath) {
 
 void FSCreateFolderTree(const std::string& folderPath) {
     size_t start = 0;
-    if (folderPath.compare(0, 2, "//") == 0) {
+    if (folderPath.size() >= 2 && IsPathSeparator(folderPath[0]) &&
+        IsPathSeparator(folderPath[1])) {
         // A network path: the server's own name is not a folder to create.
-        const size_t afterServer = folderPath.find('/', 2);
+        const size_t afterServer = NextSeparator(folderPath, 2);
         if (afterServer == std::string::npos) return;
         start = afterServer + 1;
     }
-    std::vector<size_t> ends; // the prefixes ending in "/", shallowest first
+    std::vector<size_t> ends; // the prefixes ending in a separator, shallowest first
     for (int step = 0; step < kMaxTreeSteps; ++step) {
-        const size_t slash = folderPath.find('/', start);
+        const size_t slash = NextSeparator(folderPath, start);
         if (slash == std::string::npos) break;
         ends.push_back(slash + 1);
         start = slash + 1;

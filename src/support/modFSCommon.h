@@ -3,7 +3,7 @@
 // Small file-system helpers that the rest of the program calls instead of the platform.
 // Paths are byte strings with the platform's separator; names that are not valid UTF-8 pass through
 // unchanged. The string helpers cut by fixed textual rules that other modules rely on
-// (FSGetExtension does not stop at "/"). Helpers that "report" hand an error to the shared
+// (FSGetExtension does not stop at a separator). Helpers that "report" hand an error to the shared
 // error handler under their own procedure name and return their default; the others let a
 // CRuntimeError reach their caller.
 
@@ -20,7 +20,8 @@
 double FSGetFreeDiskSpace(const std::string& drive);
 // Creates one folder (mode 0700); reports on error.
 void FSCreateFolder(const std::string& path);
-// `path` and `name` joined with exactly one "/"; `name` alone when `path` is empty.
+// `path` and `name` joined with exactly one separator ("/" on Linux, "\" on Windows); `name`
+// alone when `path` is empty.
 std::string FSBuildPath(const std::string& path, const std::string& name);
 // The same join without the error trap, for threads other than the run's.
 std::string FSJoinPath(const std::string& path, const std::string& name);
@@ -83,17 +84,17 @@ bool FSIsReadable(const std::string& path);
 std::string FSReadProblem(const std::string& path);
 // The cause that the system error `error` names, in plain words.
 std::string FSPlainCause(int error);
-// Everything up to and including the last "/"; empty when there is none.
+// Everything up to and including the last separator; empty when there is none.
 std::string FSGetPathPart(const std::string& path);
 // The mount point that holds the path; empty for a relative path.
 std::string FSDriveFromPath(const std::string& path);
 // True when the path exists as a folder.
 bool FSDriveExists(const std::string& drive);
-// Everything after the last "/"; the whole text when there is none.
+// Everything after the last separator; the whole text when there is none.
 std::string FSGetNamePart(const std::string& path);
 // Creates every missing folder of FSGetPathPart(filePath).
 void FSCreatePath(const std::string& filePath);
-// Creates every missing prefix of `folderPath` that ends in "/" (at most 1024).
+// Creates every missing prefix of `folderPath` that ends in a separator (at most 1024).
 void FSCreateFolderTree(const std::string& folderPath);
 // Everything after the last "." of the whole text, ASCII letters upper-cased; empty without ".".
 std::string FSGetExtension(const std::string& path);
