@@ -1,129 +1,135 @@
 #include "platform/modFileStatus.h"
 
 #include "platform/modWin32Error.h"
+#include "platform/modWin32Status.h"
 #include "platform/modWin32Text.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cerrno>
+#include <string>
 
 // A path is asked through a handle opened only to read attributes, which every file and folder
 // allows, with FILE_FLAG_BACKUP_SEMANTICS so that folders open too; its file information gives
-// the kind, the size and the identity (volume serial number and file index).
-// A file that cannot be opened even so (a system file held open without sharing, such as the
-// page file) is still told by its attributes, without an identity.
-//
-// Links are the reparse points that stand for another name: symbolic links and junctions
-// (mount points). Other reparse points (a cloud file's placeholder, a deduplicated file) are the
-// file itself to the user and are answered as files.
+// the kind, the size, the identity (volume serial number and file index), the times and the
+// read-only attribute. A file that cannot be opened even so (a system file held open without
+// sharing, such as the page file) is still told by its attributes, without an identity.
 
 namespace {
 
-bool IsLinkTag(DWORD tag) {
-    return IsReparseTagNameSurrogate(tag);
-}
+// What Windows tells of an entry without opening it. GetFileAttributesExW fails on a file held
+// open without any sharing (the page file), where a listing of it still answers.
+struct Listed {
+    DWORD attributes = 0;
+    uint64_t size = 0;
+    FILETIME written{}, accessed{}, created{};
+};
 
-PathKind KindOf(DWORD attributes) {
-    if (attributes & FILE_ATTRIBUTE_DIRECTORY) return PathKind::kFolder;
-    if (attributes & FILE_ATTRIBUTE_DEVICE) return PathKind::kOther;
-    return PathKind::kFile;
-}
-
-// The reparse tag of the link itself at `path`, 0 when it is no reparse point.
-DWORD ReparseTag(const std::wstring& path) {
-    const DWORD attributes = ::GetFileAttributesW(path.c_str());
-    if (attributes == INVALID_FILE_ATTRIBUTES || !(attributes & FILE_ATTRIBUTE_REPARSE_POINT))
-        return 0;
-    // Only a listing tells the tag without opening the file.
-    WIN32_FIND_DATAW found{};
-    const HANDLE find = ::FindFirstFileW(path.c_str(), &found);
-    if (find == INVALID_HANDLE_VALUE) return 0;
-    ::FindClose(find);
-    return (found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) ? found.dwReserved0 : 0;
-}
-
-// The attributes and size of what is at `path`, without opening it; GetFileAttributesExW fails
-// on a file held open without any sharing (the page file), where a listing of it still answers.
-bool AttributesOf(const std::wstring& path, DWORD& attributes, uint64_t& size) {
+bool ListedOf(const std::wstring& path, Listed& listed) {
     WIN32_FILE_ATTRIBUTE_DATA data{};
     if (::GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data)) {
-        attributes = data.dwFileAttributes;
-        size = (uint64_t{data.nFileSizeHigh} << 32) | data.nFileSizeLow;
+        listed = {data.dwFileAttributes, (uint64_t{data.nFileSizeHigh} << 32) | data.nFileSizeLow,
+                  data.ftLastWriteTime, data.ftLastAccessTime, data.ftCreationTime};
         return true;
     }
     WIN32_FIND_DATAW found{};
     const HANDLE find = ::FindFirstFileW(path.c_str(), &found);
     if (find == INVALID_HANDLE_VALUE) return false;
     ::FindClose(find);
-    attributes = found.dwFileAttributes;
-    size = (uint64_t{found.nFileSizeHigh} << 32) | found.nFileSizeLow;
+    listed = {found.dwFileAttributes, (uint64_t{found.nFileSizeHigh} << 32) | found.nFileSizeLow,
+              found.ftLastWriteTime, found.ftLastAccessTime, found.ftCreationTime};
     return true;
 }
 
-// Windows says "path not found" also when a part of the path on the way is a file; Linux's
-// ENOTDIR for that case is found by looking at the nearest part that is there.
-int NotFoundError(const std::string& path) {
-    std::string above = path;
-    for (;;) {
-        while (!above.empty() && (above.back() == '\\' || above.back() == '/'))
-            above.pop_back();
-        const size_t cut = above.find_last_of("\\/");
-        if (cut == std::string::npos) return ENOENT;
-        above.resize(cut);
-        if (above.empty() || above.back() == ':') return ENOENT;
-        const DWORD attributes = ::GetFileAttributesW(WidePath(above).c_str());
-        if (attributes != INVALID_FILE_ATTRIBUTES)
-            return (attributes & FILE_ATTRIBUTE_DIRECTORY) ? ENOENT : ENOTDIR;
+// A status from what Windows tells without opening the entry, with no identity.
+PathStatus StatusOfListed(const Listed& listed, PathKind kind) {
+    PathStatus status;
+    status.kind = kind;
+    status.size = listed.size;
+    status.writeNs = NanosecondsOf(listed.written);
+    status.accessNs = NanosecondsOf(listed.accessed);
+    status.changeNs = NanosecondsOf(listed.created);
+    status.readOnly = (listed.attributes & FILE_ATTRIBUTE_READONLY) != 0;
+    return status;
+}
+
+// A name for a probe file in a folder that no other process or thread of this one takes.
+std::string ProbeName() {
+    static std::atomic<unsigned> count{0};
+    return "~swprobe-" + std::to_string(::GetCurrentProcessId()) + "-" +
+           std::to_string(::GetTickCount()) + "-" + std::to_string(count++) + ".tmp";
+}
+
+// Whether a file may be made in `folder`: one is made there, and goes again as it is closed.
+int FolderWriteError(const std::string& folder) {
+    for (int tries = 0; tries < 10; ++tries) {
+        const HANDLE probe = ::CreateFileW(
+            WidePath(JoinWin32(folder, ProbeName())).c_str(), GENERIC_WRITE | DELETE, 0, nullptr,
+            CREATE_NEW,
+            FILE_ATTRIBUTE_TEMPORARY | FILE_ATTRIBUTE_HIDDEN | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+        if (probe != INVALID_HANDLE_VALUE) {
+            ::CloseHandle(probe);
+            return 0;
+        }
+        if (::GetLastError() != ERROR_FILE_EXISTS) return PathErrno(folder, ::GetLastError());
     }
+    return EEXIST;
 }
 
 } // namespace
 
 PathStatus StatusOf(const std::string& path, bool ofLink) {
-    PathStatus status;
     const std::wstring wide = WidePath(path);
     DWORD flags = FILE_FLAG_BACKUP_SEMANTICS;
-    if (ofLink) {
-        DWORD attributes = 0;
-        if (IsLinkTag(ReparseTag(wide)) && AttributesOf(wide, attributes, status.size)) {
-            status.kind = PathKind::kLink;
-            flags |= FILE_FLAG_OPEN_REPARSE_POINT;
-        }
-    }
+    // A link asked as itself: its own attributes and times, and its own identity.
+    Listed link;
+    const bool isLink =
+        ofLink && IsReparseTagNameSurrogate(ReparseTagOfPath(wide)) && ListedOf(wide, link);
+    if (isLink) flags |= FILE_FLAG_OPEN_REPARSE_POINT;
     const HANDLE file = ::CreateFileW(wide.c_str(), FILE_READ_ATTRIBUTES,
                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                       nullptr, OPEN_EXISTING, flags, nullptr);
-    BY_HANDLE_FILE_INFORMATION info{};
+    int error = 0;
     if (file != INVALID_HANDLE_VALUE) {
+        BY_HANDLE_FILE_INFORMATION info{};
         const bool known = ::GetFileInformationByHandle(file, &info);
-        const int error = known ? 0 : LastErrno();
+        error = known ? 0 : LastErrno();
         ::CloseHandle(file);
-        if (known) {
-            if (status.kind != PathKind::kLink) {
-                status.kind = KindOf(info.dwFileAttributes);
-                status.size = (uint64_t{info.nFileSizeHigh} << 32) | info.nFileSizeLow;
-            }
-            status.identity = {info.dwVolumeSerialNumber,
-                               (uint64_t{info.nFileIndexHigh} << 32) | info.nFileIndexLow};
+        if (known && isLink) {
+            PathStatus status = StatusOfListed(link, PathKind::kLink);
+            status.identity = StatusOfInformation(info, 0).identity;
             return status;
         }
-        if (status.kind == PathKind::kLink) return status;
-        status.error = error;
+        // A reparse point that is no link is the entry itself.
+        if (known) return StatusOfInformation(info, 0);
     } else {
-        const DWORD error = ::GetLastError();
-        if (status.kind == PathKind::kLink) return status;
-        status.error = ErrnoFromWin32(error);
-        if (error == ERROR_PATH_NOT_FOUND || error == ERROR_DIRECTORY)
-            status.error = NotFoundError(path);
+        error = PathErrno(path, ::GetLastError());
     }
+    if (isLink) return StatusOfListed(link, PathKind::kLink);
     // Not opened: told by its attributes when it is there at all.
-    DWORD attributes = 0;
-    if (status.error != ENOENT && status.error != ENOTDIR &&
-        AttributesOf(wide, attributes, status.size)) {
-        status.kind = KindOf(attributes);
-        status.error = 0;
+    Listed listed;
+    if (error != ENOENT && error != ENOTDIR && ListedOf(wide, listed))
+        return StatusOfListed(listed, KindOfAttributes(listed.attributes, 0));
+    return PathStatus::Missing(error);
+}
+
+int WriteAccessError(const std::string& path) {
+    const PathStatus status = StatusOf(path);
+    if (!status.Exists()) return status.error;
+    if (status.kind == PathKind::kFolder) return FolderWriteError(path);
+    if (status.readOnly) return EACCES;
+    // The rights the user has on the file: an open for writing that writes nothing. A file that
+    // another program holds without sharing its writes is one the user may still write.
+    const HANDLE file = ::CreateFileW(WidePath(path).c_str(), FILE_WRITE_DATA,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                      nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        const DWORD error = ::GetLastError();
+        return error == ERROR_SHARING_VIOLATION ? 0 : PathErrno(path, error);
     }
-    return status;
+    ::CloseHandle(file);
+    return 0;
 }
 
 bool IsRunnableFile(const std::string& path) {

@@ -1,9 +1,8 @@
 #include "platform/modPlatformPaths.h"
 
+#include "platform/modWin32Security.h"
 #include "platform/modWin32Text.h"
 
-#include <memory>
-#include <sddl.h>
 #include <shlobj.h>
 
 // The state folder is %LOCALAPPDATA%\Korvex\QRV, the user's own folder that no other user can
@@ -64,40 +63,6 @@ size_t RootLength(const std::string& path) {
 bool IsFolder(const std::string& path) {
     const DWORD attributes = ::GetFileAttributesW(WidePath(path).c_str());
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY);
-}
-
-// A folder's security that lets only the user, the system and the administrators in, passed on
-// to everything made inside it (a mode of 0700 on Linux); its owner is the user who made it.
-struct PrivateSecurity {
-    PSECURITY_DESCRIPTOR descriptor = nullptr;
-    ~PrivateSecurity() { ::LocalFree(descriptor); }
-};
-
-std::wstring UserSid() {
-    HANDLE token = nullptr;
-    if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, &token)) return std::wstring();
-    DWORD size = 0;
-    ::GetTokenInformation(token, TokenUser, nullptr, 0, &size);
-    std::unique_ptr<char[]> buffer(new char[size ? size : 1]);
-    std::wstring sid;
-    LPWSTR text = nullptr;
-    if (size && ::GetTokenInformation(token, TokenUser, buffer.get(), size, &size) &&
-        ::ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER*>(buffer.get())->User.Sid, &text)) {
-        sid = text;
-        ::LocalFree(text);
-    }
-    ::CloseHandle(token);
-    return sid;
-}
-
-// False when the descriptor could not be made: the folder is then made with the security its
-// parent passes on, as every other program's folder is.
-bool MakePrivateSecurity(PrivateSecurity& security) {
-    const std::wstring sid = UserSid();
-    if (sid.empty()) return false;
-    const std::wstring sddl = L"D:P(A;OICI;FA;;;" + sid + L")(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)";
-    return ::ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl.c_str(), SDDL_REVISION_1,
-                                                                  &security.descriptor, nullptr);
 }
 
 // Whether this process may write the file `path`: open for appending when it is there, made
@@ -170,14 +135,13 @@ std::string CurrentFolder() {
 
 bool MakePrivateFolders(const std::string& path) {
     if (path.empty()) return false;
-    PrivateSecurity security;
-    SECURITY_ATTRIBUTES attributes{sizeof attributes, nullptr, FALSE};
-    if (MakePrivateSecurity(security)) attributes.lpSecurityDescriptor = security.descriptor;
+    CPrivateSecurity security;
     for (size_t end = RootLength(path); end < path.size(); ++end) {
         while (end < path.size() && !IsSeparator(path[end]))
             ++end;
         const std::string prefix = path.substr(0, end);
-        if (!IsFolder(prefix) && !::CreateDirectoryW(WidePath(prefix).c_str(), &attributes) &&
+        if (!IsFolder(prefix) &&
+            !::CreateDirectoryW(WidePath(prefix).c_str(), security.Attributes()) &&
             ::GetLastError() != ERROR_ALREADY_EXISTS)
             return false;
     }

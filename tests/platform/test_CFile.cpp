@@ -1,8 +1,8 @@
 // The platform layer's written file: appended or replaced, private to the user, and the
 // system's error number when it cannot be made.
 
+#include "PlatformTestFolder.h"
 #include "PlatformTestLinks.h"
-#include "TestSupport.h"
 #include "platform/CFile.h"
 #include "platform/modFileStatus.h"
 #include "platform/modPlatformPaths.h"
@@ -18,6 +18,16 @@
 #endif
 
 namespace {
+
+using ScopedTestEnv = platform_test::CTestFolder;
+
+void WriteFile(const std::string& path, const std::string& content) {
+    platform_test::WriteWhole(path, content);
+}
+
+std::string ReadFile(const std::string& path) {
+    return platform_test::ReadWhole(path);
+}
 
 TEST(File, AppendKeepsWhatIsThereAndReplaceEmptiesIt) {
     ScopedTestEnv env;

@@ -1,7 +1,7 @@
 // The platform layer's file lock: one holder at a time, let go when the file is closed.
 
+#include "PlatformTestFolder.h"
 #include "PlatformTestLinks.h"
-#include "TestSupport.h"
 #include "platform/CLockFile.h"
 
 #include <gtest/gtest.h>
@@ -10,6 +10,12 @@
 #include <filesystem>
 
 namespace {
+
+using ScopedTestEnv = platform_test::CTestFolder;
+
+void WriteFile(const std::string& path, const std::string& content) {
+    platform_test::WriteWhole(path, content);
+}
 
 TEST(LockFile, OneHolderAtATimeAndClosingLetsGo) {
     ScopedTestEnv env;

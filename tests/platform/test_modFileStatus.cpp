@@ -1,17 +1,35 @@
-// What a path names, as the platform layer answers it: kind, size, identity and the reason when
-// nothing is there.
+// What a path names, as the platform layer answers it: kind, size, identity, times, the
+// read-only mark and the reason when nothing is there; and whether this process may write it.
 
+#include "PlatformTestFolder.h"
 #include "PlatformTestLinks.h"
-#include "TestSupport.h"
 #include "platform/modFileStatus.h"
 #include "platform/modPlatformPaths.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 
+#ifndef _WIN32
+#include <unistd.h>
+#endif
+
 namespace {
+
+using ScopedTestEnv = platform_test::CTestFolder;
+using platform_test::WriteWhole;
+
+void WriteFile(const std::string& path, const std::string& content) {
+    WriteWhole(path, content);
+}
+
+int64_t NowNs() {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+               std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
 
 #ifndef _WIN32
 TEST(FileStatus, KindsSizeAndIdentity) {
@@ -100,6 +118,49 @@ TEST(FileStatus, OnlyAFileThatMayRunIsRunnable) {
     EXPECT_FALSE(IsRunnableFile(env.Path("missing.exe")));
 }
 #endif
+
+TEST(FileStatus, TimesAndTheReadOnlyMark) {
+    ScopedTestEnv env;
+    const std::string file = env.Path("a.txt");
+    const int64_t before = NowNs() - int64_t{5'000'000'000};
+    WriteFile(file, "12345");
+    const int64_t after = NowNs() + int64_t{5'000'000'000};
+    const PathStatus status = StatusOf(file);
+    EXPECT_GT(status.writeNs, before);
+    EXPECT_LT(status.writeNs, after);
+    EXPECT_GT(status.changeNs, before);
+    EXPECT_LT(status.changeNs, after);
+    EXPECT_GT(status.accessNs, before);
+    EXPECT_LT(status.accessNs, after);
+    EXPECT_FALSE(status.readOnly);
+    EXPECT_FALSE(StatusOf(env.Root()).readOnly);
+    std::filesystem::permissions(platform_test::Native(file),
+                                 std::filesystem::perms::owner_write |
+                                     std::filesystem::perms::group_write |
+                                     std::filesystem::perms::others_write,
+                                 std::filesystem::perm_options::remove);
+    EXPECT_TRUE(StatusOf(file).readOnly);
+    EXPECT_EQ(StatusOf(file).writeNs, status.writeNs);
+}
+
+TEST(FileStatus, WhatThisProcessMayWrite) {
+    ScopedTestEnv env;
+    const std::string file = env.Path("a.txt"), locked = env.Path("locked");
+    WriteFile(file, "x");
+    WriteFile(locked, "x");
+    std::filesystem::permissions(platform_test::Native(locked), std::filesystem::perms::owner_read);
+    EXPECT_EQ(WriteAccessError(file), 0);
+    EXPECT_EQ(WriteAccessError(env.Root()), 0);
+    EXPECT_EQ(WriteAccessError(env.Path("missing")), ENOENT);
+    EXPECT_EQ(WriteAccessError(env.Path("a.txt/below")), ENOTDIR);
+    // The question about a folder leaves nothing in it.
+    const auto listed = std::filesystem::directory_iterator(platform_test::Native(env.Root()));
+    EXPECT_EQ(std::distance(begin(listed), end(listed)), 2);
+#ifndef _WIN32
+    if (::geteuid() == 0) GTEST_SKIP() << "the superuser may write everything";
+#endif
+    EXPECT_EQ(WriteAccessError(locked), EACCES);
+}
 
 TEST(FileStatus, ALongPathIsAnsweredAsAShortOne) {
     ScopedTestEnv env;
