@@ -91,12 +91,18 @@ std::string DescribedPlace(const std::string& name) {
 
 } // namespace
 
+// STASHWELL_CONFIG_HOME and STASHWELL_STATE_HOME stand before APPDATA and LOCALAPPDATA, which
+// Wine sets from its own prefix whatever the caller gave: the tests point them into their own
+// temporary folders.
 std::string ConfigHome() {
-    return EnvOrShellFolder(L"APPDATA", CSIDL_APPDATA);
+    const std::string chosen = Environment(L"STASHWELL_CONFIG_HOME");
+    return chosen.empty() ? EnvOrShellFolder(L"APPDATA", CSIDL_APPDATA) : chosen;
 }
 
 std::string StateFolder() {
-    return EnvOrShellFolder(L"LOCALAPPDATA", CSIDL_LOCAL_APPDATA) + "\\Korvex\\QRV";
+    const std::string chosen = Environment(L"STASHWELL_STATE_HOME");
+    return (chosen.empty() ? EnvOrShellFolder(L"LOCALAPPDATA", CSIDL_LOCAL_APPDATA) : chosen) +
+           "\\Korvex\\QRV";
 }
 
 std::string StateFile(const std::string& name) {
