@@ -4,6 +4,7 @@
 #include "app/modCatalogueQuery.h"
 #include "app/modRestore.h"
 #include "catalogue/modSQLQuote.h"
+#include "platform/modFileSystem.h"
 #include "support/CProcTrap.h"
 #include "support/modBrowseFolder.h"
 #include "support/modFSCommon.h"
@@ -22,7 +23,7 @@ bool IsFolderImage(int32_t image) {
 
 // The last component of a stored path, in real bytes.
 std::string ShownName(const std::string& stored) {
-    return StoredPathBytes(stored.substr(stored.rfind('/') + 1));
+    return StoredPathBytes(stored.substr(FSLastSeparator(stored) + 1));
 }
 
 // The key of the run's own folder `folder` (ending in "/"): its stored form, or, for a run
@@ -110,7 +111,7 @@ void CBackupBrowser::cmbBackups_Click(const std::string& bid) {
         QueryCatalogue(run, "Backups", sqlaction::kSelect, "bid = " + bid);
         // The run keeps its source as it stands and its folders in their stored form.
         std::string rootText = run.RecordCount() >= 1 ? run.Field("source") : std::string();
-        if (rootText.empty() || rootText.back() != '/') rootText += '/';
+        if (rootText.empty() || !IsPathSeparator(rootText.back())) rootText += kPathSeparator;
         ADOSQLite paths;
         QueryCatalogue(paths, "Paths", sqlaction::kSelect, "bid = " + bid, "path");
         const std::string rootKey = RootKey(paths, rootText);
@@ -127,8 +128,8 @@ void CBackupBrowser::cmbBackups_Click(const std::string& bid) {
             paths.MoveAbs(row);
             const std::string path = paths.Field("path");
             std::string stripped = path;
-            if (!stripped.empty() && stripped.back() == '/') stripped.pop_back();
-            const std::string name = stripped.substr(stripped.rfind('/') + 1);
+            if (!stripped.empty() && IsPathSeparator(stripped.back())) stripped.pop_back();
+            const std::string name = stripped.substr(FSLastSeparator(stripped) + 1);
             const size_t parentLength =
                 path.size() >= name.size() + 1 ? path.size() - name.size() - 1 : std::string::npos;
             // The run's own folder is the root; a folder whose parent is not in the run (a

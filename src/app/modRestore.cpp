@@ -24,22 +24,22 @@ std::string FirstRowField(const ADOSQLite& db, const std::string& field) {
     return db.RecordCount() >= 1 ? db.Field(field) : std::string();
 }
 
-// `folder` without trailing "/" (but "/" itself stays).
+// `folder` without trailing separators (but a root stays as it is).
 std::string FolderRoot(const std::string& folder) {
     std::string root = folder;
-    while (root.size() > 1 && root.back() == '/')
+    while (root.size() > std::max<size_t>(FSRootLength(root), 1) && IsPathSeparator(root.back()))
         root.pop_back();
     return root;
 }
 
 std::string Below(const std::string& root) {
-    return root == "/" ? root : root + "/";
+    return FSIsRoot(root) ? root : root + kPathSeparator;
 }
 
-// Creates the missing folders of `folder` (ending in "/") with the user's default mode.
+// Creates the missing folders of `folder` (ending in a separator) with the user's default mode.
 void CreateRestoreFolders(const std::string& folder) {
-    for (size_t slash = folder.find('/', 1); slash != std::string::npos;
-         slash = folder.find('/', slash + 1)) {
+    for (size_t slash = FSNextSeparator(folder, std::max<size_t>(FSRootLength(folder), 1));
+         slash != std::string::npos; slash = FSNextSeparator(folder, slash + 1)) {
         const std::string path = folder.substr(0, slash);
         if (StatusOf(path, true).Exists()) continue;
         const int error = MakeOrdinaryFolder(path);
@@ -83,16 +83,18 @@ std::string RestoreTargetProblem(const std::string& folder, const std::string& t
     if (root.empty() || target.compare(0, prefix.size(), prefix) != 0 ||
         target.size() == prefix.size())
         return outside;
-    std::string path = root == "/" ? "" : root;
+    // A root loses its own separator ("/" -> "", "C:\\" -> "C:"): each part brings one.
+    std::string path =
+        FSIsRoot(root) && IsPathSeparator(root.back()) ? root.substr(0, root.size() - 1) : root;
     bool exists = true;
     for (size_t start = prefix.size(); start <= target.size();) {
-        const size_t slash = std::min(target.find('/', start), target.size());
+        const size_t slash = std::min(FSNextSeparator(target, start), target.size());
         const std::string part = target.substr(start, slash - start);
         if (part.empty() || part == "." || part == "..") return outside;
-        path += "/" + part;
+        path += kPathSeparator + part;
         const bool known = checked.size() > path.size() &&
                            checked.compare(0, path.size(), path) == 0 &&
-                           checked[path.size()] == '/';
+                           IsPathSeparator(checked[path.size()]);
         const PathStatus status = exists && !known ? StatusOf(path, true) : PathStatus{};
         if (exists && !known && !status.Exists()) exists = false;
         if (exists && !known && status.kind == PathKind::kLink)

@@ -9,6 +9,7 @@
 #include "catalogue/modBulkQuery.h"
 #include "catalogue/modSQLQuote.h"
 #include "engine/CDriveMap.h"
+#include "platform/modFileSystem.h"
 #include "support/CProcTrap.h"
 #include "support/modFSCommon.h"
 #include "support/modMsgBox.h"
@@ -112,7 +113,7 @@ public:
         }
         const std::string head = folder.substr(0, split);
         if (head.find('%') != std::string::npos) return IsBackupFolderUnused(folder);
-        const std::string tail = LowerAscii(folder.substr(split)) + "/";
+        const std::string tail = LowerAscii(folder.substr(split)) + kPathSeparator;
         const std::vector<std::string>& rests = RestsAfter(head);
         const auto it = std::lower_bound(rests.begin(), rests.end(), tail);
         return it == rests.end() || it->compare(0, tail.size(), tail) != 0;
@@ -151,7 +152,8 @@ std::string SignatureOfName(const std::string& name) {
 // still holds the files of kept runs. The store folder itself, and anything above it, stays.
 bool DeleteUnusedFolder(const std::string& folder, const std::string& store,
                         FolderReferences& folders) {
-    if (folder.size() <= store.size() + 1 || folder.compare(0, store.size() + 1, store + "/") != 0)
+    if (folder.size() <= store.size() + 1 ||
+        folder.compare(0, store.size() + 1, store + kPathSeparator) != 0)
         return false;
     return folders.Unused(folder) && FSDeleteEmptyFolder(folder);
 }
@@ -285,7 +287,8 @@ bool KillOrphans() {
 
 bool IsBackupFolderUnused(const std::string& folder) {
     ADOSQLite db;
-    QueryCatalogue(db, "Files", sqlaction::kSelect, "backup LIKE " + SQLLiteral(folder + "/%"));
+    QueryCatalogue(db, "Files", sqlaction::kSelect,
+                   "backup LIKE " + SQLLiteral(folder + kPathSeparator + "%"));
     if (db.Err()) {
         MsgBox(db.ErrMsg(), mb::kCritical | mb::kOKOnly, "QRV - Stashwell");
         return false;

@@ -3,6 +3,7 @@
 #include "catalogue/ADOSQLite.h"
 #include "platform/CFile.h"
 #include "platform/modFileStatus.h"
+#include "support/modFSCommon.h"
 
 #include <sqlite3.h>
 
@@ -115,7 +116,7 @@ bool SaveInto(const std::string& file, const std::string& source, const QuickChe
 } // namespace
 
 std::string CQuickCheckDB::PathBeside(const std::string& cataloguePath) {
-    const size_t slash = cataloguePath.rfind('/');
+    const size_t slash = FSLastSeparator(cataloguePath);
     return (slash == std::string::npos ? std::string() : cataloguePath.substr(0, slash + 1)) +
            "QuickCheck.db";
 }

@@ -7,6 +7,8 @@
 #include "cli/modQrvExit.h"
 #include "cli/modQrvText.h"
 #include "platform/modFileStatus.h"
+#include "platform/modFileSystem.h"
+#include "platform/modPlatformKind.h"
 
 std::string LockProblem(const CBackupFolderLock& lock) {
     const std::string& problem = lock.Problem();
@@ -18,10 +20,9 @@ std::string BackupFolderProblem(int& status) {
     const std::string path = GetBackupPath();
     if (path.empty())
         return "no backup path is set: choose one in Stashwell or give --backup-path DIR";
-    if (path[0] != '/')
-        return "the backup path \"" + LineText(path) +
-               "\" is not a full path (one that begins "
-               "with /)";
+    if (!IsAbsolutePath(path))
+        return "the backup path \"" + LineText(path) + "\" is not a full path (one that begins " +
+               (kWindowsBuild ? "with a drive, such as C:\\)" : "with /)");
     if (StatusOf(path).kind != PathKind::kFolder)
         return "the backup folder " + LineText(path) + " is not there: is its drive plugged in?";
     status = kQrvDone;
@@ -88,7 +89,7 @@ bool CQrvCatalogue::Run(const std::string& bid, QrvRun& run) {
 
 bool CQrvCatalogue::ReadStoredForm(QrvRun& run) {
     std::string folder = run.source;
-    if (folder.empty() || folder.back() != '/') folder += '/';
+    if (folder.empty() || !IsPathSeparator(folder.back())) folder += kPathSeparator;
     const std::string before = SQLQuoteEncodeBeforeEscape(folder);
     if (before == SQLQuoteEncode(folder)) return true;
     return Rows("SELECT 1 FROM Paths WHERE bid = " + run.bid + " AND instr(path, " +

@@ -7,7 +7,9 @@
 #include "cli/modQrvExit.h"
 #include "cli/modQrvPaths.h"
 #include "cli/modQrvText.h"
+#include "platform/modFileSystem.h"
 #include "platform/modPlatformPaths.h"
+#include "support/modFSCommon.h"
 #include "support/modWildcard.h"
 
 #include <algorithm>
@@ -92,7 +94,7 @@ int QrvRuns(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
     std::string wanted;
     if (!args.Arguments().empty()) {
         const std::string& given = args.Arguments()[0];
-        wanted = TidyPath(given[0] == '/' ? given : CurrentFolder() + "/" + given);
+        wanted = TidyPath(FSFullPath(given));
     }
     std::vector<SourceGroup> groups;
     if (!db.Rows("SELECT bid, source, datebk FROM Backups ORDER BY source, bid DESC",
@@ -119,13 +121,13 @@ int QrvLs(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
     if (!db.Open() || !db.Run(args.Arguments()[0], run)) return Failed(db, err);
     const std::string folder = StoredRunPath(
         run.source, args.Arguments().size() > 1 ? args.Arguments()[1] : "", run.storedBeforeEscape);
-    const std::string key = folder == "/" ? folder : folder + "/";
+    const std::string key = FSIsRoot(folder) ? folder : folder + kPathSeparator;
     bool known = false;
     std::vector<std::string> folders;
     if (!db.Rows("SELECT path FROM Paths WHERE bid = " + run.bid, [&](const Row& r) {
             const std::string path = TidyPath(std::string(r[0]));
-            if (path + "/" == key || path == key) known = true;
-            const size_t slash = path.rfind('/');
+            if (path + kPathSeparator == key || path == key) known = true;
+            const size_t slash = FSLastSeparator(path);
             if (slash != std::string::npos && path.substr(0, slash + 1) == key)
                 folders.push_back(StoredPathBytes(path.substr(slash + 1)));
         }))
@@ -144,7 +146,7 @@ int QrvLs(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
                      " AND path = " + SQLLiteral(key),
                  [&](const Row& r) {
                      const std::string file(r[0]);
-                     files.push_back({StoredPathBytes(file.substr(file.rfind('/') + 1)),
+                     files.push_back({StoredPathBytes(file.substr(FSLastSeparator(file) + 1)),
                                       std::string(r[1]), std::string(r[2])});
                  }))
         return Failed(db, err);
@@ -180,7 +182,7 @@ int QrvFind(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
                  "ORDER BY f.bid DESC, f.fid",
                  [&](const Row& r) {
                      const std::string path = StoredPathBytes(std::string(r[2]));
-                     const std::string name = path.substr(path.rfind('/') + 1);
+                     const std::string name = path.substr(FSLastSeparator(path) + 1);
                      if (!WildcardMatch(pattern, name)) return;
                      if (args.Json())
                          out << (any ? "," : "") << "{\"bid\":" << r[0]

@@ -8,8 +8,10 @@
 #include "cli/modQrvHelp.h"
 #include "cli/modQrvList.h"
 #include "cli/modQrvRestore.h"
+#include "platform/modFileSystem.h"
 #include "platform/modPlatformPaths.h"
 #include "support/CProcTrap.h"
+#include "support/modFSCommon.h"
 #include "support/modMsgBox.h"
 #include "support/modServices.h"
 
@@ -73,8 +75,7 @@ int RunCommand(const std::vector<std::string>& words, std::ostream& out, std::os
         return kQrvUsage;
     }
     if (!args.BackupPath().empty()) {
-        UseBackupPath(args.BackupPath()[0] == '/' ? args.BackupPath()
-                                                  : CurrentFolder() + "/" + args.BackupPath());
+        UseBackupPath(FSFullPath(args.BackupPath()));
     } else if (const std::string settings = SettingsProblem(); !settings.empty()) {
         err << "qrv: cannot read the settings file " << settings << "\n";
         return kQrvCannotOpen;

@@ -1,16 +1,25 @@
 #include "cli/modQrvPaths.h"
 
 #include "catalogue/modSQLQuote.h"
+#include "platform/modFileSystem.h"
+#include "support/modFSCommon.h"
 
 std::string TidyPath(const std::string& path) {
+    const size_t rootLength = FSRootLength(path);
+    std::string root =
+        rootLength == 0 ? std::string(1, kPathSeparator) : path.substr(0, rootLength);
+    for (char& c : root)
+        if (IsPathSeparator(c)) c = kPathSeparator;
     std::string tidy;
-    for (size_t start = 0; start <= path.size();) {
-        const size_t slash = std::min(path.find('/', start), path.size());
+    for (size_t start = rootLength; start <= path.size();) {
+        const size_t slash = std::min(FSNextSeparator(path, start), path.size());
         const std::string part = path.substr(start, slash - start);
-        if (!part.empty() && part != ".") tidy += "/" + part;
+        if (!part.empty() && part != ".")
+            tidy += (tidy.empty() ? "" : std::string(1, kPathSeparator)) + part;
         start = slash + 1;
     }
-    return tidy.empty() ? "/" : tidy;
+    if (!root.empty() && !IsPathSeparator(root.back()) && !tidy.empty()) root += kPathSeparator;
+    return root + tidy;
 }
 
 std::string StoredRunPath(const std::string& source, const std::string& given,
@@ -18,11 +27,11 @@ std::string StoredRunPath(const std::string& source, const std::string& given,
     // Joined first and encoded whole: the encoding leaves a path alone whose first character
     // is an apostrophe, and a full path never begins with one.
     const std::string full =
-        TidyPath(!given.empty() && given[0] == '/' ? given : source + "/" + given);
+        TidyPath(!given.empty() && IsAbsolutePath(given) ? given : FSJoinPath(source, given));
     return storedBeforeEscape ? SQLQuoteEncodeBeforeEscape(full) : SQLQuoteEncode(full);
 }
 
 bool IsAtOrBelow(const std::string& path, const std::string& folder) {
     if (path.compare(0, folder.size(), folder) != 0) return false;
-    return path.size() == folder.size() || path[folder.size()] == '/' || folder == "/";
+    return path.size() == folder.size() || IsPathSeparator(path[folder.size()]) || FSIsRoot(folder);
 }

@@ -15,6 +15,7 @@
 #include "engine/CStore.h"
 #include "engine/kvCryptDriver.h"
 #include "platform/modFileStatus.h"
+#include "platform/modFileSystem.h"
 #include "platform/modPlatformPaths.h"
 #include "support/modFSCommon.h"
 #include "support/modMsgBox.h"
@@ -44,16 +45,18 @@ struct StoredFile {
 // exists, is not a folder).
 bool Destination(const CQrvArgs& args, std::string& destination, std::string& problem) {
     if (!args.ToGiven()) return true;
-    destination = TidyPath(args.To()[0] == '/' ? args.To() : CurrentFolder() + "/" + args.To());
-    if (destination == "/") {
-        problem = "cannot restore into / itself: name a folder";
+    destination = TidyPath(FSFullPath(args.To()));
+    if (FSIsRoot(destination)) {
+        problem = "cannot restore into " + destination + " itself: name a folder";
         return false;
     }
     std::string existing = destination;
     PathStatus status = StatusOf(existing);
     while (!status.Exists() && (status.error == ENOENT || status.error == ENOTDIR) &&
-           existing != "/") {
-        existing = existing.substr(0, std::max<size_t>(existing.rfind('/'), 1));
+           !FSIsRoot(existing)) {
+        const size_t slash = FSLastSeparator(existing);
+        existing = existing.substr(
+            0, std::max(slash == std::string::npos ? 0 : slash, FSRootLength(existing)));
         status = StatusOf(existing);
     }
     if (status.Exists() && status.kind != PathKind::kFolder) {

@@ -1,6 +1,7 @@
 #include "engine/CDriveMap.h"
 
 #include "catalogue/CDatabase.h"
+#include "platform/modFileSystem.h"
 #include "support/CRuntimeError.h"
 #include "support/modFSCommon.h"
 #include "support/modServices.h"
@@ -74,14 +75,14 @@ bool CDriveMap::Exec() {
     if (m_bid > 0 && m_db) {
         m_db->AddPath(m_bid, FSBuildPath(m_source, "/"));
         for (const std::string& folder : m_folders)
-            m_db->AddPath(m_bid, folder + "/");
+            m_db->AddPath(m_bid, folder + kPathSeparator);
     }
     return false;
 }
 
 void CDriveMap::Search(const std::string& folder) {
     CFileFind finder;
-    // FSBuildPath leaves exactly one "/" before the "*.*" that FindFile appends.
+    // FSBuildPath leaves exactly one separator before the "*.*" that FindFile appends.
     for (bool found = finder.FindFile(FSBuildPath(folder, "/")); found;
          found = finder.FindNextFile())
         TestEntry(finder);

@@ -3,19 +3,26 @@
 #include "platform/modFileStatus.h"
 #include "platform/modFileSystem.h"
 #include "platform/modPlatformPaths.h"
+#include "support/modFSCommon.h"
 
 #include <cerrno>
 
 namespace {
 
-// `path` without its last part ("/a/b" -> "/a", "/a" -> "/"); "" when nothing is above it.
+// `path` without its last part ("/a/b" -> "/a", "/a" -> "/", "C:\\a" -> "C:\\"); "" when
+// nothing is above it.
 std::string Parent(const std::string& path) {
-    const size_t end = path.find_last_not_of('/');
-    if (end == std::string::npos) return {};
-    const size_t slash = path.rfind('/', end);
+    size_t end = path.size();
+    while (end > 0 && IsPathSeparator(path[end - 1]))
+        --end;
+    if (end == 0) return {};
+    const size_t slash = FSLastSeparator(path.substr(0, end));
     if (slash == std::string::npos) return {};
-    const size_t keep = path.find_last_not_of('/', slash);
-    return keep == std::string::npos ? std::string("/") : path.substr(0, keep + 1);
+    size_t keep = slash;
+    while (keep > 0 && IsPathSeparator(path[keep - 1]))
+        --keep;
+    const size_t root = std::max<size_t>(FSRootLength(path), 1);
+    return keep < root ? path.substr(0, root) : path.substr(0, keep);
 }
 
 // The resolved path of `path`, or of its nearest part that exists; "" when none resolves.
@@ -49,7 +56,7 @@ FolderPlace PlaceOf(const std::string& folder, const std::string& outer) {
     // Each folder above the resolved path is one the folder lies in, whatever its spelling.
     std::string above = ResolvedExisting(folder);
     if (self.known) above = Parent(above);
-    for (; !above.empty(); above = above == "/" ? std::string() : Parent(above))
+    for (; !above.empty(); above = FSIsRoot(above) ? std::string() : Parent(above))
         if (FolderIdentityOf(above) == target) return FolderPlace::kInside;
     return FolderPlace::kOutside;
 }

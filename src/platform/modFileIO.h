@@ -7,6 +7,7 @@
 
 #include "platform/modFileStatus.h"
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -46,4 +47,4 @@ int FlushToDisk(NativeFile file);
 // Tells the system that the file will be read from start to end.
 void AdviseSequential(NativeFile file);
 // The error of a copy method that was asked to stop.
-inline constexpr int kStoppedError = 125; // ECANCELED on Linux
+inline constexpr int kStoppedError = ECANCELED;

@@ -14,6 +14,7 @@
 #include "platform/modFileIO.h"
 #include "platform/modFileStatus.h"
 #include "platform/modFileSystem.h"
+#include "platform/modPlatformKind.h"
 #include "platform/modPlatformPaths.h"
 #include "support/CProcTrap.h"
 #include "support/CRuntimeError.h"
@@ -413,24 +414,42 @@ std::string FSReadProblem(const std::string& path) {
     return problem == kNotRegular ? "it is no longer a regular file" : FSPlainCause(problem);
 }
 
-namespace {
-// Where the last separator of `path` stands; npos when there is none.
-size_t LastSeparator(const std::string& path) {
+size_t FSLastSeparator(const std::string& path) {
     for (size_t i = path.size(); i > 0; --i)
         if (IsPathSeparator(path[i - 1])) return i - 1;
     return std::string::npos;
 }
 
-// Where the first separator of `path` from `start` stands; npos when there is none.
-size_t NextSeparator(const std::string& path, size_t start) {
+size_t FSNextSeparator(const std::string& path, size_t start) {
     for (size_t i = start; i < path.size(); ++i)
         if (IsPathSeparator(path[i])) return i;
     return std::string::npos;
 }
-} // namespace
+
+size_t FSRootLength(const std::string& path) {
+    if (path.empty() || !IsAbsolutePath(path)) return 0;
+    if (kWindowsBuild && path.size() >= 2 && path[1] == ':')
+        return path.size() > 2 && IsPathSeparator(path[2]) ? 3 : 2;
+    if (kWindowsBuild && path.size() >= 2 && IsPathSeparator(path[0]) && IsPathSeparator(path[1])) {
+        // "\\server\share\": the server's and the share's names belong to the root.
+        const size_t server = FSNextSeparator(path, 2);
+        if (server == std::string::npos) return path.size();
+        const size_t share = FSNextSeparator(path, server + 1);
+        return share == std::string::npos ? path.size() : share + 1;
+    }
+    return 1;
+}
+
+bool FSIsRoot(const std::string& path) {
+    return !path.empty() && FSRootLength(path) == path.size();
+}
+
+std::string FSFullPath(const std::string& path) {
+    return IsAbsolutePath(path) ? path : FSJoinPath(CurrentFolder(), path);
+}
 
 std::string FSGetPathPart(const std::string& path) {
-    const size_t slash = LastSeparator(path);
+    const size_t slash = FSLastSeparator(path);
     return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
 }
 
@@ -443,7 +462,7 @@ bool FSDriveExists(const std::string& drive) {
 }
 
 std::string FSGetNamePart(const std::string& path) {
-    const size_t slash = LastSeparator(path);
+    const size_t slash = FSLastSeparator(path);
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
@@ -456,13 +475,13 @@ void FSCreateFolderTree(const std::string& folderPath) {
     if (folderPath.size() >= 2 && IsPathSeparator(folderPath[0]) &&
         IsPathSeparator(folderPath[1])) {
         // A network path: the server's own name is not a folder to create.
-        const size_t afterServer = NextSeparator(folderPath, 2);
+        const size_t afterServer = FSNextSeparator(folderPath, 2);
         if (afterServer == std::string::npos) return;
         start = afterServer + 1;
     }
     std::vector<size_t> ends; // the prefixes ending in a separator, shallowest first
     for (int step = 0; step < kMaxTreeSteps; ++step) {
-        const size_t slash = NextSeparator(folderPath, start);
+        const size_t slash = FSNextSeparator(folderPath, start);
         if (slash == std::string::npos) break;
         ends.push_back(slash + 1);
         start = slash + 1;

@@ -84,6 +84,16 @@ bool FSIsReadable(const std::string& path);
 std::string FSReadProblem(const std::string& path);
 // The cause that the system error `error` names, in plain words.
 std::string FSPlainCause(int error);
+// Where the last separator of `path` stands, or the first from `start`; npos when none.
+size_t FSLastSeparator(const std::string& path);
+size_t FSNextSeparator(const std::string& path, size_t start);
+// How many characters of `path` name its root: "/" on Linux; "C:\", "C:" or
+// "\\server\share\" on Windows; 0 for a relative path.
+size_t FSRootLength(const std::string& path);
+// Whether `path` is a root and nothing more ("/", "C:\").
+bool FSIsRoot(const std::string& path);
+// `path` as a full path: as it is when it is one, else below the current folder.
+std::string FSFullPath(const std::string& path);
 // Everything up to and including the last separator; empty when there is none.
 std::string FSGetPathPart(const std::string& path);
 // The mount point that holds the path; empty for a relative path.
