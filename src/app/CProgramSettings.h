@@ -1,16 +1,26 @@
 #pragma once
 
-// Named text values under one four-level key, kept in the per-user INI file
-// $XDG_CONFIG_HOME/Korvex/QRV.conf: one section per key path ("[SOFTWARE\Korvex\QRV\Settings]"),
-// lines "name=value". Any byte string round-trips: "\", CR, LF and NUL in names and values are
-// escaped. Reading falls back to the default and writing fails silently, as a registry would.
+// Named text values under one four-level key. Reading falls back to the default and writing
+// fails silently.
+//
+// Linux (CProgramSettings_posix.cpp): the per-user INI file $XDG_CONFIG_HOME/Korvex/QRV.conf,
+// one section per key path ("[SOFTWARE\Korvex\QRV\Settings]"), lines "name=value". Any byte
+// string round-trips: "\", CR, LF and NUL in names and values are escaped. Both roots map to
+// this one file.
+//
+// Windows (CProgramSettings_win32.cpp): the registry key below RootKey, opened with the access
+// mask 0x3F; a value is written as REG_SZ without a terminating zero, and a REG_DWORD reads as
+// its decimal text. A standard user of Windows 10/11 may neither write below
+// HKEY_LOCAL_MACHINE nor open a key there with that mask, so a refused write to
+// HKEY_LOCAL_MACHINE goes to the same path below HKEY_CURRENT_USER, and a read finds
+// HKEY_LOCAL_MACHINE's value first and HKEY_CURRENT_USER's when that one is missing or empty.
 
 #include <cstdint>
 #include <string>
 
 class CProgramSettings {
 public:
-    // Root keys; both map to the same per-user file here.
+    // Root keys; on Linux both map to the same per-user file.
     static constexpr uint32_t kCurrentUser = 0x80000001u;
     static constexpr uint32_t kLocalMachine = 0x80000002u;
 
@@ -29,13 +39,21 @@ public:
     std::string KeyPath() const;
     // The stored value; `defaultValue` when the key or value is missing or the value is empty.
     std::string ReadEntry(const std::string& entry, const std::string& defaultValue) const;
-    // The same for a key given as a whole path ("SOFTWARE\Korvex\QRV\Settings").
+    // The same for a key given as a whole path ("SOFTWARE\Korvex\QRV\Settings"), below
+    // HKEY_LOCAL_MACHINE on Windows (and so HKEY_CURRENT_USER after it).
     static std::string ReadEntryAt(const std::string& keyPath, const std::string& entry,
                                    const std::string& defaultValue);
     void WriteEntry(const std::string& entry, const std::string& value) const;
 
+#ifdef _WIN32
+    // Tests only: the keys that stand for HKEY_LOCAL_MACHINE and HKEY_CURRENT_USER, given as
+    // open keys' roots (CRegKey::AsRoot), so that no test touches the machine's or the user's
+    // own settings and a test can have a write refused; 0 puts the real root back.
+    static void RootsForTests(uint32_t localMachine, uint32_t currentUser);
+#else
     // The settings file.
     static std::string FilePath();
+#endif
 
 private:
     uint32_t m_rootKey = kLocalMachine;

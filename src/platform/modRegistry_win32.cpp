@@ -167,8 +167,13 @@ int CRegKey::Read(const std::string& name, RegValue& value) const {
 }
 
 int CRegKey::Write(const std::string& name, const RegValue& value) const {
+    // RegSetValueExW stores a text one character longer than it was given when the character
+    // just after it is a zero (it takes the zero for one forgotten in the count), so a text
+    // written without its zero is handed over with a character that is not one after it.
+    std::string data = value.data;
+    if (IsTextType(value.type)) data.append(sizeof(wchar_t), '\x01');
     return Errno(::RegSetValueExW(Handle(m_key), Wide(name).c_str(), 0, value.type,
-                                  reinterpret_cast<const BYTE*>(value.data.data()),
+                                  reinterpret_cast<const BYTE*>(data.data()),
                                   static_cast<DWORD>(value.data.size())));
 }
 

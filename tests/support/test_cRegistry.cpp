@@ -14,8 +14,9 @@
 #include <chrono>
 #include <random>
 
-#include <sddl.h>
 #include <windows.h>
+// After windows.h, which it needs.
+#include <sddl.h>
 
 namespace {
 

@@ -1,0 +1,72 @@
+#include "app/CProgramSettings.h"
+
+#include "platform/modRegistry.h"
+
+#include <cerrno>
+
+// The settings in the registry, key by key as described in the header. Every failure is silent:
+// a read that fails gives the default, a write that fails leaves the registry as it was.
+
+namespace {
+
+// Query, set, create sub-key, enumerate, notify and create link.
+constexpr uint32_t kAccess = 0x3F;
+
+uint32_t g_localMachine = 0;
+uint32_t g_currentUser = 0;
+
+uint32_t ActualRoot(uint32_t root) {
+    if (root == CProgramSettings::kLocalMachine && g_localMachine != 0) return g_localMachine;
+    if (root == CProgramSettings::kCurrentUser && g_currentUser != 0) return g_currentUser;
+    return root;
+}
+
+// The value's text, "" when the key cannot be opened or the value is missing.
+std::string ReadAt(uint32_t root, const std::string& keyPath, const std::string& entry) {
+    CRegKey key;
+    RegValue value;
+    if (key.Open(ActualRoot(root), keyPath, kAccess) != 0 || key.Read(entry, value) != 0)
+        return std::string();
+    return RegValueText(value);
+}
+
+// HKEY_LOCAL_MACHINE's value, else HKEY_CURRENT_USER's; another root's alone.
+std::string ReadInOrder(uint32_t root, const std::string& keyPath, const std::string& entry,
+                        const std::string& defaultValue) {
+    std::string value = ReadAt(root, keyPath, entry);
+    if (value.empty() && root == CProgramSettings::kLocalMachine)
+        value = ReadAt(CProgramSettings::kCurrentUser, keyPath, entry);
+    return value.empty() ? defaultValue : value;
+}
+
+int WriteAt(uint32_t root, const std::string& keyPath, const std::string& entry,
+            const RegValue& value) {
+    CRegKey key;
+    const int error = key.Create(ActualRoot(root), keyPath, kAccess);
+    return error != 0 ? error : key.Write(entry, value);
+}
+
+} // namespace
+
+void CProgramSettings::RootsForTests(uint32_t localMachine, uint32_t currentUser) {
+    g_localMachine = localMachine;
+    g_currentUser = currentUser;
+}
+
+std::string CProgramSettings::ReadEntry(const std::string& entry,
+                                        const std::string& defaultValue) const {
+    return ReadInOrder(m_rootKey, KeyPath(), entry, defaultValue);
+}
+
+std::string CProgramSettings::ReadEntryAt(const std::string& keyPath, const std::string& entry,
+                                          const std::string& defaultValue) {
+    return ReadInOrder(kLocalMachine, keyPath, entry, defaultValue);
+}
+
+void CProgramSettings::WriteEntry(const std::string& entry, const std::string& value) const {
+    // The stored length is the text's own, without a terminating zero.
+    const RegValue text = RegTextValue(reg::kString, value, false);
+    const std::string keyPath = KeyPath();
+    if (WriteAt(m_rootKey, keyPath, entry, text) == EACCES && m_rootKey == kLocalMachine)
+        WriteAt(kCurrentUser, keyPath, entry, text); // a failure here too stays silent
+}
