@@ -16,7 +16,8 @@ include(GoogleTest)
 
 if(STASHWELL_BUILDS_cli)
     file(GLOB TEST_COMMON_SOURCES CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/common/*.cpp)
-    add_library(stashwell_testcommon STATIC ${TEST_COMMON_SOURCES})
+    # Built only for the listed tests that need it.
+    add_library(stashwell_testcommon STATIC EXCLUDE_FROM_ALL ${TEST_COMMON_SOURCES})
     target_include_directories(stashwell_testcommon PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}/common)
     # Tests read catalogues with SQLite themselves.
     target_link_libraries(stashwell_testcommon PUBLIC stashwell_core GTest::gtest

@@ -50,10 +50,9 @@ public:
     // open keys' roots (CRegKey::AsRoot), so that no test touches the machine's or the user's
     // own settings and a test can have a write refused; 0 puts the real root back.
     static void RootsForTests(uint32_t localMachine, uint32_t currentUser);
-#else
-    // The settings file.
-    static std::string FilePath();
 #endif
+    // The settings file; "" on Windows, whose settings live in the registry.
+    static std::string FilePath();
 
 private:
     uint32_t m_rootKey = kLocalMachine;

@@ -70,3 +70,7 @@ void CProgramSettings::WriteEntry(const std::string& entry, const std::string& v
     if (WriteAt(m_rootKey, keyPath, entry, text) == EACCES && m_rootKey == kLocalMachine)
         WriteAt(kCurrentUser, keyPath, entry, text); // a failure here too stays silent
 }
+
+std::string CProgramSettings::FilePath() {
+    return {}; // the registry holds the settings
+}

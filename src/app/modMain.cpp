@@ -269,6 +269,7 @@ void StartDailyLog() {
 
 std::string SettingsProblem() {
     const std::string path = CProgramSettings::FilePath();
+    if (path.empty()) return {}; // the registry: a read that fails gives no backup path
     // Without waiting on a FIFO in the file's place.
     int error = 0;
     const NativeFile file = OpenFileHandle(path, OpenMode::kReadThrough, error);
