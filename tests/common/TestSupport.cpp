@@ -23,6 +23,7 @@
 #include <stdexcept>
 #ifndef _WIN32
 #include <csignal>
+#include <fcntl.h>
 #include <linux/capability.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -335,6 +336,16 @@ std::string PlainMD5(const std::string& data) {
     CMd5 md5;
     if (!md5.Add(data.data(), data.size())) throw std::runtime_error("MD5 is not available");
     return md5.Finish();
+}
+
+bool SetFileTimes(const std::string& path, int64_t accessNs, int64_t writeNs) {
+#ifdef _WIN32
+    return SetWindowsFileTimes(path, accessNs, writeNs);
+#else
+    const timespec times[2] = {{accessNs / 1'000'000'000, accessNs % 1'000'000'000},
+                               {writeNs / 1'000'000'000, writeNs % 1'000'000'000}};
+    return ::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) == 0;
+#endif
 }
 
 std::string FolderOnAnotherFileSystem(const std::string& beside, const std::string& prefix) {

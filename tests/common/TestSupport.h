@@ -6,10 +6,12 @@
 // small file and SQL readers. Paths are UTF-8 texts, with the platform's separator where the
 // program writes one.
 
+#include "platform/modFileSystem.h" // kPathSeparator
 #include "support/modBrowseFolder.h"
 #include "support/modMsgBox.h"
 #include "support/modShell.h"
 
+#include <cstdint>
 #include <deque>
 #include <filesystem>
 #include <functional>
@@ -51,6 +53,9 @@ std::string PlainMD5(const std::string& data);
 // A bound Unix socket at `path` (a socket file in the tree); the descriptor, or -1.
 int MakeUnixSocket(const std::string& path);
 #endif
+// Sets the last access and last write times of the file at `path`, in nanoseconds since 1970;
+// false when they could not be set.
+bool SetFileTimes(const std::string& path, int64_t accessNs, int64_t writeNs);
 // A new folder named `prefix` and a few more characters on another file system than the one of
 // `beside`: in /dev/shm on Linux; on Windows in the folder "tmp" of another fixed drive (Z:\tmp
 // under Wine). "" when there is none.

@@ -119,6 +119,28 @@ std::string WindowsEnvironment(const std::string& name) {
     return Narrow(value);
 }
 
+bool AddWindowsAttributes(const std::string& path, uint32_t attributes) {
+    const std::wstring wide = WidePath(path);
+    const DWORD old = ::GetFileAttributesW(wide.c_str());
+    return old != INVALID_FILE_ATTRIBUTES && ::SetFileAttributesW(wide.c_str(), old | attributes);
+}
+
+bool SetWindowsFileTimes(const std::string& path, int64_t accessNs, int64_t writeNs) {
+    // 100-ns units since 1601.
+    const auto fileTime = [](int64_t ns) {
+        const uint64_t units = static_cast<uint64_t>(ns / 100 + 116444736000000000LL);
+        return FILETIME{static_cast<DWORD>(units), static_cast<DWORD>(units >> 32)};
+    };
+    HANDLE file = ::CreateFileW(WidePath(path).c_str(), FILE_WRITE_ATTRIBUTES,
+                                FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return false;
+    const FILETIME access = fileTime(accessNs), write = fileTime(writeNs);
+    const bool set = ::SetFileTime(file, nullptr, &access, &write);
+    ::CloseHandle(file);
+    return set;
+}
+
 std::string FolderOnAnotherDrive(const std::string& beside, const std::string& prefix) {
     const wchar_t besideDrive =
         beside.size() >= 2 && beside[1] == ':' ? std::towupper(beside[0]) : 0;
@@ -136,6 +158,10 @@ std::string FolderOnAnotherDrive(const std::string& beside, const std::string& p
         }
     }
     return std::string();
+}
+
+uint32_t WindowsProcessId() {
+    return ::GetCurrentProcessId();
 }
 
 std::string WindowsProgramFile() {

@@ -36,9 +36,18 @@ private:
     void* m_handle;
 };
 
+// Adds the attribute bits `attributes` (0x2 hidden, 0x4 system, ...) to the file or folder at
+// `path`; false when they could not be set.
+bool AddWindowsAttributes(const std::string& path, uint32_t attributes);
+// Sets the last access and last write times of the file at `path`, in nanoseconds since 1970.
+bool SetWindowsFileTimes(const std::string& path, int64_t accessNs, int64_t writeNs);
+
 // A new folder named `prefix` and a number in the folder "tmp" of a fixed drive other than the
 // one of `beside` (under Wine, Z:\tmp on the Linux root); "" when there is none.
 std::string FolderOnAnotherDrive(const std::string& beside, const std::string& prefix);
+
+// This process's id.
+uint32_t WindowsProcessId();
 
 // The path of this program's own file.
 std::string WindowsProgramFile();
