@@ -2,13 +2,15 @@
 // written creating the file, failures silent.
 
 #include "TestSupport.h"
+#include "WindowsTestHelpers.h"
 #include "app/CProgramSettings.h"
 #include "app/modPaths.h"
 #include "support/modServices.h"
 
 #include <gtest/gtest.h>
+#ifndef _WIN32
 #include <sys/stat.h>
-#include <unistd.h>
+#endif
 
 namespace {
 
@@ -17,12 +19,6 @@ CProgramSettings ProgramKey() {
     settings.RegBase("Korvex");
     settings.Program("QRV");
     return settings;
-}
-
-unsigned Mode(const std::string& path) {
-    struct stat st {};
-    ::stat(path.c_str(), &st);
-    return st.st_mode & 0777;
 }
 
 TEST(ProgramSettings, MissingKeyYieldsTheDefault) {
@@ -42,7 +38,7 @@ TEST(ProgramSettings, ValueReadsBackWithoutTrailingZero) {
 
 TEST(ProgramSettings, FileWithCrLfLineEndsReadsTheSame) {
     ScopedTestEnv env;
-    CreateTree(env.ConfigHome() + "/Korvex", Dir());
+    CreateTree(env.ConfigHome() + Native("/Korvex"), Dir());
     WriteFile(CProgramSettings::FilePath(),
               "[SOFTWARE\\Korvex\\QRV\\Settings]\r\nBackupPath=/media/usb/Backup\r\n");
     EXPECT_EQ(ReadRegSetting("BackupPath"), "/media/usb/Backup");
@@ -70,7 +66,7 @@ TEST(ProgramSettings, SectionWithTrailingBackslashIsTheSameKey) {
 TEST(ProgramSettings, FileHoldsOneSectionPerKeyPath) {
     ScopedTestEnv env;
     WriteRegSetting("BackupPath", "/media/usb/Backup");
-    EXPECT_EQ(ReadFile(env.ConfigHome() + "/Korvex/QRV.conf"),
+    EXPECT_EQ(ReadFile(env.ConfigHome() + Native("/Korvex/QRV.conf")),
               "[SOFTWARE\\Korvex\\QRV\\Settings]\nBackupPath=/media/usb/Backup\n");
 }
 
@@ -111,9 +107,15 @@ TEST(ProgramSettings, EmptyValueYieldsTheDefault) {
 TEST(ProgramSettings, UnreadableFileGivesTheDefaultSilently) {
     ScopedTestEnv env;
     WriteRegSetting("BackupPath", "/x");
+#ifdef _WIN32
+    // Held by another program with no sharing.
+    const ExclusiveHold hold(CProgramSettings::FilePath());
+    ASSERT_TRUE(hold.Ok());
+#else
     ::chmod(CProgramSettings::FilePath().c_str(), 0);
     ScopedNoPermissionOverride noOverride;
     if (!noOverride.Ok()) GTEST_SKIP() << "permissions cannot be enforced here";
+#endif
     EXPECT_EQ(ReadRegSetting("BackupPath"), "");
     EXPECT_TRUE(env.box.calls.empty());
 }
@@ -129,8 +131,8 @@ TEST(ProgramSettings, FailedWriteIsSilent) {
 TEST(ProgramSettings, FileIsPrivate) {
     ScopedTestEnv env;
     WriteRegSetting("BackupPath", "/x");
-    EXPECT_EQ(Mode(CProgramSettings::FilePath()), 0600u);
-    EXPECT_EQ(Mode(env.ConfigHome() + "/Korvex"), 0700u);
+    EXPECT_TRUE(IsPrivate(CProgramSettings::FilePath()));
+    EXPECT_TRUE(IsPrivate(env.ConfigHome() + Native("/Korvex")));
 }
 
 TEST(BackupPaths, EmptyWhenNoBackupPathIsSet) {
@@ -144,14 +146,14 @@ TEST(BackupPaths, EmptyWhenNoBackupPathIsSet) {
 
 TEST(BackupPaths, FoldersBeneathTheBackupPath) {
     ScopedTestEnv env;
-    WriteRegSetting("BackupPath", "/media/usb/Backup");
+    WriteRegSetting("BackupPath", Native("/media/usb/Backup"));
     EXPECT_TRUE(IsBackupPathSet());
-    EXPECT_EQ(GetBackupPath(), "/media/usb/Backup");
-    EXPECT_EQ(GetDBPath(), "/media/usb/Backup/db/Backup.db");
-    EXPECT_EQ(GetFilesPath(), "/media/usb/Backup/Files");
-    EXPECT_EQ(GetLogsPath(), "/media/usb/Backup/Logs");
-    WriteRegSetting("BackupPath", "/media/usb/Backup/");
-    EXPECT_EQ(GetDBPath(), "/media/usb/Backup/db/Backup.db");
+    EXPECT_EQ(GetBackupPath(), Native("/media/usb/Backup"));
+    EXPECT_EQ(GetDBPath(), Native("/media/usb/Backup/db/Backup.db"));
+    EXPECT_EQ(GetFilesPath(), Native("/media/usb/Backup/Files"));
+    EXPECT_EQ(GetLogsPath(), Native("/media/usb/Backup/Logs"));
+    WriteRegSetting("BackupPath", Native("/media/usb/Backup/"));
+    EXPECT_EQ(GetDBPath(), Native("/media/usb/Backup/db/Backup.db"));
 }
 
 TEST(BackupPaths, DriveIsReadyWhileTheBackupFolderExists) {

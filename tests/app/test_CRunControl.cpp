@@ -51,7 +51,7 @@ TEST_F(RunControl, EmptySourceListCompletesWithAnEmptySummary) {
     // The closing log purge walks the logs folder.
     EXPECT_EQ(LogLines(),
               (Lines{" \r\n", "Backup started\r\n", " \r\n", "Backup Complete. MB in 00:00:00\r\n",
-                     "Backup complete\r\n", "FindFiles " + f.backup + "/Logs\r\n"}));
+                     "Backup complete\r\n", "FindFiles " + f.backup + Native("/Logs") + "\r\n"}));
     EXPECT_FALSE(run.Running());
 }
 
@@ -144,9 +144,9 @@ TEST_F(RunControl, CancelDuringTheSecondOfThreeSources) {
     ASSERT_NE(cancel, lines.end());
     EXPECT_EQ(Lines(lines.end() - 4, lines.end()),
               (Lines{" \r\n", "Backup cancelled\r\n", "Backup complete\r\n",
-                     "FindFiles " + f.backup + "/Logs\r\n"}));
+                     "FindFiles " + f.backup + Native("/Logs") + "\r\n"}));
     // The cancel click ran the closing steps too: its log purge came right after the request.
-    EXPECT_EQ(*(cancel + 1), "FindFiles " + f.backup + "/Logs\r\n");
+    EXPECT_EQ(*(cancel + 1), "FindFiles " + f.backup + Native("/Logs") + "\r\n");
     EXPECT_FALSE(Logged("Source: " + sources[2]));
     EXPECT_FALSE(run.Running());
 }
@@ -273,7 +273,7 @@ TEST_F(RunControl, SourceAfterALostRunIsStillRecorded) {
               Lines{"The run of " + f.env.Path("s1") +
                     " was lost: the catalogue could not record 1 of its rows: damaged page"});
     EXPECT_EQ(f.Rows("SELECT source FROM Backups"), Lines{f.env.Path("s2")});
-    EXPECT_EQ(f.Rows("SELECT file FROM Files"), Lines{f.env.Path("s2") + "/b.txt"});
+    EXPECT_EQ(f.Rows("SELECT file FROM Files"), Lines{f.env.Path("s2") + Native("/b.txt")});
 }
 
 TEST_F(RunControl, RunOfElevenHoursIsSavedAndEndsWithProblemsNeverLost) {
@@ -311,7 +311,7 @@ TEST_F(RunControl, RunOfElevenHoursIsSavedAndEndsWithProblemsNeverLost) {
               "0\r\nError (6) Overflow\r\nCurrent Operation: Backup summary");
     EXPECT_EQ(f.Rows("SELECT count(*) FROM Backups"), Lines{"1"});
     EXPECT_EQ(f.Rows("SELECT file FROM Files ORDER BY file"),
-              (Lines{f.env.Path("s") + "/a.txt", f.env.Path("s") + "/b.txt"}));
+              (Lines{f.env.Path("s") + Native("/a.txt"), f.env.Path("s") + Native("/b.txt")}));
 }
 
 TEST_F(RunControl, CompleteRunHasNoProblemsAndStatusZero) {
@@ -324,7 +324,7 @@ TEST_F(RunControl, CompleteRunHasNoProblemsAndStatusZero) {
 
 TEST_F(RunControl, SourceInsideTheBackupFolderIsNotWalkedAndNamedAsAProblem) {
     // The sources after it are backed up as usual.
-    const std::string inside = f.backup + "/mine", same = f.backup + "/";
+    const std::string inside = f.backup + Native("/mine"), same = f.backup + Native("/");
     CreateTree(inside, Dir({{"m.txt", File("mine")}}));
     CreateTree(f.env.Path("s"), Dir({{"a.txt", File("alpha")}}));
     CRunControl run({inside, same, f.env.Path("s")}, BackupOptions{});
@@ -341,21 +341,21 @@ TEST_F(RunControl, SourceInsideTheBackupFolderIsNotWalkedAndNamedAsAProblem) {
     for (const std::string& problem : problems)
         EXPECT_TRUE(Logged("Problem: " + problem));
     EXPECT_EQ(f.Rows("SELECT source FROM Backups"), Lines{f.env.Path("s")});
-    EXPECT_EQ(f.Rows("SELECT file FROM Files"), Lines{f.env.Path("s") + "/a.txt"});
+    EXPECT_EQ(f.Rows("SELECT file FROM Files"), Lines{f.env.Path("s") + Native("/a.txt")});
 }
 
 TEST_F(RunControl, SourceHoldingTheBackupFolderIsBackedUpAroundIt) {
     const std::string home = f.env.Path("home");
     CreateTree(home, Dir({{"a.txt", File("alpha")}, {"Backup", Dir()}}));
-    f.UseBackupPath(home + "/Backup");
+    f.UseBackupPath(home + Native("/Backup"));
     Logger().LogLevel(2);
     CRunControl run({home}, BackupOptions{});
     run.cmdBackup_Click();
     EXPECT_EQ(run.Outcome().Lines(), Lines{});
     EXPECT_EQ(run.Outcome().ExitStatus(), 0);
-    EXPECT_EQ(f.Rows("SELECT file FROM Files"), Lines{home + "/a.txt"});
+    EXPECT_EQ(f.Rows("SELECT file FROM Files"), Lines{home + Native("/a.txt")});
     EXPECT_TRUE(Logged("Skipped the backup folder " + home +
-                       "/Backup: Stashwell does not back up its own store"));
+                       Native("/Backup: Stashwell does not back up its own store")));
 }
 
 TEST_F(RunControl, UnattendedWordsActAsOftenAsGiven) {
@@ -373,7 +373,7 @@ TEST_F(RunControl, UnattendedCompactRunsTheCompactSequence) {
     EXPECT_EQ(LogLines(),
               (Lines{"Compacting database\r\n", "Pruning DB tree\r\n", " Prune DB Files tree\r\n",
                      " Prune DB Paths tree\r\n", "Running Integrity Check\r\n", "Kill orphans\r\n",
-                     "FindFiles " + f.backup + "/Files\r\n", "Vacuum DB\r\n",
+                     "FindFiles " + f.backup + Native("/Files") + "\r\n", "Vacuum DB\r\n",
                      "Unattended backup complete\r\n"}));
 }
 

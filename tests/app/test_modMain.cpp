@@ -6,15 +6,14 @@
 #include "app/modOptions.h"
 #include "app/modPaths.h"
 #include "app/modUsage.h"
+#include "platform/CFile.h"
+#include "platform/CLockFile.h"
 #include "support/modDateText.h"
 #include "support/modServices.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sstream>
-#include <sys/file.h>
 #include <thread>
-#include <unistd.h>
 
 namespace {
 
@@ -71,10 +70,11 @@ TEST_F(Interrupted, FailingCheckWhileAnotherProgramHoldsTheFolderLeavesTheJourna
     WriteFile(f.db + "-journal", "");
     BreakCatalogue();
     // Another open file of the lock: to the lock, another program.
-    const int other = ::open((f.backup + "/QRV.lock").c_str(), O_RDONLY | O_CREAT, 0600);
-    ASSERT_EQ(::flock(other, LOCK_EX | LOCK_NB), 0);
+    CLockFile other;
+    ASSERT_TRUE(other.Open(f.backup + Native("/QRV.lock"), false)) << other.Error();
+    ASSERT_EQ(other.TryLock(), CLockFile::Attempt::kLocked);
     const bool checked = CheckInterruptedRun(false);
-    ::close(other);
+    other.Close();
     EXPECT_FALSE(checked);
     EXPECT_EQ(LogMessages(ReadFile(log)),
               Lines{"The catalogue's journal " + f.db +
@@ -88,13 +88,14 @@ TEST_F(Interrupted, FailingCheckWhileAnotherProgramHoldsTheFolderLeavesTheJourna
 TEST_F(Interrupted, JournalThatItsProgramEndsWhileTheCheckWaitsIsNotChecked) {
     WriteFile(f.db + "-journal", "");
     BreakCatalogue();
-    const int other = ::open((f.backup + "/QRV.lock").c_str(), O_RDONLY | O_CREAT, 0600);
-    ASSERT_EQ(::flock(other, LOCK_EX | LOCK_NB), 0);
+    CLockFile other;
+    ASSERT_TRUE(other.Open(f.backup + Native("/QRV.lock"), false)) << other.Error();
+    ASSERT_EQ(other.TryLock(), CLockFile::Attempt::kLocked);
     // The other program commits (its journal goes) and lets the folder go.
     std::thread finisher([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(300));
-        ::unlink((f.db + "-journal").c_str());
-        ::close(other);
+        RemoveFile(f.db + "-journal");
+        other.Close();
     });
     const bool checked = CheckInterruptedRun(true);
     finisher.join();
@@ -263,7 +264,8 @@ TEST(StartUp, HelpBesideOtherWordsOrInAnotherSpellingIsAWordLikeOthers) {
 TEST(StartUp, DailyLogIsOpenedUnderTheBackupPath) {
     BackupFixture f;
     StartDailyLog();
-    EXPECT_EQ(Logger().LogFile(), f.backup + "/Logs/QRV-" + DateStamp(std::time(nullptr)) + ".LOG");
+    EXPECT_EQ(Logger().LogFile(),
+              f.backup + Native("/Logs/QRV-") + DateStamp(std::time(nullptr)) + ".LOG");
     EXPECT_EQ(LogMessages(f.TodaysLog()), (Lines{" \r\n", "QRV 1.0.0 Started\r\n"}));
     EXPECT_EQ(Logger().LogLevel(), 1);
 }

@@ -10,9 +10,12 @@
 #include "app/modSysInfo.h"
 #include "support/modServices.h"
 
+#include <filesystem>
 #include <gtest/gtest.h>
+#ifndef _WIN32
 #include <sys/stat.h>
 #include <unistd.h>
+#endif
 
 namespace {
 
@@ -92,37 +95,39 @@ TEST(BackupPath, ChosenFolderGetsItsCatalogueAndTheDailyLog) {
     f.env.picker.Answer(chosen);
     EXPECT_EQ(SelectBackupPath(), chosen);
     EXPECT_EQ(ReadRegSetting("BackupPath"), chosen);
-    EXPECT_TRUE(Exists(chosen + "/db/Backup.db"));
+    EXPECT_TRUE(Exists(chosen + Native("/db/Backup.db")));
     EXPECT_TRUE(Logger().Started());
-    EXPECT_EQ(Logger().LogFile().rfind(chosen + "/Logs/QRV-", 0), 0u);
+    EXPECT_EQ(Logger().LogFile().rfind(chosen + Native("/Logs/QRV-"), 0), 0u);
     EXPECT_TRUE(Exists(Logger().LogFile()));
 }
 
 TEST(BackupPath, SourcesThatLieInTheChosenFolderAreNamedInOneBox) {
     BackupFixture f;
     const std::string chosen = f.env.Path("drive/Backup"), outside = f.env.Path("documents");
-    CreateTree(chosen + "/photos", Dir());
+    CreateTree(chosen + Native("/photos"), Dir());
     // The chosen folder holds a catalogue of its own, with its own sources.
     f.UseBackupPath(chosen);
-    for (const std::string& source : {chosen + "/photos", outside, chosen, chosen + "/gone"})
+    for (const std::string& source :
+         {chosen + Native("/photos"), outside, chosen, chosen + Native("/gone")})
         f.AddSource(source);
     f.UseBackupPath(f.env.Path("backup"));
     f.env.picker.Answer(chosen);
     EXPECT_EQ(SelectBackupPath(), chosen);
-    EXPECT_EQ(f.env.box.calls,
-              (Calls{{"These sources lie in the backup folder '" + chosen +
-                          "' and will not be backed up, since Stashwell does not back up its own "
-                          "store. Remove them, or choose another backup path:\n" +
-                          chosen + "/photos\n" + chosen + "\n" + chosen + "/gone",
-                      64, kTitle}}));
+    EXPECT_EQ(
+        f.env.box.calls,
+        (Calls{{"These sources lie in the backup folder '" + chosen +
+                    "' and will not be backed up, since Stashwell does not back up its own "
+                    "store. Remove them, or choose another backup path:\n" +
+                    chosen + Native("/photos") + "\n" + chosen + "\n" + chosen + Native("/gone"),
+                64, kTitle}}));
     // They stay listed: the person removes them or chooses another path.
-    EXPECT_EQ(SqlRows(chosen + "/db/Backup.db", "SELECT count(*) FROM Sources"),
+    EXPECT_EQ(SqlRows(chosen + Native("/db/Backup.db"), "SELECT count(*) FROM Sources"),
               (std::vector<Lines>{{"4"}}));
 }
 
 TEST(BackupPath, SourcesOutsideTheChosenFolderOrHoldingItAskNothing) {
     BackupFixture f;
-    const std::string drive = f.env.Path("drive"), chosen = drive + "/Backup";
+    const std::string drive = f.env.Path("drive"), chosen = drive + Native("/Backup");
     CreateTree(chosen, Dir());
     f.UseBackupPath(chosen);
     f.AddSource(drive);
@@ -152,8 +157,13 @@ TEST(Sources, SameFolderTwiceIsRefused) {
 
 TEST(Sources, TheBackupFolderItselfIsRefusedInAnySpelling) {
     BackupFixture f;
+#ifdef _WIN32
+    // Wine makes no links.
+    for (const std::string& folder : {f.backup, f.backup + Native("/")}) {
+#else
     ASSERT_EQ(::symlink(f.backup.c_str(), f.env.Path("to-backup").c_str()), 0);
     for (const std::string& folder : {f.backup, f.backup + "/", f.env.Path("to-backup")}) {
+#endif
         f.env.box.calls.clear();
         f.env.picker.Answer(folder);
         EXPECT_FALSE(AddSource()) << folder;
@@ -168,10 +178,16 @@ TEST(Sources, TheBackupFolderItselfIsRefusedInAnySpelling) {
 
 TEST(Sources, AFolderInsideTheBackupFolderIsRefused) {
     BackupFixture f;
-    CreateTree(f.backup + "/mine", Dir({{"deeper", Dir()}}));
+    CreateTree(f.backup + Native("/mine"), Dir({{"deeper", Dir()}}));
+#ifdef _WIN32
+    // Wine makes no links.
+    for (const std::string& folder :
+         {f.backup + Native("/Files"), f.backup + Native("/mine/deeper")}) {
+#else
     ASSERT_EQ(::symlink((f.backup + "/mine").c_str(), f.env.Path("to-mine").c_str()), 0);
     for (const std::string& folder :
          {f.backup + "/Files", f.backup + "/mine/deeper", f.env.Path("to-mine")}) {
+#endif
         f.env.box.calls.clear();
         f.env.picker.Answer(folder);
         EXPECT_FALSE(AddSource()) << folder;
@@ -187,8 +203,8 @@ TEST(Sources, AFolderInsideTheBackupFolderIsRefused) {
 TEST(Sources, AFolderHoldingTheBackupFolderIsAddedSinceItsWalkStepsAroundIt) {
     BackupFixture f;
     const std::string home = f.env.Path("home");
-    CreateTree(home + "/Backup", Dir());
-    f.UseBackupPath(home + "/Backup");
+    CreateTree(home + Native("/Backup"), Dir());
+    f.UseBackupPath(home + Native("/Backup"));
     f.env.picker.Answer(home);
     EXPECT_TRUE(AddSource());
     EXPECT_TRUE(f.env.box.calls.empty());
@@ -224,9 +240,15 @@ TEST(Sources, DatabaseErrorOnRemovalIsShownCritical) {
     BackupFixture f;
     f.AddSource("/data");
     SqlRows(f.db, "SELECT 1"); // the catalogue is there
+#ifdef _WIN32
+    // Its read-only attribute.
+    std::filesystem::permissions(FsPath(f.db), std::filesystem::perms::owner_read,
+                                 std::filesystem::perm_options::replace);
+#else
     ::chmod(f.db.c_str(), 0400);
     ScopedNoPermissionOverride noOverride;
     if (!noOverride.Ok()) GTEST_SKIP() << "permissions cannot be enforced here";
+#endif
     f.env.box.Answer(mb::kYes);
     EXPECT_FALSE(RemoveSource("/data"));
     ASSERT_EQ(f.env.box.calls.size(), 2u);
@@ -236,8 +258,8 @@ TEST(Sources, DatabaseErrorOnRemovalIsShownCritical) {
 
 TEST(GetKeyValue, ThirtyTwoBitValueOfOneReadsAsHexadecimalLedByAmpersandH) {
     ScopedTestEnv env;
-    CreateTree(env.ConfigHome() + "/Korvex", Dir());
-    WriteFile(env.ConfigHome() + "/Korvex/QRV.conf",
+    CreateTree(env.ConfigHome() + Native("/Korvex"), Dir());
+    WriteFile(env.ConfigHome() + Native("/Korvex/QRV.conf"),
               "[SOFTWARE\\Korvex\\Tools]\nOne=dword:00000001\nBig=dword:0a0b0c0d\nText=hello\n");
     std::string value;
     EXPECT_TRUE(
@@ -258,14 +280,16 @@ TEST(SysInfo, WithoutAnyToolItIsUnavailable) {
     ScopedTestEnv env;
     const char* path = std::getenv("PATH");
     const std::string saved = path ? path : "";
-    ::setenv("PATH", env.Path("nothing here").c_str(), 1);
+    SetEnv("PATH", env.Path("nothing here"));
     EXPECT_EQ(SysInfoProgram(), "");
     StartSysInfo();
-    ::setenv("PATH", saved.c_str(), 1);
+    SetEnv("PATH", saved);
     EXPECT_EQ(env.box.calls,
               (Calls{{"System Information Is Unavailable At This Time", 0, kTitle}}));
 }
 
+#ifndef _WIN32
+// The Linux tools, found on PATH.
 TEST(SysInfo, AKnownToolOnThePathIsStarted) {
     ScopedTestEnv env;
     const std::string bin = env.Path("bin");
@@ -279,5 +303,6 @@ TEST(SysInfo, AKnownToolOnThePathIsStarted) {
     EXPECT_EQ(env.desktop.started, Lines{bin + "/kinfocenter"});
     EXPECT_TRUE(env.box.calls.empty());
 }
+#endif
 
 } // namespace

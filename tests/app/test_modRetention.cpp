@@ -23,9 +23,10 @@
 #include <ostream>
 #include <random>
 #include <string>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <vector>
+#ifndef _WIN32
+#include <unistd.h>
+#endif
 
 // Readable failure output for recorded message boxes.
 void PrintTo(const CScriptedMessageBox::Call& call, std::ostream* out) {
@@ -81,10 +82,8 @@ std::time_t LocalTime(int year, int month, int day, int hour, int minute, int se
     return std::mktime(&tm);
 }
 
-off_t FileSize(const std::string& path) {
-    struct stat st {};
-    ::stat(path.c_str(), &st);
-    return st.st_size;
+uint64_t FileSize(const std::string& path) {
+    return StatusOf(path).size;
 }
 
 // Whether any row holds `signature` as its md5, whatever the value's type.
@@ -99,7 +98,7 @@ bool HeldByARow(const std::string& signature) {
 
 // A folder that may go: below the store, no row under it, and empty.
 bool DeleteUnusedFolderLiterally(const std::string& folder) {
-    const std::string store = GetFilesPath() + "/";
+    const std::string store = GetFilesPath() + kPathSeparator;
     return folder.size() > store.size() && folder.compare(0, store.size(), store) == 0 &&
            IsBackupFolderUnused(folder) && FSDeleteEmptyFolder(folder);
 }
@@ -119,7 +118,7 @@ void DeleteOrphansOneByOne() {
         const std::string signature = name.substr(0, name.size() - FSGetExtension(name).size() - 1);
         if (HeldByARow(signature)) continue;
         FSDeleteFile(path);
-        const std::string folder = path.substr(0, path.rfind('/'));
+        const std::string folder = path.substr(0, path.rfind(kPathSeparator));
         if (!DeleteUnusedFolderLiterally(folder)) continue;
         DeleteUnusedFolderLiterally(folder.substr(0, folder.size() - 3));
     }
@@ -181,11 +180,12 @@ struct Retention : ::testing::Test {
 
     // Where the store keeps a signature, and a store file under any name below Files.
     std::string StorePath(const std::string& sig) const {
-        return backup + "/Files/" + sig.substr(0, 2) + "/" + sig.substr(2, 2) + "/" + sig + ".QRV";
+        return backup +
+               Native("/Files/" + sig.substr(0, 2) + "/" + sig.substr(2, 2) + "/" + sig + ".QRV");
     }
     void PutFile(const std::string& relative) const {
-        const std::string path = backup + "/Files/" + relative;
-        fs::create_directories(FSGetPathPart(path));
+        const std::string path = backup + Native("/Files/" + relative);
+        fs::create_directories(FsPath(FSGetPathPart(path)));
         WriteFile(path, "content of " + relative);
     }
     // A Files row as a run writes it: the signature, a source file and the backup location.
@@ -199,9 +199,9 @@ struct Retention : ::testing::Test {
     // Every file and folder of the store, "Files/..." relative to the backup path.
     Lines StoreTree() const {
         Lines out;
-        if (!Exists(backup + "/Files")) return out;
+        if (!Exists(backup + Native("/Files"))) return out;
         out.push_back("Files/");
-        for (const std::string& entry : ListTree(backup + "/Files"))
+        for (const std::string& entry : ListTree(backup + Native("/Files")))
             out.push_back("Files/" + entry);
         return out;
     }
@@ -209,9 +209,9 @@ struct Retention : ::testing::Test {
     // Runs the per-file rule and KillOrphans on the same store (restored from a copy between
     // the two) and expects the same tree and the same message boxes from both, and that tree.
     void ExpectSameAsPerFileRule(const Lines& expected) {
-        const std::string files = backup + "/Files";
+        const std::string files = backup + Native("/Files");
         const std::string copy = f.env.Path("store-copy");
-        fs::copy(files, copy, fs::copy_options::recursive);
+        fs::copy(FsPath(files), FsPath(copy), fs::copy_options::recursive);
         const Lines before = StoreTree();
 
         f.env.box.calls.clear();
@@ -219,9 +219,9 @@ struct Retention : ::testing::Test {
         const Lines reference = StoreTree();
         const Calls referenceBoxes = f.env.box.calls;
 
-        fs::remove_all(files);
-        fs::copy(copy, files, fs::copy_options::recursive);
-        fs::remove_all(copy);
+        fs::remove_all(FsPath(files));
+        fs::copy(FsPath(copy), FsPath(files), fs::copy_options::recursive);
+        fs::remove_all(FsPath(copy));
         ASSERT_EQ(StoreTree(), before);
 
         f.env.box.calls.clear();
@@ -460,10 +460,12 @@ TEST_F(Retention, StoreFileWhoseSignatureIsInAnyRowIsKept) {
     EXPECT_TRUE(Exists(StorePath(Sig("c1"))));
     EXPECT_FALSE(Exists(StorePath(Sig("a1f"))));
     // The orphan's own folder goes; the level above still holds a1's folder.
-    EXPECT_FALSE(Exists(backup + "/Files/a1/f0"));
-    EXPECT_TRUE(Exists(backup + "/Files/a1/00"));
+    EXPECT_FALSE(Exists(backup + Native("/Files/a1/f0")));
+    EXPECT_TRUE(Exists(backup + Native("/Files/a1/00")));
 }
 
+#ifndef _WIN32
+// Wine makes no links.
 TEST_F(Retention, StoreReachedByAnotherPathKeepsEveryFileOfItsRuns) {
     // Rows written while the backup folder was reached as `backup`; the drive is now reached
     // through a link, so no row's path lies under any folder of the store as it is now spelt.
@@ -484,6 +486,7 @@ TEST_F(Retention, StoreReachedByAnotherPathKeepsEveryFileOfItsRuns) {
                      "Files/ab/02/", "Files/ab/02/" + Sig("ab02") + ".QRV", "Files/cd/",
                      "Files/cd/01/", "Files/cd/01/" + Sig("cd01") + ".QRV"}));
 }
+#endif
 
 TEST_F(Retention, OrphanInAFolderWithReferencedFilesGoesAndTheFolderStays) {
     AddRuns("/src", 1);
@@ -519,7 +522,7 @@ TEST_F(Retention, LevelAboveIsNotExaminedWhileTheFolderIsInUse) {
     // A stray folder with a three-letter name: the level "above" would be ".../ab/", which no
     // row lies under, so it would go if it were examined.
     AddRuns("/src", 1);
-    Record(1, Sig("keep"), backup + "/Files/ab/xyz/keep.QRV");
+    Record(1, Sig("keep"), backup + Native("/Files/ab/xyz/keep.QRV"));
     PutFile("ab/xyz/stray.QRV");
     PutFile("ab/cd/" + Sig("abcd") + ".QRV");
     Record(1, Sig("abcd"));
@@ -567,7 +570,7 @@ TEST_F(Retention, KillOrphansShowsItsStepsAndProgressBelowAHundred) {
     ASSERT_GE(lines.size(), 3u);
     EXPECT_EQ(lines[0], "Running Integrity Check\r\n");
     EXPECT_EQ(lines[1], "Kill orphans\r\n");
-    EXPECT_EQ(lines[2], "FindFiles " + backup + "/Files\r\n");
+    EXPECT_EQ(lines[2], "FindFiles " + backup + Native("/Files\r\n"));
     EXPECT_EQ(ErrHandler().StackPointer(), 0);
     EXPECT_EQ(StoreTree(),
               (Lines{"Files/", "Files/22/", "Files/22/22/", "Files/22/22/" + Sig("2222") + ".QRV",
@@ -606,8 +609,8 @@ TEST_F(Retention, CompactAfterDroppingARunKeepsExactlyTheContentOfTheKeptRun) {
         ASSERT_EQ(run.Exec(), CBackup::Result::kEmpty);
     };
     backUp();
-    fs::remove(source + "/a.txt");
-    WriteFile(source + "/c.txt", "gamma");
+    fs::remove(FsPath(source + Native("/a.txt")));
+    WriteFile(source + Native("/c.txt"), "gamma");
     backUp();
     ASSERT_TRUE(Exists(StoreFile(backup, "alpha")));
 
@@ -630,7 +633,7 @@ TEST_F(Retention, CompactAfterDroppingARunKeepsExactlyTheContentOfTheKeptRun) {
 TEST_F(Retention, SameAsPerFileRuleForStrayFilesWithoutExtension) {
     AddRuns("/src", 1);
     // "abc" looks up the signature "ab", which a row holds.
-    Record(1, "ab", backup + "/Files/ab/cd/abc");
+    Record(1, "ab", backup + Native("/Files/ab/cd/abc"));
     PutFile("ab/cd/abc");
     PutFile("ab/cd/xyz");
     PutFile("12/34/1234");
@@ -659,29 +662,31 @@ TEST_F(Retention, SameAsPerFileRuleForABackupPathWithUnderscoreAndCapitals) {
     const std::string anyOne = f.env.Path("MyXBackup.Q");     // "_" stands for any one character
     const std::string noDot = f.env.Path("My_BackupXQ");      // "." stands only for itself
     const std::string twoForOne = f.env.Path("MyXYBackup.Q"); // "_" is exactly one character
-    Record(1, Sig("aaaa"), upper + "/FILES/AA/AA/" + Sig("aaaa") + ".QRV");
+    Record(1, Sig("aaaa"), upper + Native("/FILES/AA/AA/") + Sig("aaaa") + ".QRV");
     PutFile("aa/aa/" + Sig("aaaa") + ".QRV");
     PutFile("aa/aa/" + Sig("aaab") + ".QRV");
-    Record(1, Sig("x1"), anyOne + "/Files/bb/bb/x1.QRV");
+    Record(1, Sig("x1"), anyOne + Native("/Files/bb/bb/x1.QRV"));
     PutFile("bb/bb/" + Sig("bbbb") + ".QRV");
-    Record(1, Sig("x2"), backup + "/Files/cc/ccx/x2.QRV");
+    Record(1, Sig("x2"), backup + Native("/Files/cc/ccx/x2.QRV"));
     PutFile("cc/cc/" + Sig("cccc") + ".QRV");
-    Record(1, Sig("x3"), backup + "/Files/dd/dd");
+    Record(1, Sig("x3"), backup + Native("/Files/dd/dd"));
     PutFile("dd/dd/" + Sig("dddd") + ".QRV");
-    Record(1, Sig("x4"), noDot + "/Files/ee/ee/x4.QRV");
+    Record(1, Sig("x4"), noDot + Native("/Files/ee/ee/x4.QRV"));
     PutFile("ee/ee/" + Sig("eeee") + ".QRV");
-    Record(1, Sig("x5"), twoForOne + "/Files/ff/ff/x5.QRV");
+    Record(1, Sig("x5"), twoForOne + Native("/Files/ff/ff/x5.QRV"));
     PutFile("ff/ff/" + Sig("ffff") + ".QRV");
-    Record(1, Sig("x7"), f.env.Path("My\xC3\xA9\x42\x61\x63kup.Q") + "/Files/hh/hh/x7.QRV");
+    Record(1, Sig("x7"), f.env.Path("My\xC3\xA9\x42\x61\x63kup.Q") + Native("/Files/hh/hh/x7.QRV"));
     PutFile("hh/hh/" + Sig("hhhh") + ".QRV"); // "_" stands for the two bytes of one character
     PutFile("g_/h_/" + Sig("g_h_") + ".QRV");
-    Record(1, Sig("x6"), backup + "/Files/gX/h_/x6.QRV");
+    Record(1, Sig("x6"), backup + Native("/Files/gX/h_/x6.QRV"));
     ExpectSameAsPerFileRule({"Files/", "Files/aa/", "Files/aa/aa/",
                              "Files/aa/aa/" + Sig("aaaa") + ".QRV", "Files/bb/", "Files/bb/bb/",
                              "Files/cc/", "Files/dd/", "Files/g_/", "Files/g_/h_/", "Files/hh/",
                              "Files/hh/hh/"});
 }
 
+#ifndef _WIN32
+// Bytes that are not UTF-8 in a name, which no Windows name holds.
 TEST_F(Retention, SameAsPerFileRuleForABackupPathWithOtherThanAsciiBytes) {
     // "ä" is two bytes of UTF-8 and LIKE compares it without folding; the lone byte E9 is not
     // UTF-8 and LIKE reads it, like the lone byte FF, as the replacement character.
@@ -697,12 +702,13 @@ TEST_F(Retention, SameAsPerFileRuleForABackupPathWithOtherThanAsciiBytes) {
     PutFile("dd/dd/" + Sig("dddd") + ".QRV");
     ExpectSameAsPerFileRule({"Files/", "Files/bb/", "Files/bb/bb/", "Files/cc/", "Files/cc/cc/"});
 }
+#endif
 
 TEST_F(Retention, SameAsPerFileRuleWhenRowsPointAtAnotherFolderThanTheStoreFile) {
     AddRuns("/src", 1);
     // Kept by its signature, but its row places it elsewhere: its folder counts as unused, yet
     // it still holds the kept file and stays.
-    Record(1, Sig("abcd1"), backup + "/Files/zz/zz/" + Sig("abcd1") + ".QRV");
+    Record(1, Sig("abcd1"), backup + Native("/Files/zz/zz/") + Sig("abcd1") + ".QRV");
     PutFile("ab/cd/" + Sig("abcd1") + ".QRV");
     PutFile("ab/cd/" + Sig("abcd2") + ".QRV");
     // An orphan in a folder that a row of another signature points into.
@@ -731,7 +737,7 @@ TEST_F(Retention, SameAsPerFileRuleForRowsWithoutSignatureOrFile) {
     AddRuns("/src", 1);
     // ".QRV" looks up the empty signature, which a NULL md5 is not.
     Sql("INSERT INTO Files (bid, md5, file, backup) SELECT 1, NULL, '/data/n', " +
-        Quoted(backup + "/Files/zz/zz/n.QRV"));
+        Quoted(backup + Native("/Files/zz/zz/n.QRV")));
     PutFile("ab/cd/.QRV");
     // Rows with an empty file, first or later, and a signature held as a blob: every row that
     // holds the signature keeps the file.
@@ -768,11 +774,11 @@ TEST_F(Retention, SameAsPerFileRuleForAnApostropheInTheBackupPath) {
 TEST_F(Retention, SameAsPerFileRuleForAPercentSignInTheBackupPath) {
     UseBackupPath("100%Sure");
     AddRuns("/src", 1);
-    Record(1, Sig("x1"), f.env.Path("100 per cent Sure") + "/Files/aa/aa/x1.QRV");
+    Record(1, Sig("x1"), f.env.Path("100 per cent Sure") + Native("/Files/aa/aa/x1.QRV"));
     PutFile("aa/aa/" + Sig("aaaa") + ".QRV");
-    Record(1, Sig("x2"), f.env.Path("100 per cent sure") + "/Files/bb/bb/x2.QRV");
+    Record(1, Sig("x2"), f.env.Path("100 per cent sure") + Native("/Files/bb/bb/x2.QRV"));
     PutFile("bb/bb/" + Sig("bbbb") + ".QRV");
-    Record(1, Sig("x3"), f.env.Path("100 per cent Sur") + "/Files/cc/cc/x3.QRV");
+    Record(1, Sig("x3"), f.env.Path("100 per cent Sur") + Native("/Files/cc/cc/x3.QRV"));
     PutFile("cc/cc/" + Sig("cccc") + ".QRV");
     ExpectSameAsPerFileRule({"Files/", "Files/aa/", "Files/aa/aa/", "Files/bb/", "Files/bb/bb/"});
 }
@@ -786,7 +792,7 @@ TEST_F(Retention, SameAsPerFileRuleForStrayFolderNames) {
     // A one-letter folder: its level "above" is ".../File", outside the store.
     PutFile("q/r.QRV");
     // A folder in use keeps the level above from being examined.
-    Record(1, Sig("k1"), backup + "/Files/cd/uvw/k1.QRV");
+    Record(1, Sig("k1"), backup + Native("/Files/cd/uvw/k1.QRV"));
     PutFile("cd/uvw/stray.QRV");
     ExpectSameAsPerFileRule({"Files/", "Files/ab/", "Files/ab/cd/",
                              "Files/ab/cd/" + Sig("abcd") + ".QRV", "Files/cd/", "Files/cd/uvw/"});
@@ -803,24 +809,24 @@ TEST_F(Retention, SameAsPerFileRuleOnAGeneratedStore) {
     const std::vector<std::string> names = {Sig("11"), Sig("22"), Sig("33"), Sig("44"),
                                             Sig("55"), Sig("66"), "77",      ".tmp"};
     for (int i = 0; i < 120; ++i) {
-        const std::string folder = pick(level) + "/" + pick(level) + "/";
+        const std::string folder = pick(level) + "/" + pick(level) + "/"; // PutFile's own form
         PutFile(folder + pick(names) + (random() % 3 ? ".QRV" : "") +
                 (random() % 5 ? "" : std::to_string(i)));
     }
     const std::vector<std::string> roots = {backup, f.env.Path("GEN_STORE"),
                                             f.env.Path("GenXStore"), f.env.Path("Gen__Store")};
     for (int i = 0; i < 40; ++i) {
-        const std::string where = pick(roots) + "/Files/" + pick(level) + "/" + pick(level) +
-                                  (random() % 4 ? "/x.QRV" : "");
+        const std::string where = pick(roots) + Native("/Files/" + pick(level) + "/" + pick(level) +
+                                                       (random() % 4 ? "/x.QRV" : ""));
         Record(1, pick(names), where);
     }
-    const std::string files = backup + "/Files";
+    const std::string files = backup + Native("/Files");
     const std::string copy = f.env.Path("store-copy");
-    fs::copy(files, copy, fs::copy_options::recursive);
+    fs::copy(FsPath(files), FsPath(copy), fs::copy_options::recursive);
     DeleteOrphansOneByOne();
     const Lines reference = StoreTree();
-    fs::remove_all(files);
-    fs::copy(copy, files, fs::copy_options::recursive);
+    fs::remove_all(FsPath(files));
+    fs::copy(FsPath(copy), FsPath(files), fs::copy_options::recursive);
     EXPECT_TRUE(KillOrphans());
     EXPECT_EQ(StoreTree(), reference);
     EXPECT_NE(reference, Lines{}); // the draw leaves something and deletes something
@@ -833,9 +839,9 @@ TEST_F(Retention, LogOfADayWithoutARunIsDeletedAndOfADayWithARunKept) {
     Sql("INSERT INTO Backups (source, datebk) SELECT '/src', " +
         Quoted(DateTimeText(LocalTime(2005, 3, 14, 10, 22, 33))) + "");
     const std::string logs = GetLogsPath();
-    WriteFile(logs + "/QRV-20050314.LOG", "a");
-    WriteFile(logs + "/QRV-20050315.LOG", "b");
-    WriteFile(logs + "/QRV-20040314.LOG", "c");
+    WriteFile(logs + Native("/QRV-20050314.LOG"), "a");
+    WriteFile(logs + Native("/QRV-20050315.LOG"), "b");
+    WriteFile(logs + Native("/QRV-20040314.LOG"), "c");
     PurgeOldLogs();
     EXPECT_EQ(ListTree(logs), Lines{"QRV-20050314.LOG"});
 }
@@ -843,7 +849,8 @@ TEST_F(Retention, LogOfADayWithoutARunIsDeletedAndOfADayWithARunKept) {
 TEST_F(Retention, TodaysLogIsDeletedWhenNoRunWasMadeToday) {
     Sql("INSERT INTO Backups (source, datebk) SELECT '/src', " +
         Quoted(DateTimeText(LocalTime(2005, 3, 14, 10, 22, 33))) + "");
-    const std::string today = GetLogsPath() + "/QRV-" + DateStamp(std::time(nullptr)) + ".LOG";
+    const std::string today =
+        GetLogsPath() + Native("/QRV-") + DateStamp(std::time(nullptr)) + ".LOG";
     WriteFile(today, "today");
     PurgeOldLogs();
     EXPECT_FALSE(Exists(today));
@@ -851,7 +858,8 @@ TEST_F(Retention, TodaysLogIsDeletedWhenNoRunWasMadeToday) {
 
 TEST_F(Retention, TodaysLogIsKeptWhenARunWasMadeToday) {
     AddRuns("/src", 1);
-    const std::string today = GetLogsPath() + "/QRV-" + DateStamp(std::time(nullptr)) + ".LOG";
+    const std::string today =
+        GetLogsPath() + Native("/QRV-") + DateStamp(std::time(nullptr)) + ".LOG";
     WriteFile(today, "today");
     PurgeOldLogs();
     EXPECT_TRUE(Exists(today));
@@ -860,11 +868,11 @@ TEST_F(Retention, TodaysLogIsKeptWhenARunWasMadeToday) {
 TEST_F(Retention, LogOfADayWithoutARunThatTellsOfAProblemIsKept) {
     const std::string logs = GetLogsPath();
     WriteFile(
-        logs + "/QRV-20050314.LOG",
+        logs + Native("/QRV-20050314.LOG"),
         "14/03/2005 10:22:33: Problem: Source /gone was not backed up: it does not exist\r\n");
-    WriteFile(logs + "/QRV-20050315.LOG", "15/03/2005 10:22:33: Backup complete\r\n");
+    WriteFile(logs + Native("/QRV-20050315.LOG"), "15/03/2005 10:22:33: Backup complete\r\n");
     // The mark counts only where a log line's text begins.
-    WriteFile(logs + "/QRV-20050316.LOG", "16/03/2005 10:22:33: FIL: /src/Problem: x\r\n");
+    WriteFile(logs + Native("/QRV-20050316.LOG"), "16/03/2005 10:22:33: FIL: /src/Problem: x\r\n");
     PurgeOldLogs();
     EXPECT_EQ(ListTree(logs), Lines{"QRV-20050314.LOG"});
 }
@@ -872,10 +880,10 @@ TEST_F(Retention, LogOfADayWithoutARunThatTellsOfAProblemIsKept) {
 TEST_F(Retention, ProblemLineAcrossAMebibyteOfLogIsFound) {
     const std::string logs = GetLogsPath();
     // The mark begins 4 bytes before the end of the first mebibyte read.
-    WriteFile(logs + "/QRV-20050314.LOG",
+    WriteFile(logs + Native("/QRV-20050314.LOG"),
               std::string((1 << 20) - 4, 'x') +
                   ": Problem: Could not read /a: permission denied\r\n");
-    WriteFile(logs + "/QRV-20050315.LOG", std::string(3 << 20, 'x'));
+    WriteFile(logs + Native("/QRV-20050315.LOG"), std::string(3 << 20, 'x'));
     PurgeOldLogs();
     EXPECT_EQ(ListTree(logs), Lines{"QRV-20050314.LOG"});
 }
@@ -883,8 +891,8 @@ TEST_F(Retention, ProblemLineAcrossAMebibyteOfLogIsFound) {
 TEST_F(Retention, NoLogIsDeletedWhenTheRunsCannotBeRead) {
     Sql("DROP TABLE Backups");
     const std::string logs = GetLogsPath();
-    WriteFile(logs + "/QRV-20050314.LOG", "a");
-    WriteFile(logs + "/QRV-20050315.LOG", "b");
+    WriteFile(logs + Native("/QRV-20050314.LOG"), "a");
+    WriteFile(logs + Native("/QRV-20050315.LOG"), "b");
     PurgeOldLogs();
     EXPECT_EQ(ListTree(logs), (Lines{"QRV-20050314.LOG", "QRV-20050315.LOG"}));
 }
@@ -895,7 +903,7 @@ TEST_F(Retention, LogsOfEveryRunDayAreKeptWhateverTheSource) {
             Quoted(DateTimeText(LocalTime(2010, 12, day, 23, 59, 59))));
     const std::string logs = GetLogsPath();
     for (int day = 1; day <= 4; ++day)
-        WriteFile(logs + "/QRV-2010120" + std::to_string(day) + ".LOG", "x");
+        WriteFile(logs + Native("/QRV-2010120") + std::to_string(day) + ".LOG", "x");
     PurgeOldLogs();
     EXPECT_EQ(ListTree(logs), (Lines{"QRV-20101201.LOG", "QRV-20101202.LOG", "QRV-20101203.LOG"}));
 }
@@ -904,12 +912,12 @@ TEST_F(Retention, LogsFolderFilesAreJudgedByTheTextAfterTheFirstLogPrefix) {
     Sql("INSERT INTO Backups (source, datebk) SELECT '/src', " +
         Quoted(DateTimeText(LocalTime(2005, 3, 14, 10, 22, 33))));
     const std::string logs = GetLogsPath();
-    WriteFile(logs + "/notes.txt", "no prefix: characters of the folder are read instead");
-    WriteFile(logs + "/.QRV-20050315.LOG", "hidden files are not listed");
-    fs::create_directories(logs + "/old");
-    WriteFile(logs + "/old/QRV-20050314.LOG", "sub-folders are walked");
-    WriteFile(logs + "/old/QRV-20050316.LOG", "sub-folders are walked");
-    WriteFile(logs + "/QRV-20050314-copy.LOG", "the date is read after the prefix");
+    WriteFile(logs + Native("/notes.txt"), "no prefix: characters of the folder are read instead");
+    WriteFile(logs + Native("/.QRV-20050315.LOG"), "hidden files are not listed");
+    fs::create_directories(FsPath(logs + Native("/old")));
+    WriteFile(logs + Native("/old/QRV-20050314.LOG"), "sub-folders are walked");
+    WriteFile(logs + Native("/old/QRV-20050316.LOG"), "sub-folders are walked");
+    WriteFile(logs + Native("/QRV-20050314-copy.LOG"), "the date is read after the prefix");
     PurgeOldLogs();
     EXPECT_EQ(ListTree(logs), (Lines{".QRV-20050315.LOG", "QRV-20050314-copy.LOG", "old/",
                                      "old/QRV-20050314.LOG"}));

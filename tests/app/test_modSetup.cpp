@@ -5,6 +5,7 @@
 #include "app/modPaths.h"
 #include "app/modSetup.h"
 #include "catalogue/CDatabase.h"
+#include "platform/modFileStatus.h"
 #include "support/CRuntimeError.h"
 #include "support/modServices.h"
 #include "support/modYield.h"
@@ -14,7 +15,9 @@
 #include <memory>
 #include <ostream>
 #include <sqlite3.h>
+#ifndef _WIN32
 #include <sys/stat.h>
+#endif
 
 // Readable failure output for recorded message boxes.
 void PrintTo(const CScriptedMessageBox::Call& call, std::ostream* out) {
@@ -38,15 +41,8 @@ struct BackupEnv : ScopedTestEnv {
     std::string Building() const { return Catalogue() + ".new"; }
 };
 
-unsigned Mode(const std::string& path) {
-    struct stat st {};
-    ::stat(path.c_str(), &st);
-    return st.st_mode & 0777;
-}
-
 bool IsFolder(const std::string& path) {
-    struct stat st {};
-    return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+    return StatusOf(path).kind == PathKind::kFolder;
 }
 
 // Runs `sql` on its own connection, as another program touching the catalogue would.
@@ -81,7 +77,7 @@ TEST(CreateDB, MakesTheFourFoldersPrivate) {
     CreateDB();
     for (const char* folder : {"backup", "backup/db", "backup/Files", "backup/Logs"}) {
         EXPECT_TRUE(IsFolder(env.Path(folder))) << folder;
-        EXPECT_EQ(Mode(env.Path(folder)), 0700u) << folder;
+        EXPECT_TRUE(IsPrivate(env.Path(folder))) << folder;
     }
     EXPECT_TRUE(env.box.calls.empty());
 }
@@ -135,7 +131,7 @@ TEST(CreateDB, NewCatalogueHoldsOneSetupRowDBVersion1) {
 TEST(CreateDB, NewCatalogueIsPrivateAndLeavesNoJournal) {
     BackupEnv env;
     CreateDB();
-    EXPECT_EQ(Mode(env.Catalogue()), 0600u);
+    EXPECT_TRUE(IsPrivate(env.Catalogue()));
     EXPECT_FALSE(Exists(env.Catalogue() + "-journal"));
     EXPECT_FALSE(DBJournalExists());
 }
@@ -173,6 +169,8 @@ TEST(CreateDB, FolderInTheCataloguesPlaceShowsDatabaseErrorAndStops) {
     EXPECT_EQ(ListTree(env.Path("backup/db")), std::vector<std::string>{"Backup.db/"});
 }
 
+#ifndef _WIN32
+// A folder whose mode refuses new files.
 TEST(CreateDB, UnwritableCatalogueFolderShowsDatabaseErrorAndStops) {
     BackupEnv env;
     CreateTree(env.Path("backup/db"), Dir());
@@ -183,6 +181,7 @@ TEST(CreateDB, UnwritableCatalogueFolderShowsDatabaseErrorAndStops) {
     EXPECT_EQ(env.box.calls, (Calls{{"Database error: unable to open database file", 16, kTitle}}));
     EXPECT_EQ(ListTree(env.Path("backup/db")), std::vector<std::string>{});
 }
+#endif
 
 TEST(CreateDB, CatalogueAppearsOnlyWhenItIsWhole) {
     BackupEnv env;
@@ -207,7 +206,7 @@ TEST(CreateDB, EmptyCatalogueLeftByAKilledStartIsMadeAnew) {
     EXPECT_EQ(SqlRows(env.Catalogue(), "SELECT COUNT(*) FROM sqlite_master"), Rows{{"8"}});
     EXPECT_EQ(SqlRows(env.Catalogue(), "SELECT key, value FROM Setup"), (Rows{{"DBVersion", "1"}}));
     EXPECT_EQ(ListTree(env.Path("backup/db")), std::vector<std::string>{"Backup.db"});
-    EXPECT_EQ(Mode(env.Catalogue()), 0600u);
+    EXPECT_TRUE(IsPrivate(env.Catalogue()));
 }
 
 TEST(CreateDB, CatalogueHalfBuiltByAKilledStartIsRemovedAndBuiltAgain) {

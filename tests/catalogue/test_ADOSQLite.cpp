@@ -10,7 +10,6 @@
 #include <gtest/gtest.h>
 #include <ostream>
 #include <sqlite3.h>
-#include <sys/stat.h>
 
 // Readable failure output for recorded message boxes.
 void PrintTo(const CScriptedMessageBox::Call& call, std::ostream* out) {
@@ -58,12 +57,6 @@ void SelectAll(ADOSQLite& db, const std::string& table = "Setup") {
     db.Table(table);
     db.Action(sqlaction::kSelect);
     db.Exec();
-}
-
-unsigned Mode(const std::string& path) {
-    struct stat st {};
-    ::stat(path.c_str(), &st);
-    return st.st_mode & 0777;
 }
 
 // Replaces the running library's version number for the life of the object.
@@ -141,7 +134,7 @@ TEST(ADOSQLite, ConnectWithCreateMakesPrivateFile) {
     EXPECT_FALSE(db.Err());
     EXPECT_EQ(db.ErrMsg(), "");
     ASSERT_TRUE(Exists(env.Path("new.db")));
-    EXPECT_EQ(Mode(env.Path("new.db")), 0600u);
+    EXPECT_TRUE(IsPrivate(env.Path("new.db")));
     RunAsIs(db, "CREATE TABLE t (a TEXT);");
     EXPECT_FALSE(db.Err()) << db.ErrMsg();
     EXPECT_EQ(SqlRows(env.Path("new.db"), "SELECT name FROM sqlite_master"), Rows{{"t"}});

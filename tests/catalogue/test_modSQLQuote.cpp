@@ -1,7 +1,8 @@
 // Stored path encoding: apostrophes become "\" on the way into the catalogue and back on the
 // way out, except that a text beginning with the character is left entirely as it is; a real
 // "\" and the escape byte 0x01 are escaped, so every Linux name comes back as it was, and
-// rows written before the escape read as they always did.
+// rows written before the escape read as they always did. On Windows, whose separator is "\",
+// an apostrophe becomes "/" instead, which no Windows name holds, and nothing needs an escape.
 
 #include "catalogue/modSQLQuote.h"
 
@@ -13,6 +14,74 @@ namespace {
 
 // The escape byte, kept apart so that no hex escape runs into the letter after it.
 const std::string E = "\x01";
+
+#ifdef _WIN32
+
+TEST(SQLQuote, EncodeTurnsEveryApostropheIntoSlash) {
+    EXPECT_EQ(SQLQuoteEncode("C:\\Users\\bob\\Bob's Files\\a'b.txt"),
+              "C:\\Users\\bob\\Bob/s Files\\a/b.txt");
+}
+
+TEST(SQLQuote, EncodeLeavesTextWithoutApostropheAlone) {
+    EXPECT_EQ(SQLQuoteEncode("C:\\Users\\bob\\plain.txt"), "C:\\Users\\bob\\plain.txt");
+    EXPECT_EQ(SQLQuoteEncode(""), "");
+}
+
+TEST(SQLQuote, EncodeLeavesTextBeginningWithApostropheUnchanged) {
+    EXPECT_EQ(SQLQuoteEncode("'quoted"), "'quoted");
+    EXPECT_EQ(SQLQuoteEncode("'a'b'c"), "'a'b'c");
+    EXPECT_EQ(SQLQuoteEncode("'"), "'");
+}
+
+TEST(SQLQuote, EncodeReplacesApostropheInSecondPosition) {
+    EXPECT_EQ(SQLQuoteEncode("a'"), "a/");
+    EXPECT_EQ(SQLQuoteEncode("a''b"), "a//b");
+}
+
+TEST(SQLQuote, EncodeKeepsBackslashesAndTheEscapeByte) {
+    EXPECT_EQ(SQLQuoteEncode("C:\\data\\it's" + E), "C:\\data\\it/s" + E);
+    EXPECT_EQ(SQLQuoteEncode("\\\\server\\share\\a.txt"), "\\\\server\\share\\a.txt");
+}
+
+TEST(SQLQuote, DecodeTurnsEverySlashIntoApostrophe) {
+    EXPECT_EQ(SQLQuoteDecode("C:\\Users\\bob\\Bob/s Files\\a/b.txt"),
+              "C:\\Users\\bob\\Bob's Files\\a'b.txt");
+}
+
+TEST(SQLQuote, DecodeLeavesTextBeginningWithSlashUnchanged) {
+    EXPECT_EQ(SQLQuoteDecode("/a/b"), "/a/b");
+    EXPECT_EQ(SQLQuoteDecode("/"), "/");
+}
+
+TEST(SQLQuote, DecodeUndoesEncode) {
+    const std::vector<std::string> paths = {"C:\\a\\b'c\\d'e",
+                                            "C:\\plain",
+                                            "",
+                                            "C:\\x'",
+                                            "C:\\caf\xc3\xa9's",
+                                            "D:\\one" + E,
+                                            "\\\\server\\share\\it's",
+                                            "'quoted",
+                                            "'a'b",
+                                            "C:\\a''b"};
+    for (const std::string& path : paths)
+        EXPECT_EQ(SQLQuoteDecode(SQLQuoteEncode(path)), path) << path;
+}
+
+TEST(SQLQuote, StoredPathBytesDecodesWhateverTheFirstCharacter) {
+    EXPECT_EQ(StoredPathBytes("/s file.txt"), "'s file.txt");
+    EXPECT_EQ(StoredPathBytes("C:\\Users\\Bob/s\\it/s.txt"), "C:\\Users\\Bob's\\it's.txt");
+    EXPECT_EQ(StoredPathBytes(""), "");
+}
+
+TEST(SQLQuote, OtherBytesPassThrough) {
+    const std::string odd = "C:\\d\\\xff\xfe\x80 new\nline\ttab\"dq\x02\\back";
+    EXPECT_EQ(SQLQuoteEncode(odd), odd);
+    EXPECT_EQ(SQLQuoteDecode(odd), odd);
+    EXPECT_EQ(StoredPathBytes(odd), odd);
+}
+
+#else
 
 TEST(SQLQuote, EncodeTurnsEveryApostropheIntoBackslash) {
     EXPECT_EQ(SQLQuoteEncode("/home/bob/Bob's Files/a'b.txt"), "/home/bob/Bob\\s Files/a\\b.txt");
@@ -120,6 +189,8 @@ TEST(SQLQuote, OtherBytesPassThrough) {
     EXPECT_EQ(SQLQuoteDecode(odd), odd);
     EXPECT_EQ(StoredPathBytes(odd), odd);
 }
+
+#endif
 
 TEST(SQLQuote, LiteralDoublesApostrophesAndKeepsEveryOtherByte) {
     EXPECT_EQ(SQLLiteral("Bob's " + E + "b\\"), "'Bob''s " + E + "b\\'");

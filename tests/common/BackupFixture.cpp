@@ -4,16 +4,16 @@
 #include "app/modSetup.h"
 #include "catalogue/ADOSQLite.h"
 #include "catalogue/modSQLQuote.h"
+#include "platform/CFolderListing.h"
+#include "platform/modFileSystem.h"
 #include "support/modDateText.h"
 
 #include <algorithm>
 #include <ctime>
 #include <deque>
-#include <dirent.h>
 #include <random>
 #include <set>
 #include <stdexcept>
-#include <sys/stat.h>
 
 BackupFixture::BackupFixture() {
     UseBackupPath(env.Path("backup"));
@@ -50,7 +50,7 @@ void BackupFixture::SetOption(const std::string& key, const std::string& value) 
 }
 
 std::string BackupFixture::TodaysLogPath() const {
-    return backup + "/Logs/QRV-" + DateStamp(std::time(nullptr)) + ".LOG";
+    return backup + Native("/Logs/QRV-") + DateStamp(std::time(nullptr)) + ".LOG";
 }
 
 std::string BackupFixture::TodaysLog() const {
@@ -82,7 +82,8 @@ std::string TestSignature(const std::string& content) {
 
 std::string StoreFile(const std::string& backup, const std::string& content) {
     const std::string sig = TestSignature(content);
-    return backup + "/Files/" + sig.substr(0, 2) + "/" + sig.substr(2, 2) + "/" + sig + ".QRV";
+    return backup +
+           Native("/Files/" + sig.substr(0, 2) + "/" + sig.substr(2, 2) + "/" + sig + ".QRV");
 }
 
 std::vector<std::string> StoreEntries(const std::vector<std::string>& contents) {
@@ -99,6 +100,10 @@ std::vector<std::string> StoreEntries(const std::vector<std::string>& contents) 
 std::string Encoded(const std::string& path) {
     std::string stored;
     for (const char c : path) {
+#ifdef _WIN32
+        // No Windows name holds a "/", so an apostrophe becomes one and nothing needs an escape.
+        stored += c == '\'' ? '/' : c;
+#else
         if (c == '\'')
             stored += '\\';
         else if (c == '\\')
@@ -107,6 +112,7 @@ std::string Encoded(const std::string& path) {
             stored += "\x01\x01";
         else
             stored += c;
+#endif
     }
     return stored;
 }
@@ -117,22 +123,20 @@ TreeWalk WalkBreadthFirst(const std::string& root) {
     while (!queue.empty()) {
         const std::string folder = queue.front();
         queue.pop_front();
-        DIR* dir = ::opendir(folder.c_str());
-        if (!dir) continue;
-        while (const dirent* entry = ::readdir(dir)) {
-            const std::string name = entry->d_name;
+        CFolderListing listing;
+        if (listing.Open(folder) != 0) continue;
+        std::string name;
+        PathKind kind = PathKind::kNone;
+        while (listing.Next(name, kind)) {
             if (name == "." || name == "..") continue;
-            const std::string path = folder + "/" + name;
-            struct stat st {};
-            if (::lstat(path.c_str(), &st) != 0) continue;
-            if (S_ISDIR(st.st_mode)) {
+            const std::string path = folder + kPathSeparator + name;
+            if (kind == PathKind::kFolder) {
                 walk.folders.push_back(path);
                 queue.push_back(path);
-            } else if (S_ISREG(st.st_mode)) {
+            } else if (kind == PathKind::kFile) {
                 walk.files.push_back(path);
             }
         }
-        ::closedir(dir);
     }
     return walk;
 }

@@ -33,17 +33,19 @@ public:
 // The store's signature of some content, computed independently: MD5 of the content followed
 // by one zero byte per started 8192-byte block, in lower-case hex.
 std::string TestSignature(const std::string& content);
-// Where the store keeps that content: <backup>/Files/ab/cd/<sig>.QRV.
+// Where the store keeps that content: <backup>/Files/ab/cd/<sig>.QRV (with the platform's
+// separators).
 std::string StoreFile(const std::string& backup, const std::string& content);
 // The store entries that a set of contents needs, sorted, each once: its two folder levels
 // ("ab/", "ab/cd/") and its file ("ab/cd/<sig>.QRV"), as ListTree of the store shows them.
 std::vector<std::string> StoreEntries(const std::vector<std::string>& contents);
-// A full path as the catalogue's rows hold it: every apostrophe becomes a backslash, a
-// backslash becomes the escape byte 0x01 and "b", and 0x01 is doubled.
+// A full path as the catalogue's rows hold it: on Linux every apostrophe becomes a backslash, a
+// backslash becomes the escape byte 0x01 and "b", and 0x01 is doubled; on Windows every
+// apostrophe becomes a "/".
 std::string Encoded(const std::string& path);
 // The regular files and folders below `root` in the order a backup run meets them: each
 // folder's entries in the order the file system lists them, folders queued as they are met.
-// Links and special files are left out.
+// Links and special files are left out; paths are joined with the platform's separator.
 struct TreeWalk {
     std::vector<std::string> files;
     std::vector<std::string> folders;

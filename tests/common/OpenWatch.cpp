@@ -1,5 +1,7 @@
 #include "OpenWatch.h"
 
+#ifndef _WIN32
+
 #include "BackupFixture.h"
 
 #include <cerrno>
@@ -45,3 +47,5 @@ void OpenWatch::Add(const std::string& folder, const std::string& relative) {
     EXPECT_GE(wd, 0) << "inotify_add_watch " << folder << ": errno " << errno;
     m_folders[wd] = relative;
 }
+
+#endif

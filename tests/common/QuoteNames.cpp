@@ -1,5 +1,7 @@
 #include "QuoteNames.h"
 
+#ifndef _WIN32
+
 #include "catalogue/modSQLQuote.h"
 
 #include <algorithm>
@@ -63,3 +65,5 @@ void StoreSourceBeforeEscape(const BackupFixture& f, const std::string& source) 
     f.Exec("UPDATE Paths SET " + replaced("path"));
     f.Exec("UPDATE Files SET " + replaced("path") + ", " + replaced("file"));
 }
+
+#endif

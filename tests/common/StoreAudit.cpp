@@ -3,8 +3,6 @@
 #include "BackupFixture.h"
 #include "TestSupport.h"
 
-#include <sys/stat.h>
-
 namespace {
 
 bool IsTemporary(const std::string& name) {
@@ -13,10 +11,10 @@ bool IsTemporary(const std::string& name) {
 
 void AuditStoreFiles(const std::string& backup, AuditMoment moment, AuditCache* cache,
                      std::vector<std::string>& problems) {
-    const std::string store = backup + "/Files";
+    const std::string store = backup + Native("/Files");
     for (const std::string& entry : ListTree(store)) {
         if (entry.back() == '/') continue;
-        const std::string path = store + "/" + entry;
+        const std::string path = store + Native("/" + entry);
         const std::string name = entry.substr(entry.rfind('/') + 1);
         if (IsTemporary(name) || name == ".unfinished") {
             if (moment == AuditMoment::kAfterCleanRun) problems.push_back("left behind: " + entry);
@@ -26,10 +24,10 @@ void AuditStoreFiles(const std::string& backup, AuditMoment moment, AuditCache* 
             problems.push_back("stray file: " + entry);
             continue;
         }
-        struct stat st {};
-        if (::lstat(path.c_str(), &st) != 0 || (st.st_mode & 07777) != 0600)
+        const PathStatus status = StatusOf(path, true);
+        if (status.kind != PathKind::kFile || !IsPrivate(path))
             problems.push_back("not private: " + entry);
-        const auto identity = std::make_pair(st.st_ino, st.st_size);
+        const auto identity = std::make_pair(status.identity, status.size);
         if (cache && cache->sound.count(entry) && cache->sound[entry] == identity) continue;
         if (TestSignature(ReadFile(path)) + ".QRV" != name)
             problems.push_back("content differs from its name: " + entry);
@@ -39,7 +37,7 @@ void AuditStoreFiles(const std::string& backup, AuditMoment moment, AuditCache* 
 }
 
 void AuditRows(const std::string& backup, std::vector<std::string>& problems) {
-    const std::string db = backup + "/db/Backup.db";
+    const std::string db = backup + Native("/db/Backup.db");
     const auto check = SqlRows(db, "PRAGMA integrity_check");
     if (check != std::vector<std::vector<std::string>>{{"ok"}}) {
         problems.push_back("catalogue fails its integrity check");
@@ -54,20 +52,20 @@ void AuditRows(const std::string& backup, std::vector<std::string>& problems) {
             problems.push_back(where + "no signature");
             continue;
         }
-        const std::string stored =
-            backup + "/Files/" + md5.substr(0, 2) + "/" + md5.substr(2, 2) + "/" + md5 + ".QRV";
-        if (row[2].substr(row[2].rfind('/') + 1) != md5 + ".QRV")
+        const std::string stored = backup + Native("/Files/" + md5.substr(0, 2) + "/" +
+                                                   md5.substr(2, 2) + "/" + md5 + ".QRV");
+        if (row[2].substr(row[2].find_last_of(Native("/")) + 1) != md5 + ".QRV")
             problems.push_back(where + "backup " + row[2] + " is not the file of its signature");
-        struct stat st {};
-        if (::stat(stored.c_str(), &st) != 0) {
+        const PathStatus status = StatusOf(stored);
+        if (!status.Exists()) {
             problems.push_back(where + "store file missing");
             continue;
         }
         const size_t digits = row[3].find_first_not_of(' ');
         const std::string size = digits == std::string::npos ? "" : row[3].substr(digits);
-        if (size != std::to_string(st.st_size))
+        if (size != std::to_string(status.size))
             problems.push_back(where + "size " + size + " but the store file holds " +
-                               std::to_string(st.st_size));
+                               std::to_string(status.size));
     }
 }
 
@@ -84,7 +82,7 @@ std::vector<std::string> AuditBackupFolder(const std::string& backup, AuditMomen
 std::vector<std::string> CommittedRuns(const std::string& backup) {
     std::vector<std::string> bids;
     for (const auto& row :
-         SqlRows(backup + "/db/Backup.db", "SELECT bid FROM Backups ORDER BY bid"))
+         SqlRows(backup + Native("/db/Backup.db"), "SELECT bid FROM Backups ORDER BY bid"))
         bids.push_back(row[0]);
     return bids;
 }

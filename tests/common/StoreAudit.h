@@ -1,14 +1,17 @@
 #pragma once
 
 // What a backup folder must be whatever happened to the program that wrote it: a sound
-// catalogue; store files whose content has the signature of their name, private (0600); and
+// catalogue; store files whose content has the signature of their name, private (0600 on
+// Linux, the user's own security on Windows); and
 // rows of every committed run that point at the store file of their signature, of the size
 // they record. The audit returns one line per problem found, so a test that expects none
 // prints them all.
 
+#include "platform/modFileStatus.h"
+
+#include <cstdint>
 #include <map>
 #include <string>
-#include <sys/types.h>
 #include <utility>
 #include <vector>
 
@@ -18,9 +21,9 @@ enum class AuditMoment {
 };
 
 // Store files already found sound, so that repeated audits of a growing store read each file
-// once (a store file never changes while it keeps its name and inode).
+// once (a store file never changes while it keeps its name and identity).
 struct AuditCache {
-    std::map<std::string, std::pair<ino_t, off_t>> sound;
+    std::map<std::string, std::pair<FileIdentity, uint64_t>> sound;
 };
 
 std::vector<std::string> AuditBackupFolder(const std::string& backup,

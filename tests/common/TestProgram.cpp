@@ -1,17 +1,78 @@
 #include "TestProgram.h"
 
-#include <cerrno>
+#include "WindowsTestHelpers.h"
+
 #include <chrono>
+#include <stdexcept>
+#include <thread>
+#ifndef _WIN32
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
 #include <linux/capability.h>
-#include <stdexcept>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
+#endif
+
+#ifdef _WIN32
+
+struct RunningProgram::Started {
+    std::unique_ptr<WindowsProcess> process;
+};
+
+namespace {
+
+// The test's folder: the one that holds the per-user folders ScopedTestEnv points APPDATA to.
+std::string TestFolder() {
+    const std::string config = WindowsEnvironment("APPDATA");
+    const size_t cut = config.find_last_of('\\');
+    return cut == std::string::npos ? std::string() : config.substr(0, cut);
+}
+
+} // namespace
+
+RunningProgram::RunningProgram(const std::vector<std::string>& args, const ProgramEnv& env,
+                               const std::string& program)
+    : m_started(std::make_unique<Started>()) {
+    const std::string bin = program.empty() ? STASHWELL_BIN : program;
+    // Run inside the test's folder, so that relative paths land there.
+    m_started->process = std::make_unique<WindowsProcess>(bin, args, env, TestFolder());
+    if (!m_started->process->Started())
+        throw std::runtime_error("cannot start " + bin + ": " + m_started->process->StartError());
+    m_pid = m_started->process->Id();
+}
+
+RunningProgram::~RunningProgram() = default;
+
+ProgramRun RunningProgram::Wait(int timeoutSeconds, const std::function<bool()>& killWhen) {
+    ProgramRun run;
+    WindowsProcess& process = *m_started->process;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSeconds);
+    uint32_t code = 0;
+    bool killed = false;
+    while (true) {
+        process.Drain(run.out, run.err);
+        if (process.Ended(code)) break;
+        if (!killed && ((killWhen && killWhen()) || std::chrono::steady_clock::now() > deadline))
+            killed = process.Terminate();
+        std::this_thread::sleep_for(std::chrono::microseconds(killWhen && !killed ? 100 : 1000));
+    }
+    m_waited = true;
+    process.Drain(run.out, run.err);
+    if (killed) {
+        run.signal = kKillSignal;
+    } else {
+        run.exitCode = static_cast<int>(code);
+    }
+    return run;
+}
+
+#else
+
+struct RunningProgram::Started {};
 
 namespace {
 
@@ -78,8 +139,8 @@ RunningProgram::RunningProgram(const std::vector<std::string>& args, const Progr
 
 RunningProgram::~RunningProgram() {
     if (!m_waited) {
-        ::kill(m_pid, SIGKILL);
-        ::waitpid(m_pid, nullptr, 0);
+        ::kill(static_cast<pid_t>(m_pid), SIGKILL);
+        ::waitpid(static_cast<pid_t>(m_pid), nullptr, 0);
     }
     ::close(m_out);
     ::close(m_err);
@@ -93,10 +154,10 @@ ProgramRun RunningProgram::Wait(int timeoutSeconds, const std::function<bool()>&
     while (true) {
         Drain(m_out, run.out);
         Drain(m_err, run.err);
-        const pid_t done = ::waitpid(m_pid, &status, WNOHANG);
+        const pid_t done = ::waitpid(static_cast<pid_t>(m_pid), &status, WNOHANG);
         if (done == m_pid) break;
         if (!killed && ((killWhen && killWhen()) || std::chrono::steady_clock::now() > deadline)) {
-            ::kill(m_pid, SIGKILL);
+            ::kill(static_cast<pid_t>(m_pid), SIGKILL);
             killed = true;
         }
         // A kill is timed to a tenth of a millisecond; otherwise a millisecond's poll will do.
@@ -109,6 +170,8 @@ ProgramRun RunningProgram::Wait(int timeoutSeconds, const std::function<bool()>&
     if (WIFSIGNALED(status)) run.signal = WTERMSIG(status);
     return run;
 }
+
+#endif
 
 ProgramRun RunStashwell(const std::vector<std::string>& args, int timeoutSeconds,
                         const ProgramEnv& env) {

@@ -1,13 +1,19 @@
 #pragma once
 
-// Runs the real programs (stashwell, and its command-line companion qrv) with the test's XDG
-// folders, capturing their output.
+// Runs the real programs (stashwell, and its command-line companion qrv) with the test's
+// per-user folders, in the test's folder, capturing their output: fork and exec on Linux,
+// CreateProcessW on Windows (under Wine the build's programs are reached through the drive Z:).
 
+#include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
-#include <sys/types.h>
 #include <utility>
 #include <vector>
+
+// The signal of a kill (SIGKILL); a Windows program ended with TerminateProcess counts as
+// killed with it too.
+inline constexpr int kKillSignal = 9;
 
 struct ProgramRun {
     int exitCode = -1; // -1 when killed by a signal
@@ -16,7 +22,8 @@ struct ProgramRun {
     std::string err;
 };
 
-// Environment variables set for the program on top of the test's own ("XDG_STATE_HOME", ...).
+// Environment variables set for the program on top of the test's own ("XDG_STATE_HOME", ...);
+// an empty value on Windows removes the variable.
 using ProgramEnv = std::vector<std::pair<std::string, std::string>>;
 
 // The program started in the background; Wait collects how it ended.
@@ -29,16 +36,20 @@ public:
     RunningProgram(const RunningProgram&) = delete;
     RunningProgram& operator=(const RunningProgram&) = delete;
 
-    pid_t Pid() const { return m_pid; }
-    // Waits for the end (at most `timeoutSeconds`, then kills it); kills it with SIGKILL as
-    // soon as `killWhen` returns true (polled every tenth of a millisecond).
+    // The process id.
+    int64_t Pid() const { return m_pid; }
+    // Waits for the end (at most `timeoutSeconds`, then kills it); kills it with SIGKILL
+    // (TerminateProcess on Windows) as soon as `killWhen` returns true (polled every tenth of a
+    // millisecond).
     ProgramRun Wait(int timeoutSeconds = 120, const std::function<bool()>& killWhen = nullptr);
 
 private:
-    pid_t m_pid = -1;
+    struct Started; // Windows: the started process
+    int64_t m_pid = -1;
     int m_out = -1;
     int m_err = -1;
     bool m_waited = false;
+    std::unique_ptr<Started> m_started;
 };
 
 // Runs the program with `args` and waits (at most `timeoutSeconds`, then kills it).

@@ -1,49 +1,93 @@
 #include "TestSupport.h"
 
+#include "WindowsTestHelpers.h"
 #include "app/modPaths.h"
 #include "app/modRetention.h"
 #include "catalogue/ADOSQLite.h"
+#include "platform/CMd5.h"
+#include "platform/modFileStatus.h"
+#include "platform/modFileSystem.h"
 #include "support/CMMTimer.h"
 #include "support/modFileCopy.h"
 #include "support/modServices.h"
 #include "support/modYield.h"
 
 #include <algorithm>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <linux/capability.h>
-#include <openssl/evp.h>
+#include <random>
 #include <sqlite3.h>
 #include <sstream>
 #include <stdexcept>
+#ifndef _WIN32
+#include <csignal>
+#include <fcntl.h>
+#include <linux/capability.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
 #include <unistd.h>
+#endif
 
 namespace fs = std::filesystem;
 
+std::string Native(std::string path) {
+    std::replace(path.begin(), path.end(), '/', kPathSeparator);
+    return path;
+}
+
+fs::path FsPath(const std::string& path) {
+#ifdef _WIN32
+    return fs::path(std::u8string(path.begin(), path.end()));
+#else
+    return fs::path(path);
+#endif
+}
+
+std::string PathText(const fs::path& path) {
+#ifdef _WIN32
+    const std::u8string text = path.u8string();
+    return std::string(text.begin(), text.end());
+#else
+    return path.string();
+#endif
+}
+
+void SetEnv(const std::string& name, const std::string& value) {
+#ifdef _WIN32
+    SetWindowsEnvironment(name, value);
+#else
+    ::setenv(name.c_str(), value.c_str(), 1);
+#endif
+}
+
+void UnsetEnv(const std::string& name) {
+#ifdef _WIN32
+    SetWindowsEnvironment(name, "");
+#else
+    ::unsetenv(name.c_str());
+#endif
+}
+
 std::string ReadFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
+    std::ifstream in(FsPath(path), std::ios::binary);
     std::ostringstream out;
     out << in.rdbuf();
     return out.str();
 }
 
 void WriteFile(const std::string& path, const std::string& content) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    std::ofstream out(FsPath(path), std::ios::binary | std::ios::trunc);
     out << content;
     if (!out) throw std::runtime_error("cannot write " + path);
 }
 
 bool Exists(const std::string& path) {
-    struct stat st {};
-    return ::lstat(path.c_str(), &st) == 0;
+    return StatusOf(path, true).Exists();
 }
 
 std::string PatternContent(size_t n) {
@@ -55,9 +99,10 @@ std::string PatternContent(size_t n) {
 
 std::vector<std::string> ListTree(const std::string& root) {
     std::vector<std::string> out;
-    for (auto it = fs::recursive_directory_iterator(root); it != fs::recursive_directory_iterator();
-         ++it) {
-        std::string rel = fs::relative(it->path(), root).string();
+    for (auto it = fs::recursive_directory_iterator(FsPath(root));
+         it != fs::recursive_directory_iterator(); ++it) {
+        std::string rel = PathText(fs::relative(it->path(), FsPath(root)));
+        std::replace(rel.begin(), rel.end(), kPathSeparator, '/');
         if (it->is_directory() && !it->is_symlink()) rel += "/";
         out.push_back(rel);
     }
@@ -147,16 +192,63 @@ void ScopedTestEnv::DefaultHooks() {
     ::UseBackupPath({});
 }
 
-ScopedTestEnv::ScopedTestEnv() {
+#ifdef _WIN32
+const char* const kConfigHomeVariable = "APPDATA";
+const char* const kStateHomeVariable = "LOCALAPPDATA";
+#else
+const char* const kConfigHomeVariable = "XDG_CONFIG_HOME";
+const char* const kStateHomeVariable = "XDG_STATE_HOME";
+#endif
+
+std::string TestProgramFolder() {
+#ifdef _WIN32
+    const std::string program = WindowsProgramFile();
+    return program.substr(0, program.find_last_of('\\'));
+#else
+    return fs::read_symlink("/proc/self/exe").parent_path().string();
+#endif
+}
+
+namespace {
+
+// A new folder of the test's own in the system's temporary folder.
+std::string MakeTestRoot() {
+#ifdef _WIN32
+    std::string temp = PathText(fs::temp_directory_path());
+    while (temp.size() > 3 && IsPathSeparator(temp.back()))
+        temp.pop_back();
+    std::mt19937 random(std::random_device{}());
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        const std::string root = temp + "\\stashwell-test-" + std::to_string(random() % 1000000);
+        if (MakeFolder(root) == 0) return root;
+    }
+    throw std::runtime_error("cannot make a test folder in " + temp);
+#else
     std::string tmpl = (fs::temp_directory_path() / "stashwell-test-XXXXXX").string();
     if (!::mkdtemp(tmpl.data())) throw std::runtime_error("mkdtemp failed");
-    m_root = tmpl;
-    for (const char* name : {"XDG_CONFIG_HOME", "XDG_STATE_HOME"}) {
-        const char* old = std::getenv(name);
+    return tmpl;
+#endif
+}
+
+} // namespace
+
+ScopedTestEnv::ScopedTestEnv() {
+    m_root = MakeTestRoot();
+    std::vector<std::pair<std::string, std::string>> variables = {
+        {kConfigHomeVariable, ConfigHome()}, {kStateHomeVariable, StateHome()}};
+#ifdef _WIN32
+    variables.emplace_back("STASHWELL_PER_USER_STATE", "1");
+#endif
+    for (const auto& [name, value] : variables) {
+#ifdef _WIN32
+        const std::string old = WindowsEnvironment(name);
+        m_savedEnv.emplace_back(name, old.empty() ? std::string("\x01") : old);
+#else
+        const char* old = std::getenv(name.c_str());
         m_savedEnv.emplace_back(name, old ? old : std::string("\x01"));
+#endif
+        SetEnv(name, value);
     }
-    ::setenv("XDG_CONFIG_HOME", ConfigHome().c_str(), 1);
-    ::setenv("XDG_STATE_HOME", StateHome().c_str(), 1);
     DefaultHooks();
     SetMessageBoxService(&box);
     SetFolderPickerService(&picker);
@@ -167,19 +259,25 @@ ScopedTestEnv::~ScopedTestEnv() {
     DefaultHooks();
     for (auto& [name, value] : m_savedEnv) {
         if (value == "\x01")
-            ::unsetenv(name.c_str());
+            UnsetEnv(name);
         else
-            ::setenv(name.c_str(), value.c_str(), 1);
+            SetEnv(name, value);
     }
     std::error_code ec;
-    // Tests may leave unreadable folders behind; open them up so that the removal succeeds.
-    for (auto it = fs::recursive_directory_iterator(m_root, ec);
+    // Tests may leave unreadable folders (Linux) and read-only files (Windows) behind; open them
+    // up so that the removal succeeds.
+    const fs::path root = FsPath(m_root);
+    for (auto it = fs::recursive_directory_iterator(root, ec);
          !ec && it != fs::recursive_directory_iterator(); it.increment(ec)) {
         if (it->is_directory(ec) && !it->is_symlink(ec))
             fs::permissions(it->path(), fs::perms::owner_all, fs::perm_options::add, ec);
+#ifdef _WIN32
+        else if (!it->is_symlink(ec))
+            fs::permissions(it->path(), fs::perms::owner_write, fs::perm_options::add, ec);
+#endif
     }
-    fs::permissions(m_root, fs::perms::owner_all, fs::perm_options::add, ec);
-    fs::remove_all(m_root, ec);
+    fs::permissions(root, fs::perms::owner_all, fs::perm_options::add, ec);
+    fs::remove_all(root, ec);
 }
 
 TestNode File(std::string content) {
@@ -195,11 +293,12 @@ void CreateTree(const std::string& root, const TestNode& tree) {
         WriteFile(root, tree.content);
         return;
     }
-    fs::create_directories(root);
+    fs::create_directories(FsPath(root));
     for (const auto& [name, child] : tree.children)
-        CreateTree(root + "/" + name, child);
+        CreateTree(root + kPathSeparator + name, child);
 }
 
+#ifndef _WIN32
 ScopedNoPermissionOverride::ScopedNoPermissionOverride() {
     if (::geteuid() != 0) {
         m_ok = true;
@@ -223,6 +322,8 @@ ScopedNoPermissionOverride::~ScopedNoPermissionOverride() {
     ::syscall(SYS_capset, &header, saved);
 }
 
+#endif
+
 std::string StartTestLog(const ScopedTestEnv& env, int level) {
     const std::string path = env.Path("t.log");
     Logger().LogFile(path);
@@ -232,18 +333,56 @@ std::string StartTestLog(const ScopedTestEnv& env, int level) {
 }
 
 std::string PlainMD5(const std::string& data) {
-    unsigned char digest[EVP_MAX_MD_SIZE];
-    unsigned size = 0;
-    EVP_Digest(data.data(), data.size(), digest, &size, EVP_md5(), nullptr);
-    static const char* digits = "0123456789abcdef";
-    std::string hex;
-    for (unsigned i = 0; i < size; ++i) {
-        hex += digits[digest[i] >> 4];
-        hex += digits[digest[i] & 15];
-    }
-    return hex;
+    CMd5 md5;
+    if (!md5.Add(data.data(), data.size())) throw std::runtime_error("MD5 is not available");
+    return md5.Finish();
 }
 
+bool SetFileTimes(const std::string& path, int64_t accessNs, int64_t writeNs) {
+#ifdef _WIN32
+    return SetWindowsFileTimes(path, accessNs, writeNs);
+#else
+    const timespec times[2] = {{accessNs / 1'000'000'000, accessNs % 1'000'000'000},
+                               {writeNs / 1'000'000'000, writeNs % 1'000'000'000}};
+    return ::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) == 0;
+#endif
+}
+
+std::string FolderOnAnotherFileSystem(const std::string& beside, const std::string& prefix) {
+#ifdef _WIN32
+    return FolderOnAnotherDrive(beside, prefix);
+#else
+    struct stat tmp {
+    }, shm{};
+    if (::stat(beside.c_str(), &tmp) != 0 || ::stat("/dev/shm", &shm) != 0 ||
+        tmp.st_dev == shm.st_dev)
+        return "";
+    std::string folder = "/dev/shm/" + prefix + "XXXXXX";
+    return ::mkdtemp(folder.data()) ? folder : "";
+#endif
+}
+
+::testing::AssertionResult IsPrivate(const std::string& path) {
+    const PathStatus status = StatusOf(path);
+    if (!status.Exists()) return ::testing::AssertionFailure() << path << " is not there";
+#ifdef _WIN32
+    const std::string other = WhoElseMayReach(path);
+    if (!other.empty()) return ::testing::AssertionFailure() << path << ": " << other;
+#else
+    struct stat st {};
+    ::stat(path.c_str(), &st);
+    const unsigned mode = st.st_mode & 07777;
+    const unsigned want = status.kind == PathKind::kFolder ? 0700 : 0600;
+    if (mode != want) {
+        std::ostringstream octal;
+        octal << std::oct << mode;
+        return ::testing::AssertionFailure() << path << " has mode 0" << octal.str();
+    }
+#endif
+    return ::testing::AssertionSuccess();
+}
+
+#ifndef _WIN32
 int MakeUnixSocket(const std::string& path) {
     const int sock = ::socket(AF_UNIX, SOCK_STREAM, 0);
     sockaddr_un address{};
@@ -272,3 +411,4 @@ ScopedFileSizeLimit::~ScopedFileSizeLimit() {
     ::setrlimit(RLIMIT_FSIZE, &saved);
     ::signal(SIGXFSZ, m_handler);
 }
+#endif

@@ -1,13 +1,17 @@
 // The walk of a source: breadth-first in the order the file system lists entries, the source's
 // own files first; hidden files, excluded extensions and excluded folders left out; links,
-// FIFOs and sockets never listed or followed; one Paths row per folder of the run.
+// FIFOs and sockets never listed or followed; one Paths row per folder of the run. On Windows
+// hidden and system are the entries' attribute bits.
 
 #include "BackupFixture.h"
+#include "WindowsTestHelpers.h"
 
 #include "app/modPaths.h"
 #include "app/modSetup.h"
 #include "catalogue/CDatabase.h"
 #include "engine/CDriveMap.h"
+#include "engine/CFileFind.h"
+#include "platform/modFileIO.h"
 #include "support/CRuntimeError.h"
 #include "support/modServices.h"
 
@@ -15,15 +19,13 @@
 
 #include <algorithm>
 #include <deque>
-#include <dirent.h>
-#include <fcntl.h>
 #include <string>
-#include <sys/mount.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
-#include <unistd.h>
 #include <vector>
+#ifndef _WIN32
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
 
 namespace {
 
@@ -63,7 +65,7 @@ protected:
     Strings Under(const Strings& relative) const {
         Strings paths;
         for (const std::string& name : relative)
-            paths.push_back(source + "/" + name);
+            paths.push_back(source + Native("/" + name));
         return Sorted(paths);
     }
 
@@ -161,7 +163,7 @@ TEST_F(CDriveMapTest, ExcludedFoldersAreNeitherWalkedNorQueued) {
     map.SourcePath(source);
     map.ExcludeDirs("cvs");
     map.Exec();
-    EXPECT_EQ(map.Folders(), Strings{source + "/keep"});
+    EXPECT_EQ(map.Folders(), Strings{source + Native("/keep")});
 }
 
 TEST_F(CDriveMapTest, PatternsTmpAndBakSkipTmpFilesAndFilesWithoutExtensionButKeepBak) {
@@ -204,7 +206,7 @@ TEST_F(CDriveMapTest, EmptyExcludeTextLeavesTheEarlierListInPlace) {
     map.ExcludeFiles("*.tmp");
     map.ExcludeFiles("");
     map.Exec();
-    EXPECT_EQ(Listed(map), Strings{source + "/b.txt"});
+    EXPECT_EQ(Listed(map), Strings{source + Native("/b.txt")});
 }
 
 TEST_F(CDriveMapTest, NewExcludeTextReplacesTheEarlierList) {
@@ -214,9 +216,52 @@ TEST_F(CDriveMapTest, NewExcludeTextReplacesTheEarlierList) {
     map.ExcludeFiles("*.tmp");
     map.ExcludeFiles("*.txt");
     map.Exec();
-    EXPECT_EQ(Listed(map), Strings{source + "/a.tmp"});
+    EXPECT_EQ(Listed(map), Strings{source + Native("/a.tmp")});
 }
 
+#ifdef _WIN32
+// Hidden is the attribute bit: a leading dot means nothing.
+class CDriveMapHiddenTest : public CDriveMapTest {
+protected:
+    Strings WalkedWithHidden(bool hidden) {
+        CreateTree(source,
+                   Dir({{"config", Dir({{"settings.ini", File("s")}, {"secret", File("x")}})},
+                        {"profile", File("p")},
+                        {".dotted", File("d")},
+                        {"visible.txt", File("v")}}));
+        for (const char* name : {"/config", "/config/secret", "/profile"})
+            EXPECT_TRUE(AddWindowsAttributes(source + Native(name), CFileFind::kHidden)) << name;
+        CDriveMap map;
+        map.SourcePath(source);
+        map.Hidden(hidden);
+        map.Exec();
+        return Sorted(Listed(map));
+    }
+};
+
+TEST_F(CDriveMapHiddenTest, HiddenFolderIsWalkedAndItsNormalFileListedWithHiddenExcluded) {
+    EXPECT_EQ(WalkedWithHidden(false), Under({".dotted", "config/settings.ini", "visible.txt"}));
+}
+
+TEST_F(CDriveMapHiddenTest, HiddenFilesAreListedWhenHiddenIsIncluded) {
+    EXPECT_EQ(WalkedWithHidden(true),
+              Under({".dotted", "config/secret", "config/settings.ini", "profile", "visible.txt"}));
+}
+
+TEST_F(CDriveMapTest, SystemFilesAreListedOnlyWhenSystemIsIncluded) {
+    CreateTree(source, Dir({{"system.dat", File("s")}, {"plain.txt", File("p")}}));
+    ASSERT_TRUE(AddWindowsAttributes(source + Native("/system.dat"), CFileFind::kSystem));
+    for (const bool system : {false, true}) {
+        CDriveMap map;
+        map.SourcePath(source);
+        map.System(system);
+        map.Exec();
+        EXPECT_EQ(Sorted(Listed(map)),
+                  system ? Under({"plain.txt", "system.dat"}) : Under({"plain.txt"}))
+            << system;
+    }
+}
+#else
 TEST_F(CDriveMapTest, HiddenFolderIsWalkedAndItsNormalFileListedWithHiddenExcluded) {
     const Strings files =
         Walked(Dir({{".config", Dir({{"settings.ini", File("s")}, {".secret", File("x")}})},
@@ -233,16 +278,19 @@ TEST_F(CDriveMapTest, HiddenFilesAreListedWhenHiddenIsIncluded) {
                {}, {}, true);
     EXPECT_EQ(files, Under({".config/settings.ini", ".config/.secret", ".profile", "visible.txt"}));
 }
+#endif
 
 TEST_F(CDriveMapTest, SourceWithTrailingSlashGivesPathsWithOneSlash) {
     CreateTree(source, Dir({{"a.txt", File("a")}, {"sub", Dir({{"b.txt", File("b")}})}}));
     CDriveMap map;
-    map.SourcePath(source + "/");
+    map.SourcePath(source + kPathSeparator);
     map.Exec();
     EXPECT_EQ(Sorted(Listed(map)), Under({"a.txt", "sub/b.txt"}));
-    EXPECT_EQ(map.Folders(), Strings{source + "/sub"});
+    EXPECT_EQ(map.Folders(), Strings{source + Native("/sub")});
 }
 
+#ifndef _WIN32
+// Links, FIFOs, sockets and folders that refuse their owner, which Linux makes for anyone.
 TEST_F(CDriveMapTest, SymbolicLinksAreNeitherListedNorFollowed) {
     CreateTree(env.Path("outside"), Dir({{"far.txt", File("far")}, {"farsub", Dir()}}));
     CreateTree(source, Dir({{"a.txt", File("a")}, {"sub", Dir({{"b.txt", File("b")}})}}));
@@ -269,12 +317,6 @@ TEST_F(CDriveMapTest, FifoAndSocketAreNotListedAndTheWalkDoesNotHang) {
     EXPECT_EQ(Listed(map), Strings{source + "/a.txt"});
 }
 
-TEST_F(CDriveMapTest, NamesAreListedByteForByte) {
-    const std::string odd = std::string("n\xff\xfe\nl'ine\\x");
-    const Strings files = Walked(Dir({{odd, Dir({{odd + ".txt", File("o")}})}}));
-    EXPECT_EQ(files, Strings{source + "/" + odd + "/" + odd + ".txt"});
-}
-
 TEST_F(CDriveMapTest, UnreadableFolderContributesNothing) {
     CreateTree(source, Dir({{"a.txt", File("a")}, {"locked", Dir({{"b.txt", File("b")}})}}));
     ASSERT_EQ(::chmod((source + "/locked").c_str(), 0), 0);
@@ -284,6 +326,18 @@ TEST_F(CDriveMapTest, UnreadableFolderContributesNothing) {
     map.SourcePath(source);
     map.Exec();
     EXPECT_EQ(Listed(map), Strings{source + "/a.txt"});
+}
+#endif
+
+TEST_F(CDriveMapTest, NamesAreListedByteForByte) {
+#ifdef _WIN32
+    // Windows names are UTF-8 here, with no control character and no backslash.
+    const std::string odd = std::string("n\xc3\xa9 l'ine \xe6\x97\xa5x");
+#else
+    const std::string odd = std::string("n\xff\xfe\nl'ine\\x");
+#endif
+    const Strings files = Walked(Dir({{odd, Dir({{odd + ".txt", File("o")}})}}));
+    EXPECT_EQ(files, Strings{source + kPathSeparator + odd + kPathSeparator + odd + ".txt"});
 }
 
 TEST_F(CDriveMapTest, MissingSourceListsNothing) {
@@ -335,10 +389,11 @@ TEST_F(CDriveMapTest, ResetClearsTheExclusionsButEmptyTextNeverDoes) {
 TEST_F(CDriveMapTest, PastTheFileLimitOnlyThe512000FirstAreListedButAllAreCounted) {
     CreateTree(source, Dir());
     for (int i = 0; i <= kMaxListEntries; ++i) {
-        const int fd = ::open((source + "/" + std::to_string(i)).c_str(),
-                              O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
-        ASSERT_GE(fd, 0);
-        ::close(fd);
+        int error = 0;
+        const NativeFile file = OpenFileHandle(source + kPathSeparator + std::to_string(i),
+                                               OpenMode::kCreateNew, error);
+        ASSERT_NE(file, kNoFile) << error;
+        CloseFileHandle(file);
     }
     Logger().LogFile(env.Path("t.log"));
     Logger().StartLogger();
@@ -353,7 +408,7 @@ TEST_F(CDriveMapTest, PastTheFileLimitOnlyThe512000FirstAreListedButAllAreCounte
     for (int i = 1; i < kMaxListEntries; ++i)
         map.MoveNext();
     ASSERT_EQ(map.Idx(), 512000);
-    EXPECT_EQ(map.FilePath().compare(0, source.size() + 1, source + "/"), 0);
+    EXPECT_EQ(map.FilePath().compare(0, source.size() + 1, source + kPathSeparator), 0);
     map.MoveNext();
     ASSERT_FALSE(map.Eof());
     try {
@@ -417,20 +472,34 @@ private:
 TEST_F(CDriveMapSkipTest, BackupFolderInsideTheSourceIsLeftOutWithAllItHoldsAndOneLine) {
     MakeSourceHoldingABackupFolder();
     CDriveMap map;
-    EXPECT_EQ(WalkSkipping(map, source + "/bk"), Strings{Skipped(source + "/bk")});
+    EXPECT_EQ(WalkSkipping(map, source + Native("/bk")), Strings{Skipped(source + Native("/bk"))});
     EXPECT_EQ(Sorted(Listed(map)), Under({"a.txt", "docs/d.txt"}));
-    EXPECT_EQ(map.Folders(), Strings{source + "/docs"});
+    EXPECT_EQ(map.Folders(), Strings{source + Native("/docs")});
 }
 
 TEST_F(CDriveMapSkipTest, BackupFolderDeeperDownIsLeftOutWhereTheWalkMeetsIt) {
     CreateTree(source, Dir({{"a", Dir({{"b", Dir({{"bk", Dir({{"s.QRV", File("s")}})},
                                                   {"b.txt", File("b")}})}})}}));
     CDriveMap map;
-    EXPECT_EQ(WalkSkipping(map, source + "/a/b/bk"), Strings{Skipped(source + "/a/b/bk")});
-    EXPECT_EQ(Listed(map), Strings{source + "/a/b/b.txt"});
-    EXPECT_EQ(map.Folders(), (Strings{source + "/a", source + "/a/b"}));
+    EXPECT_EQ(WalkSkipping(map, source + Native("/a/b/bk")),
+              Strings{Skipped(source + Native("/a/b/bk"))});
+    EXPECT_EQ(Listed(map), Strings{source + Native("/a/b/b.txt")});
+    EXPECT_EQ(map.Folders(), (Strings{source + Native("/a"), source + Native("/a/b")}));
 }
 
+#ifdef _WIN32
+TEST_F(CDriveMapSkipTest, BackupPathSpelledAnotherWayIsSeenThrough) {
+    MakeSourceHoldingABackupFolder();
+    for (const std::string& spelling :
+         {source + Native("/docs/../bk/"), source + Native("//./bk")}) {
+        CDriveMap map;
+        EXPECT_EQ(WalkSkipping(map, spelling), Strings{Skipped(source + Native("/bk"))})
+            << spelling;
+        EXPECT_EQ(Sorted(Listed(map)), Under({"a.txt", "docs/d.txt"})) << spelling;
+    }
+}
+#else
+// Links, and a bind mount for root, which Linux makes.
 TEST_F(CDriveMapSkipTest, BackupPathSpelledAnotherWayOrThroughALinkIsSeenThrough) {
     MakeSourceHoldingABackupFolder();
     ASSERT_EQ(::symlink((source + "/bk").c_str(), env.Path("link").c_str()), 0);
@@ -469,19 +538,20 @@ TEST_F(CDriveMapSkipTest, BackupFolderMountedInsideTheSourceIsLeftOut) {
     EXPECT_EQ(lines, Strings{Skipped(source + "/mnt")});
     EXPECT_EQ(Listed(map), Strings{source + "/a.txt"});
 }
+#endif
 
 TEST_F(CDriveMapSkipTest, FolderOfTheSameNameElsewhereIsWalked) {
     CreateTree(source, Dir({{"bk", Dir({{"mine.txt", File("m")}})}}));
     CreateTree(env.Path("bk"), Dir());
     CDriveMap map;
     EXPECT_EQ(WalkSkipping(map, env.Path("bk")), Strings{});
-    EXPECT_EQ(Listed(map), Strings{source + "/bk/mine.txt"});
+    EXPECT_EQ(Listed(map), Strings{source + Native("/bk/mine.txt")});
 }
 
 TEST_F(CDriveMapSkipTest, ResetForgetsTheFolderToSkip) {
     MakeSourceHoldingABackupFolder();
     CDriveMap map;
-    map.SkipFolder(source + "/bk");
+    map.SkipFolder(source + Native("/bk"));
     map.Reset();
     map.SourcePath(source);
     map.Exec();
@@ -514,10 +584,10 @@ TEST_F(CDriveMapPathsTest, SourceAndEveryFolderAreRecordedBreadthFirst) {
     map.Exec();
     const TreeWalk walk = WalkBreadthFirst(source);
     ASSERT_EQ(walk.folders.size(), 3u);
-    EXPECT_EQ(walk.folders[2], source + "/a/deep");
-    std::vector<Strings> expected{{"7", source + "/"}};
+    EXPECT_EQ(walk.folders[2], source + Native("/a/deep"));
+    std::vector<Strings> expected{{"7", source + kPathSeparator}};
     for (const std::string& folder : walk.folders)
-        expected.push_back({"7", folder + "/"});
+        expected.push_back({"7", folder + kPathSeparator});
     EXPECT_EQ(PathRows(), expected);
 }
 
@@ -529,7 +599,8 @@ TEST_F(CDriveMapPathsTest, ExcludedFoldersAreNotRecorded) {
     map.ExcludeDirs("cvs");
     map.Database(&db);
     map.Exec();
-    EXPECT_EQ(PathRows(), (std::vector<Strings>{{"2", source + "/"}, {"2", source + "/keep/"}}));
+    EXPECT_EQ(PathRows(), (std::vector<Strings>{{"2", source + kPathSeparator},
+                                                {"2", source + Native("/keep/")}}));
 }
 
 TEST_F(CDriveMapPathsTest, TheBackupFolderIsNotRecorded) {
@@ -537,10 +608,11 @@ TEST_F(CDriveMapPathsTest, TheBackupFolderIsNotRecorded) {
     CDriveMap map;
     map.SourcePath(source);
     map.BackupID(3);
-    map.SkipFolder(source + "/bk");
+    map.SkipFolder(source + Native("/bk"));
     map.Database(&db);
     map.Exec();
-    EXPECT_EQ(PathRows(), (std::vector<Strings>{{"3", source + "/"}, {"3", source + "/keep/"}}));
+    EXPECT_EQ(PathRows(), (std::vector<Strings>{{"3", source + kPathSeparator},
+                                                {"3", source + Native("/keep/")}}));
 }
 
 TEST_F(CDriveMapPathsTest, NoBackupIdRecordsNothing) {
@@ -559,7 +631,8 @@ TEST_F(CDriveMapPathsTest, ApostropheInAFolderNameIsStoredAsBackslash) {
     map.BackupID(1);
     map.Database(&db);
     map.Exec();
-    EXPECT_EQ(PathRows(), (std::vector<Strings>{{"1", source + "/"}, {"1", source + "/Bob\\s/"}}));
+    EXPECT_EQ(PathRows(), (std::vector<Strings>{{"1", source + kPathSeparator},
+                                                {"1", Encoded(source + Native("/Bob's/"))}}));
 }
 
 } // namespace

@@ -1,7 +1,9 @@
 // The opt-in quick check of a backup run: a file whose stamp (device, inode, size, modification
 // and change times) is what the source's last committed run kept takes that run's signature
 // without being opened; every other file is read and signed as usual, and the run is recorded
-// as if every file had been hashed. Which files a run opens is watched with inotify.
+// as if every file had been hashed. Which files a run opens is watched with inotify on Linux;
+// Windows tells no one, so there every file the run must not open is held with no sharing,
+// which makes the run fail to read it.
 //
 // A stamp is kept only for files whose times lie 2 seconds before the run's start, so the tests
 // make their files, then wait that long before the first run.
@@ -9,6 +11,7 @@
 #include "EngineFixture.h"
 #include "OpenWatch.h"
 #include "StoreAudit.h"
+#include "WindowsTestHelpers.h"
 
 #include "app/modPaths.h"
 #include "app/modSetup.h"
@@ -25,12 +28,11 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
-#include <fcntl.h>
+#include <filesystem>
 #include <map>
+#include <memory>
 #include <string>
-#include <sys/stat.h>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -38,10 +40,10 @@ namespace {
 using Strings = std::vector<std::string>;
 using Rows = std::vector<Strings>;
 
-struct stat StatOf(const std::string& path) {
-    struct stat st {};
-    EXPECT_EQ(::lstat(path.c_str(), &st), 0) << path;
-    return st;
+PathStatus StatOf(const std::string& path) {
+    const PathStatus status = StatusOf(path, true);
+    EXPECT_TRUE(status.Exists()) << path << ": " << status.error;
+    return status;
 }
 
 // Lets the files just made grow old enough for their stamps to be kept by the next run.
@@ -72,13 +74,28 @@ protected:
     }
     void Run(bool quick) { Run(quick, source); }
 
-    // One complete run of `folder`, and the files below it that the run opened or read.
-    Strings RunWatched(bool quick, const std::string& folder) {
+    // One complete run of `folder`, which must open or read exactly the files `opened` below it
+    // (relative, sorted).
+    void ExpectOpens(bool quick, const std::string& folder, const Strings& opened) {
+#ifdef _WIN32
+        std::vector<std::unique_ptr<ExclusiveHold>> held;
+        for (const std::string& path : WalkOrder(folder)) {
+            std::string relative = path.substr(folder.size() + 1);
+            std::replace(relative.begin(), relative.end(), kPathSeparator, '/');
+            if (std::find(opened.begin(), opened.end(), relative) != opened.end()) continue;
+            held.push_back(std::make_unique<ExclusiveHold>(path));
+            EXPECT_TRUE(held.back()->Ok()) << path;
+        }
+        Run(quick, folder);
+#else
         OpenWatch watch(folder);
         Run(quick, folder);
-        return watch.Opened();
+        EXPECT_EQ(watch.Opened(), opened);
+#endif
     }
-    Strings RunWatched(bool quick) { return RunWatched(quick, source); }
+    void ExpectOpens(bool quick, const Strings& opened) {
+        ExpectOpens(quick, source, opened);
+    }
 
     // Every content is in the store under its signature, and nothing else is.
     void ExpectStoreHolds(const Strings& contents) const {
@@ -103,8 +120,9 @@ protected:
             EXPECT_NE(found, contents.end()) << path;
             if (found == contents.end()) continue;
             const std::string& content = found->second;
-            rows.push_back({TestSignature(content), Encoded(path.substr(0, path.rfind('/') + 1)),
-                            Encoded(path), StoreFile(content), std::to_string(content.size())});
+            rows.push_back({TestSignature(content),
+                            Encoded(path.substr(0, path.rfind(kPathSeparator) + 1)), Encoded(path),
+                            StoreFile(content), std::to_string(content.size())});
         }
         return rows;
     }
@@ -118,10 +136,10 @@ protected:
     // in the source folder and two levels below it.
     const std::string a = "alpha content", b = PatternContent(20000), c = PatternContent(9000);
     std::map<std::string, std::string> Contents() const {
-        return {{source + "/a.txt", a},
-                {source + "/sub/b.bin", b},
-                {source + "/sub/deep/c.dat", c},
-                {source + "/sub/deep/copy.dat", c}};
+        return {{source + Native("/a.txt"), a},
+                {source + Native("/sub/b.bin"), b},
+                {source + Native("/sub/deep/c.dat"), c},
+                {source + Native("/sub/deep/copy.dat"), c}};
     }
     void MakeTree() {
         CreateTree(
@@ -146,7 +164,7 @@ TEST_P(CQuickCheckTest, SecondRunOpensNoUnchangedFileAndRecordsItAsTheFirstDid) 
     const size_t firstRunLines = LogLines().size();
     const Strings order = WalkOrder(source);
 
-    EXPECT_EQ(RunWatched(true), Strings{});
+    ExpectOpens(true, Strings{});
 
     EXPECT_EQ(RunRows(2), RunRows(1));
     EXPECT_EQ(StoreListing(), storeAfterFirst);
@@ -182,8 +200,8 @@ TEST_P(CQuickCheckTest, ARunThatTookTheKeptSignaturesKeepsThemForTheNextRun) {
     MakeTree();
     LetFilesSettle();
     Run(true);
-    EXPECT_EQ(RunWatched(true), Strings{});
-    EXPECT_EQ(RunWatched(true), Strings{});
+    ExpectOpens(true, Strings{});
+    ExpectOpens(true, Strings{});
     EXPECT_EQ(RunRows(3), ExpectedRows(Contents()));
     ExpectStoreHolds({a, b, c});
 }
@@ -193,23 +211,32 @@ TEST_P(CQuickCheckTest, FileAddedSinceTheLastRunIsTheOnlyOneOpened) {
     LetFilesSettle();
     Run(true);
     const std::string added = "a file that came later";
-    WriteFile(source + "/sub/added.txt", added);
+    WriteFile(source + Native("/sub/added.txt"), added);
     std::map<std::string, std::string> contents = Contents();
-    contents[source + "/sub/added.txt"] = added;
+    contents[source + Native("/sub/added.txt")] = added;
 
-    EXPECT_EQ(RunWatched(true), Strings{"sub/added.txt"});
+    ExpectOpens(true, Strings{"sub/added.txt"});
     EXPECT_EQ(RunRows(2), ExpectedRows(contents));
     ExpectStoreHolds({a, b, c, added});
 }
 
 TEST_P(CQuickCheckTest, OddSourceAndFileNamesAreRecognisedUnchanged) {
     source = env.Path("Bob's src");
+#ifdef _WIN32
+    // The names Windows allows: UTF-8 here, no control characters.
+    const std::map<std::string, std::string> contents{
+        {source + Native("/it's.txt"), "apostrophe"},
+        {source + Native("/caf\xc3\xa9 \xe6\x97\xa5.txt"), "beyond ascii"},
+        {source + Native("/Bob's dir/x'y.txt"), "apostrophes in folder and name"},
+    };
+#else
     const std::map<std::string, std::string> contents{
         {source + "/it's.txt", "apostrophe"},
         {source + "/new\nline.txt", "new line"},
         {source + "/bad\xff\xfe name.bin", "invalid utf-8"},
         {source + "/Bob's dir/x'y\r.txt", "apostrophes in folder and name"},
     };
+#endif
     CreateTree(source, Dir({{"Bob's dir", Dir()}}));
     for (const auto& [path, content] : contents)
         WriteFile(path, content);
@@ -217,7 +244,7 @@ TEST_P(CQuickCheckTest, OddSourceAndFileNamesAreRecognisedUnchanged) {
     Run(true);
     ASSERT_EQ(RunRows(1), ExpectedRows(contents));
 
-    EXPECT_EQ(RunWatched(true), Strings{});
+    ExpectOpens(true, Strings{});
     EXPECT_EQ(RunRows(2), ExpectedRows(contents));
 }
 
@@ -227,18 +254,17 @@ TEST_P(CQuickCheckTest, FileRewrittenWithTheSameSizeIsReadAgainAndStoredUnderIts
     MakeTree();
     LetFilesSettle();
     Run(true);
-    const std::string path = source + "/sub/b.bin";
-    const struct stat before = StatOf(path);
+    const std::string path = source + Native("/sub/b.bin");
+    const PathStatus before = StatOf(path);
     std::string changed = b;
     changed[100] = static_cast<char>(changed[100] + 1);
     WriteFile(path, changed);
-    const struct stat after = StatOf(path);
-    ASSERT_EQ(after.st_ino, before.st_ino);
-    ASSERT_EQ(after.st_size, before.st_size);
-    ASSERT_NE(after.st_mtim.tv_nsec + after.st_mtim.tv_sec * 1'000'000'000LL,
-              before.st_mtim.tv_nsec + before.st_mtim.tv_sec * 1'000'000'000LL);
+    const PathStatus after = StatOf(path);
+    ASSERT_EQ(after.identity, before.identity);
+    ASSERT_EQ(after.size, before.size);
+    ASSERT_NE(after.writeNs, before.writeNs);
 
-    EXPECT_EQ(RunWatched(true), Strings{"sub/b.bin"});
+    ExpectOpens(true, Strings{"sub/b.bin"});
 
     std::map<std::string, std::string> contents = Contents();
     contents[path] = changed;
@@ -251,24 +277,22 @@ TEST_P(CQuickCheckTest, FileReplacedByAnotherOfTheSameSizeAndModificationTimeIsR
     MakeTree();
     LetFilesSettle();
     Run(true);
-    const std::string path = source + "/sub/deep/c.dat";
-    const struct stat before = StatOf(path);
+    const std::string path = source + Native("/sub/deep/c.dat");
+    const PathStatus before = StatOf(path);
     // Made beside the source, given the old file's modification time, and renamed over it.
     std::string other = c;
     std::reverse(other.begin(), other.end());
     ASSERT_NE(other, c);
     const std::string replacement = env.Path("replacement.dat");
     WriteFile(replacement, other);
-    const struct timespec times[2] = {before.st_atim, before.st_mtim};
-    ASSERT_EQ(::utimensat(AT_FDCWD, replacement.c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
-    ASSERT_EQ(std::rename(replacement.c_str(), path.c_str()), 0);
-    const struct stat after = StatOf(path);
-    ASSERT_NE(after.st_ino, before.st_ino);
-    ASSERT_EQ(after.st_size, before.st_size);
-    ASSERT_EQ(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
-    ASSERT_EQ(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
+    ASSERT_TRUE(SetFileTimes(replacement, before.accessNs, before.writeNs));
+    std::filesystem::rename(FsPath(replacement), FsPath(path));
+    const PathStatus after = StatOf(path);
+    ASSERT_NE(after.identity, before.identity);
+    ASSERT_EQ(after.size, before.size);
+    ASSERT_EQ(after.writeNs, before.writeNs);
 
-    EXPECT_EQ(RunWatched(true), Strings{"sub/deep/c.dat"});
+    ExpectOpens(true, Strings{"sub/deep/c.dat"});
 
     std::map<std::string, std::string> contents = Contents();
     contents[path] = other;
@@ -280,11 +304,11 @@ TEST_P(CQuickCheckTest, UnchangedFileWhoseStoreFileWentMissingIsCopiedAgain) {
     MakeTree();
     LetFilesSettle();
     Run(true);
-    ASSERT_EQ(::unlink(StoreFile(b).c_str()), 0);
+    ASSERT_EQ(RemoveFile(StoreFile(b)), 0);
     const size_t firstRunLines = LogLines().size();
 
     // Only the copy into the store reads it.
-    EXPECT_EQ(RunWatched(true), Strings{"sub/b.bin"});
+    ExpectOpens(true, Strings{"sub/b.bin"});
 
     EXPECT_EQ(RunRows(2), ExpectedRows(Contents()));
     ExpectStoreHolds({a, b, c});
@@ -295,7 +319,7 @@ TEST_P(CQuickCheckTest, UnchangedFileWhoseStoreFileWentMissingIsCopiedAgain) {
             if (lines[i].compare(0, 5, "COP: ") == 0) found.push_back(lines[i]);
         return found;
     }();
-    EXPECT_EQ(copies, Strings{"COP: " + source + "/sub/b.bin"});
+    EXPECT_EQ(copies, Strings{"COP: " + source + Native("/sub/b.bin")});
 }
 
 // ---- Fresh files ----
@@ -303,7 +327,7 @@ TEST_P(CQuickCheckTest, UnchangedFileWhoseStoreFileWentMissingIsCopiedAgain) {
 TEST_P(CQuickCheckTest, FilesMadeJustBeforeTheFirstRunAreReadAgainByTheNext) {
     MakeTree();
     Run(true);
-    EXPECT_EQ(RunWatched(true), kAllFiles);
+    ExpectOpens(true, kAllFiles);
     EXPECT_EQ(RunRows(2), ExpectedRows(Contents()));
     ExpectStoreHolds({a, b, c});
 }
@@ -312,13 +336,13 @@ TEST_P(CQuickCheckTest, OnlyTheFileMadeJustBeforeTheFirstRunIsReadAgain) {
     MakeTree();
     LetFilesSettle();
     const std::string fresh = "made a moment before the run";
-    WriteFile(source + "/sub/fresh.txt", fresh);
+    WriteFile(source + Native("/sub/fresh.txt"), fresh);
     std::map<std::string, std::string> contents = Contents();
-    contents[source + "/sub/fresh.txt"] = fresh;
+    contents[source + Native("/sub/fresh.txt")] = fresh;
     Run(true);
     ASSERT_EQ(RunRows(1), ExpectedRows(contents));
 
-    EXPECT_EQ(RunWatched(true), Strings{"sub/fresh.txt"});
+    ExpectOpens(true, Strings{"sub/fresh.txt"});
     EXPECT_EQ(RunRows(2), ExpectedRows(contents));
     ExpectStoreHolds({a, b, c, fresh});
 }
@@ -334,7 +358,7 @@ TEST_P(CQuickCheckTest, DamagedQuickCheckFileMeansEveryFileIsReadAndItIsReplaced
     WriteFile(quickFile, garbage);
     const size_t firstRunLines = LogLines().size();
 
-    EXPECT_EQ(RunWatched(true), kAllFiles);
+    ExpectOpens(true, kAllFiles);
 
     EXPECT_EQ(RunRows(2), ExpectedRows(Contents()));
     ExpectStoreHolds({a, b, c});
@@ -344,7 +368,7 @@ TEST_P(CQuickCheckTest, DamagedQuickCheckFileMeansEveryFileIsReadAndItIsReplaced
                          "The quick check could not keep the stamps of this run"),
               0);
 
-    EXPECT_EQ(RunWatched(true), Strings{});
+    ExpectOpens(true, Strings{});
     EXPECT_EQ(RunRows(3), ExpectedRows(Contents()));
 }
 
@@ -352,16 +376,16 @@ TEST_P(CQuickCheckTest, DeletedQuickCheckFileMeansEveryFileIsReadAndItIsMadeAgai
     MakeTree();
     LetFilesSettle();
     Run(true);
-    ASSERT_EQ(::unlink(quickFile.c_str()), 0);
+    ASSERT_EQ(RemoveFile(quickFile), 0);
 
-    EXPECT_EQ(RunWatched(true), kAllFiles);
+    ExpectOpens(true, kAllFiles);
 
     EXPECT_EQ(RunRows(2), ExpectedRows(Contents()));
     ExpectStoreHolds({a, b, c});
     ASSERT_TRUE(Exists(quickFile));
-    EXPECT_EQ(StatOf(quickFile).st_mode & 07777, 0600u);
+    EXPECT_TRUE(IsPrivate(quickFile));
 
-    EXPECT_EQ(RunWatched(true), Strings{});
+    ExpectOpens(true, Strings{});
     EXPECT_EQ(RunRows(3), ExpectedRows(Contents()));
 }
 
@@ -373,7 +397,7 @@ TEST_P(CQuickCheckTest, WithTheOptionOffNoQuickCheckFileIsMadeAndEveryFileIsRead
     Run(false);
     EXPECT_FALSE(Exists(quickFile));
 
-    EXPECT_EQ(RunWatched(false), kAllFiles);
+    ExpectOpens(false, kAllFiles);
 
     EXPECT_FALSE(Exists(quickFile));
     EXPECT_EQ(ListTree(env.Path("bk/db")), Strings{"Backup.db"});
@@ -386,20 +410,28 @@ TEST_P(CQuickCheckTest, WithTheOptionOffTheQuickCheckFileIsNeitherOpenedNorChang
     LetFilesSettle();
     Run(true);
     const std::string kept = ReadFile(quickFile);
-    const struct stat before = StatOf(quickFile);
+    const PathStatus before = StatOf(quickFile);
 
+#ifdef _WIN32
+    {
+        // Held with no sharing: a run that opened it would fail there.
+        const ExclusiveHold held(quickFile);
+        ASSERT_TRUE(held.Ok());
+        ExpectOpens(false, kAllFiles);
+    }
+#else
     OpenWatch catalogueFolder(env.Path("bk/db"));
-    EXPECT_EQ(RunWatched(false), kAllFiles);
+    ExpectOpens(false, kAllFiles);
     // The catalogue itself was opened, its neighbour was not.
     const Strings opened = catalogueFolder.Opened();
     EXPECT_EQ(std::count(opened.begin(), opened.end(), "Backup.db"), 1);
     EXPECT_EQ(std::count(opened.begin(), opened.end(), "QuickCheck.db"), 0);
+#endif
 
     EXPECT_EQ(ReadFile(quickFile), kept);
-    const struct stat after = StatOf(quickFile);
-    EXPECT_EQ(after.st_ino, before.st_ino);
-    EXPECT_EQ(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
-    EXPECT_EQ(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
+    const PathStatus after = StatOf(quickFile);
+    EXPECT_EQ(after.identity, before.identity);
+    EXPECT_EQ(after.writeNs, before.writeNs);
     EXPECT_EQ(RunRows(2), ExpectedRows(Contents()));
 }
 
@@ -412,11 +444,11 @@ TEST_P(CQuickCheckTest, StampsOfAnEarlierRunThanTheLastCommittedOneAreNotUsed) {
     Run(false);
 
     // The kept stamps belong to run 1; the last committed run is run 2.
-    EXPECT_EQ(RunWatched(true), kAllFiles);
+    ExpectOpens(true, kAllFiles);
     EXPECT_EQ(RunRows(3), ExpectedRows(Contents()));
 
     // Run 3 kept its own.
-    EXPECT_EQ(RunWatched(true), Strings{});
+    ExpectOpens(true, Strings{});
     EXPECT_EQ(RunRows(4), ExpectedRows(Contents()));
 }
 
@@ -435,7 +467,7 @@ TEST_P(CQuickCheckTest, CancelledRunLeavesTheStampsOfTheLastCommittedRunInUse) {
     SetYieldHook(nullptr);
     ASSERT_EQ(Query("SELECT bid FROM Backups"), (Rows{{"1"}}));
 
-    EXPECT_EQ(RunWatched(true), Strings{});
+    ExpectOpens(true, Strings{});
     EXPECT_EQ(Query("SELECT bid FROM Backups ORDER BY bid"), (Rows{{"1"}, {"2"}}));
     EXPECT_EQ(RunRows(2), ExpectedRows(Contents()));
 }
@@ -445,14 +477,14 @@ TEST_P(CQuickCheckTest, TwoSourcesEachKeepTheirOwnStamps) {
     const std::string other = env.Path("other");
     const std::string x = "the other source's file";
     CreateTree(other, Dir({{"x.txt", File(x)}, {"inner", Dir({{"y.txt", File(a)}})}}));
-    const std::map<std::string, std::string> otherContents{{other + "/x.txt", x},
-                                                           {other + "/inner/y.txt", a}};
+    const std::map<std::string, std::string> otherContents{{other + Native("/x.txt"), x},
+                                                           {other + Native("/inner/y.txt"), a}};
     LetFilesSettle();
     Run(true);
     Run(true, other);
 
-    EXPECT_EQ(RunWatched(true), Strings{});
-    EXPECT_EQ(RunWatched(true, other), Strings{});
+    ExpectOpens(true, Strings{});
+    ExpectOpens(true, other, Strings{});
 
     EXPECT_EQ(RunRows(3), ExpectedRows(Contents()));
     EXPECT_EQ(RunRows(4), ExpectedRows(otherContents, other));
