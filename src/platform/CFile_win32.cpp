@@ -1,15 +1,16 @@
 #include "platform/CFile.h"
 
 #include "platform/modWin32Error.h"
+#include "platform/modWin32Security.h"
 #include "platform/modWin32Text.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <utility>
 
-// Files are private to the user through the security their folder passes on: the state folder
-// lies in the user's own profile, and every folder the program makes elsewhere is made private
-// (MakePrivateFolders). Handles are not inherited by programs the process starts.
+// A file made here is private to the user (PrivateAttributes), as one made with mode 0600 on
+// Linux, whatever its folder passes on; a file that is there keeps its security. Handles are not
+// inherited by programs the process starts.
 
 namespace {
 
@@ -44,7 +45,7 @@ bool CFile::Open(const std::string& path, Mode mode) {
     const bool append = mode == Mode::kAppend;
     const HANDLE file = ::CreateFileW(
         WidePath(path).c_str(), append ? FILE_APPEND_DATA | SYNCHRONIZE : GENERIC_WRITE, kShareAll,
-        nullptr, append ? OPEN_ALWAYS : CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+        PrivateAttributes(), append ? OPEN_ALWAYS : CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) {
         m_error = LastErrno();
         return false;
@@ -78,8 +79,8 @@ void CFile::Close() {
 void MakePrivateFile(const std::string& path) {
     // CREATE_NEW never opens what is there, a link included (which is not followed).
     const HANDLE file =
-        ::CreateFileW(WidePath(path).c_str(), GENERIC_WRITE, kShareAll, nullptr, CREATE_NEW,
-                      FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+        ::CreateFileW(WidePath(path).c_str(), GENERIC_WRITE, kShareAll, PrivateAttributes(),
+                      CREATE_NEW, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
     if (file != INVALID_HANDLE_VALUE) ::CloseHandle(file);
 }
 

@@ -2,6 +2,7 @@
 
 #include "platform/CFile.h"
 #include "platform/modWin32Error.h"
+#include "platform/modWin32Security.h"
 #include "platform/modWin32Status.h"
 #include "platform/modWin32Text.h"
 
@@ -59,8 +60,8 @@ NativeFile COpenFolder::CreateNew(const std::string& name, int& error) const {
     const std::string path = JoinWin32(m_path, name);
     const HANDLE file =
         ::CreateFileW(WidePath(path).c_str(), GENERIC_READ | GENERIC_WRITE,
-                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, CREATE_NEW,
-                      FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, PrivateAttributes(),
+                      CREATE_NEW, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
     if (file == INVALID_HANDLE_VALUE) {
         error = PathErrno(path, ::GetLastError());
         return kNoFile;

@@ -1,6 +1,7 @@
 #include "platform/modFileIO.h"
 
 #include "platform/modWin32Error.h"
+#include "platform/modWin32Security.h"
 #include "platform/modWin32Status.h"
 #include "platform/modWin32Text.h"
 
@@ -10,9 +11,9 @@
 // A NativeFile holds a HANDLE (INVALID_HANDLE_VALUE is kNoFile). Files are opened with every
 // kind of sharing, as descriptors on Linux share everything: other programs may read, write,
 // rename and remove a file the program holds open, and the store renames its staged files while
-// it still holds them. Files made here get the security their folder passes on, private in
-// every folder the program made (MakeFolder). A source is not followed through a link: a
-// symbolic link or junction opened as itself is refused with ELOOP, as O_NOFOLLOW refuses it.
+// it still holds them. A file made here is private to the user (PrivateAttributes), as one made
+// with mode 0600 on Linux, whatever its folder passes on. A source is not followed through a link:
+// a symbolic link or junction opened as itself is refused with ELOOP, as O_NOFOLLOW refuses it.
 // Reads and writes at an offset leave the file's own position where it was, as pread and
 // pwrite do.
 
@@ -94,9 +95,10 @@ HANDLE OpenForWriting(const std::string& path, const std::wstring& wide, OpenMod
     // A new file is made where the name is free; CREATE_NEW never opens what is there, a link
     // included, as O_EXCL does not.
     const bool fresh = mode == OpenMode::kCreateNew;
-    const HANDLE file = ::CreateFileW(
-        wide.c_str(), GENERIC_WRITE, kShareAll, nullptr, fresh ? CREATE_NEW : OPEN_ALWAYS,
-        FILE_ATTRIBUTE_NORMAL | (fresh ? FILE_FLAG_OPEN_REPARSE_POINT : 0), nullptr);
+    const HANDLE file =
+        ::CreateFileW(wide.c_str(), GENERIC_WRITE, kShareAll, PrivateAttributes(),
+                      fresh ? CREATE_NEW : OPEN_ALWAYS,
+                      FILE_ATTRIBUTE_NORMAL | (fresh ? FILE_FLAG_OPEN_REPARSE_POINT : 0), nullptr);
     if (file == INVALID_HANDLE_VALUE) {
         error = WriteOpenError(path, wide, ::GetLastError());
         return file;

@@ -5,6 +5,7 @@
 #include "platform/modWin32Status.h"
 #include "platform/modWin32Text.h"
 
+#include <aclapi.h>
 #include <cerrno>
 #include <vector>
 
@@ -166,10 +167,17 @@ int MakeOrdinaryFolder(const std::string& path) {
                                                                : PathErrno(path, ::GetLastError());
 }
 
-int GiveDefaultFileRights(const std::string&) {
-    // Nothing to do: a file made on Windows has the rights its folder passes on, which are the
-    // user's default rights there.
-    return 0;
+int GiveDefaultFileRights(const std::string& path) {
+    // The file was made private; an empty, unprotected list of its own leaves it with what its
+    // folder passes on, the rights any new file of the user gets there (as "icacls /reset").
+    ACL empty{};
+    if (!::InitializeAcl(&empty, sizeof empty, ACL_REVISION)) return LastErrno();
+    std::wstring wide = WidePath(path);
+    const DWORD error = ::SetNamedSecurityInfoW(
+        wide.data(), SE_FILE_OBJECT,
+        DACL_SECURITY_INFORMATION | UNPROTECTED_DACL_SECURITY_INFORMATION, nullptr, nullptr,
+        &empty, nullptr);
+    return error == ERROR_SUCCESS ? 0 : PathErrno(path, error);
 }
 
 int FreeSpace(const std::string& path, uint64_t& bytes, bool& known) {

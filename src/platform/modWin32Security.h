@@ -30,6 +30,11 @@ private:
     SECURITY_ATTRIBUTES m_attributes{};
 };
 
+// The private security of a file or folder about to be made, for CreateFileW and
+// CreateDirectoryW, made once for the process: a new file is private whatever its folder passes
+// on, as a file made with mode 0600 is. Null when the security could not be made.
+SECURITY_ATTRIBUTES* PrivateAttributes();
+
 // Gives the existing file or folder at `path` (a W function's path) the private security in
 // place of what it had: 0 or the errno value.
 int MakeEntryPrivateW(const std::wstring& path);

@@ -45,6 +45,11 @@ CPrivateSecurity::~CPrivateSecurity() {
     ::LocalFree(m_descriptor);
 }
 
+SECURITY_ATTRIBUTES* PrivateAttributes() {
+    static CPrivateSecurity security;
+    return security.Attributes();
+}
+
 int MakeEntryPrivateW(const std::wstring& path) {
     CPrivateSecurity security;
     if (!security.Descriptor()) return EACCES;

@@ -153,7 +153,19 @@ TEST(FileSystem, AnOrdinaryFolderHasTheUsersDefaultRights) {
     EXPECT_EQ(MakeOrdinaryFolder(folder), EEXIST);
     WriteWhole(Join(folder, "file"), "x");
     EXPECT_EQ(GiveDefaultFileRights(Join(folder, "file")), 0);
-#ifndef _WIN32
+#ifdef _WIN32
+    // A file made private gets back what its folder passes on, as a file made there by anyone.
+    const std::string made = Join(folder, "made");
+    const std::string restored = Join(folder, "restored");
+    WriteWhole(made, "made");
+    WriteWhole(restored, "restored");
+    ASSERT_EQ(MakeEntryPrivate(restored), 0);
+    ASSERT_TRUE(IsPrivate(restored));
+    EXPECT_EQ(GiveDefaultFileRights(restored), 0);
+    EXPECT_EQ(IsPrivate(restored), IsPrivate(made));
+    EXPECT_EQ(ReadWhole(restored), "restored");
+    EXPECT_EQ(GiveDefaultFileRights(Join(folder, "missing")), ENOENT);
+#else
     const mode_t mask = ::umask(0);
     ::umask(mask);
     EXPECT_EQ(Mode(folder), 0777u & ~mask);
