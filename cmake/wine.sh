@@ -36,6 +36,14 @@ make_prefix() {
                 cat "$prefix.log" >&2
                 exit 1
             fi
+            # Wine marks a name that begins with "." hidden, which Windows does not: the tests
+            # make such files and expect them as Windows leaves them.
+            if ! wine reg add 'HKCU\Software\Wine' /v ShowDotFiles /d Y /f </dev/null \
+                >>"$prefix.log" 2>&1; then
+                echo "wine.sh: Wine could not be told to show dot files:" >&2
+                cat "$prefix.log" >&2
+                exit 1
+            fi
             touch "$made"
         fi
     ) 9>"$prefix.lock"

@@ -23,7 +23,7 @@ bool IsFolderImage(int32_t image) {
 
 // The last component of a stored path, in real bytes.
 std::string ShownName(const std::string& stored) {
-    return StoredPathBytes(stored.substr(FSLastSeparator(stored) + 1));
+    return StoredPathBytes(stored.substr(StoredLastSeparator(stored) + 1));
 }
 
 // The key of the run's own folder `folder` (ending in "/"): its stored form, or, for a run
@@ -128,8 +128,8 @@ void CBackupBrowser::cmbBackups_Click(const std::string& bid) {
             paths.MoveAbs(row);
             const std::string path = paths.Field("path");
             std::string stripped = path;
-            if (!stripped.empty() && IsPathSeparator(stripped.back())) stripped.pop_back();
-            const std::string name = stripped.substr(FSLastSeparator(stripped) + 1);
+            if (!stripped.empty() && IsStoredSeparator(stripped.back())) stripped.pop_back();
+            const std::string name = stripped.substr(StoredLastSeparator(stripped) + 1);
             const size_t parentLength =
                 path.size() >= name.size() + 1 ? path.size() - name.size() - 1 : std::string::npos;
             // The run's own folder is the root; a folder whose parent is not in the run (a

@@ -44,6 +44,11 @@ public:
     static std::string ReadEntryAt(const std::string& keyPath, const std::string& entry,
                                    const std::string& defaultValue);
     void WriteEntry(const std::string& entry, const std::string& value) const;
+    // The value as the settings file writes it, a 32-bit number as "dword:" and eight
+    // hexadecimal digits, below `root` (on Windows HKEY_LOCAL_MACHINE, then HKEY_CURRENT_USER;
+    // on Linux both roots are the one file). False when the value is missing.
+    static bool ReadStoredAt(uint32_t root, const std::string& keyPath, const std::string& entry,
+                             std::string& value);
 
 #ifdef _WIN32
     // Tests only: the keys that stand for HKEY_LOCAL_MACHINE and HKEY_CURRENT_USER, given as

@@ -90,6 +90,17 @@ std::string CProgramSettings::ReadEntry(const std::string& entry,
     return ReadEntryAt(KeyPath(), entry, defaultValue);
 }
 
+bool CProgramSettings::ReadStoredAt(uint32_t /*root: both roots are the one file*/,
+                                    const std::string& keyPath, const std::string& entry,
+                                    std::string& value) {
+    // No value of the file holds this byte alone.
+    const std::string missing(1, '\x01');
+    value = ReadEntryAt(keyPath, entry, missing);
+    if (value != missing) return true;
+    value.clear();
+    return false;
+}
+
 std::string CProgramSettings::ReadEntryAt(const std::string& keyPath, const std::string& entry,
                                           const std::string& defaultValue) {
     const std::string header = "[" + keyPath + "]";

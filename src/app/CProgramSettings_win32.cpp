@@ -71,6 +71,31 @@ void CProgramSettings::WriteEntry(const std::string& entry, const std::string& v
         WriteAt(kCurrentUser, keyPath, entry, text); // a failure here too stays silent
 }
 
+bool CProgramSettings::ReadStoredAt(uint32_t root, const std::string& keyPath,
+                                    const std::string& entry, std::string& value) {
+    value.clear();
+    for (const uint32_t each : {root, root == kLocalMachine ? kCurrentUser : 0u}) {
+        CRegKey key;
+        RegValue stored;
+        if (each == 0 || key.Open(ActualRoot(each), keyPath, kAccess) != 0 ||
+            key.Read(entry, stored) != 0)
+            continue;
+        if (stored.type == reg::kDword && stored.data.size() == 4) {
+            static const char kDigits[] = "0123456789abcdef";
+            value = "dword:";
+            for (int i = 3; i >= 0; --i) {
+                const auto byte = static_cast<unsigned char>(stored.data[static_cast<size_t>(i)]);
+                value += kDigits[byte >> 4];
+                value += kDigits[byte & 0xF];
+            }
+        } else {
+            value = RegValueText(stored);
+        }
+        return true;
+    }
+    return false;
+}
+
 std::string CProgramSettings::FilePath() {
     return {}; // the registry holds the settings
 }

@@ -7,7 +7,7 @@
 #include "support/modShell.h"
 
 std::string ManualPath() {
-    return ProgramFolder() + "/QRV Manual.pdf";
+    return FSJoinPath(ProgramFolder(), "QRV Manual.pdf");
 }
 
 bool OpenManual() {

@@ -43,7 +43,8 @@ bool IsBackupPathSet() {
 
 std::string GetDBPath() {
     const std::string backupPath = GetBackupPath();
-    return backupPath.empty() ? std::string() : FSBuildPath(backupPath, "db/Backup.db");
+    return backupPath.empty() ? std::string()
+                              : FSJoinPath(FSBuildPath(backupPath, "db"), "Backup.db");
 }
 
 std::string GetFilesPath() {

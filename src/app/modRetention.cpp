@@ -297,6 +297,10 @@ bool IsBackupFolderUnused(const std::string& folder) {
 }
 
 namespace {
+
+// Run dates are "dd/mm/yyyy hh:mm:ss"; a log file's day is put in that form to be compared.
+constexpr char kDateSeparator = '/'; // not a path separator
+
 // Whether the log at `path` tells of a problem of a run (or cannot be read to find out).
 bool HoldsProblems(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
@@ -338,8 +342,8 @@ void PurgeOldLogs() {
         const std::string& path = finder.FilePath();
         const size_t found = path.find("QRV-");
         const size_t p = found == std::string::npos ? 0 : found + 1;
-        const std::string day =
-            Mid(path, p + 10, 2) + "/" + Mid(path, p + 8, 2) + "/" + Mid(path, p + 4, 4);
+        const std::string day = Mid(path, p + 10, 2) + kDateSeparator + Mid(path, p + 8, 2) +
+                                kDateSeparator + Mid(path, p + 4, 4);
         bool backupDay = day.size() == 10 && runDays.count(day);
         if (day.size() != 10)
             for (const std::string& date : runDates)

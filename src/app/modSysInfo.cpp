@@ -2,6 +2,7 @@
 
 #include "app/CProgramSettings.h"
 #include "platform/modFileStatus.h"
+#include "platform/modPlatformPaths.h"
 #include "support/modFSCommon.h"
 #include "support/modMsgBox.h"
 #include "support/modShell.h"
@@ -10,7 +11,6 @@
 
 namespace {
 
-constexpr const char* kMissing = "\x01";
 constexpr const char* kNumberPrefix = "dword:";
 
 const char* const kKnownTools[] = {"hardinfo2",           "hardinfo",
@@ -33,25 +33,18 @@ bool IsProgram(const std::string& path) {
 
 // The full path of `name` on the PATH, or "".
 std::string OnPath(const std::string& name) {
-    const char* path = std::getenv("PATH");
-    std::string folders = path ? path : "/usr/local/bin:/usr/bin:/bin";
-    for (size_t start = 0; start <= folders.size();) {
-        const size_t colon = folders.find(':', start);
-        const std::string folder = folders.substr(start, colon - start);
-        if (!folder.empty() && IsProgram(folder + "/" + name)) return folder + "/" + name;
-        if (colon == std::string::npos) break;
-        start = colon + 1;
-    }
+    for (const std::string& folder : ProgramSearchFolders())
+        if (const std::string path = FSJoinPath(folder, name); IsProgram(path)) return path;
     return {};
 }
 
 } // namespace
 
-bool GetKeyValue(uint32_t /*keyRoot: both roots are the one per-user file*/,
-                 const std::string& keyName, const std::string& subKeyRef, std::string& keyVal) {
+bool GetKeyValue(uint32_t keyRoot, const std::string& keyName, const std::string& subKeyRef,
+                 std::string& keyVal) {
     keyVal.clear();
-    const std::string value = CProgramSettings::ReadEntryAt(keyName, subKeyRef, kMissing);
-    if (value == kMissing) return false;
+    std::string value;
+    if (!CProgramSettings::ReadStoredAt(keyRoot, keyName, subKeyRef, value)) return false;
     if (value.rfind(kNumberPrefix, 0) == 0) {
         const unsigned long number = std::strtoul(value.c_str() + 6, nullptr, 16);
         keyVal = "&h";

@@ -1,5 +1,6 @@
 #include "catalogue/modSQLQuote.h"
 
+#include "platform/modFileSystem.h"
 #include "platform/modPlatformKind.h"
 
 #include <algorithm>
@@ -14,7 +15,7 @@ namespace {
 constexpr char kApostrophe = '\'';
 // The Windows build stores "/", which no Windows name holds, so it needs no escape; Linux
 // stores "\", the one character that the Windows build uses as separator.
-constexpr char kStoredApostrophe = kWindowsBuild ? '/' : '\\';
+constexpr char kStoredApostrophe = kWindowsBuild ? '/' : '\\'; // not a path separator
 // Only a name that may hold the stored character itself needs the escapes.
 constexpr bool kEscapes = !kWindowsBuild;
 constexpr char kEscape = '\x01';
@@ -79,6 +80,14 @@ std::string SQLQuoteDecode(const std::string& text) {
 
 std::string StoredPathBytes(const std::string& stored) {
     return DecodeAll(stored);
+}
+
+bool IsStoredSeparator(char c) {
+    return c == kPathSeparator;
+}
+
+size_t StoredLastSeparator(const std::string& stored) {
+    return stored.rfind(kPathSeparator);
 }
 
 std::string SQLLiteral(const std::string& text) {

@@ -26,6 +26,10 @@ std::string SQLQuoteEncodeBeforeEscape(const std::string& text);
 // the run's source), whatever its first character: what a restore writes and what is shown.
 // Every "\" comes back as an apostrophe, even in the first position.
 std::string StoredPathBytes(const std::string& stored);
+// A stored path is split only at the platform's separator: on Windows a stored "/" is an
+// apostrophe of the name, not a separator. The position of the last one, or npos.
+bool IsStoredSeparator(char c);
+size_t StoredLastSeparator(const std::string& stored);
 
 // `text` as an SQL text literal: between apostrophes, each apostrophe inside doubled, so that
 // the value is stored exactly as it stands. Every path that goes into a statement (run

@@ -53,9 +53,9 @@ void CheckReferenced(const std::unordered_map<std::string, uint64_t>& recorded,
         std::string path = CStore::StorePath(store, name);
         StoreEntry entry = InspectStoreFile(path, size);
         if (entry.fault == StoreEntry::kMissing) {
-            const StoreEntry flat = InspectStoreFile(store + "/" + name, size);
+            const StoreEntry flat = InspectStoreFile(FSJoinPath(store, name), size);
             if (flat.fault != StoreEntry::kMissing) {
-                path = store + "/" + name;
+                path = FSJoinPath(store, name);
                 entry = flat;
             }
         }

@@ -125,9 +125,9 @@ int QrvLs(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
     bool known = false;
     std::vector<std::string> folders;
     if (!db.Rows("SELECT path FROM Paths WHERE bid = " + run.bid, [&](const Row& r) {
-            const std::string path = TidyPath(std::string(r[0]));
+            const std::string path = TidyStoredPath(std::string(r[0]));
             if (path + kPathSeparator == key || path == key) known = true;
-            const size_t slash = FSLastSeparator(path);
+            const size_t slash = StoredLastSeparator(path);
             if (slash != std::string::npos && path.substr(0, slash + 1) == key)
                 folders.push_back(StoredPathBytes(path.substr(slash + 1)));
         }))
@@ -146,7 +146,7 @@ int QrvLs(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
                      " AND path = " + SQLLiteral(key),
                  [&](const Row& r) {
                      const std::string file(r[0]);
-                     files.push_back({StoredPathBytes(file.substr(FSLastSeparator(file) + 1)),
+                     files.push_back({StoredPathBytes(file.substr(StoredLastSeparator(file) + 1)),
                                       std::string(r[1]), std::string(r[2])});
                  }))
         return Failed(db, err);

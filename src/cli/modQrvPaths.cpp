@@ -4,7 +4,10 @@
 #include "platform/modFileSystem.h"
 #include "support/modFSCommon.h"
 
-std::string TidyPath(const std::string& path) {
+namespace {
+
+// TidyPath, splitting at the characters `isSeparator` accepts.
+std::string Tidy(const std::string& path, bool (*isSeparator)(char)) {
     const size_t rootLength = FSRootLength(path);
     std::string root =
         rootLength == 0 ? std::string(1, kPathSeparator) : path.substr(0, rootLength);
@@ -12,7 +15,9 @@ std::string TidyPath(const std::string& path) {
         if (IsPathSeparator(c)) c = kPathSeparator;
     std::string tidy;
     for (size_t start = rootLength; start <= path.size();) {
-        const size_t slash = std::min(FSNextSeparator(path, start), path.size());
+        size_t slash = start;
+        while (slash < path.size() && !isSeparator(path[slash]))
+            ++slash;
         const std::string part = path.substr(start, slash - start);
         if (!part.empty() && part != ".")
             tidy += (tidy.empty() ? "" : std::string(1, kPathSeparator)) + part;
@@ -20,6 +25,16 @@ std::string TidyPath(const std::string& path) {
     }
     if (!root.empty() && !IsPathSeparator(root.back()) && !tidy.empty()) root += kPathSeparator;
     return root + tidy;
+}
+
+} // namespace
+
+std::string TidyPath(const std::string& path) {
+    return Tidy(path, IsPathSeparator);
+}
+
+std::string TidyStoredPath(const std::string& stored) {
+    return Tidy(stored, IsStoredSeparator);
 }
 
 std::string StoredRunPath(const std::string& source, const std::string& given,
@@ -33,5 +48,6 @@ std::string StoredRunPath(const std::string& source, const std::string& given,
 
 bool IsAtOrBelow(const std::string& path, const std::string& folder) {
     if (path.compare(0, folder.size(), folder) != 0) return false;
-    return path.size() == folder.size() || IsPathSeparator(path[folder.size()]) || FSIsRoot(folder);
+    return path.size() == folder.size() || IsStoredSeparator(path[folder.size()]) ||
+           FSIsRoot(folder);
 }

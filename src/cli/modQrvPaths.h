@@ -15,3 +15,5 @@ bool IsAtOrBelow(const std::string& path, const std::string& folder);
 // A full path without "." components, empty components or a trailing "/" ("/" stays "/");
 // ".." components stay, for the caller to refuse.
 std::string TidyPath(const std::string& path);
+// The same for a stored path, split only where the catalogue's separator stands.
+std::string TidyStoredPath(const std::string& stored);

@@ -73,7 +73,7 @@ bool CDriveMap::Exec() {
     }
     if (m_limitExceeded) Log(1, "Max file/folder limit exceeded in " + m_source);
     if (m_bid > 0 && m_db) {
-        m_db->AddPath(m_bid, FSBuildPath(m_source, "/"));
+        m_db->AddPath(m_bid, FSBuildPath(m_source, std::string(1, kPathSeparator)));
         for (const std::string& folder : m_folders)
             m_db->AddPath(m_bid, folder + kPathSeparator);
     }
@@ -83,7 +83,7 @@ bool CDriveMap::Exec() {
 void CDriveMap::Search(const std::string& folder) {
     CFileFind finder;
     // FSBuildPath leaves exactly one separator before the "*.*" that FindFile appends.
-    for (bool found = finder.FindFile(FSBuildPath(folder, "/")); found;
+    for (bool found = finder.FindFile(FSBuildPath(folder, std::string(1, kPathSeparator))); found;
          found = finder.FindNextFile())
         TestEntry(finder);
     if (finder.OpenError() != 0)

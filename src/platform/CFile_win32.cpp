@@ -2,6 +2,7 @@
 
 #include "platform/modWin32Error.h"
 #include "platform/modWin32Security.h"
+#include "platform/modWin32Status.h"
 #include "platform/modWin32Text.h"
 
 #include <algorithm>
@@ -103,10 +104,17 @@ int RemoveFile(const std::string& path) {
 
 int RenameReplacing(const std::string& from, const std::string& to) {
     // With MOVEFILE_WRITE_THROUGH the call returns once the new name is on the disk.
-    return ::MoveFileExW(WidePath(from).c_str(), WidePath(to).c_str(),
-                         MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)
-               ? 0
-               : LastErrno();
+    const std::wstring target = WidePath(to);
+    if (::MoveFileExW(WidePath(from).c_str(), target.c_str(),
+                      MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+        return 0;
+    // A folder in the way is told as rename tells it on Linux, not as a refused access.
+    const DWORD error = ::GetLastError();
+    const DWORD attributes = ::GetFileAttributesW(target.c_str());
+    if (error == ERROR_ACCESS_DENIED && attributes != INVALID_FILE_ATTRIBUTES &&
+        (attributes & FILE_ATTRIBUTE_DIRECTORY))
+        return EISDIR;
+    return PathErrno(to, error);
 }
 
 bool SyncFolder(const std::string&) {

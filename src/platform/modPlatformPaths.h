@@ -10,6 +10,7 @@
 // makes lets in only the user, the system and the administrators, and its files inherit that.
 
 #include <string>
+#include <vector>
 
 // $XDG_CONFIG_HOME, or ~/.config (Windows: %APPDATA%).
 std::string ConfigHome();
@@ -20,6 +21,9 @@ std::string StateFolder();
 // Windows C:\ or the program's folder for the error report, logger and trace files when
 // this user may write there.
 std::string StateFile(const std::string& name);
+// The folders the PATH names, in order ("/usr/local/bin", "/usr/bin" and "/bin" without one on
+// Linux; the Windows folder and its System32 on Windows).
+std::vector<std::string> ProgramSearchFolders();
 // The folder that holds the running program file.
 std::string ProgramFolder();
 std::string CurrentFolder();

@@ -1,5 +1,6 @@
 #include "platform/modPlatformPaths.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -32,6 +33,18 @@ std::string StateFile(const std::string& name) {
     const std::string folder = StateFolder();
     MakePrivateFolders(folder);
     return folder + "/" + name;
+}
+
+std::vector<std::string> ProgramSearchFolders() {
+    const char* path = std::getenv("PATH");
+    const std::string list = path ? path : "/usr/local/bin:/usr/bin:/bin";
+    std::vector<std::string> folders;
+    for (size_t start = 0; start <= list.size();) {
+        const size_t colon = std::min(list.find(':', start), list.size());
+        if (colon > start) folders.push_back(list.substr(start, colon - start));
+        start = colon + 1;
+    }
+    return folders;
 }
 
 std::string ProgramFolder() {

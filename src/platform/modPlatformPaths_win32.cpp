@@ -3,6 +3,7 @@
 #include "platform/modWin32Security.h"
 #include "platform/modWin32Text.h"
 
+#include <algorithm>
 #include <shlobj.h>
 
 // The state folder is %LOCALAPPDATA%\Korvex\QRV, the user's own folder that no other user can
@@ -113,6 +114,30 @@ std::string StateFile(const std::string& name) {
     const std::string folder = StateFolder();
     MakePrivateFolders(folder);
     return folder + "\\" + name;
+}
+
+std::vector<std::string> ProgramSearchFolders() {
+    std::wstring list(32767, L'\0');
+    const DWORD length =
+        ::GetEnvironmentVariableW(L"PATH", list.data(), static_cast<DWORD>(list.size()));
+    list.resize(length < list.size() ? length : 0);
+    if (list.empty()) {
+        std::wstring windows(MAX_PATH, L'\0');
+        const UINT got = ::GetWindowsDirectoryW(windows.data(), MAX_PATH);
+        windows.resize(got < MAX_PATH ? got : 0);
+        list = windows + L"\\System32;" + windows;
+    }
+    std::vector<std::string> folders;
+    for (size_t start = 0; start <= list.size();) {
+        const size_t semicolon = std::min(list.find(L';', start), list.size());
+        // A folder may be written in quotes, for the ";" it could hold.
+        std::wstring folder = list.substr(start, semicolon - start);
+        if (folder.size() >= 2 && folder.front() == L'"' && folder.back() == L'"')
+            folder = folder.substr(1, folder.size() - 2);
+        if (!folder.empty()) folders.push_back(Narrow(folder));
+        start = semicolon + 1;
+    }
+    return folders;
 }
 
 std::string ProgramFolder() {

@@ -52,7 +52,7 @@ std::vector<std::string> Candidates() {
 std::set<std::string> InstalledPlatforms() {
     QStringList folders;
     for (const QString& path : QCoreApplication::libraryPaths())
-        folders << path + QStringLiteral("/platforms");
+        folders << QDir(path).filePath(QStringLiteral("platforms"));
     const QString own = qEnvironmentVariable("QT_QPA_PLATFORM_PLUGIN_PATH");
     if (!own.isEmpty()) folders << own;
     std::set<std::string> keys;

@@ -36,6 +36,7 @@ TEST(ProgramSettings, ValueReadsBackWithoutTrailingZero) {
     EXPECT_EQ(value.size(), 17u);
 }
 
+#ifndef _WIN32 // the settings file; on Windows the registry (test_CProgramSettingsRegistry)
 TEST(ProgramSettings, FileWithCrLfLineEndsReadsTheSame) {
     ScopedTestEnv env;
     CreateTree(env.ConfigHome() + Native("/Korvex"), Dir());
@@ -46,6 +47,7 @@ TEST(ProgramSettings, FileWithCrLfLineEndsReadsTheSame) {
     EXPECT_EQ(ReadRegSetting("BackupPath"), "/media/usb/Backup");
     EXPECT_EQ(ReadRegSetting("Other"), "x");
 }
+#endif
 
 TEST(ProgramSettings, ValueStoredWithTerminatingZeroReadsTheSame) {
     ScopedTestEnv env;
@@ -63,13 +65,16 @@ TEST(ProgramSettings, SectionWithTrailingBackslashIsTheSameKey) {
     EXPECT_EQ(ProgramKey().ReadEntry("BackupPath", ""), "/b");
 }
 
+#ifndef _WIN32 // the settings file; on Windows the registry (test_CProgramSettingsRegistry)
 TEST(ProgramSettings, FileHoldsOneSectionPerKeyPath) {
     ScopedTestEnv env;
     WriteRegSetting("BackupPath", "/media/usb/Backup");
     EXPECT_EQ(ReadFile(env.ConfigHome() + Native("/Korvex/QRV.conf")),
               "[SOFTWARE\\Korvex\\QRV\\Settings]\nBackupPath=/media/usb/Backup\n");
 }
+#endif
 
+#ifndef _WIN32 // the settings file; on Windows the registry (test_CProgramSettingsRegistry)
 TEST(ProgramSettings, WritingAgainReplacesTheValueAndKeepsOtherKeys) {
     ScopedTestEnv env;
     CProgramSettings other = ProgramKey();
@@ -85,7 +90,9 @@ TEST(ProgramSettings, WritingAgainReplacesTheValueAndKeepsOtherKeys) {
               "[SOFTWARE\\Korvex\\QRV\\Other]\nA=1\nB=2\n"
               "[SOFTWARE\\Korvex\\QRV\\Settings]\nBackupPath=/two\n");
 }
+#endif
 
+#ifndef _WIN32 // the settings file; on Windows the registry (test_CProgramSettingsRegistry)
 TEST(ProgramSettings, AnyByteStringRoundTrips) {
     ScopedTestEnv env;
     std::string odd = "/Bob's \\files\n\r=x\xff\xfe ";
@@ -97,6 +104,7 @@ TEST(ProgramSettings, AnyByteStringRoundTrips) {
     EXPECT_EQ(ProgramKey().ReadEntry(name, ""), odd);
     EXPECT_EQ(ReadRegSetting("BackupPath"), "/after");
 }
+#endif
 
 TEST(ProgramSettings, EmptyValueYieldsTheDefault) {
     ScopedTestEnv env;
@@ -104,6 +112,7 @@ TEST(ProgramSettings, EmptyValueYieldsTheDefault) {
     EXPECT_EQ(ProgramKey().ReadEntry("BackupPath", "d"), "d");
 }
 
+#ifndef _WIN32 // the settings file; on Windows the registry (test_CProgramSettingsRegistry)
 TEST(ProgramSettings, UnreadableFileGivesTheDefaultSilently) {
     ScopedTestEnv env;
     WriteRegSetting("BackupPath", "/x");
@@ -119,7 +128,9 @@ TEST(ProgramSettings, UnreadableFileGivesTheDefaultSilently) {
     EXPECT_EQ(ReadRegSetting("BackupPath"), "");
     EXPECT_TRUE(env.box.calls.empty());
 }
+#endif
 
+#ifndef _WIN32 // the settings file; on Windows the registry (test_CProgramSettingsRegistry)
 TEST(ProgramSettings, FailedWriteIsSilent) {
     ScopedTestEnv env;
     WriteFile(env.ConfigHome(), "a file where the folder should be");
@@ -127,13 +138,16 @@ TEST(ProgramSettings, FailedWriteIsSilent) {
     EXPECT_EQ(ReadRegSetting("BackupPath"), "");
     EXPECT_TRUE(env.box.calls.empty());
 }
+#endif
 
+#ifndef _WIN32 // the settings file; on Windows the registry (test_CProgramSettingsRegistry)
 TEST(ProgramSettings, FileIsPrivate) {
     ScopedTestEnv env;
     WriteRegSetting("BackupPath", "/x");
     EXPECT_TRUE(IsPrivate(CProgramSettings::FilePath()));
     EXPECT_TRUE(IsPrivate(env.ConfigHome() + Native("/Korvex")));
 }
+#endif
 
 TEST(BackupPaths, EmptyWhenNoBackupPathIsSet) {
     ScopedTestEnv env;

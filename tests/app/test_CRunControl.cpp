@@ -265,8 +265,8 @@ TEST_F(RunControl, LostRunIsShownAsAFailureAndThroughTheErrorHandler) {
 TEST_F(RunControl, SourceAfterALostRunIsStillRecorded) {
     CreateTree(f.env.Path("s1"), Dir({{"a.txt", File("alpha")}}));
     CreateTree(f.env.Path("s2"), Dir({{"b.txt", File("beta")}}));
-    f.Exec("CREATE TRIGGER damaged BEFORE INSERT ON Files WHEN NEW.file LIKE '%/s1/%' BEGIN "
-           "SELECT RAISE(ABORT, 'damaged page'); END;");
+    f.Exec("CREATE TRIGGER damaged BEFORE INSERT ON Files WHEN NEW.file LIKE '%" + Native("/s1/") +
+           "%' BEGIN SELECT RAISE(ABORT, 'damaged page'); END;");
     CRunControl run({f.env.Path("s1"), f.env.Path("s2")}, BackupOptions{});
     run.cmdBackup_Click();
     EXPECT_EQ(run.Outcome().Lines(),

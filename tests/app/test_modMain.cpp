@@ -225,9 +225,15 @@ TEST(StartUp, DisplayThatDoesNotOpenWithoutWordsSaysSoAndExitsTwo) {
     std::string err;
     EXPECT_EQ(StartWith({}, &window, &err), kExitNoWindow);
     EXPECT_EQ(window.calls, Lines{"FindDisplay"});
+#ifdef _WIN32
+    EXPECT_EQ(err, "Stashwell could not open the display :97\n"
+                   "This Windows build of Stashwell has no window yet. Run it unattended with the "
+                   "words backup and/or compact, for example: stashwell.exe backup compact\n");
+#else
     EXPECT_EQ(err, "Stashwell could not open the display :97\n"
                    "Stashwell needs a display to open its window. Without one, run it unattended "
                    "with the words backup and/or compact, for example: stashwell backup compact\n");
+#endif
     EXPECT_EQ(LogMessages(f.TodaysLog()), (Lines{" \r\n", "QRV 1.0.0 Started\r\n"}));
 }
 

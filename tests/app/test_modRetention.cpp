@@ -3,6 +3,7 @@
 // same awkward stores), logs of days without a run, and compacting the catalogue.
 
 #include "BackupFixture.h"
+#include "WindowsTestHelpers.h"
 #include "app/modPaths.h"
 #include "app/modRetention.h"
 #include "app/modSetup.h"
@@ -914,6 +915,10 @@ TEST_F(Retention, LogsFolderFilesAreJudgedByTheTextAfterTheFirstLogPrefix) {
     const std::string logs = GetLogsPath();
     WriteFile(logs + Native("/notes.txt"), "no prefix: characters of the folder are read instead");
     WriteFile(logs + Native("/.QRV-20050315.LOG"), "hidden files are not listed");
+#ifdef _WIN32
+    // Hidden by its attribute on Windows, not by its name.
+    ASSERT_TRUE(AddWindowsAttributes(logs + Native("/.QRV-20050315.LOG"), 0x2));
+#endif
     fs::create_directories(FsPath(logs + Native("/old")));
     WriteFile(logs + Native("/old/QRV-20050314.LOG"), "sub-folders are walked");
     WriteFile(logs + Native("/old/QRV-20050316.LOG"), "sub-folders are walked");

@@ -1,6 +1,7 @@
 #include "TestSupport.h"
 
 #include "WindowsTestHelpers.h"
+#include "app/CProgramSettings.h"
 #include "app/modPaths.h"
 #include "app/modRetention.h"
 #include "catalogue/ADOSQLite.h"
@@ -249,6 +250,15 @@ ScopedTestEnv::ScopedTestEnv() {
 #endif
         SetEnv(name, value);
     }
+#ifdef _WIN32
+    // The test root's own name is unique among the tests that run at once.
+    m_registryPath =
+        "Software\\StashwellTests\\" + m_root.substr(m_root.find_last_of(kPathSeparator) + 1);
+    if (m_machine.Create(reg::kCurrentUser, m_registryPath + "\\Machine", reg::kAllAccess) != 0 ||
+        m_user.Create(reg::kCurrentUser, m_registryPath + "\\User", reg::kAllAccess) != 0)
+        ADD_FAILURE() << "the test's registry keys cannot be made below " << m_registryPath;
+    CProgramSettings::RootsForTests(m_machine.AsRoot(), m_user.AsRoot());
+#endif
     DefaultHooks();
     SetMessageBoxService(&box);
     SetFolderPickerService(&picker);
@@ -257,6 +267,12 @@ ScopedTestEnv::ScopedTestEnv() {
 
 ScopedTestEnv::~ScopedTestEnv() {
     DefaultHooks();
+#ifdef _WIN32
+    CProgramSettings::RootsForTests(0, 0);
+    m_machine.Close();
+    m_user.Close();
+    DeleteRegKeyTree(reg::kCurrentUser, m_registryPath);
+#endif
     for (auto& [name, value] : m_savedEnv) {
         if (value == "\x01")
             UnsetEnv(name);

@@ -7,6 +7,9 @@
 // program writes one.
 
 #include "platform/modFileSystem.h" // kPathSeparator
+#ifdef _WIN32
+#include "platform/modRegistry.h"
+#endif
 #include "support/modBrowseFolder.h"
 #include "support/modMsgBox.h"
 #include "support/modShell.h"
@@ -134,8 +137,25 @@ public:
     CScriptedFolderPicker picker;
     CRecordingDesktop desktop;
 
+#ifdef _WIN32
+    // The keys that stand for HKEY_LOCAL_MACHINE and HKEY_CURRENT_USER while the test runs
+    // (CProgramSettings::RootsForTests): each test's own, below HKEY_CURRENT_USER\Software,
+    // deleted afterwards, so that no test sees another's settings or the machine's.
+    const CRegKey& MachineKey() const {
+        return m_machine;
+    }
+    const CRegKey& UserKey() const {
+        return m_user;
+    }
+#endif
+
 private:
     static void DefaultHooks();
+#ifdef _WIN32
+    std::string m_registryPath;
+    CRegKey m_machine;
+    CRegKey m_user;
+#endif
 
     std::string m_root;
     std::vector<std::pair<std::string, std::string>> m_savedEnv;

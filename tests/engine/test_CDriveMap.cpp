@@ -387,6 +387,9 @@ TEST_F(CDriveMapTest, ResetClearsTheExclusionsButEmptyTextNeverDoes) {
 }
 
 TEST_F(CDriveMapTest, PastTheFileLimitOnlyThe512000FirstAreListedButAllAreCounted) {
+#ifdef _WIN32
+    GTEST_SKIP() << "Wine makes 512,001 files in one folder in more than eight minutes";
+#endif
     CreateTree(source, Dir());
     for (int i = 0; i <= kMaxListEntries; ++i) {
         int error = 0;
