@@ -59,7 +59,8 @@ start)
     # The server and the programs Wine keeps running with it (services, devices) would hold on
     # to whatever output they were started with; a program whose output CTest reads would then
     # never seem to end. They get a log instead.
-    wineserver -p </dev/null >>"$prefix.log" 2>&1
+    # One that is already running for the prefix (a run before that was not stopped) will do.
+    wineserver -p </dev/null >>"$prefix.log" 2>&1 || true
     make_prefix
     wine cmd /c exit </dev/null >>"$prefix.log" 2>&1
     ;;
