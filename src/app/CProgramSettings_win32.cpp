@@ -1,5 +1,6 @@
 #include "app/CProgramSettings.h"
 
+#include "platform/modPlatformPaths.h"
 #include "platform/modRegistry.h"
 
 #include <cerrno>
@@ -15,9 +16,30 @@ constexpr uint32_t kAccess = 0x3F;
 uint32_t g_localMachine = 0;
 uint32_t g_currentUser = 0;
 
+// The keys that the environment variable STASHWELL_SETTINGS_KEY names in place of the two
+// roots: its sub-keys Machine and User below HKEY_CURRENT_USER. The tests start the programs
+// with their own test's keys this way; without the variable the roots are the real ones.
+struct EnvironmentRoots {
+    CRegKey machine;
+    CRegKey user;
+    EnvironmentRoots() {
+        const std::string path = EnvironmentValue("STASHWELL_SETTINGS_KEY");
+        if (path.empty()) return;
+        if (machine.Create(reg::kCurrentUser, path + "\\Machine", reg::kAllAccess) != 0 ||
+            user.Create(reg::kCurrentUser, path + "\\User", reg::kAllAccess) != 0) {
+            machine.Close();
+            user.Close();
+        }
+    }
+};
+
 uint32_t ActualRoot(uint32_t root) {
     if (root == CProgramSettings::kLocalMachine && g_localMachine != 0) return g_localMachine;
     if (root == CProgramSettings::kCurrentUser && g_currentUser != 0) return g_currentUser;
+    static const EnvironmentRoots environment;
+    if (environment.machine.AsRoot() != 0 && environment.user.AsRoot() != 0)
+        return root == CProgramSettings::kLocalMachine ? environment.machine.AsRoot()
+                                                       : environment.user.AsRoot();
     return root;
 }
 

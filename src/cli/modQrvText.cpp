@@ -1,5 +1,7 @@
 #include "cli/modQrvText.h"
 
+#include "platform/modPlatformKind.h"
+
 #include <algorithm>
 #include <cstdio>
 
@@ -45,7 +47,7 @@ std::string LineText(const std::string& bytes) {
     for (size_t at = 0; at < bytes.size();) {
         const auto c = static_cast<unsigned char>(bytes[at]);
         const size_t length = Utf8SequenceLength(bytes, at);
-        if (c == '\\') {
+        if (c == '\\' && !kWindowsBuild) {
             text += "\\\\";
         } else if (c == '\n') {
             text += "\\n";

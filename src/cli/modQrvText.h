@@ -9,7 +9,8 @@
 #include <cstdint>
 #include <string>
 
-// For a terminal line: "\" as "\\", new line as "\n", tab as "\t", other control characters
+// For a terminal line: "\" as "\\" (on Linux, where it is a name's own character; on Windows
+// it is the separator and stands as it is), new line as "\n", tab as "\t", other control characters
 // and bytes that are not UTF-8 as "\xNN"; everything else as it stands.
 std::string LineText(const std::string& bytes);
 // A JSON string literal (with its quotes) holding `bytes`.

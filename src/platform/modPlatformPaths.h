@@ -24,6 +24,8 @@ std::string StateFile(const std::string& name);
 // The folders the PATH names, in order ("/usr/local/bin", "/usr/bin" and "/bin" without one on
 // Linux; the Windows folder and its System32 on Windows).
 std::vector<std::string> ProgramSearchFolders();
+// The value of the environment variable `name`, in UTF-8; "" when it is not set.
+std::string EnvironmentValue(const std::string& name);
 // The folder that holds the running program file.
 std::string ProgramFolder();
 std::string CurrentFolder();

@@ -35,6 +35,11 @@ std::string StateFile(const std::string& name) {
     return folder + "/" + name;
 }
 
+std::string EnvironmentValue(const std::string& name) {
+    const char* value = std::getenv(name.c_str());
+    return value ? value : "";
+}
+
 std::vector<std::string> ProgramSearchFolders() {
     const char* path = std::getenv("PATH");
     const std::string list = path ? path : "/usr/local/bin:/usr/bin:/bin";

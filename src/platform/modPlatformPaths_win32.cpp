@@ -116,6 +116,10 @@ std::string StateFile(const std::string& name) {
     return folder + "\\" + name;
 }
 
+std::string EnvironmentValue(const std::string& name) {
+    return Environment(Wide(name).c_str());
+}
+
 std::vector<std::string> ProgramSearchFolders() {
     std::wstring list(32767, L'\0');
     const DWORD length =

@@ -178,6 +178,17 @@ ProgramRun RunStashwell(const std::vector<std::string>& args, int timeoutSeconds
     return RunningProgram(args, env).Wait(timeoutSeconds);
 }
 
+std::string OnConsole(const std::string& text) {
+#ifdef _WIN32
+    std::string lines;
+    for (char c : text)
+        lines += c == '\n' ? std::string("\r\n") : std::string(1, c);
+    return lines;
+#else
+    return text;
+#endif
+}
+
 std::string QrvProgram() {
     return QRV_BIN;
 }

@@ -59,6 +59,9 @@ ProgramRun RunStashwell(const std::vector<std::string>& args, int timeoutSeconds
 // Runs the companion qrv with `args` and waits (at most `timeoutSeconds`, then kills it).
 ProgramRun RunQrv(const std::vector<std::string>& args, int timeoutSeconds = 120,
                   const ProgramEnv& env = {});
+// `text` as a program's console output holds it: each "\n" is "\r\n" on Windows, whose
+// console streams write text lines that way.
+std::string OnConsole(const std::string& text);
 // The path of the companion program.
 std::string QrvProgram();
 

@@ -239,6 +239,11 @@ ScopedTestEnv::ScopedTestEnv() {
         {kConfigHomeVariable, ConfigHome()}, {kStateHomeVariable, StateHome()}};
 #ifdef _WIN32
     variables.emplace_back("STASHWELL_PER_USER_STATE", "1");
+    // The test root's own name is unique among the tests that run at once. The programs the
+    // test starts read and write the same keys as the test itself.
+    m_registryPath =
+        "Software\\StashwellTests\\" + m_root.substr(m_root.find_last_of(kPathSeparator) + 1);
+    variables.emplace_back("STASHWELL_SETTINGS_KEY", m_registryPath);
 #endif
     for (const auto& [name, value] : variables) {
 #ifdef _WIN32
@@ -251,9 +256,6 @@ ScopedTestEnv::ScopedTestEnv() {
         SetEnv(name, value);
     }
 #ifdef _WIN32
-    // The test root's own name is unique among the tests that run at once.
-    m_registryPath =
-        "Software\\StashwellTests\\" + m_root.substr(m_root.find_last_of(kPathSeparator) + 1);
     if (m_machine.Create(reg::kCurrentUser, m_registryPath + "\\Machine", reg::kAllAccess) != 0 ||
         m_user.Create(reg::kCurrentUser, m_registryPath + "\\User", reg::kAllAccess) != 0)
         ADD_FAILURE() << "the test's registry keys cannot be made below " << m_registryPath;
