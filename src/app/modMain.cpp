@@ -29,6 +29,7 @@
 #include <ctime>
 #include <iostream>
 #include <optional>
+#include <utility>
 
 namespace {
 
@@ -101,20 +102,9 @@ void SetUpErrorHandler() {
 // The main window's load for a process without a window: the unattended path.
 int LoadWithoutWindow(const std::string& commandLine) {
     CProcTrap trap("frmMain Form_Load");
-    if (!IsBackupPathSet()) {
-        const std::string settings = SettingsProblem();
-        if (!settings.empty())
-            std::cerr << "Error: Stashwell cannot read its settings file " << settings << std::endl;
-        else
-            std::cerr << "Please define the backup path to proceed" << std::endl;
-        return kExitCannotRun;
-    }
-    if (const std::string problem = BackupPathProblem(); !problem.empty()) {
-        std::cerr << problem << std::endl;
-        return kExitCannotRun;
-    }
-    if (!IsBackupDriveReady()) {
-        std::cerr << "Error: Backup drive not ready. Please fix and start again." << std::endl;
+    if (const BackupFolderCheck check = CheckBackupFolder();
+        check.verdict != BackupFolderCheck::kReady) {
+        std::cerr << check.problem << std::endl;
         return kExitCannotRun;
     }
     CBackupFolderLock lock;
@@ -218,6 +208,21 @@ int StartUp(int argc, char** argv, IWindowRunner* window, bool& running) {
 }
 
 } // namespace
+
+BackupFolderCheck CheckBackupFolder() {
+    if (!IsBackupPathSet()) {
+        const std::string settings = SettingsProblem();
+        return {BackupFolderCheck::kNoBackupPath,
+                settings.empty() ? "Please define the backup path to proceed"
+                                 : "Error: Stashwell cannot read its settings file " + settings};
+    }
+    if (std::string problem = BackupPathProblem(); !problem.empty())
+        return {BackupFolderCheck::kPathProblem, std::move(problem)};
+    if (!IsBackupDriveReady())
+        return {BackupFolderCheck::kDriveNotReady,
+                "Error: Backup drive not ready. Please fix and start again."};
+    return {};
+}
 
 std::string CommandLine(int argc, char** argv) {
     std::string line;

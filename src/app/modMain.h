@@ -67,6 +67,23 @@ std::string BackupPathProblem();
 // Why the catalogue cannot be used, as the message to show ("The catalogue ... cannot be
 // read: ..."), logged as a problem; empty when it can.
 std::string UnusableCatalogue();
+// The start's one decision on the backup folder, made the same way whether the window shows it
+// or an unattended run begins without one: the checks in their order, and what the first that
+// fails means.
+struct BackupFolderCheck {
+    enum Verdict {
+        kReady,         // the folder can be used
+        kNoBackupPath,  // none is set: a person is to choose one
+        kPathProblem,   // the path cannot be used as it is written
+        kDriveNotReady, // its drive (or the folder) is not there
+    };
+    Verdict verdict = kReady;
+    // What an unattended start writes on stderr for the verdict (empty for kReady); for
+    // kPathProblem also the message a person is shown.
+    std::string problem;
+};
+BackupFolderCheck CheckBackupFolder();
+
 // The end of an unattended run: each problem on stderr, one line each, then the verdict with
 // the log's name; the exit status (0, 4 with problems, 5 when a run was lost).
 int ReportUnattendedEnd(const CRunOutcome& outcome);

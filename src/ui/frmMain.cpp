@@ -263,23 +263,24 @@ std::optional<int> frmMain::Load() {
         bar->Color(kRunBarColour);
     setWindowTitle(QString::fromStdString(MainWindowCaption()));
     ShowTab(MainTab::kBackup);
-    if (!IsBackupPathSet()) {
+    const BackupFolderCheck check = CheckBackupFolder();
+    if (check.verdict == BackupFolderCheck::kNoBackupPath) {
         GotoConfigure();
         return std::nullopt; // the command line waits for a backup path
     }
     m_config->txtBackupPath->setText(Shown(GetBackupPath()));
     const bool unattended = !m_commandLine.empty();
-    if (const std::string problem = BackupPathProblem(); !problem.empty()) {
-        if (unattended) {
-            std::cerr << problem << std::endl;
-            return kExitCannotRun;
-        }
-        MsgBox(problem, mb::kCritical, kWindowTitle);
+    if (check.verdict != BackupFolderCheck::kReady && unattended) {
+        std::cerr << check.problem << std::endl;
+        return kExitCannotRun;
+    }
+    if (check.verdict == BackupFolderCheck::kPathProblem) {
+        MsgBox(check.problem, mb::kCritical, kWindowTitle);
         GotoConfigure();
         return std::nullopt;
     }
-    if (!IsBackupDriveReady()) {
-        if (!unattended && AskToChangeBackupPath()) {
+    if (check.verdict == BackupFolderCheck::kDriveNotReady) {
+        if (AskToChangeBackupPath()) {
             GotoConfigure();
             return std::nullopt;
         }

@@ -237,6 +237,32 @@ TEST(StartUp, DisplayThatDoesNotOpenWithoutWordsSaysSoAndExitsTwo) {
     EXPECT_EQ(LogMessages(f.TodaysLog()), (Lines{" \r\n", "QRV 1.0.0 Started\r\n"}));
 }
 
+// The one decision on the backup folder that the window and the start without one share.
+TEST(StartUp, BackupFolderCheckGivesTheFirstProblemInItsOrder) {
+    ScopedTestEnv env;
+    WriteRegSetting("BackupPath", "");
+    BackupFolderCheck check = CheckBackupFolder();
+    EXPECT_EQ(check.verdict, BackupFolderCheck::kNoBackupPath);
+    EXPECT_EQ(check.problem, "Please define the backup path to proceed");
+
+    WriteRegSetting("BackupPath", "relative" + std::string(1, kPathSeparator) + "backup");
+    check = CheckBackupFolder();
+    EXPECT_EQ(check.verdict, BackupFolderCheck::kPathProblem);
+    EXPECT_EQ(check.problem, BackupPathProblem());
+    EXPECT_FALSE(check.problem.empty());
+
+    WriteRegSetting("BackupPath", env.Path("unplugged"));
+    check = CheckBackupFolder();
+    EXPECT_EQ(check.verdict, BackupFolderCheck::kDriveNotReady);
+    EXPECT_EQ(check.problem, "Error: Backup drive not ready. Please fix and start again.");
+    EXPECT_FALSE(Exists(env.Path("unplugged")));
+
+    CreateTree(env.Path("unplugged"), Dir());
+    check = CheckBackupFolder();
+    EXPECT_EQ(check.verdict, BackupFolderCheck::kReady);
+    EXPECT_EQ(check.problem, "");
+}
+
 TEST(StartUp, HelpAndVersionAloneAreAnsweredBeforeTheStart) {
     ScopedTestEnv env;
     for (const auto& [word, answer] : std::vector<std::pair<std::string, std::string>>{
