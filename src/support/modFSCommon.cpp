@@ -30,6 +30,7 @@
 #include <cstdio>
 #include <cstring>
 #include <limits>
+#include <mutex>
 #include <random>
 #include <vector>
 
@@ -65,10 +66,13 @@ constexpr int kMaxMoveTries = 3;
     }
 }
 
-// One generator per thread: the read-ahead's workers name temporary files too.
-std::mt19937& Random() {
-    thread_local std::mt19937 generator{std::random_device{}()};
-    return generator;
+// One generator for every thread, the read-ahead's workers name temporary files too. (A
+// generator per thread, thread_local, crashed the workers of the Windows build now and then.)
+uint32_t RandomNumber() {
+    static std::mutex lock;
+    static std::mt19937 generator{std::random_device{}()};
+    const std::lock_guard<std::mutex> hold(lock);
+    return static_cast<uint32_t>(generator());
 }
 
 std::string Hex(uint32_t value, int digits) {
@@ -109,7 +113,7 @@ std::string WithoutTrailingSlashes(const std::string& path) {
 // that the whole stays within the file system's name limit.
 std::string TempName(const std::string& name) {
     const size_t room = kMaxNameBytes - std::string(".." + Hex(0, 8) + ".tmp").size();
-    return "." + name.substr(0, room) + "." + Hex(Random()(), 8) + ".tmp";
+    return "." + name.substr(0, room) + "." + Hex(RandomNumber(), 8) + ".tmp";
 }
 
 // A fresh name for writing `destination` in its own folder.
@@ -202,7 +206,7 @@ std::string FSGetTempName() {
     static uint32_t last = 0x100000; // outside the range, so the first name is always accepted
     uint32_t value = 0;
     do {
-        value = Random()() & 0xFFFFF;
+        value = RandomNumber() & 0xFFFFF;
     } while (value == last);
     last = value;
     return "rad" + Hex(value, 5) + ".tmp";
