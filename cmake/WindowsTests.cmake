@@ -18,7 +18,7 @@ if(STASHWELL_BUILDS_cli)
     file(GLOB TEST_COMMON_SOURCES CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/common/*.cpp)
     # Built only for the listed tests that need it.
     add_library(stashwell_testcommon STATIC EXCLUDE_FROM_ALL ${TEST_COMMON_SOURCES})
-    target_compile_options(stashwell_testcommon PRIVATE -O1) # as the test programs, below
+    target_compile_options(stashwell_testcommon PRIVATE -O0) # as the test programs, below
     target_include_directories(stashwell_testcommon PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}/common)
     # Tests read catalogues with SQLite themselves.
     target_link_libraries(stashwell_testcommon PUBLIC stashwell_core GTest::gtest
@@ -77,8 +77,8 @@ foreach(line IN LISTS listed)
 
     add_executable(${target} ${source})
     # The code under test is the release build's; the test programs themselves are compiled
-    # with less optimisation, which takes the cross build of them about 40% less time.
-    target_compile_options(${target} PRIVATE -O1)
+    # without optimisation, which takes the cross build of them about half the time.
+    target_compile_options(${target} PRIVATE -O0)
     target_link_libraries(${target} PRIVATE GTest::gtest_main stashwell_${layer})
     if(needs_common)
         target_link_libraries(${target} PRIVATE stashwell_testcommon)
