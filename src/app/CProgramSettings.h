@@ -53,7 +53,8 @@ public:
 #ifdef _WIN32
     // Tests only: the keys that stand for HKEY_LOCAL_MACHINE and HKEY_CURRENT_USER, given as
     // open keys' roots (CRegKey::AsRoot), so that no test touches the machine's or the user's
-    // own settings and a test can have a write refused; 0 puts the real root back.
+    // own settings and a test can have a write refused; 0 puts the real root back. They hold
+    // in the current service context only.
     static void RootsForTests(uint32_t localMachine, uint32_t currentUser);
 #endif
     // The settings file; "" on Windows, whose settings live in the registry.

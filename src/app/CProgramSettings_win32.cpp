@@ -2,6 +2,7 @@
 
 #include "platform/modPlatformPaths.h"
 #include "platform/modRegistry.h"
+#include "support/CServiceContext.h"
 
 #include <cerrno>
 
@@ -13,8 +14,11 @@ namespace {
 // Query, set, create sub-key, enumerate, notify and create link.
 constexpr uint32_t kAccess = 0x3F;
 
-uint32_t g_localMachine = 0;
-uint32_t g_currentUser = 0;
+// The roots a test gave (RootsForTests), none otherwise.
+struct RootsGiven {
+    uint32_t localMachine = 0;
+    uint32_t currentUser = 0;
+};
 
 // The keys that the environment variable STASHWELL_SETTINGS_KEY names in place of the two
 // roots: its sub-keys Machine and User below HKEY_CURRENT_USER. The tests start the programs
@@ -34,8 +38,10 @@ struct EnvironmentRoots {
 };
 
 uint32_t ActualRoot(uint32_t root) {
-    if (root == CProgramSettings::kLocalMachine && g_localMachine != 0) return g_localMachine;
-    if (root == CProgramSettings::kCurrentUser && g_currentUser != 0) return g_currentUser;
+    const RootsGiven& given = ServicePart<RootsGiven>();
+    if (root == CProgramSettings::kLocalMachine && given.localMachine != 0)
+        return given.localMachine;
+    if (root == CProgramSettings::kCurrentUser && given.currentUser != 0) return given.currentUser;
     static const EnvironmentRoots environment;
     if (environment.machine.AsRoot() != 0 && environment.user.AsRoot() != 0)
         return root == CProgramSettings::kLocalMachine ? environment.machine.AsRoot()
@@ -71,8 +77,7 @@ int WriteAt(uint32_t root, const std::string& keyPath, const std::string& entry,
 } // namespace
 
 void CProgramSettings::RootsForTests(uint32_t localMachine, uint32_t currentUser) {
-    g_localMachine = localMachine;
-    g_currentUser = currentUser;
+    ServicePart<RootsGiven>() = {localMachine, currentUser};
 }
 
 std::string CProgramSettings::ReadEntry(const std::string& entry,

@@ -108,13 +108,7 @@ int LoadWithoutWindow(const std::string& commandLine) {
         return kExitCannotRun;
     }
     CBackupFolderLock lock;
-    if (!lock.Acquire(GetBackupPath())) {
-        std::cerr << lock.Problem() << std::endl;
-        Log(1, lock.Problem());
-        return kExitOtherInstance;
-    }
-    if (!lock.Unlocked().empty()) std::cerr << lock.Unlocked() << std::endl;
-    int status = kExitDone;
+    if (const std::optional<int> exit = LockForUnattendedRun(lock)) return *exit;
     try {
         trap.Check();
         CreateDB();
@@ -123,23 +117,20 @@ int LoadWithoutWindow(const std::string& commandLine) {
             return kExitCannotRun;
         }
         CRunControl run(FillSources(), LoadOptions());
-        run.RunUnattended(commandLine);
-        status = ReportUnattendedEnd(run.Outcome());
+        return FinishUnattendedRun(run, commandLine);
     } catch (...) {
         // An error that ended the unattended path (the log's drive gone, for one): nothing
         // tells whether the run was recorded, so it counts as lost.
         std::cerr << "Error: the unattended run stopped at an error: "
                   << CurrentRuntimeError().Description() << std::endl;
         trap.Handle();
-        status = kExitRunLost;
     }
     try {
         Log(1, "Exiting QRV");
     } catch (...) {
-        // The run ended as its status says; only its log is cut short, which is a problem.
-        return StoppedAtError(status == kExitDone ? kExitProblems : status);
+        return StoppedAtError(kExitRunLost);
     }
-    return status;
+    return kExitRunLost;
 }
 
 // Says on stderr that the display named could not be opened.
@@ -253,6 +244,28 @@ int ReportUnattendedEnd(const CRunOutcome& outcome) {
     if (!verdict.empty()) std::cerr << verdict << '\n';
     std::cerr.flush();
     return outcome.ExitStatus();
+}
+
+std::optional<int> LockForUnattendedRun(CBackupFolderLock& lock) {
+    if (!lock.Acquire(GetBackupPath())) {
+        std::cerr << lock.Problem() << std::endl;
+        Log(1, lock.Problem());
+        return kExitOtherInstance;
+    }
+    if (!lock.Unlocked().empty()) std::cerr << lock.Unlocked() << std::endl;
+    return std::nullopt;
+}
+
+int FinishUnattendedRun(CRunControl& run, const std::string& commandLine) {
+    run.RunUnattended(commandLine);
+    const int status = ReportUnattendedEnd(run.Outcome());
+    try {
+        Log(1, "Exiting QRV");
+    } catch (...) {
+        // The run ended as its status says; only its log is cut short, which is a problem.
+        return StoppedAtError(status == kExitDone ? kExitProblems : status);
+    }
+    return status;
 }
 
 void StartDailyLog() {

@@ -31,6 +31,7 @@
 #include "app/modExitStatus.h"
 
 #include <functional>
+#include <optional>
 #include <string>
 
 // The window, as the program built with one hands it to Main.
@@ -87,6 +88,18 @@ BackupFolderCheck CheckBackupFolder();
 // The end of an unattended run: each problem on stderr, one line each, then the verdict with
 // the log's name; the exit status (0, 4 with problems, 5 when a run was lost).
 int ReportUnattendedEnd(const CRunOutcome& outcome);
+
+class CBackupFolderLock;
+class CRunControl;
+// The two halves of an unattended run that the start without a window and the window's
+// unattended start share. First, before the catalogue is touched, the backup folder's lock:
+// nothing when it is held (a lock left by a program that ended is said on stderr), else the
+// exit status 3 after saying on stderr and in the log which program keeps the folder.
+std::optional<int> LockForUnattendedRun(CBackupFolderLock& lock);
+// Then, the lock held, the words run with the sources and options that `run` holds, the end
+// reported (ReportUnattendedEnd) and "Exiting QRV" logged; the exit status. A log that cannot
+// be written at the end turns a clean run's status into 4, said on stderr.
+int FinishUnattendedRun(CRunControl& run, const std::string& commandLine);
 
 // Opens today's log Logs/QRV-yyyymmdd.LOG at level 1 and writes "QRV x.y.z Started".
 void StartDailyLog();

@@ -1,13 +1,17 @@
 #include "app/modPaths.h"
 
 #include "app/CProgramSettings.h"
+#include "support/CServiceContext.h"
 #include "support/modFSCommon.h"
 #include "support/modServices.h"
 
 namespace {
+struct ChosenBackup {
+    std::string path;
+};
+
 std::string& ChosenBackupPath() {
-    static std::string path;
-    return path;
+    return ServicePart<ChosenBackup>().path;
 }
 
 CProgramSettings ProgramSettings() {

@@ -11,6 +11,7 @@
 #include "engine/CDriveMap.h"
 #include "platform/modFileSystem.h"
 #include "support/CProcTrap.h"
+#include "support/CServiceContext.h"
 #include "support/modFSCommon.h"
 #include "support/modMsgBox.h"
 #include "support/modNumText.h"
@@ -27,10 +28,12 @@
 
 namespace {
 
-MaintenanceView g_view;
+MaintenanceView& View() {
+    return ServicePart<MaintenanceView>();
+}
 
 void Status(const std::string& text) {
-    if (g_view.status) g_view.status(text);
+    if (const auto& status = View().status) status(text);
 }
 
 void ExecAsIs(const std::string& text) {
@@ -173,11 +176,11 @@ void DeleteIfOrphan(const std::string& path, const std::string& store,
 } // namespace
 
 void SetMaintenanceView(MaintenanceView view) {
-    g_view = std::move(view);
+    View() = std::move(view);
 }
 
 void ShowMaintenanceProgress(int32_t percent) {
-    if (g_view.progress) g_view.progress(percent);
+    if (const auto& progress = View().progress) progress(percent);
 }
 
 void CompactCatalogue() {

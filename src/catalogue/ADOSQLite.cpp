@@ -9,6 +9,7 @@
 #include "platform/CFile.h"
 #include "platform/modFileStatus.h"
 #include "platform/modPlatformPaths.h"
+#include "support/CServiceContext.h"
 #include "support/modMsgBox.h"
 #include "support/modServices.h"
 #include "support/modYield.h"
@@ -19,9 +20,12 @@
 
 namespace {
 
+struct LibVersionProbeChoice {
+    std::function<int()> probe;
+};
+
 std::function<int()>& LibVersionProbe() {
-    static std::function<int()> probe;
-    return probe;
+    return ServicePart<LibVersionProbeChoice>().probe;
 }
 
 int RunningLibVersion() {

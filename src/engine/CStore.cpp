@@ -5,6 +5,7 @@
 #include "platform/modFileStatus.h"
 #include "platform/modFileSystem.h"
 #include "support/CRuntimeError.h"
+#include "support/CServiceContext.h"
 #include "support/modFSCommon.h"
 #include "support/modFileCopy.h"
 #include "support/modNumText.h"
@@ -18,7 +19,9 @@ namespace {
 
 constexpr const char* kUnfinishedMark = ".unfinished";
 
-std::atomic<bool> g_useAnonymous = true;
+struct StagingChoice {
+    std::atomic<bool> useAnonymous = true;
+};
 
 // Signs the bytes of a copy as the copy writes them, and ends the copy at its next piece once
 // `stop` is true.
@@ -52,7 +55,7 @@ StoreFailure CStore::CopyFailure(const CopyOutcome& outcome) {
 }
 
 void CStore::UseAnonymousFiles(bool use) {
-    g_useAnonymous = use;
+    ServicePart<StagingChoice>().useAnonymous = use;
 }
 
 void CStore::Open(const std::string& root) {
@@ -79,8 +82,9 @@ void CStore::Open(const std::string& root) {
     m_open = true;
     m_folders.clear();
     ReadLegacyNames();
-    m_way = g_useAnonymous && m_rootFolder->HasAnonymousFiles() ? StagingWay::kAnonymous
-                                                                : StagingWay::kNamed;
+    m_way = ServicePart<StagingChoice>().useAnonymous && m_rootFolder->HasAnonymousFiles()
+                ? StagingWay::kAnonymous
+                : StagingWay::kNamed;
     m_flushEach = m_rootFolder->NeedsFlushPerFile();
     const std::string mark = FSBuildPath(m_root, kUnfinishedMark);
     if (FSFileExists(mark)) RemoveTemporaries();

@@ -3,6 +3,7 @@
 #include "platform/modClock.h"
 
 #include "support/CRuntimeError.h"
+#include "support/CServiceContext.h"
 #include "support/modMsgBox.h"
 #include "support/modNumText.h"
 
@@ -10,7 +11,9 @@
 #include <limits>
 
 namespace {
-std::function<uint32_t()> g_tickSource;
+struct TickSource {
+    std::function<uint32_t()> source;
+};
 
 int32_t CheckedInt32(int64_t value) {
     if (value < std::numeric_limits<int32_t>::min() || value > std::numeric_limits<int32_t>::max())
@@ -24,11 +27,11 @@ void ShowError(const CRuntimeError& e) {
 } // namespace
 
 void CMMTimer::SetTickSource(std::function<uint32_t()> source) {
-    g_tickSource = std::move(source);
+    ServicePart<TickSource>().source = std::move(source);
 }
 
 uint32_t CMMTimer::Now() {
-    if (g_tickSource) return g_tickSource();
+    if (const auto& source = ServicePart<TickSource>().source) return source();
     return MonotonicMs();
 }
 

@@ -1,5 +1,7 @@
 #include "support/modBrowseFolder.h"
 
+#include "support/CServiceContext.h"
+
 namespace {
 
 // Without a window nobody can choose: every prompt is a cancel.
@@ -8,17 +10,20 @@ public:
     std::string Pick(const std::string&) override { return {}; }
 };
 
-IFolderPickerService* g_service = nullptr;
+struct FolderPickerChoice {
+    IFolderPickerService* service = nullptr;
+};
 
 } // namespace
 
 void SetFolderPickerService(IFolderPickerService* service) {
-    g_service = service;
+    ServicePart<FolderPickerChoice>().service = service;
 }
 
 IFolderPickerService& FolderPickerService() {
     static CNoFolderPicker none;
-    return g_service ? *g_service : none;
+    IFolderPickerService* chosen = ServicePart<FolderPickerChoice>().service;
+    return chosen ? *chosen : none;
 }
 
 std::string BrowseForFolder(const std::string& title) {

@@ -9,6 +9,7 @@
 #include "support/modFileCopy.h"
 
 #include "platform/modFileIO.h"
+#include "support/CServiceContext.h"
 #include "support/modFSCommon.h"
 #include "support/modNumText.h"
 #include "support/modServices.h"
@@ -142,9 +143,14 @@ CopyMethods DefaultCopyMethods() {
     return methods;
 }
 
+namespace {
+struct ActiveCopy {
+    CopyMethods methods = DefaultCopyMethods();
+};
+} // namespace
+
 CopyMethods& ActiveCopyMethods() {
-    static CopyMethods methods = DefaultCopyMethods();
-    return methods;
+    return ServicePart<ActiveCopy>().methods;
 }
 
 int LastCopySystemError() {

@@ -1,11 +1,14 @@
 #include "support/modMsgBox.h"
 
+#include "support/CServiceContext.h"
 #include "support/modServices.h"
 
 #include <iostream>
 
 namespace {
-IMessageBoxService* g_service = nullptr;
+struct MessageBoxChoice {
+    IMessageBoxService* service = nullptr;
+};
 } // namespace
 
 int FirstButton(int style) {
@@ -33,12 +36,13 @@ int CHeadlessMessageBox::Show(const std::string& text, int style, const std::str
 }
 
 void SetMessageBoxService(IMessageBoxService* service) {
-    g_service = service;
+    ServicePart<MessageBoxChoice>().service = service;
 }
 
 IMessageBoxService& MessageBoxService() {
     static CHeadlessMessageBox headless;
-    return g_service ? *g_service : headless;
+    IMessageBoxService* chosen = ServicePart<MessageBoxChoice>().service;
+    return chosen ? *chosen : headless;
 }
 
 int MsgBox(const std::string& text, int style, const std::string& title) {

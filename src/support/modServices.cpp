@@ -1,23 +1,11 @@
 #include "support/modServices.h"
 
-#include <memory>
-
-namespace {
-std::unique_ptr<CErrHandler> g_errHandler;
-std::unique_ptr<CLogger> g_logger;
-} // namespace
+#include "support/CServiceContext.h"
 
 CErrHandler& ErrHandler() {
-    if (!g_errHandler) g_errHandler = std::make_unique<CErrHandler>();
-    return *g_errHandler;
+    return ServicePart<CErrHandler>();
 }
 
 CLogger& Logger() {
-    if (!g_logger) g_logger = std::make_unique<CLogger>();
-    return *g_logger;
-}
-
-void ResetServices() {
-    g_logger.reset();
-    g_errHandler.reset();
+    return ServicePart<CLogger>();
 }

@@ -1,14 +1,13 @@
 #pragma once
 
-// The process-wide service objects: the error handler (made first) and the logger.
-// Tests call ResetServices() to start from fresh objects.
+// The error handler and the logger of the current service context (CServiceContext): one each
+// for the process, and fresh ones for each test.
 
 #include "support/CErrHandler.h"
 #include "support/CLogger.h"
 
 CErrHandler& ErrHandler();
 CLogger& Logger();
-void ResetServices();
 
 // The shared logger's Log, as every part calls it.
 inline void Log(int level, const std::string& message) {

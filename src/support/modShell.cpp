@@ -1,6 +1,7 @@
 #include "support/modShell.h"
 
 #include "platform/modProcess.h"
+#include "support/CServiceContext.h"
 #include "support/modText.h"
 
 namespace {
@@ -17,17 +18,20 @@ public:
     bool Start(const std::string& program) override { return StartDetached(program, {}); }
 };
 
-IDesktopService* g_service = nullptr;
+struct DesktopChoice {
+    IDesktopService* service = nullptr;
+};
 
 } // namespace
 
 void SetDesktopService(IDesktopService* service) {
-    g_service = service;
+    ServicePart<DesktopChoice>().service = service;
 }
 
 IDesktopService& DesktopService() {
     static CDesktopOpener opener;
-    return g_service ? *g_service : opener;
+    IDesktopService* chosen = ServicePart<DesktopChoice>().service;
+    return chosen ? *chosen : opener;
 }
 
 bool ShellOpenFile(const std::string& path) {

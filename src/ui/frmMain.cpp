@@ -286,6 +286,13 @@ std::optional<int> frmMain::Load() {
         }
         return kExitCannotRun;
     }
+    // Unattended with the window present: no box waits for a user, no report is shown, and the
+    // process ends by itself; the backup folder is held from before the catalogue is opened.
+    CBackupFolderLock lock;
+    if (unattended) {
+        SetMessageBoxService(nullptr);
+        if (const std::optional<int> exit = LockForUnattendedRun(lock)) return exit;
+    }
     CreateDB();
     if (const std::string problem = UnusableCatalogue(); !problem.empty()) {
         if (unattended) {
@@ -298,21 +305,9 @@ std::optional<int> frmMain::Load() {
     ShowSources(FillSources());
     if (!unattended) return std::nullopt;
 
-    // Unattended with the window present: no box waits for a user, no report is shown, and the
-    // process ends by itself.
-    SetMessageBoxService(nullptr);
-    CBackupFolderLock lock;
-    if (!lock.Acquire(GetBackupPath())) {
-        std::cerr << lock.Problem() << std::endl;
-        Log(1, lock.Problem());
-        return kExitOtherInstance;
-    }
     m_run.Inputs(ListedSources(), OptionsShown());
     m_wordsBegun = true;
-    m_run.RunUnattended(m_commandLine);
-    const int status = ReportUnattendedEnd(m_run.Outcome());
-    Log(1, "Exiting QRV");
-    return status;
+    return FinishUnattendedRun(m_run, m_commandLine);
 }
 
 void frmMain::GotoConfigure() {

@@ -140,7 +140,6 @@ struct Retention : ::testing::Test {
         SetMaintenanceView({[this](const std::string& text) { statuses.push_back(text); },
                             [this](int32_t percent) { percents.push_back(percent); }});
     }
-    void TearDown() override { SetMaintenanceView({}); }
 
     // Moves to another backup path (made under the test folder) with a new catalogue.
     void UseBackupPath(const std::string& name) {

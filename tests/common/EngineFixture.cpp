@@ -21,12 +21,6 @@ void EngineFixture::SetUp() {
         GTEST_SKIP() << "no anonymous files on the test's file system";
 }
 
-EngineFixture::~EngineFixture() {
-    SetYieldHook(nullptr);
-    CMMTimer::SetTickSource(nullptr);
-    ActiveCopyMethods() = DefaultCopyMethods();
-}
-
 std::string EngineFixture::StoreFile(const std::string& content) const {
     return ::StoreFile(GetBackupPath(), content);
 }

@@ -20,7 +20,6 @@ protected:
     using Rows = std::vector<Strings>;
 
     EngineFixture();
-    ~EngineFixture() override;
     // The anonymous way is skipped, with the reason, where the test's folder has no anonymous
     // files: it would only run the named way again.
     void SetUp() override;

@@ -2,16 +2,10 @@
 
 #include "WindowsTestHelpers.h"
 #include "app/CProgramSettings.h"
-#include "app/modPaths.h"
-#include "app/modRetention.h"
-#include "catalogue/ADOSQLite.h"
 #include "platform/CMd5.h"
 #include "platform/modFileStatus.h"
 #include "platform/modFileSystem.h"
-#include "support/CMMTimer.h"
-#include "support/modFileCopy.h"
 #include "support/modServices.h"
-#include "support/modYield.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -180,19 +174,6 @@ bool CRecordingDesktop::Start(const std::string& program) {
     return answer;
 }
 
-void ScopedTestEnv::DefaultHooks() {
-    ResetServices();
-    SetMessageBoxService(nullptr);
-    SetFolderPickerService(nullptr);
-    SetDesktopService(nullptr);
-    SetYieldHook(nullptr);
-    ActiveCopyMethods() = DefaultCopyMethods();
-    CMMTimer::SetTickSource(nullptr);
-    ADOSQLite::SetLibVersionProbe(nullptr);
-    SetMaintenanceView({});
-    ::UseBackupPath({});
-}
-
 #ifdef _WIN32
 const char* const kConfigHomeVariable = "APPDATA";
 const char* const kStateHomeVariable = "LOCALAPPDATA";
@@ -233,7 +214,7 @@ std::string MakeTestRoot() {
 
 } // namespace
 
-ScopedTestEnv::ScopedTestEnv() {
+ScopedTestEnv::ScopedTestEnv() : m_services(std::make_unique<CScopedServiceContext>()) {
     m_root = MakeTestRoot();
     std::vector<std::pair<std::string, std::string>> variables = {
         {kConfigHomeVariable, ConfigHome()}, {kStateHomeVariable, StateHome()}};
@@ -261,16 +242,15 @@ ScopedTestEnv::ScopedTestEnv() {
         ADD_FAILURE() << "the test's registry keys cannot be made below " << m_registryPath;
     CProgramSettings::RootsForTests(m_machine.AsRoot(), m_user.AsRoot());
 #endif
-    DefaultHooks();
     SetMessageBoxService(&box);
     SetFolderPickerService(&picker);
     SetDesktopService(&desktop);
 }
 
 ScopedTestEnv::~ScopedTestEnv() {
-    DefaultHooks();
+    // The test's logger closes its file, which the removal below needs on Windows.
+    m_services.reset();
 #ifdef _WIN32
-    CProgramSettings::RootsForTests(0, 0);
     m_machine.Close();
     m_user.Close();
     DeleteRegKeyTree(reg::kCurrentUser, m_registryPath);

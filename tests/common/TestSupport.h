@@ -10,6 +10,7 @@
 #ifdef _WIN32
 #include "platform/modRegistry.h"
 #endif
+#include "support/CServiceContext.h"
 #include "support/modBrowseFolder.h"
 #include "support/modMsgBox.h"
 #include "support/modShell.h"
@@ -19,6 +20,7 @@
 #include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -150,7 +152,9 @@ public:
 #endif
 
 private:
-    static void DefaultHooks();
+    // Everything the test sets through the process-wide services (boxes, hooks, the logger,
+    // the copy ways, the chosen backup folder) is the test's own and ends with it.
+    std::unique_ptr<CScopedServiceContext> m_services;
 #ifdef _WIN32
     std::string m_registryPath;
     CRegKey m_machine;

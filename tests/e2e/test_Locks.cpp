@@ -1,7 +1,8 @@
 // The program's locks seen from outside, with the real program: the check after an interrupted
 // run touches the catalogue's journal only while the program holds the backup folder's lock,
 // since the journal may belong to the program that works there now; and a file system that
-// cannot lock at all (the file-system shim's no-lock) lets the run go on and the log say so.
+// cannot lock at all (the file-system shim's no-lock) lets the run go on and the log say so;
+// the same holds with the window present.
 
 #include "BackupFixture.h"
 #include "FSShimEnv.h"
@@ -10,6 +11,7 @@
 
 #include <algorithm>
 #include <fcntl.h>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -124,3 +126,55 @@ TEST(StateFolderThatCannotLock, RunGoesOnAndTheLogSaysASecondInstanceCouldStart)
 }
 
 } // namespace
+
+// With a display the words run with the window present; they take the backup folder's lock as
+// the start without a window does, before the catalogue is opened.
+const ProgramEnv kOffscreen{{"QT_QPA_PLATFORM", "offscreen"}};
+
+size_t Count(const std::string& text, const std::string& part) {
+    size_t count = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++count;
+    return count;
+}
+
+TEST(WindowPresent, AFolderAnotherProgramKeepsEndsTheWordsWithStatusThreeAndNoCatalogueMade) {
+    BackupFixture f;
+    const std::string src = f.env.Path("src");
+    CreateTree(src, Dir({{"a.txt", File("alpha")}}));
+    f.AddSource(src);
+    std::filesystem::remove(f.db);
+    HeldFolderLock other(f.backup);
+    ASSERT_TRUE(other.Take());
+
+    const ProgramRun run = RunStashwell({"backup"}, 120, kOffscreen);
+    EXPECT_EQ(run.exitCode, 3);
+    const std::string busy = "Error: Another Stashwell is working on the backup folder " +
+                             f.backup + ". Please try again when it has finished.";
+    EXPECT_EQ(Count(run.err, busy + "\n"), 1u) << run.err;
+    EXPECT_FALSE(Exists(f.db));
+    const Lines log = LogMessages(f.TodaysLog());
+    ASSERT_FALSE(log.empty());
+    EXPECT_EQ(log.back(), busy + "\r\n");
+}
+
+TEST(WindowPresent, AFolderThatCannotLockIsSaidOnStderrAndTheRunGoesOn) {
+    BackupFixture f;
+    const std::string src = f.env.Path("src");
+    CreateTree(src, Dir({{"a.txt", File("alpha")}}));
+    f.AddSource(src);
+    ProgramEnv env = ShimEnv(f.backup, "no-lock");
+    env.insert(env.end(), kOffscreen.begin(), kOffscreen.end());
+
+    const ProgramRun run = RunStashwell({"backup"}, 120, env);
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    const std::string unlocked = "The file system of the backup folder cannot lock " + f.backup +
+                                 "/QRV.lock (no locks available), so another program could "
+                                 "work on the backup folder at the same time";
+    EXPECT_EQ(Count(run.err, unlocked + "\n"), 1u) << run.err;
+    EXPECT_EQ(f.RowTexts("SELECT bid, source FROM Backups"), Lines{"1|" + src});
+    const Lines log = LogMessages(f.TodaysLog());
+    ASSERT_FALSE(log.empty());
+    EXPECT_EQ(std::count(log.begin(), log.end(), "Problem: " + unlocked + "\r\n"), 1);
+    EXPECT_EQ(log.back(), "Exiting QRV\r\n");
+}

@@ -100,8 +100,6 @@ struct Staging : ::testing::TestWithParam<StagingWay>, AheadFiles {
     std::string root = env.Path("Files");
     StoreFailure problem;
 
-    ~Staging() override { ActiveCopyMethods() = DefaultCopyMethods(); }
-
     CSignatureAhead::StagingPlan Plan(std::unordered_set<uint64_t> storedSizes = {}) {
         CreateTree(root, Dir());
         store.Open(root);

@@ -42,7 +42,6 @@ struct StoreTest : ::testing::TestWithParam<StagingWay> {
         CreateTree(root, Dir());
         ErrHandler().DisplayMsgOnError(false);
     }
-    ~StoreTest() override { ActiveCopyMethods() = DefaultCopyMethods(); }
 
     // Content staged by a worker's copy of a file holding `content`.
     CStore::AheadCopy StagedCopyOf(const std::string& content) {

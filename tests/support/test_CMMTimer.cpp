@@ -19,7 +19,6 @@ protected:
     MMTimerTest() {
         CMMTimer::SetTickSource([this] { return tick; });
     }
-    ~MMTimerTest() override { CMMTimer::SetTickSource(nullptr); }
 
     const CScriptedMessageBox::Call kOverflowBox{"Error: 6. Overflow", 0, ""};
 };

@@ -35,11 +35,6 @@ std::string ReportText(const std::string& procedure, int number, const std::stri
            "Error (" + std::to_string(number) + ") " + description;
 }
 
-// Puts the default copy methods back whatever a test changed.
-struct CopyMethodsGuard {
-    ~CopyMethodsGuard() { ActiveCopyMethods() = DefaultCopyMethods(); }
-};
-
 #ifndef _WIN32
 // Runs `work` and fails the test when it does not finish within five seconds; a FIFO that
 // blocks it is then opened from the other side so that the test can end.
@@ -607,7 +602,6 @@ struct RecordingObserver : ICopyObserver {
 TEST(FSCopyFile, ObserverSeesTheBytesOfTheAttemptThatSucceeded) {
     ScopedTestEnv env;
     const TestFolder dir(env);
-    CopyMethodsGuard guard;
     // The stream copy writes only half of the file and shows its observer nothing.
     ActiveCopyMethods().mode3 = [](const std::string& source, const std::string& destination,
                                    ICopyObserver*) {
@@ -639,7 +633,6 @@ TEST(FSCopyFile, FirstTryWithTheRightSizeSucceedsOnce) {
 TEST(FSCopyFile, FirstTryLeavingAWrongSizeRetriesWithModeTwo) {
     ScopedTestEnv env;
     const TestFolder dir(env);
-    CopyMethodsGuard guard;
     const std::string log = StartTestLog(env);
     // The stream copy writes only half of the file.
     ActiveCopyMethods().mode3 = [](const std::string& source, const std::string& destination,
@@ -692,7 +685,6 @@ TEST(FSCopyFile, StreamCopyOverAShorterFileSucceedsOnTheFirstTry) {
 TEST(FSCopyFile, CopyThatFailsTwiceRunsModeOneAndThenFails) {
     ScopedTestEnv env;
     const TestFolder dir(env);
-    CopyMethodsGuard guard;
     const std::string log = StartTestLog(env);
     const auto failing = [](const std::string&, const std::string&, ICopyObserver*) {
         return false;
@@ -736,7 +728,6 @@ TEST(FSCopyFile, CopyThatFailsTwiceRunsModeOneAndThenFails) {
 TEST(FSCopyFile, FailureAtBasicLevelLogsRetriesAndTheFailure) {
     ScopedTestEnv env;
     const TestFolder dir(env);
-    CopyMethodsGuard guard;
     const std::string log = StartTestLog(env, 1);
     ActiveCopyMethods().mode3 = [](const std::string&, const std::string&, ICopyObserver*) {
         return false;
@@ -756,7 +747,6 @@ TEST(FSCopyFile, FailureAtBasicLevelLogsRetriesAndTheFailure) {
 TEST(FSCopyFile, EveryTryFailingHalfWayLeavesNoPartialFile) {
     ScopedTestEnv env;
     const TestFolder dir(env);
-    CopyMethodsGuard guard;
     std::vector<std::string> targets;
     const auto partial = [&](const std::string& source, const std::string& destination,
                              ICopyObserver*) {
@@ -778,7 +768,6 @@ TEST(FSCopyFile, EveryTryFailingHalfWayLeavesNoPartialFile) {
 TEST(FSCopyFile, NewDestinationIsWrittenUnderATemporaryNameBesideIt) {
     ScopedTestEnv env;
     const TestFolder dir(env);
-    CopyMethodsGuard guard;
     std::vector<Lines> seen;
     const CopyMethods real = DefaultCopyMethods();
     ActiveCopyMethods().mode3 = [&](const std::string& source, const std::string& destination,
@@ -802,7 +791,6 @@ TEST(FSCopyFile, NewDestinationIsWrittenUnderATemporaryNameBesideIt) {
 TEST(FSCopyFile, ExistingDestinationIsWrittenInPlace) {
     ScopedTestEnv env;
     const TestFolder dir(env);
-    CopyMethodsGuard guard;
     Lines targets;
     const CopyMethods real = DefaultCopyMethods();
     ActiveCopyMethods().mode3 = [&](const std::string& source, const std::string& destination,

@@ -22,11 +22,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Puts the default methods back whatever a test changed.
-struct CopyMethodsGuard {
-    ~CopyMethodsGuard() { ActiveCopyMethods() = DefaultCopyMethods(); }
-};
-
 #ifndef _WIN32
 // Runs `work` and fails the test when it does not finish within five seconds; a FIFO that
 // blocks it is then opened from the other side so that the test can end.
@@ -276,7 +271,6 @@ TEST(CopyFileByMode, ObserverOfACopyThatCannotStartSeesNothing) {
 
 TEST(CopyFileByMode, ReplacedMethodIsTheOneCalled) {
     ScopedTestEnv env;
-    CopyMethodsGuard guard;
     std::vector<std::string> calls;
     const CopyMethods real = DefaultCopyMethods();
     ActiveCopyMethods().mode2 = [&](const std::string& source, const std::string& destination,
@@ -292,7 +286,6 @@ TEST(CopyFileByMode, ReplacedMethodIsTheOneCalled) {
 
 TEST(CopyFileByMode, MethodThatRaisesIsACopyThatFailed) {
     ScopedTestEnv env;
-    CopyMethodsGuard guard;
     const std::string log = StartTestLog(env);
     const auto raising = [](const std::string&, const std::string&, ICopyObserver*) -> bool {
         throw std::runtime_error("broken");

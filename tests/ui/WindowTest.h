@@ -29,10 +29,7 @@ public:
         SetYieldHook([] { QApplication::processEvents(); });
         StartDailyLog();
     }
-    ~WindowEnv() {
-        window.reset();
-        SetYieldHook(nullptr);
-    }
+    ~WindowEnv() { window.reset(); }
 
     frmMain& Open(std::string commandLine = {}) {
         window = std::make_unique<frmMain>(std::move(commandLine));
