@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds Stashwell and runs every test: first the whole build, then the Qt-free core and its
-# tests again under AddressSanitizer and UndefinedBehaviorSanitizer, then the engine's tests,
-# whose read-ahead runs worker threads, under ThreadSanitizer, then the Debian package: built,
+# tests again under AddressSanitizer and UndefinedBehaviorSanitizer, then the tests of the
+# service context and of the engine, whose read-ahead runs worker threads, under
+# ThreadSanitizer, then the Debian package: built,
 # installed, its programs run, and purged again, and last the Windows build: cross-built with
 # mingw-w64, its tests run under Wine. At the end it lists the Release tests that were skipped,
 # with their reasons.
@@ -52,7 +53,7 @@ UBSAN_OPTIONS=print_stacktrace=1 \
 
 cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DSTASHWELL_CORE_ONLY=ON \
     -DSTASHWELL_SANITIZE_THREADS=ON
-threaded=(engine_CSignatureAhead engine_CStore engine_CBackup)
+threaded=(support_CServiceContext engine_CSignatureAhead engine_CStore engine_CBackup)
 cmake --build build-tsan -j "$jobs" --target "${threaded[@]}"
 for t in "${threaded[@]}"; do
     TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" "build-tsan/tests/$t"
