@@ -2,6 +2,7 @@
 
 #include "platform/CMd5.h"
 #include "platform/modFileIO.h"
+#include "support/CBufferPool.h"
 #include "support/CProcTrap.h"
 #include "support/modFSCommon.h"
 #include "support/modYield.h"
@@ -45,15 +46,16 @@ SignedContent SignOpen(NativeFile file, bool yield, const std::atomic<bool>* sto
     uint64_t remaining = status.size;
     uint64_t offset = 0;
     int error = 0;
-    // One read buffer per thread: allocating and clearing it per file costs more than hashing
-    // a small file.
-    thread_local std::unique_ptr<char[]> buffer(new char[kReadSize]);
+    // A pooled read buffer: allocating and clearing one per file costs more than hashing a
+    // small file.
+    static CBufferPool buffers(kReadSize);
+    const CBufferPool::Lease buffer = buffers.Take();
     while (remaining > 0) {
         const size_t want = static_cast<size_t>(std::min<uint64_t>(remaining, kReadSize));
-        const int64_t got = ReadBytes(file, buffer.get(), want, &offset, error);
+        const int64_t got = ReadBytes(file, buffer.Data(), want, &offset, error);
         if (got < 0) Raise(err::kDeviceIO);
         if (got == 0) break;
-        signer.Add(buffer.get(), static_cast<size_t>(got));
+        signer.Add(buffer.Data(), static_cast<size_t>(got));
         remaining -= static_cast<uint64_t>(got);
         if (yield) DoEvents();
         if (stop && stop->load(std::memory_order_relaxed)) Raise(err::kInternal, "stopped");

@@ -2,6 +2,8 @@
 
 #include "platform/modClock.h"
 
+#include <mutex>
+
 namespace {
 std::string Format(std::time_t when, const char* pattern) {
     const std::tm local = LocalTime(when);
@@ -16,10 +18,14 @@ std::string DateTimeText(std::time_t when) {
 }
 
 std::string NowText() {
-    // Log lines come by the thousand per second; format each second once.
-    thread_local std::time_t cachedAt = -1;
-    thread_local std::string cached;
+    // Log lines come by the thousand per second; format each second once. (Not one cache per
+    // thread: the Windows build's freeing of thread_local strings at a thread's end is not
+    // safe under Wine.)
+    static std::mutex mutex;
+    static std::time_t cachedAt = -1;
+    static std::string cached;
     const std::time_t now = std::time(nullptr);
+    std::lock_guard lock(mutex);
     if (now != cachedAt) {
         cached = DateTimeText(now);
         cachedAt = now;

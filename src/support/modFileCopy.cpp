@@ -9,6 +9,7 @@
 #include "support/modFileCopy.h"
 
 #include "platform/modFileIO.h"
+#include "support/CBufferPool.h"
 #include "support/CServiceContext.h"
 #include "support/modFSCommon.h"
 #include "support/modNumText.h"
@@ -17,6 +18,7 @@
 
 #include <cerrno>
 #include <memory>
+#include <optional>
 #include <utility>
 
 namespace {
@@ -62,10 +64,11 @@ bool IsRegular(NativeFile file, uint64_t* size = nullptr) {
 bool CopyData(NativeFile in, NativeFile out, uint64_t expected, ICopyObserver* observer,
               uint64_t* outOffset) {
     if (expected > kBlockSize) AdviseSequential(in);
-    // One buffer per thread, kept: a fresh megabyte per file costs a map and an unmap each. A
-    // copy started from the window's events (DoEvents below) may use it too: each piece is
-    // written out before the events run.
-    thread_local std::unique_ptr<char[]> buffer;
+    // A pooled buffer, leased at the first piece that goes through it: a fresh megabyte per
+    // file costs a map and an unmap each. A copy started from the window's events (DoEvents
+    // below) leases one of its own.
+    static CBufferPool buffers(kBlockSize);
+    std::optional<CBufferPool::Lease> buffer;
     bool useRange = observer == nullptr;
     uint64_t done = 0;
     int error = 0;
@@ -80,11 +83,11 @@ bool CopyData(NativeFile in, NativeFile out, uint64_t expected, ICopyObserver* o
             }
         } else {
             if (observer && observer->Stopped()) return Failed(kStoppedError);
-            if (!buffer) buffer.reset(new char[kBlockSize]);
-            n = ReadBytes(in, buffer.get(), kBlockSize, nullptr, error);
-            if (n > 0 && !WriteBytes(out, buffer.get(), static_cast<size_t>(n), outOffset, error))
+            if (!buffer) buffer.emplace(buffers.Take());
+            n = ReadBytes(in, buffer->Data(), kBlockSize, nullptr, error);
+            if (n > 0 && !WriteBytes(out, buffer->Data(), static_cast<size_t>(n), outOffset, error))
                 return Failed(error);
-            if (n > 0 && observer) observer->Written(buffer.get(), static_cast<size_t>(n));
+            if (n > 0 && observer) observer->Written(buffer->Data(), static_cast<size_t>(n));
         }
         if (n < 0) return Failed(error);
         if (n == 0) return true;
