@@ -52,16 +52,19 @@ make_prefix() {
 case $mode in
 run)
     make_prefix
-    # Once in about a thousand starts Wine ends a program at once, before its main printed
-    # anything (a test program of CTest seen failing after 0.01 s, with no output at all). Every
-    # program run here is a test program that prints before it ends, so such a start is made once
-    # more, and said on stderr; a program that printed anything keeps its own outcome.
+    # Now and then, under load, Wine fails a program before its test could run: it ends the
+    # program at once, before its main printed anything (a test seen failing after 0.01 s with
+    # no output at all), or a thread that GoogleTest itself starts cannot be made (its own check
+    # fails with a "[ FATAL ]" line naming gtest-port.cc: "CreateThread failed with error 6").
+    # Every program run here is a test program, so such a start is made once more, and said on
+    # stderr; any other outcome, a failed test's included, stands.
     printed=$(mktemp "$prefix.out.XXXXXX")
     trap 'rm -f "$printed"' EXIT
     status=0
     wine "$@" | tee "$printed" || status=${PIPESTATUS[0]}
-    if [ "$status" -ne 0 ] && [ ! -s "$printed" ]; then
-        echo "wine.sh: $1 ended with status $status before printing anything; started again" >&2
+    if [ "$status" -ne 0 ] && { [ ! -s "$printed" ] ||
+        grep -q '^\[ FATAL \] .*gtest-port\.cc' "$printed"; }; then
+        echo "wine.sh: $1 failed with status $status before its test could run; started again" >&2
         status=0
         wine "$@" || status=$?
     fi
