@@ -13,3 +13,18 @@
 // still running then counts as started.
 bool StartDetached(const std::string& program, const std::vector<std::string>& arguments,
                    int answerMs = 0);
+
+// What a program run to its end said and answered.
+struct ProgramAnswer {
+    bool started = false;  // it could be executed at all
+    bool timedOut = false; // it ran past the time given and was ended (exitCode is then -1)
+    int exitCode = -1;     // its exit status; -1 when it did not end by itself
+    std::string output;    // its standard output
+    std::string errors;    // its standard error
+};
+
+// Runs `program` (looked up on the search path) with `arguments`, gives it `input` on its
+// standard input, and waits for it to end, up to `timeoutMs`, after which it is ended. Its
+// output and errors are kept whole. It inherits this process's environment.
+ProgramAnswer RunAndWait(const std::string& program, const std::vector<std::string>& arguments,
+                         const std::string& input = {}, int timeoutMs = 30000);

@@ -9,6 +9,7 @@
 #include <QLineEdit>
 #include <QPushButton>
 #include <QRadioButton>
+#include <QSpinBox>
 
 namespace {
 
@@ -92,14 +93,37 @@ CConfigTab::CConfigTab(QWidget* parent) : QWidget(parent) {
         tr("Faster later backups: a file whose size and times have not changed since the last "
            "backup of its source is not read again. A change that keeps the size and the times "
            "is then not noticed"));
+
+    QWidget* schedule = PlaceFrame(this, "fraSchedule", {12, 392, 596, 58}, tr("Schedule"));
+    chkSchedule = PlaceButton<QCheckBox>(schedule, "chkSchedule", {10, 29, 196, 22},
+                                         tr("Back up every day at"));
+    chkSchedule->setToolTip(
+        tr("Back up every source every day at this time, also while this window is closed. A "
+           "backup missed while the computer was off is made soon after it starts again"));
+    chkSchedule->setShortcut(QKeySequence(tr("Alt+Y")));
+    spnHour = Place<QSpinBox>(schedule, "spnHour", {210, 27, 60, 26}, tr("Hour of the backup"));
+    spnHour->setRange(0, 23);
+    spnHour->setValue(21);
+    spnHour->setToolTip(tr("The hour of the daily backup, 0 to 23"));
+    PlaceLabel(schedule, "lblSchedColon", {272, 30, 8, 20}, QStringLiteral(":"));
+    spnMinute =
+        Place<QSpinBox>(schedule, "spnMinute", {282, 27, 60, 26}, tr("Minute of the backup"));
+    spnMinute->setRange(0, 59);
+    spnMinute->setToolTip(tr("The minute of the daily backup, 0 to 59"));
+    // A time typed is set once it is complete (Enter or leaving the box), not at every digit.
+    for (QSpinBox* box : {spnHour, spnMinute})
+        box->setKeyboardTracking(false);
+    lblNextBackup = Place<QLabel>(schedule, "lblNextBackup", {352, 29, 234, 22}, tr("Next backup"));
+    MarkStatusText(lblNextBackup);
+
     cmdManage->setShortcut(QKeySequence(tr("Alt+D")));
     cmdPurge->setShortcut(QKeySequence(tr("Alt+U")));
     cmdCompact->setShortcut(QKeySequence(tr("Alt+C")));
 
-    QWidget* order[] = {cmdSelBackupPath, chkHidden, chkSystem,       chkBackup,
-                        chkRestore,       Option1,   Option2,         Option3,
-                        txtExclude,       txtExDirs, chkExclRecycler, txtMaxBackups,
-                        cmdManage,        cmdPurge,  cmdCompact,      chkQuickCheck};
+    QWidget* order[] = {cmdSelBackupPath, chkHidden,     chkSystem, chkBackup,  chkRestore,
+                        Option1,          Option2,       Option3,   txtExclude, txtExDirs,
+                        chkExclRecycler,  txtMaxBackups, cmdManage, cmdPurge,   cmdCompact,
+                        chkQuickCheck,    chkSchedule,   spnHour,   spnMinute};
     for (size_t i = 1; i < std::size(order); ++i)
         setTabOrder(order[i - 1], order[i]);
 }

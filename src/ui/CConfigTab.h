@@ -1,9 +1,9 @@
 #pragma once
 
 // Tab 2 of the main window, the configuration: the backup path, every option of the Setup
-// keys (include, verification, log level, exclusions, backup limit) with its tool tip, and
-// the maintenance buttons of Manage Backups with their status line lblStatus and progress bar
-// XP_PB3.
+// keys (include, verification, log level, exclusions, backup limit) with its tool tip, the
+// maintenance buttons of Manage Backups with their status line lblStatus and progress bar
+// XP_PB3, and the daily schedule: the switch, the hour and minute boxes and the next run.
 
 #include <QWidget>
 
@@ -12,6 +12,7 @@ class QLabel;
 class QLineEdit;
 class QPushButton;
 class QRadioButton;
+class QSpinBox;
 class XP_ProgressBar;
 
 class CConfigTab : public QWidget {
@@ -32,6 +33,10 @@ public:
     QLineEdit* txtExclude;
     QLineEdit* txtExDirs;
     QCheckBox* chkQuickCheck;
+    QCheckBox* chkSchedule;
+    QSpinBox* spnHour;
+    QSpinBox* spnMinute;
+    QLabel* lblNextBackup;
     QCheckBox* chkExclRecycler;
     QLineEdit* txtMaxBackups;
     QPushButton* cmdManage;

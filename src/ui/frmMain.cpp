@@ -39,6 +39,7 @@
 #include <QPushButton>
 #include <QRadioButton>
 #include <QShortcut>
+#include <QSpinBox>
 #include <QTabWidget>
 #include <QTimer>
 #include <QTreeView>
@@ -49,7 +50,7 @@ namespace {
 
 constexpr uint32_t kRunBarColour = 0x004A86E4; // red 228, green 134, blue 74
 constexpr uint32_t kDesignBarColour = 0x00C56A31;
-constexpr QSize kDesignSize{640, 504};
+constexpr QSize kDesignSize{640, 560};
 constexpr auto kProgressInterval = std::chrono::milliseconds(50);
 
 QString Shown(const std::string& bytes) {
@@ -86,7 +87,7 @@ frmMain::frmMain(std::string commandLine, QWidget* parent)
     central->setObjectName(QStringLiteral("frmMainClient"));
     setCentralWidget(central);
 
-    SSTab1 = Place<QTabWidget>(central, "SSTab1", {8, 8, 624, 432}, tr("Stashwell"));
+    SSTab1 = Place<QTabWidget>(central, "SSTab1", {8, 8, 624, 488}, tr("Stashwell"));
     m_backup = new CBackupTab;
     m_restore = new CRestoreTab;
     m_config = new CConfigTab;
@@ -100,7 +101,7 @@ frmMain::frmMain(std::string commandLine, QWidget* parent)
         OnSignal(shortcut, &QShortcut::activated, this, "frmMain SSTab1_Click",
                  [this, tab] { SSTab1->setCurrentIndex(tab); });
     }
-    kvLogo = Place<QLabel>(central, "kvLogo", {8, 448, 190, 26}, tr("Korvex Stashwell"));
+    kvLogo = Place<QLabel>(central, "kvLogo", {8, 504, 190, 26}, tr("Korvex Stashwell"));
     kvLogo->setPixmap(Logo(kvLogo->size()));
 
     BuildMenus();
@@ -224,6 +225,18 @@ void frmMain::ConnectOptions() {
                  if (const auto back = MaxBackupsChanged(Bytes(text)))
                      m_config->txtMaxBackups->setText(QString::fromStdString(*back));
              });
+    OnSignal(
+        m_config->chkSchedule, &QCheckBox::clicked, this, "frmMain chkSchedule_Click",
+        [this](bool ticked) { ShowSchedule(ScheduleChanged("SchedEnabled", ticked ? "1" : "0")); });
+    const std::pair<QSpinBox*, const char*> times[] = {{m_config->spnHour, "Hour"},
+                                                       {m_config->spnMinute, "Minute"}};
+    for (const auto& [box, key] : times)
+        OnSignal(box, &QSpinBox::valueChanged, this,
+                 "frmMain " + box->objectName().toStdString() + "_Change",
+                 [this, key = std::string(key)](int value) {
+                     if (!m_showingSchedule)
+                         ShowSchedule(ScheduleChanged(key, std::to_string(value)));
+                 });
 }
 
 std::function<void()> frmMain::Handler(const char* name, Command command) {
@@ -303,7 +316,10 @@ std::optional<int> frmMain::Load() {
     }
     ShowOptions(LoadOptions());
     ShowSources(FillSources());
-    if (!unattended) return std::nullopt;
+    if (!unattended) {
+        ShowStoredSchedule();
+        return std::nullopt;
+    }
 
     m_run.Inputs(ListedSources(), OptionsShown());
     m_wordsBegun = true;
@@ -457,6 +473,21 @@ void frmMain::cmdSelBackupPath_Click() {
     // Each backup path has its own catalogue, and so its own options and sources.
     ShowOptions(LoadOptions());
     ShowSources(FillSources());
+    ShowStoredSchedule();
+}
+
+void frmMain::ShowStoredSchedule() {
+    const Schedule stored = LoadSchedule();
+    m_showingSchedule = true;
+    m_config->spnHour->setValue(stored.hour);
+    m_config->spnMinute->setValue(stored.minute);
+    m_showingSchedule = false;
+    ShowSchedule(ScheduleAtStart());
+}
+
+void frmMain::ShowSchedule(const ScheduleView& view) {
+    m_config->chkSchedule->setChecked(view.enabled);
+    m_config->lblNextBackup->setText(QString::fromStdString(view.next));
 }
 
 void frmMain::ShowTab(MainTab tab) {

@@ -12,6 +12,7 @@
 #include "app/CRunControl.h"
 #include "app/modMainWindow.h"
 #include "app/modOptions.h"
+#include "app/modSchedule.h"
 
 #include <QMainWindow>
 #include <QPointer>
@@ -88,6 +89,9 @@ private:
     void BuildMenus();
     void ConnectOptions();
     void ShowOptions(const BackupOptions& options);
+    // The schedule controls as Setup keeps them, and the next run as the scheduler tells it.
+    void ShowStoredSchedule();
+    void ShowSchedule(const ScheduleView& view);
     void ShowSources(const std::vector<std::string>& sources);
     std::vector<std::string> ListedSources() const;
     BackupOptions OptionsShown() const;
@@ -121,5 +125,6 @@ private:
     int m_checkEditsAtPress = 0;
     bool m_busy = false;
     bool m_closeAfterRun = false;
-    bool m_wordsBegun = false; // the unattended words of the command line began
+    bool m_wordsBegun = false;      // the unattended words of the command line began
+    bool m_showingSchedule = false; // the time boxes are being set from the stored schedule
 };

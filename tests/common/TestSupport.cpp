@@ -2,6 +2,7 @@
 
 #include "WindowsTestHelpers.h"
 #include "app/CProgramSettings.h"
+#include "app/modSchedule.h"
 #include "platform/CMd5.h"
 #include "platform/modFileStatus.h"
 #include "platform/modFileSystem.h"
@@ -243,6 +244,7 @@ ScopedTestEnv::ScopedTestEnv() : m_services(std::make_unique<CScopedServiceConte
     CProgramSettings::RootsForTests(m_machine.AsRoot(), m_user.AsRoot());
 #endif
     SetMessageBoxService(&box);
+    SetSchedulerSource([] { return std::vector<std::unique_ptr<IScheduler>>(); });
     SetFolderPickerService(&picker);
     SetDesktopService(&desktop);
 }

@@ -153,7 +153,9 @@ public:
 
 private:
     // Everything the test sets through the process-wide services (boxes, hooks, the logger,
-    // the copy ways, the chosen backup folder) is the test's own and ends with it.
+    // the copy ways, the chosen backup folder) is the test's own and ends with it. The
+    // schedule controls get no scheduler at all: no test reaches the machine's own systemd or
+    // crontab unless it gives schedulers itself (SetSchedulerSource).
     std::unique_ptr<CScopedServiceContext> m_services;
 #ifdef _WIN32
     std::string m_registryPath;

@@ -1,5 +1,8 @@
 // Starting a program detached: it gets exactly the arguments it was given, a program that fails
-// at once within the answer time counts as not started, one still running as started.
+// at once within the answer time counts as not started, one still running as started. Running
+// a program to its end: its input given, its output, errors and status kept whole (a megabyte of
+// each at once without either pipe stopping the other), one that is not there not started, one
+// that runs past its time ended, one that reads none of its input no harm to the caller.
 
 #include "TestSupport.h"
 #include "platform/modProcess.h"
@@ -55,6 +58,45 @@ TEST(Process, TheProgramGetsExactlyItsArguments) {
     EXPECT_EQ(ReadFile(out), Lines(kOddArguments));
 }
 
+TEST(Process, ARunToItsEndKeepsItsOutputErrorsAndStatus) {
+    const ProgramAnswer answer =
+        RunAndWait("sh", {"-c", "cat; echo \"$0\" >&2; exit 3", "two words"}, "in\nput");
+    EXPECT_TRUE(answer.started);
+    EXPECT_FALSE(answer.timedOut);
+    EXPECT_EQ(answer.exitCode, 3);
+    EXPECT_EQ(answer.output, "in\nput");
+    EXPECT_EQ(answer.errors, "two words\n");
+}
+
+TEST(Process, AMegabyteOfOutputAndOfErrorsAtOnceAreKeptWhole) {
+    const std::string input(1 << 20, 'i');
+    const ProgramAnswer answer =
+        RunAndWait("sh", {"-c", "cat; head -c 1048576 /dev/zero >&2; exit 0"}, input);
+    EXPECT_EQ(answer.exitCode, 0);
+    EXPECT_EQ(answer.output, input);
+    EXPECT_EQ(answer.errors, std::string(1 << 20, '\0'));
+}
+
+TEST(Process, AProgramThatIsNotThereIsNotStarted) {
+    const ProgramAnswer answer = RunAndWait("stashwell-no-such-program", {});
+    EXPECT_FALSE(answer.started);
+    EXPECT_EQ(answer.exitCode, -1);
+}
+
+TEST(Process, AProgramPastItsTimeIsEnded) {
+    const ProgramAnswer answer = RunAndWait("sh", {"-c", "echo started; exec sleep 30"}, {}, 300);
+    EXPECT_TRUE(answer.started);
+    EXPECT_TRUE(answer.timedOut);
+    EXPECT_EQ(answer.exitCode, -1);
+    EXPECT_EQ(answer.output, "started\n");
+}
+
+TEST(Process, AProgramThatReadsNoneOfItsInputEndsTheRunAsUsual) {
+    const ProgramAnswer answer = RunAndWait("sh", {"-c", "exit 0"}, std::string(4 << 20, 'x'));
+    EXPECT_TRUE(answer.started);
+    EXPECT_EQ(answer.exitCode, 0);
+}
+
 #else
 
 // This test program is also the program that the tests start: run with "--helper" it does what
@@ -62,6 +104,9 @@ TEST(Process, TheProgramGetsExactlyItsArguments) {
 //   --helper exit N             ends with status N
 //   --helper pause MS           ends with status 0 after MS milliseconds
 //   --helper arguments FILE...  writes each argument after FILE to FILE, one a line
+//   --helper echo N             copies its input to its output, writes its argument count and
+//                               a megabyte of zeros after the input's size to its errors, and
+//                               ends with status N
 const bool kHelperRun = [] {
     int count = 0;
     LPWSTR* wide = ::CommandLineToArgvW(::GetCommandLineW(), &count);
@@ -70,6 +115,22 @@ const bool kHelperRun = [] {
     for (int i = 2; i < count; ++i)
         words.push_back(Narrow(wide[i]));
     if (words[0] == "exit") ::ExitProcess(static_cast<UINT>(std::stoi(words[1])));
+    if (words[0] == "echo") {
+        std::string input;
+        char buffer[4096];
+        DWORD got = 0;
+        while (::ReadFile(::GetStdHandle(STD_INPUT_HANDLE), buffer, sizeof buffer, &got, nullptr) &&
+               got > 0)
+            input.append(buffer, got);
+        DWORD wrote = 0;
+        ::WriteFile(::GetStdHandle(STD_OUTPUT_HANDLE), input.data(),
+                    static_cast<DWORD>(input.size()), &wrote, nullptr);
+        std::string errors = std::to_string(input.size()) + "\n";
+        if (input.size() >= (1u << 20)) errors += std::string(1 << 20, '\0');
+        ::WriteFile(::GetStdHandle(STD_ERROR_HANDLE), errors.data(),
+                    static_cast<DWORD>(errors.size()), &wrote, nullptr);
+        ::ExitProcess(static_cast<UINT>(std::stoi(words[1])));
+    }
     if (words[0] == "pause") {
         ::Sleep(static_cast<DWORD>(std::stoi(words[1])));
         ::ExitProcess(0);
@@ -104,6 +165,36 @@ TEST(Process, TheProgramGetsExactlyItsArguments) {
     arguments.insert(arguments.end(), kOddArguments.begin(), kOddArguments.end());
     ASSERT_TRUE(StartDetached(ThisProgram(), arguments, 10000));
     EXPECT_EQ(ReadFile(out), Lines(kOddArguments));
+}
+
+TEST(Process, ARunToItsEndKeepsItsOutputErrorsAndStatus) {
+    const ProgramAnswer answer = RunAndWait(ThisProgram(), {"--helper", "echo", "3"}, "in\nput");
+    EXPECT_TRUE(answer.started);
+    EXPECT_FALSE(answer.timedOut);
+    EXPECT_EQ(answer.exitCode, 3);
+    EXPECT_EQ(answer.output, "in\nput");
+    EXPECT_EQ(answer.errors, "7\n");
+}
+
+TEST(Process, AMegabyteOfOutputAndOfErrorsAtOnceAreKeptWhole) {
+    const std::string input(1 << 20, 'i');
+    const ProgramAnswer answer = RunAndWait(ThisProgram(), {"--helper", "echo", "0"}, input);
+    EXPECT_EQ(answer.exitCode, 0);
+    EXPECT_EQ(answer.output, input);
+    EXPECT_EQ(answer.errors, "1048576\n" + std::string(1 << 20, '\0'));
+}
+
+TEST(Process, AProgramThatIsNotThereIsNotStarted) {
+    const ProgramAnswer answer = RunAndWait("stashwell-no-such-program", {});
+    EXPECT_FALSE(answer.started);
+    EXPECT_EQ(answer.exitCode, -1);
+}
+
+TEST(Process, AProgramPastItsTimeIsEnded) {
+    const ProgramAnswer answer = RunAndWait(ThisProgram(), {"--helper", "pause", "30000"}, {}, 300);
+    EXPECT_TRUE(answer.started);
+    EXPECT_TRUE(answer.timedOut);
+    EXPECT_EQ(answer.exitCode, -1);
 }
 
 #endif

@@ -1,0 +1,156 @@
+#include "app/CCronScheduler.h"
+
+#include "platform/modClock.h"
+#include "platform/modProcess.h"
+#include "support/modDateText.h"
+
+#include <cstdio>
+#include <ctime>
+#include <utility>
+
+namespace {
+
+// `word` as one word of the shell that cron runs the line with: in single quotes, a quote
+// written '\'' and a percent sign as \% (cron turns a bare one into a new line, and takes the
+// backslash away).
+std::string ShellWord(const std::string& word) {
+    std::string quoted = "'";
+    for (const char c : word) {
+        if (c == '\'')
+            quoted += "'\\''";
+        else if (c == '%')
+            quoted += "\\%";
+        else
+            quoted += c;
+    }
+    return quoted + "'";
+}
+
+bool EndsWith(const std::string& text, const std::string& end) {
+    return text.size() >= end.size() &&
+           text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+std::string FirstLine(const std::string& text) {
+    return text.substr(0, text.find('\n'));
+}
+
+// The next moment after now at hour:minute, local time.
+std::time_t NextAt(int hour, int minute) {
+    const std::time_t now = std::time(nullptr);
+    std::tm at = LocalTime(now);
+    at.tm_hour = hour;
+    at.tm_min = minute;
+    at.tm_sec = 0;
+    at.tm_isdst = -1;
+    std::tm copy = at;
+    std::time_t next = std::mktime(&copy);
+    if (next <= now) {
+        at.tm_mday += 1;
+        next = std::mktime(&at);
+    }
+    return next;
+}
+
+} // namespace
+
+CCronScheduler::CCronScheduler(std::string program) : m_program(std::move(program)) {}
+
+std::string CCronScheduler::Name() const {
+    return "the user's crontab";
+}
+
+std::string CCronScheduler::Line(int hour, int minute) const {
+    return std::to_string(minute) + " " + std::to_string(hour) + " * * * " + ShellWord(m_program) +
+           " backup" + kMark;
+}
+
+std::string CCronScheduler::WithLine(const std::string& crontab, const std::string& line) {
+    std::string kept;
+    size_t start = 0;
+    while (start < crontab.size()) {
+        size_t end = crontab.find('\n', start);
+        const bool lastWithoutEnd = end == std::string::npos;
+        if (lastWithoutEnd) end = crontab.size();
+        const std::string one = crontab.substr(start, end - start);
+        if (!EndsWith(one, kMark)) kept += one + (lastWithoutEnd ? "" : "\n");
+        start = end + 1;
+    }
+    if (line.empty()) return kept;
+    if (!kept.empty() && kept.back() != '\n') kept += '\n';
+    return kept + line + "\n";
+}
+
+bool CCronScheduler::Read(std::string& crontab, std::string& problem) {
+    const ProgramAnswer answer = RunAndWait("crontab", {"-l"}, {}, 30000);
+    if (!answer.started) {
+        problem = "crontab could not be started";
+        return false;
+    }
+    if (answer.exitCode == 0) {
+        crontab = answer.output;
+        return true;
+    }
+    // "no crontab for <user>": none yet, which is an empty one.
+    if (answer.errors.find("no crontab") != std::string::npos) {
+        crontab.clear();
+        return true;
+    }
+    problem = "crontab -l failed" +
+              (answer.timedOut ? std::string(" to answer within 30 seconds")
+                               : " (status " + std::to_string(answer.exitCode) + ")") +
+              (answer.errors.empty() ? "" : ": " + FirstLine(answer.errors));
+    return false;
+}
+
+std::string CCronScheduler::Write(const std::string& crontab) {
+    const ProgramAnswer answer = RunAndWait("crontab", {"-"}, crontab, 30000);
+    if (!answer.started) return "crontab could not be started";
+    if (answer.exitCode != 0)
+        return "crontab - failed" +
+               (answer.timedOut ? std::string(" to answer within 30 seconds")
+                                : " (status " + std::to_string(answer.exitCode) + ")") +
+               (answer.errors.empty() ? "" : ": " + FirstLine(answer.errors));
+    return {};
+}
+
+bool CCronScheduler::Available() {
+    std::string crontab;
+    std::string problem;
+    return Read(crontab, problem);
+}
+
+std::string CCronScheduler::Install(int hour, int minute) {
+    std::string crontab;
+    std::string problem;
+    if (!Read(crontab, problem)) return problem;
+    return Write(WithLine(crontab, Line(hour, minute)));
+}
+
+std::string CCronScheduler::Remove() {
+    std::string crontab;
+    std::string problem;
+    if (!Read(crontab, problem)) return problem;
+    const std::string without = WithLine(crontab, {});
+    return without == crontab ? std::string() : Write(without);
+}
+
+std::string CCronScheduler::NextRun() {
+    std::string crontab;
+    std::string problem;
+    if (!Read(crontab, problem)) return {};
+    size_t start = 0;
+    while (start < crontab.size()) {
+        size_t end = crontab.find('\n', start);
+        if (end == std::string::npos) end = crontab.size();
+        const std::string line = crontab.substr(start, end - start);
+        start = end + 1;
+        if (!EndsWith(line, kMark)) continue;
+        int minute = -1;
+        int hour = -1;
+        if (std::sscanf(line.c_str(), "%d %d", &minute, &hour) == 2 && minute >= 0 &&
+            minute <= 59 && hour >= 0 && hour <= 23)
+            return DateTimeText(NextAt(hour, minute));
+    }
+    return {};
+}
