@@ -1,6 +1,7 @@
 #include "app/CRunControl.h"
 
 #include "app/CBackupFolderLock.h"
+#include "app/modLastBackup.h"
 #include "app/modPaths.h"
 #include "app/modRetention.h"
 #include "support/CProcTrap.h"
@@ -8,6 +9,8 @@
 #include "support/modServices.h"
 #include "support/modText.h"
 #include "support/modYield.h"
+
+#include <ctime>
 
 namespace {
 constexpr double kDisplayMegabyte = 1024000.0;
@@ -26,7 +29,15 @@ std::string BackupSummary(double totalBytes, int32_t seconds) {
 }
 
 CRunControl::CRunControl(std::vector<std::string> sources, BackupOptions options)
-    : m_sources(std::move(sources)), m_options(std::move(options)) {}
+    : m_sources(std::move(sources)), m_options(std::move(options)) {
+    ShowLastBackup();
+}
+
+void CRunControl::ShowLastBackup() {
+    const LastBackupLine line = LastBackupText(ReadLastBackup(), std::time(nullptr));
+    m_view.lblLastBackup = line.text;
+    m_view.lastBackupWarning = line.warning;
+}
 
 void CRunControl::Inputs(std::vector<std::string> sources, BackupOptions options) {
     m_sources = std::move(sources);
@@ -199,6 +210,9 @@ void CRunControl::Finish(CBackup::Result result) {
 }
 
 void CRunControl::SetIdle() {
+    // The run's end is kept for the line "Last backup: ..." (also for the next start).
+    if (m_running) RecordRunEnd(m_outcome, std::time(nullptr));
+    ShowLastBackup();
     m_view.sourceButtonsEnabled = true;
     m_view.tabsEnabled = true;
     m_view.cmdBackupCaption = "Backup";

@@ -32,6 +32,9 @@ struct RunView {
     bool sourceButtonsEnabled = true; // cmdAddSrc, cmdRemove
     bool tabsEnabled = true;          // tabs 1 and 2
     int32_t selectedSource = -1;      // the row of lstSources being backed up
+    // lblLastBackup: when the last run ended and how (modLastBackup), a warning when overdue.
+    std::string lblLastBackup;
+    bool lastBackupWarning = false;
     bool operator==(const RunView&) const = default;
 };
 
@@ -71,6 +74,7 @@ private:
     // The summary of a run that lost nothing; one whose time cannot be shown says it was saved.
     std::string CompleteSummary();
     void SetIdle();
+    void ShowLastBackup();
     // Each problem of the run as a "Problem: " line of the log, which keeps the day's log
     // from the purge.
     void LogProblems();

@@ -36,22 +36,6 @@ std::string FirstLine(const std::string& text) {
     return text.substr(0, end);
 }
 
-// Writes `text` to `path` whole: under a temporary name, then renamed into place.
-std::string WriteWhole(const std::string& path, const std::string& text) {
-    const std::string temp = path + ".new";
-    CFile file;
-    if (!file.Open(temp, CFile::Mode::kReplace))
-        return "cannot write " + temp + ": " + FSPlainCause(file.Error());
-    const bool written = file.WriteAll(text);
-    const int error = file.Error();
-    file.Close();
-    if (!written || RenameReplacing(temp, path) != 0) {
-        RemoveFile(temp);
-        return "cannot write " + path + (written ? "" : ": " + FSPlainCause(error));
-    }
-    return {};
-}
-
 } // namespace
 
 CSystemdScheduler::CSystemdScheduler(std::string program) : m_program(std::move(program)) {}
@@ -132,10 +116,10 @@ bool CSystemdScheduler::Available() {
 std::string CSystemdScheduler::Install(int hour, int minute) {
     const std::string folder = UnitFolder();
     if (!MakePrivateFolders(folder)) return "cannot make the folder " + folder;
-    if (std::string problem = WriteWhole(FSJoinPath(folder, kService), ServiceText());
+    if (std::string problem = FSWriteWhole(FSJoinPath(folder, kService), ServiceText());
         !problem.empty())
         return problem;
-    if (std::string problem = WriteWhole(FSJoinPath(folder, kTimer), TimerText(hour, minute));
+    if (std::string problem = FSWriteWhole(FSJoinPath(folder, kTimer), TimerText(hour, minute));
         !problem.empty())
         return problem;
     for (const std::vector<std::string>& step :

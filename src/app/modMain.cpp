@@ -4,6 +4,7 @@
 #include "app/CProgramSettings.h"
 #include "app/CRunControl.h"
 #include "app/modIntegrity.h"
+#include "app/modLastBackup.h"
 #include "app/modOptions.h"
 #include "app/modPaths.h"
 #include "app/modRetention.h"
@@ -103,19 +104,15 @@ void SetUpErrorHandler() {
 int LoadWithoutWindow(const std::string& commandLine) {
     CProcTrap trap("frmMain Form_Load");
     if (const BackupFolderCheck check = CheckBackupFolder();
-        check.verdict != BackupFolderCheck::kReady) {
-        std::cerr << check.problem << std::endl;
-        return kExitCannotRun;
-    }
+        check.verdict != BackupFolderCheck::kReady)
+        return UnattendedCannotRun(check);
     CBackupFolderLock lock;
     if (const std::optional<int> exit = LockForUnattendedRun(lock)) return *exit;
     try {
         trap.Check();
         CreateDB();
-        if (const std::string problem = UnusableCatalogue(); !problem.empty()) {
-            std::cerr << problem << std::endl;
-            return kExitCannotRun;
-        }
+        if (const std::string problem = UnusableCatalogue(); !problem.empty())
+            return UnattendedCannotRun(problem);
         CRunControl run(FillSources(), LoadOptions());
         return FinishUnattendedRun(run, commandLine);
     } catch (...) {
@@ -244,6 +241,20 @@ int ReportUnattendedEnd(const CRunOutcome& outcome) {
     if (!verdict.empty()) std::cerr << verdict << '\n';
     std::cerr.flush();
     return outcome.ExitStatus();
+}
+
+int UnattendedCannotRun(const std::string& problem) {
+    std::cerr << problem << std::endl;
+    RecordRunFailed(problem, std::time(nullptr));
+    return kExitCannotRun;
+}
+
+int UnattendedCannotRun(const BackupFolderCheck& check) {
+    if (check.verdict != BackupFolderCheck::kDriveNotReady)
+        return UnattendedCannotRun(check.problem);
+    std::cerr << check.problem << std::endl;
+    RecordRunFailed("backup drive " + GetBackupPath() + " is not connected", std::time(nullptr));
+    return kExitCannotRun;
 }
 
 std::optional<int> LockForUnattendedRun(CBackupFolderLock& lock) {

@@ -84,6 +84,11 @@ struct BackupFolderCheck {
     std::string problem;
 };
 BackupFolderCheck CheckBackupFolder();
+// An unattended start that cannot run: says `problem` on stderr, keeps the failure for the line
+// "Last backup: ..." (the drive's absence as "backup drive <path> is not connected", any other
+// problem as it is said) and answers the exit status 1.
+int UnattendedCannotRun(const BackupFolderCheck& check);
+int UnattendedCannotRun(const std::string& problem);
 
 // The end of an unattended run: each problem on stderr, one line each, then the verdict with
 // the log's name; the exit status (0, 4 with problems, 5 when a run was lost).

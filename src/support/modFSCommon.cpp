@@ -525,3 +525,42 @@ FileStamp FSStampOf(const std::string& path) {
 FileStamp FSStampOfOpen(NativeFile file) {
     return FSStampOfStatus(StatusOfOpen(file));
 }
+
+std::string FSWriteWhole(const std::string& path, const std::string& text) {
+    const std::string temp = path + ".new";
+    CFile file;
+    if (!file.Open(temp, CFile::Mode::kReplace))
+        return "cannot write " + temp + ": " + FSPlainCause(file.Error());
+    const bool written = file.WriteAll(text);
+    const int error = file.Error();
+    file.Close();
+    if (!written) {
+        RemoveFile(temp);
+        return "cannot write " + temp + ": " + FSPlainCause(error);
+    }
+    if (RenameReplacing(temp, path) != 0) {
+        RemoveFile(temp);
+        return "cannot put " + temp + " in the place of " + path;
+    }
+    return {};
+}
+
+bool FSReadWhole(const std::string& path, std::string& text, size_t limit) {
+    int error = 0;
+    const NativeFile file = OpenFileHandle(path, OpenMode::kRead, error);
+    if (file == kNoFile) return false;
+    text.clear();
+    char buffer[4096];
+    bool whole = true;
+    for (;;) {
+        const int64_t got = ReadBytes(file, buffer, sizeof buffer, nullptr, error);
+        if (got < 0 || text.size() + static_cast<size_t>(got) > limit) {
+            whole = false;
+            break;
+        }
+        if (got == 0) break;
+        text.append(buffer, static_cast<size_t>(got));
+    }
+    CloseFileHandle(file);
+    return whole;
+}

@@ -84,6 +84,13 @@ bool FSIsReadable(const std::string& path);
 std::string FSReadProblem(const std::string& path);
 // The cause that the system error `error` names, in plain words.
 std::string FSPlainCause(int error);
+// Writes `text` as the whole of the file `path` (a private file): under a temporary name beside
+// it, then renamed into place, so that a reader finds the old text or the new one, never a part.
+// "" when done, else what went wrong in plain words. No error trap.
+std::string FSWriteWhole(const std::string& path, const std::string& text);
+// Reads the whole of the file `path` (not through a link) into `text`, up to `limit` bytes;
+// false when it cannot be read or is larger. No error trap.
+bool FSReadWhole(const std::string& path, std::string& text, size_t limit = 1 << 20);
 // Where the last separator of `path` stands, or the first from `start`; npos when none.
 size_t FSLastSeparator(const std::string& path);
 size_t FSNextSeparator(const std::string& path, size_t start);

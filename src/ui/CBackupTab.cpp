@@ -40,6 +40,8 @@ CBackupTab::CBackupTab(QWidget* parent) : QWidget(parent) {
     for (QLabel* status : {lblSource, lblProcessing, lblCount, lblDone, lblThruPut})
         MarkStatusText(status);
     XP_PB1 = Place<XP_ProgressBar>(run, "XP_PB1", {12, 106, 572, 26}, tr("Backup progress"));
+    lblLastBackup = Place<QLabel>(this, "lblLastBackup", {12, 376, 596, 22}, tr("Last backup"));
+    MarkStatusText(lblLastBackup);
 
     setTabOrder(lstSources, cmdAddSrc);
     setTabOrder(cmdAddSrc, cmdRemove);

@@ -30,5 +30,6 @@ public:
     QLabel* lblCount;
     QLabel* lblDone;
     QLabel* lblThruPut;
+    QLabel* lblLastBackup;
     XP_ProgressBar* XP_PB1;
 };

@@ -52,6 +52,8 @@ constexpr uint32_t kRunBarColour = 0x004A86E4; // red 228, green 134, blue 74
 constexpr uint32_t kDesignBarColour = 0x00C56A31;
 constexpr QSize kDesignSize{640, 560};
 constexpr auto kProgressInterval = std::chrono::milliseconds(50);
+// Text that warns (a backup overdue): dark red, readable on the light window background.
+const QString kWarningColour = QStringLiteral("#b00020");
 
 QString Shown(const std::string& bytes) {
     return QFile::decodeName(QByteArray::fromStdString(bytes));
@@ -116,6 +118,9 @@ frmMain::frmMain(std::string commandLine, QWidget* parent)
     m_shown.lblThruPut = "MB/s"; // the label's design text
     m_run.OnViewChanged = [this](const RunView& view) { Render(view); };
     m_run.OnShowReport = [this] { ShowReport(); };
+    ShowLastBackup(m_run.View());
+    m_shown.lblLastBackup = m_run.View().lblLastBackup;
+    m_shown.lastBackupWarning = m_run.View().lastBackupWarning;
 
     for (XP_ProgressBar* bar : findChildren<XP_ProgressBar*>()) {
         bar->eBrushStyle(0);
@@ -283,10 +288,7 @@ std::optional<int> frmMain::Load() {
     }
     m_config->txtBackupPath->setText(Shown(GetBackupPath()));
     const bool unattended = !m_commandLine.empty();
-    if (check.verdict != BackupFolderCheck::kReady && unattended) {
-        std::cerr << check.problem << std::endl;
-        return kExitCannotRun;
-    }
+    if (check.verdict != BackupFolderCheck::kReady && unattended) return UnattendedCannotRun(check);
     if (check.verdict == BackupFolderCheck::kPathProblem) {
         MsgBox(check.problem, mb::kCritical, kWindowTitle);
         GotoConfigure();
@@ -308,10 +310,7 @@ std::optional<int> frmMain::Load() {
     }
     CreateDB();
     if (const std::string problem = UnusableCatalogue(); !problem.empty()) {
-        if (unattended) {
-            std::cerr << problem << std::endl;
-            return kExitCannotRun;
-        }
+        if (unattended) return UnattendedCannotRun(problem);
         MsgBox(problem, mb::kCritical, kWindowTitle);
     }
     ShowOptions(LoadOptions());
@@ -430,6 +429,9 @@ void frmMain::Render(const RunView& view) {
         SSTab1->setTabEnabled(static_cast<int>(MainTab::kRestore), view.tabsEnabled);
         SSTab1->setTabEnabled(static_cast<int>(MainTab::kConfiguration), view.tabsEnabled);
     }
+    if (view.lblLastBackup != shown.lblLastBackup ||
+        view.lastBackupWarning != shown.lastBackupWarning)
+        ShowLastBackup(view);
     if (view.selectedSource != m_backup->lstSources->currentRow() && view.selectedSource >= 0 &&
         view.selectedSource < m_backup->lstSources->count())
         m_backup->lstSources->setCurrentRow(view.selectedSource);
@@ -474,6 +476,15 @@ void frmMain::cmdSelBackupPath_Click() {
     ShowOptions(LoadOptions());
     ShowSources(FillSources());
     ShowStoredSchedule();
+}
+
+// An overdue backup is told in words and, besides, in the warning colour and bold.
+void frmMain::ShowLastBackup(const RunView& view) {
+    QLabel* label = m_backup->lblLastBackup;
+    label->setText(Shown(view.lblLastBackup));
+    label->setStyleSheet(view.lastBackupWarning
+                             ? QStringLiteral("color: %1; font-weight: bold;").arg(kWarningColour)
+                             : QString());
 }
 
 void frmMain::ShowStoredSchedule() {

@@ -92,6 +92,7 @@ private:
     // The schedule controls as Setup keeps them, and the next run as the scheduler tells it.
     void ShowStoredSchedule();
     void ShowSchedule(const ScheduleView& view);
+    void ShowLastBackup(const RunView& view);
     void ShowSources(const std::vector<std::string>& sources);
     std::vector<std::string> ListedSources() const;
     BackupOptions OptionsShown() const;

@@ -60,6 +60,32 @@ TEST(Unattended, BackupDriveNotReadyStopsWithTheReasonAndStatusOne) {
     EXPECT_FALSE(Exists(env.Path("unplugged")));
 }
 
+// Each run keeps how it ended in the state folder, for the window's line "Last backup: ...":
+// a start with the drive away as a failure with its reason, a run that completed as such, the
+// time of the last completed run kept through a later failure.
+TEST(Unattended, EveryEndIsKeptForTheLastBackupLine) {
+    BackupFixture f;
+    const std::string src = f.env.Path("src");
+    CreateTree(src, Dir({{"a.txt", File("alpha")}}));
+    f.AddSource(src);
+    const std::string record = f.env.StateHome() + "/Korvex/QRV/last-backup";
+    EXPECT_FALSE(Exists(record));
+    ASSERT_EQ(RunStashwell({"backup"}).exitCode, 0);
+    const std::regex completed(
+        "ended=(\\d+)\noutcome=completed\nproblems=0\nreason=\ncompleted=(\\d+)\n");
+    std::smatch first;
+    const std::string afterRun = ReadFile(record);
+    ASSERT_TRUE(std::regex_match(afterRun, first, completed)) << afterRun;
+    EXPECT_EQ(first[1], first[2]);
+
+    const std::string away = f.env.Path("unplugged/drive");
+    WriteRegSetting("BackupPath", away);
+    EXPECT_EQ(RunStashwell({"backup"}).exitCode, 1);
+    const std::regex failed("ended=\\d+\noutcome=failed\nproblems=0\nreason=backup drive " + away +
+                            " is not connected\ncompleted=" + first[2].str() + "\n");
+    EXPECT_TRUE(std::regex_match(ReadFile(record), failed)) << ReadFile(record);
+}
+
 TEST(Unattended, EmptyCommandLineWithoutADisplaySaysHowToRunUnattended) {
     BackupFixture f;
     const ProgramRun run = RunStashwell({});

@@ -5,12 +5,15 @@
 
 #include "WindowTest.h"
 
+#include "app/CRunOutcome.h"
+#include "app/modLastBackup.h"
 #include "app/modPaths.h"
 #include "app/modSysInfo.h"
 #include "catalogue/CDatabase.h"
 #include "controls/XP_ProgressBar.h"
 #include "platform/modPlatformPaths.h"
 #include "support/Version.h"
+#include "support/modDateText.h"
 #include "support/modServices.h"
 #include "ui/frmAbout.h"
 #include "ui/frmReport.h"
@@ -809,6 +812,35 @@ private slots:
         w.Open().Form_Load();
         w.Get<QAction>("mnuManual")->trigger();
         QCOMPARE(Q(w.env.desktop.opened), QStringList{Q(ProgramFolder() + "/QRV Manual.pdf")});
+    }
+
+    void LastBackupLineWarnsUntilARunCompletesAndThenTellsIt() {
+        WindowEnv w;
+        w.Open().Form_Load();
+        auto* line = w.Get<QLabel>("lblLastBackup");
+        QCOMPARE(line->text(), QStringLiteral("Last backup: none yet"));
+        QVERIFY(line->styleSheet().contains(QStringLiteral("#b00020")));
+        const std::string source = w.env.Path("s");
+        CreateTree(source, Dir({{"a.txt", File("alpha")}}));
+        w.f.AddSource(source);
+        w.window->Form_Load();
+        w.BackUp();
+        QVERIFY2(line->text().startsWith(QStringLiteral("Last backup: ")),
+                 qPrintable(line->text()));
+        QVERIFY2(line->text().endsWith(QStringLiteral(", completed")), qPrintable(line->text()));
+        QCOMPARE(line->styleSheet(), QString());
+    }
+
+    void AnOverdueLastBackupIsShownAtTheStart() {
+        WindowEnv w;
+        const std::time_t now = std::time(nullptr);
+        RecordRunEnd(CRunOutcome(), now - 9 * 24 * 3600);
+        w.Open().Form_Load();
+        auto* line = w.Get<QLabel>("lblLastBackup");
+        QCOMPARE(line->text(), Q("Last backup: " + DateTimeText(now - 9 * 24 * 3600) +
+                                 ", completed. No backup for 9 days"));
+        QVERIFY(line->styleSheet().contains(QStringLiteral("#b00020")));
+        QVERIFY(!line->accessibleName().isEmpty());
     }
 
     void ExitClosesTheWindow() {
