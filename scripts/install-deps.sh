@@ -11,7 +11,9 @@ packages=(cmake ninja-build g++ pkg-config libsqlite3-dev libssl-dev libgtest-de
     # X server for the tests of the window program on a display.
     libxcb1-dev libwayland-dev xvfb
     # The removable-drive tests: exFAT and FAT32 images made, on a loop device, through FUSE.
-    mount exfatprogs exfat-fuse dosfstools fusefat)
+    mount exfatprogs exfat-fuse dosfstools fusefat
+    # The notification tests: a private session bus.
+    dbus-daemon)
 if [ "${1:-}" = "--bench" ]; then
     packages+=(time borgbackup restic)
 elif [ "${1:-}" = "--only" ]; then

@@ -7,6 +7,7 @@
 #include <iostream>
 
 #ifdef STASHWELL_WITH_WINDOW
+#include "ui/CDBusNotifier.h"
 #include "ui/modWindow.h"
 #endif
 
@@ -15,6 +16,9 @@ int main(int argc, char** argv) {
 #ifdef STASHWELL_WITH_WINDOW
         // Builds nothing until Main asks for the window; it outlives Main's window.
         CWindowRunner window;
+        // An unattended run that went wrong says so on the desktop, with or without the window.
+        static CDBusNotifier notifier;
+        SetNotifierService(&notifier);
         return Main(argc, argv, &window);
 #else
         return Main(argc, argv);

@@ -3,8 +3,10 @@
 #include "app/CBackupFolderLock.h"
 #include "app/CProgramSettings.h"
 #include "app/CRunControl.h"
+#include "app/CRunOutcome.h"
 #include "app/modIntegrity.h"
 #include "app/modLastBackup.h"
+#include "app/modNotify.h"
 #include "app/modOptions.h"
 #include "app/modPaths.h"
 #include "app/modRetention.h"
@@ -80,6 +82,25 @@ std::optional<int> TakeInstanceLock() {
 // The end of a process that met an error no trap caught: one line on stderr, nothing more in
 // the log (whose failure is the likely cause). A failed write of the daily log is named with
 // the file and the cause.
+// How a run over all sources ended, in the words of its notice.
+std::string OutcomeWords(const CRunOutcome& outcome) {
+    switch (outcome.Ended()) {
+    case CRunOutcome::End::kComplete:
+        return "Backup completed";
+    case CRunOutcome::End::kProblems: {
+        const size_t count = outcome.Lines().size();
+        return "Backup completed with " + std::to_string(count) +
+               (count == 1 ? " problem" : " problems");
+    }
+    case CRunOutcome::End::kLost:
+        break;
+    }
+    for (const std::string& line : outcome.Lines())
+        if (const size_t at = line.find(" was lost: "); at != std::string::npos)
+            return "A backup run was lost: " + line.substr(at + 11);
+    return "A backup run was lost";
+}
+
 int StoppedAtError(int status) {
     const CRuntimeError error = CurrentRuntimeError();
     const CLogger& logger = Logger();
@@ -118,9 +139,10 @@ int LoadWithoutWindow(const std::string& commandLine) {
     } catch (...) {
         // An error that ended the unattended path (the log's drive gone, for one): nothing
         // tells whether the run was recorded, so it counts as lost.
-        std::cerr << "Error: the unattended run stopped at an error: "
-                  << CurrentRuntimeError().Description() << std::endl;
+        const std::string error = CurrentRuntimeError().Description();
+        std::cerr << "Error: the unattended run stopped at an error: " << error << std::endl;
         trap.Handle();
+        TellRunEnd(kExitRunLost, "A backup run was lost: " + error, {});
     }
     try {
         Log(1, "Exiting QRV");
@@ -246,6 +268,7 @@ int ReportUnattendedEnd(const CRunOutcome& outcome) {
 int UnattendedCannotRun(const std::string& problem) {
     std::cerr << problem << std::endl;
     RecordRunFailed(problem, std::time(nullptr));
+    TellRunEnd(kExitCannotRun, "Backup did not start", {problem});
     return kExitCannotRun;
 }
 
@@ -254,6 +277,7 @@ int UnattendedCannotRun(const BackupFolderCheck& check) {
         return UnattendedCannotRun(check.problem);
     std::cerr << check.problem << std::endl;
     RecordRunFailed("backup drive " + GetBackupPath() + " is not connected", std::time(nullptr));
+    TellRunEnd(kExitCannotRun, "Backup drive " + GetBackupPath() + " is not connected", {});
     return kExitCannotRun;
 }
 
@@ -261,6 +285,7 @@ std::optional<int> LockForUnattendedRun(CBackupFolderLock& lock) {
     if (!lock.Acquire(GetBackupPath())) {
         std::cerr << lock.Problem() << std::endl;
         Log(1, lock.Problem());
+        TellRunEnd(kExitOtherInstance, "Backup did not start", {lock.Problem()});
         return kExitOtherInstance;
     }
     if (!lock.Unlocked().empty()) std::cerr << lock.Unlocked() << std::endl;
@@ -270,6 +295,8 @@ std::optional<int> LockForUnattendedRun(CBackupFolderLock& lock) {
 int FinishUnattendedRun(CRunControl& run, const std::string& commandLine) {
     run.RunUnattended(commandLine);
     const int status = ReportUnattendedEnd(run.Outcome());
+    TellRunEnd(status, OutcomeWords(run.Outcome()), run.Outcome().Lines(),
+               GetSetupValue("NotifySuccess") == "1");
     try {
         Log(1, "Exiting QRV");
     } catch (...) {
