@@ -4,6 +4,7 @@
 #include <QDBusConnection>
 #include <QDBusError>
 #include <QDBusMessage>
+#include <QDir>
 #include <QFileInfo>
 #include <QStringList>
 #include <QVariantMap>
@@ -19,8 +20,8 @@ QString SessionBus() {
     const QString address = qEnvironmentVariable("DBUS_SESSION_BUS_ADDRESS");
     if (!address.isEmpty()) return address;
     const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
-    if (!runtime.isEmpty() && QFileInfo::exists(runtime + QStringLiteral("/bus")))
-        return QStringLiteral("unix:path=") + runtime + QStringLiteral("/bus");
+    const QString bus = QDir(runtime).filePath(QStringLiteral("bus"));
+    if (!runtime.isEmpty() && QFileInfo::exists(bus)) return QStringLiteral("unix:path=") + bus;
     return {};
 }
 
@@ -45,7 +46,7 @@ std::string CDBusNotifier::Send(const std::string& title, const std::string& bod
         } else {
             QDBusMessage call = QDBusMessage::createMethodCall(
                 QStringLiteral("org.freedesktop.Notifications"),
-                QStringLiteral("/org/freedesktop/Notifications"),
+                QStringLiteral("/org/freedesktop/Notifications"), // not a path separator
                 QStringLiteral("org.freedesktop.Notifications"), QStringLiteral("Notify"));
             call << QStringLiteral("Stashwell") << 0u << QStringLiteral("drive-harddisk")
                  << QString::fromStdString(title) << QString::fromStdString(body) << QStringList()

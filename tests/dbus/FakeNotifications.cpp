@@ -35,9 +35,9 @@ public slots:
         return ++m_id;
     }
     QStringList GetCapabilities() { return {QStringLiteral("body")}; }
-    QString GetServerInformation(QString& vendor, QString& version, QString& spec) {
+    QString GetServerInformation(QString& vendor, QString& version, QString& protocol) {
         vendor = QStringLiteral("Stashwell tests");
-        version = spec = QStringLiteral("1.2");
+        version = protocol = QStringLiteral("1.2");
         return QStringLiteral("fake_notifications");
     }
 
