@@ -79,9 +79,16 @@ std::optional<int> TakeInstanceLock() {
     return std::nullopt;
 }
 
-// The end of a process that met an error no trap caught: one line on stderr, nothing more in
-// the log (whose failure is the likely cause). A failed write of the daily log is named with
-// the file and the cause.
+// Whether a run that ended with 0 is told too (the option NotifySuccess); a catalogue that
+// cannot be read now says no, and the run's outcome stands.
+bool TellsSuccess() {
+    try {
+        return GetSetupValue("NotifySuccess") == "1";
+    } catch (...) {
+        return false;
+    }
+}
+
 // How a run over all sources ended, in the words of its notice.
 std::string OutcomeWords(const CRunOutcome& outcome) {
     switch (outcome.Ended()) {
@@ -101,6 +108,9 @@ std::string OutcomeWords(const CRunOutcome& outcome) {
     return "A backup run was lost";
 }
 
+// The end of a process that met an error no trap caught: one line on stderr, nothing more in
+// the log (whose failure is the likely cause). A failed write of the daily log is named with
+// the file and the cause.
 int StoppedAtError(int status) {
     const CRuntimeError error = CurrentRuntimeError();
     const CLogger& logger = Logger();
@@ -296,7 +306,7 @@ int FinishUnattendedRun(CRunControl& run, const std::string& commandLine) {
     run.RunUnattended(commandLine);
     const int status = ReportUnattendedEnd(run.Outcome());
     TellRunEnd(status, OutcomeWords(run.Outcome()), run.Outcome().Lines(),
-               GetSetupValue("NotifySuccess") == "1");
+               status == kExitDone && TellsSuccess());
     try {
         Log(1, "Exiting QRV");
     } catch (...) {
