@@ -10,6 +10,8 @@
 
 namespace {
 
+constexpr int kAnswerMs = 30000;
+
 // `word` as one word of the shell that cron runs the line with: in single quotes, a quote
 // written '\'' and a percent sign as \% (cron turns a bare one into a new line, and takes the
 // backslash away).
@@ -29,10 +31,6 @@ std::string ShellWord(const std::string& word) {
 bool EndsWith(const std::string& text, const std::string& end) {
     return text.size() >= end.size() &&
            text.compare(text.size() - end.size(), end.size(), end) == 0;
-}
-
-std::string FirstLine(const std::string& text) {
-    return text.substr(0, text.find('\n'));
 }
 
 // The next moment after now at hour:minute, local time.
@@ -82,36 +80,23 @@ std::string CCronScheduler::WithLine(const std::string& crontab, const std::stri
 }
 
 bool CCronScheduler::Read(std::string& crontab, std::string& problem) {
-    const ProgramAnswer answer = RunAndWait("crontab", {"-l"}, {}, 30000);
-    if (!answer.started) {
-        problem = "crontab could not be started";
-        return false;
-    }
-    if (answer.exitCode == 0) {
+    const ProgramAnswer answer = RunAndWait("crontab", {"-l"}, {}, kAnswerMs);
+    if (answer.started && answer.exitCode == 0) {
         crontab = answer.output;
         return true;
     }
     // "no crontab for <user>": none yet, which is an empty one.
-    if (answer.errors.find("no crontab") != std::string::npos) {
+    if (answer.started && !answer.timedOut &&
+        answer.errors.find("no crontab") != std::string::npos) {
         crontab.clear();
         return true;
     }
-    problem = "crontab -l failed" +
-              (answer.timedOut ? std::string(" to answer within 30 seconds")
-                               : " (status " + std::to_string(answer.exitCode) + ")") +
-              (answer.errors.empty() ? "" : ": " + FirstLine(answer.errors));
+    problem = AnswerProblem("crontab -l", answer, kAnswerMs);
     return false;
 }
 
 std::string CCronScheduler::Write(const std::string& crontab) {
-    const ProgramAnswer answer = RunAndWait("crontab", {"-"}, crontab, 30000);
-    if (!answer.started) return "crontab could not be started";
-    if (answer.exitCode != 0)
-        return "crontab - failed" +
-               (answer.timedOut ? std::string(" to answer within 30 seconds")
-                                : " (status " + std::to_string(answer.exitCode) + ")") +
-               (answer.errors.empty() ? "" : ": " + FirstLine(answer.errors));
-    return {};
+    return AnswerProblem("crontab -", RunAndWait("crontab", {"-"}, crontab, kAnswerMs), kAnswerMs);
 }
 
 bool CCronScheduler::Available() {

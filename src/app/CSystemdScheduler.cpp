@@ -12,6 +12,8 @@
 
 namespace {
 
+constexpr int kAnswerMs = 30000;
+
 // A word of ExecStart as systemd reads it back: in double quotes, with a backslash before a
 // backslash or a quote, "%%" for a percent sign (specifiers) and "$$" for a dollar (variables).
 std::string ExecWord(const std::string& word) {
@@ -28,12 +30,6 @@ std::string TwoDigits(int value) {
     char text[8];
     std::snprintf(text, sizeof text, "%02d", value);
     return text;
-}
-
-// The first line of a program's answer, for a problem text.
-std::string FirstLine(const std::string& text) {
-    const size_t end = text.find('\n');
-    return text.substr(0, end);
 }
 
 } // namespace
@@ -96,17 +92,12 @@ std::string CSystemdScheduler::Systemctl(const std::vector<std::string>& argumen
                                          std::string* output) {
     std::vector<std::string> all = {"--user"};
     all.insert(all.end(), arguments.begin(), arguments.end());
-    const ProgramAnswer answer = RunAndWait("systemctl", all, {}, 30000);
+    const ProgramAnswer answer = RunAndWait("systemctl", all, {}, kAnswerMs);
     if (output) *output = answer.output;
     std::string command = "systemctl";
     for (const std::string& argument : all)
         command += " " + argument;
-    if (!answer.started) return command + " could not be started";
-    if (answer.timedOut) return command + " did not answer within 30 seconds";
-    if (answer.exitCode != 0)
-        return command + " failed (status " + std::to_string(answer.exitCode) + ")" +
-               (answer.errors.empty() ? "" : ": " + FirstLine(answer.errors));
-    return {};
+    return AnswerProblem(command, answer, kAnswerMs);
 }
 
 bool CSystemdScheduler::Available() {

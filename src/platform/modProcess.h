@@ -28,3 +28,8 @@ struct ProgramAnswer {
 // output and errors are kept whole. It inherits this process's environment.
 ProgramAnswer RunAndWait(const std::string& program, const std::vector<std::string>& arguments,
                          const std::string& input = {}, int timeoutMs = 30000);
+
+// What went wrong with a run of `command` (the words shown for it) that `answer` tells of, in
+// plain words: "<command> could not be started", "... did not answer within N seconds" or
+// "... failed (status N): <the first line of its errors>"; "" when it ended with 0.
+std::string AnswerProblem(const std::string& command, const ProgramAnswer& answer, int timeoutMs);
