@@ -45,14 +45,16 @@ cmake -S . -B build-release -G Ninja -DCMAKE_BUILD_TYPE=Release
 cmake --build build-release -j "$jobs"
 ctest --test-dir build-release --output-on-failure -j "$jobs" --output-junit "$junit"
 
-cmake -S . -B build-sanitize -G Ninja -DCMAKE_BUILD_TYPE=Debug \
+# The sanitizer builds compile the libraries as a few unity sources each (CMAKE_UNITY_BUILD),
+# which takes them a third less time; the Release build above keeps one object per source.
+cmake -S . -B build-sanitize -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_UNITY_BUILD=ON \
     -DSTASHWELL_CORE_ONLY=ON -DSTASHWELL_SANITIZE=ON
 cmake --build build-sanitize -j "$jobs"
 UBSAN_OPTIONS=print_stacktrace=1 \
     ctest --test-dir build-sanitize --output-on-failure -j "$jobs" -L core
 
 cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DSTASHWELL_CORE_ONLY=ON \
-    -DSTASHWELL_SANITIZE_THREADS=ON
+    -DCMAKE_UNITY_BUILD=ON -DSTASHWELL_SANITIZE_THREADS=ON
 threaded=(support_CServiceContext support_CBufferPool engine_CSignatureAhead engine_CStore engine_CBackup)
 cmake --build build-tsan -j "$jobs" --target "${threaded[@]}"
 for t in "${threaded[@]}"; do

@@ -2,6 +2,7 @@
 
 #include "app/CBackupFolderLock.h"
 #include "app/modCatalogueQuery.h"
+#include "app/modMainWindow.h"
 #include "app/modRestore.h"
 #include "catalogue/modSQLQuote.h"
 #include "platform/modFileSystem.h"
@@ -14,8 +15,6 @@
 #include "support/modYield.h"
 
 namespace {
-
-constexpr const char* kTitle = "QRV - Stashwell";
 
 bool IsFolderImage(int32_t image) {
     return image == 1 || image == 2;
@@ -204,7 +203,8 @@ void CBackupBrowser::PopulateNode(int32_t node) {
         ADOSQLite files;
         QueryCatalogue(files, "Files", sqlaction::kSelect,
                        "bid = " + m_bid + " AND path = " + SQLLiteral(Node(node).key));
-        if (files.Err()) MsgBox("PopulateNode error: " + files.ErrMsg(), mb::kCritical, kTitle);
+        if (files.Err())
+            MsgBox("PopulateNode error: " + files.ErrMsg(), mb::kCritical, kWindowTitle);
         const bool ticked = Node(node).checked;
         for (int32_t row = 1; row <= files.RecordCount(); ++row) {
             files.MoveAbs(row);
@@ -282,7 +282,7 @@ void CBackupBrowser::Restore(const std::string& destination, bool verify) {
 bool CBackupBrowser::cmdRestore_Click(bool verify) {
     if (m_restoring) return false;
     if (MsgBox("QRV will overwrite any existing files with the same name. Is this OK?",
-               mb::kOKCancel | mb::kQuestion, kTitle) != mb::kOK)
+               mb::kOKCancel | mb::kQuestion, kWindowTitle) != mb::kOK)
         return false;
     Restore("", verify);
     return true;

@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr int kAnswerMs = 30000;
-
 // `word` as one word of the shell that cron runs the line with: in single quotes, a quote
 // written '\'' and a percent sign as \% (cron turns a bare one into a new line, and takes the
 // backslash away).
@@ -80,7 +78,7 @@ std::string CCronScheduler::WithLine(const std::string& crontab, const std::stri
 }
 
 bool CCronScheduler::Read(std::string& crontab, std::string& problem) {
-    const ProgramAnswer answer = RunAndWait("crontab", {"-l"}, {}, kAnswerMs);
+    const ProgramAnswer answer = RunAndWait("crontab", {"-l"}, {}, kProgramAnswerMs);
     if (answer.started && answer.exitCode == 0) {
         crontab = answer.output;
         return true;
@@ -91,12 +89,13 @@ bool CCronScheduler::Read(std::string& crontab, std::string& problem) {
         crontab.clear();
         return true;
     }
-    problem = AnswerProblem("crontab -l", answer, kAnswerMs);
+    problem = AnswerProblem("crontab -l", answer, kProgramAnswerMs);
     return false;
 }
 
 std::string CCronScheduler::Write(const std::string& crontab) {
-    return AnswerProblem("crontab -", RunAndWait("crontab", {"-"}, crontab, kAnswerMs), kAnswerMs);
+    return AnswerProblem("crontab -", RunAndWait("crontab", {"-"}, crontab, kProgramAnswerMs),
+                         kProgramAnswerMs);
 }
 
 bool CCronScheduler::Available() {

@@ -12,8 +12,6 @@
 
 namespace {
 
-constexpr int kAnswerMs = 30000;
-
 // A word of ExecStart as systemd reads it back: in double quotes, with a backslash before a
 // backslash or a quote, "%%" for a percent sign (specifiers) and "$$" for a dollar (variables).
 std::string ExecWord(const std::string& word) {
@@ -92,12 +90,12 @@ std::string CSystemdScheduler::Systemctl(const std::vector<std::string>& argumen
                                          std::string* output) {
     std::vector<std::string> all = {"--user"};
     all.insert(all.end(), arguments.begin(), arguments.end());
-    const ProgramAnswer answer = RunAndWait("systemctl", all, {}, kAnswerMs);
+    const ProgramAnswer answer = RunAndWait("systemctl", all, {}, kProgramAnswerMs);
     if (output) *output = answer.output;
     std::string command = "systemctl";
     for (const std::string& argument : all)
         command += " " + argument;
-    return AnswerProblem(command, answer, kAnswerMs);
+    return AnswerProblem(command, answer, kProgramAnswerMs);
 }
 
 bool CSystemdScheduler::Available() {

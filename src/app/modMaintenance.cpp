@@ -2,21 +2,16 @@
 
 #include "app/CBackupFolderLock.h"
 #include "app/modCatalogueQuery.h"
+#include "app/modMainWindow.h"
 #include "app/modRetention.h"
 #include "catalogue/modSQLQuote.h"
 #include "support/modMsgBox.h"
 #include "support/modYield.h"
 
-namespace {
-
-constexpr const char* kTitle = "QRV - Stashwell";
-
-} // namespace
-
 bool DeleteRemovedSources(const std::vector<std::string>& listed,
                           const std::function<void(int32_t row)>& select) {
     if (MsgBox("This will permanently delete the backups of removed Sources. Ok to proceed?",
-               mb::kOKCancel | mb::kCritical, kTitle) != mb::kOK)
+               mb::kOKCancel | mb::kCritical, kWindowTitle) != mb::kOK)
         return false;
     CBackupFolderLock lock;
     if (!LockBackupFolder(lock)) return true;
@@ -36,7 +31,7 @@ bool DeleteRemovedSources(const std::vector<std::string>& listed,
             QueryCatalogue(drop, "Backups", sqlaction::kDelete, "source = " + SQLLiteral(source));
         }
     }
-    MsgBox("Delete complete. You should now run Compact", mb::kInformation, kTitle);
+    MsgBox("Delete complete. You should now run Compact", mb::kInformation, kWindowTitle);
     return true;
 }
 
@@ -45,12 +40,12 @@ void PurgeBackups() {
     if (!LockBackupFolder(lock)) return;
     PruneAllSources();
     PurgeOldLogs();
-    MsgBox("Purge Complete. You should run Compact", mb::kInformation, kTitle);
+    MsgBox("Purge Complete. You should run Compact", mb::kInformation, kWindowTitle);
 }
 
 bool CompactBackups(const std::function<void(bool busy)>& busy) {
     if (MsgBox("This may take an extended amount of time. Ok to continue?",
-               mb::kOKCancel | mb::kInformation, kTitle) != mb::kOK)
+               mb::kOKCancel | mb::kInformation, kWindowTitle) != mb::kOK)
         return false;
     CBackupFolderLock lock;
     if (!LockBackupFolder(lock)) return true;
@@ -58,6 +53,6 @@ bool CompactBackups(const std::function<void(bool busy)>& busy) {
     CompactCatalogue();
     if (busy) busy(false);
     ShowMaintenanceProgress(100);
-    MsgBox("Compact process complete", mb::kInformation, kTitle);
+    MsgBox("Compact process complete", mb::kInformation, kWindowTitle);
     return true;
 }

@@ -1,5 +1,6 @@
 #include "app/modRestore.h"
 
+#include "app/modMainWindow.h"
 #include "app/modPaths.h"
 #include "catalogue/modSQLQuote.h"
 #include "engine/CStore.h"
@@ -17,8 +18,6 @@
 #include <cerrno>
 
 namespace {
-
-constexpr const char* kTitle = "QRV - Stashwell";
 
 std::string FirstRowField(const ADOSQLite& db, const std::string& field) {
     return db.RecordCount() >= 1 ? db.Field(field) : std::string();
@@ -207,7 +206,7 @@ RestoreOutcome CFileRestorer::RestoreRow(const std::string& file, const std::str
                 outcome.verified = false;
                 outcome.problem = "its content does not have the signature " + signature;
                 MsgBox("Restored file failed verification " + file, mb::kCritical | mb::kOKOnly,
-                       kTitle);
+                       kWindowTitle);
             }
         }
     } catch (...) {

@@ -10,6 +10,7 @@
 
 #include "app/CBackupFolderLock.h"
 #include "app/modCatalogueQuery.h"
+#include "app/modMainWindow.h"
 #include "app/modPaths.h"
 #include "catalogue/ADOSQLite.h"
 #include "catalogue/modSchema.h"
@@ -23,8 +24,6 @@
 #include <cstring>
 
 namespace {
-
-constexpr const char* kTitle = "QRV - Stashwell";
 
 std::string TrimBlanks(const std::string& text) {
     const size_t first = text.find_first_not_of(' ');
@@ -62,7 +61,7 @@ void RunCreation(ADOSQLite& db, const char* statement, const std::string& failur
     db.Action(sqlaction::kAsIs);
     std::string text = statement;
     db.Exec(text);
-    if (db.Err()) MsgBox(failureText + db.ErrMsg(), mb::kCritical | mb::kOKOnly, kTitle);
+    if (db.Err()) MsgBox(failureText + db.ErrMsg(), mb::kCritical | mb::kOKOnly, kWindowTitle);
 }
 
 } // namespace
@@ -84,7 +83,7 @@ void CreateDB() {
     ADOSQLite db;
     db.Connect(building, true);
     if (db.Err()) {
-        MsgBox("Database error: " + db.ErrMsg(), mb::kCritical | mb::kOKOnly, kTitle);
+        MsgBox("Database error: " + db.ErrMsg(), mb::kCritical | mb::kOKOnly, kWindowTitle);
         RemoveCatalogueFiles(building);
         return;
     }
@@ -105,7 +104,7 @@ void CreateDB() {
     FSDeleteFile(dbPath + "-journal");
     if (const int error = RenameReplacing(building, dbPath); error != 0) {
         MsgBox("Database error: cannot create " + dbPath + ": " + std::strerror(error),
-               mb::kCritical | mb::kOKOnly, kTitle);
+               mb::kCritical | mb::kOKOnly, kWindowTitle);
         RemoveCatalogueFiles(building);
         return;
     }

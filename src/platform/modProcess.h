@@ -23,11 +23,14 @@ struct ProgramAnswer {
     std::string errors;    // its standard error
 };
 
+// How long a program run is waited for unless told otherwise.
+inline constexpr int kProgramAnswerMs = 30000;
+
 // Runs `program` (looked up on the search path) with `arguments`, gives it `input` on its
 // standard input, and waits for it to end, up to `timeoutMs`, after which it is ended. Its
 // output and errors are kept whole. It inherits this process's environment.
 ProgramAnswer RunAndWait(const std::string& program, const std::vector<std::string>& arguments,
-                         const std::string& input = {}, int timeoutMs = 30000);
+                         const std::string& input = {}, int timeoutMs = kProgramAnswerMs);
 
 // What went wrong with a run of `command` (the words shown for it) that `answer` tells of, in
 // plain words: "<command> could not be started", "... did not answer within N seconds" or
