@@ -61,7 +61,13 @@ std::string CCronScheduler::Line(int hour, int minute) const {
            " backup" + kMark;
 }
 
-std::string CCronScheduler::WithLine(const std::string& crontab, const std::string& line) {
+std::string CCronScheduler::RetryLine() const {
+    return "*/" + std::to_string(kRetryMinutes) + " * * * * " + ShellWord(m_program) + " backup" +
+           kRetryMark;
+}
+
+std::string CCronScheduler::WithLine(const std::string& crontab, const std::string& line,
+                                     const std::string& mark) {
     std::string kept;
     size_t start = 0;
     while (start < crontab.size()) {
@@ -69,7 +75,7 @@ std::string CCronScheduler::WithLine(const std::string& crontab, const std::stri
         const bool lastWithoutEnd = end == std::string::npos;
         if (lastWithoutEnd) end = crontab.size();
         const std::string one = crontab.substr(start, end - start);
-        if (!EndsWith(one, kMark)) kept += one + (lastWithoutEnd ? "" : "\n");
+        if (!EndsWith(one, mark)) kept += one + (lastWithoutEnd ? "" : "\n");
         start = end + 1;
     }
     if (line.empty()) return kept;
@@ -104,19 +110,32 @@ bool CCronScheduler::Available() {
     return Read(crontab, problem);
 }
 
-std::string CCronScheduler::Install(int hour, int minute) {
+std::string CCronScheduler::SetLine(const std::string& line, const std::string& mark) {
     std::string crontab;
     std::string problem;
     if (!Read(crontab, problem)) return problem;
-    return Write(WithLine(crontab, Line(hour, minute)));
+    const std::string changed = WithLine(crontab, line, mark);
+    return changed == crontab ? std::string() : Write(changed);
+}
+
+std::string CCronScheduler::Install(int hour, int minute) {
+    return SetLine(Line(hour, minute), kMark);
 }
 
 std::string CCronScheduler::Remove() {
     std::string crontab;
     std::string problem;
     if (!Read(crontab, problem)) return problem;
-    const std::string without = WithLine(crontab, {});
+    const std::string without = WithLine(WithLine(crontab, {}, kRetryMark), {}, kMark);
     return without == crontab ? std::string() : Write(without);
+}
+
+std::string CCronScheduler::StartRetry() {
+    return SetLine(RetryLine(), kRetryMark);
+}
+
+std::string CCronScheduler::StopRetry() {
+    return SetLine({}, kRetryMark);
 }
 
 std::string CCronScheduler::NextRun() {

@@ -2,6 +2,7 @@
 
 #include "app/CBackupFolderLock.h"
 #include "app/modLastBackup.h"
+#include "app/modOwedRun.h"
 #include "app/modPaths.h"
 #include "app/modRetention.h"
 #include "support/CProcTrap.h"
@@ -10,6 +11,7 @@
 #include "support/modText.h"
 #include "support/modYield.h"
 
+#include <algorithm>
 #include <ctime>
 
 namespace {
@@ -211,7 +213,11 @@ void CRunControl::Finish(CBackup::Result result) {
 
 void CRunControl::SetIdle() {
     // The run's end is kept for the line "Last backup: ..." (also for the next start).
-    if (m_running) RecordRunEnd(m_outcome, std::time(nullptr));
+    // A run that was made also makes a backup that was owed (modOwedRun).
+    if (m_running) {
+        RecordRunEnd(m_outcome, std::time(nullptr));
+        PayOwedRun();
+    }
     ShowLastBackup();
     m_view.sourceButtonsEnabled = true;
     m_view.tabsEnabled = true;
@@ -255,12 +261,26 @@ void CRunControl::Bkup_Finish(double bytes) {
     Log(3, "RaiseEvent: CBackup_Finish " + NumText(bytes));
 }
 
-void CRunControl::RunUnattended(const std::string& commandLine) {
-    ErrHandler().DisplayMsgOnError(false);
+std::vector<std::string> CommandWords(const std::string& commandLine) {
+    std::vector<std::string> words;
     size_t start = 0;
     while (true) {
         const size_t blank = commandLine.find(' ', start);
-        const std::string word = LowerAscii(commandLine.substr(start, blank - start));
+        words.push_back(LowerAscii(commandLine.substr(start, blank - start)));
+        if (blank == std::string::npos) break;
+        start = blank + 1;
+    }
+    return words;
+}
+
+bool HasBackupWord(const std::string& commandLine) {
+    const std::vector<std::string> words = CommandWords(commandLine);
+    return std::find(words.begin(), words.end(), "backup") != words.end();
+}
+
+void CRunControl::RunUnattended(const std::string& commandLine) {
+    ErrHandler().DisplayMsgOnError(false);
+    for (const std::string& word : CommandWords(commandLine)) {
         if (word == "backup") {
             cmdBackup_Click();
         } else if (word == "compact") {
@@ -268,8 +288,6 @@ void CRunControl::RunUnattended(const std::string& commandLine) {
             CBackupFolderLock lock;
             if (LockBackupFolder(lock)) CompactCatalogue();
         }
-        if (blank == std::string::npos) break;
-        start = blank + 1;
     }
     Log(1, "Unattended backup complete");
 }

@@ -102,3 +102,8 @@ std::string FailureSummary(int32_t lost);
 // The summary line of a complete run: "Backup Complete. " + megabytes (1,024,000 bytes,
 // "###,###,###", nothing for 0) + "MB in " + hh:mm:ss.
 std::string BackupSummary(double totalBytes, int32_t seconds);
+
+// The words of a command line, split at blanks, in lower case, as RunUnattended reads them.
+std::vector<std::string> CommandWords(const std::string& commandLine);
+// Whether one of them is "backup".
+bool HasBackupWord(const std::string& commandLine);

@@ -86,6 +86,32 @@ std::string CSystemdScheduler::TimerText(int hour, int minute) {
            "WantedBy=timers.target\n";
 }
 
+std::string CSystemdScheduler::RetryTimerText() {
+    const std::string every = std::to_string(kRetryMinutes) + "min";
+    return "# Starts stashwell-backup.service every " + std::to_string(kRetryMinutes) +
+           " minutes while a daily backup is owed\n"
+           "# because the backup drive was away, written by Stashwell; it is removed again once\n"
+           "# the backup was made.\n"
+           "\n"
+           "[Unit]\n"
+           "Description=Stashwell backup owed, tried every " +
+           std::to_string(kRetryMinutes) +
+           " minutes\n"
+           "Documentation=man:stashwell(1)\n"
+           "\n"
+           "[Timer]\n"
+           "OnActiveSec=" +
+           every +
+           "\n"
+           "OnUnitInactiveSec=" +
+           every +
+           "\n"
+           "Unit=stashwell-backup.service\n"
+           "\n"
+           "[Install]\n"
+           "WantedBy=timers.target\n";
+}
+
 std::string CSystemdScheduler::Systemctl(const std::vector<std::string>& arguments,
                                          std::string* output) {
     std::vector<std::string> all = {"--user"};
@@ -117,12 +143,36 @@ std::string CSystemdScheduler::Install(int hour, int minute) {
     return {};
 }
 
+std::string CSystemdScheduler::StartRetry() {
+    const std::string folder = UnitFolder();
+    if (!MakePrivateFolders(folder)) return "cannot make the folder " + folder;
+    if (std::string problem = FSWriteWhole(FSJoinPath(folder, kRetryTimer), RetryTimerText());
+        !problem.empty())
+        return problem;
+    for (const std::vector<std::string>& step :
+         {std::vector<std::string>{"daemon-reload"}, {"enable", "--now", kRetryTimer}})
+        if (std::string problem = Systemctl(step); !problem.empty()) return problem;
+    return {};
+}
+
+std::string CSystemdScheduler::StopRetry() {
+    const std::string retry = FSJoinPath(UnitFolder(), kRetryTimer);
+    if (!StatusOf(retry).Exists()) return {};
+    std::string problem = Systemctl({"disable", "--now", kRetryTimer});
+    if (RemoveFile(retry) != 0 && StatusOf(retry).Exists() && problem.empty())
+        problem = "cannot remove " + retry;
+    if (std::string reload = Systemctl({"daemon-reload"}); problem.empty()) problem = reload;
+    return problem;
+}
+
 std::string CSystemdScheduler::Remove() {
+    std::string problem = StopRetry();
     const std::string folder = UnitFolder();
     const std::string timer = FSJoinPath(folder, kTimer);
     const std::string service = FSJoinPath(folder, kService);
-    if (!StatusOf(timer).Exists() && !StatusOf(service).Exists()) return {};
-    std::string problem = Systemctl({"disable", "--now", kTimer});
+    if (!StatusOf(timer).Exists() && !StatusOf(service).Exists()) return problem;
+    if (std::string disable = Systemctl({"disable", "--now", kTimer}); problem.empty())
+        problem = disable;
     for (const std::string& file : {timer, service})
         if (RemoveFile(file) != 0 && StatusOf(file).Exists() && problem.empty())
             problem = "cannot remove " + file;

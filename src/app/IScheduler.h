@@ -21,4 +21,12 @@ public:
     virtual std::string Remove() = 0;
     // The next run as it knows it, in words ("Thu 2026-11-26 21:30:00 CET"); "" when unknown.
     virtual std::string NextRun() = 0;
+    // While a run is owed (the backup drive was away at the daily time), the same run is tried
+    // again every kRetryMinutes, also after the computer restarted, until StopRetry; "" when
+    // done, else the problem in words.
+    virtual std::string StartRetry() = 0;
+    // Ends those tries, if there are any; "" when done (also when there were none).
+    virtual std::string StopRetry() = 0;
+
+    static constexpr int kRetryMinutes = 5;
 };

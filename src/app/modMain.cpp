@@ -8,6 +8,7 @@
 #include "app/modLastBackup.h"
 #include "app/modNotify.h"
 #include "app/modOptions.h"
+#include "app/modOwedRun.h"
 #include "app/modPaths.h"
 #include "app/modRetention.h"
 #include "app/modSetup.h"
@@ -79,16 +80,6 @@ std::optional<int> TakeInstanceLock() {
     return std::nullopt;
 }
 
-// Whether a run that ended with 0 is told too (the option NotifySuccess); a catalogue that
-// cannot be read now says no, and the run's outcome stands.
-bool TellsSuccess() {
-    try {
-        return GetSetupValue("NotifySuccess") == "1";
-    } catch (...) {
-        return false;
-    }
-}
-
 // How a run over all sources ended, in the words of its notice.
 std::string OutcomeWords(const CRunOutcome& outcome) {
     switch (outcome.Ended()) {
@@ -136,7 +127,7 @@ int LoadWithoutWindow(const std::string& commandLine) {
     CProcTrap trap("frmMain Form_Load");
     if (const BackupFolderCheck check = CheckBackupFolder();
         check.verdict != BackupFolderCheck::kReady)
-        return UnattendedCannotRun(check);
+        return UnattendedCannotRun(check, commandLine);
     CBackupFolderLock lock;
     if (const std::optional<int> exit = LockForUnattendedRun(lock)) return *exit;
     try {
@@ -282,12 +273,16 @@ int UnattendedCannotRun(const std::string& problem) {
     return kExitCannotRun;
 }
 
-int UnattendedCannotRun(const BackupFolderCheck& check) {
+int UnattendedCannotRun(const BackupFolderCheck& check, const std::string& commandLine) {
     if (check.verdict != BackupFolderCheck::kDriveNotReady)
         return UnattendedCannotRun(check.problem);
     std::cerr << check.problem << std::endl;
-    RecordRunFailed("backup drive " + GetBackupPath() + " is not connected", std::time(nullptr));
-    TellRunEnd(kExitCannotRun, "Backup drive " + GetBackupPath() + " is not connected", {});
+    const std::time_t now = std::time(nullptr);
+    RecordRunFailed("backup drive " + GetBackupPath() + " is not connected", now);
+    if (HasBackupWord(commandLine) && !OweRun(now))
+        Log(2, "No desktop notification was sent: the owed backup was told of already");
+    else
+        TellRunEnd(kExitCannotRun, "Backup drive " + GetBackupPath() + " is not connected", {});
     return kExitCannotRun;
 }
 

@@ -86,8 +86,10 @@ struct BackupFolderCheck {
 BackupFolderCheck CheckBackupFolder();
 // An unattended start that cannot run: says `problem` on stderr, keeps the failure for the line
 // "Last backup: ..." (the drive's absence as "backup drive <path> is not connected", any other
-// problem as it is said) and answers the exit status 1.
-int UnattendedCannotRun(const BackupFolderCheck& check);
+// problem as it is said) and answers the exit status 1. A backup (`commandLine` has the word)
+// that finds the drive away while the daily schedule is on is owed and tried again
+// (modOwedRun), and its notice is sent once for each daily time missed.
+int UnattendedCannotRun(const BackupFolderCheck& check, const std::string& commandLine);
 int UnattendedCannotRun(const std::string& problem);
 
 // The end of an unattended run: each problem on stderr, one line each, then the verdict with

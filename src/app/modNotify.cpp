@@ -1,5 +1,6 @@
 #include "app/modNotify.h"
 
+#include "app/modSetup.h"
 #include "support/CServiceContext.h"
 #include "support/modServices.h"
 
@@ -20,6 +21,14 @@ RunNotice NoticeOfRunEnd(const std::string& words, const std::vector<std::string
     if (!problems.empty() && problems.front() != words) notice.body += "\n" + problems.front();
     if (!logFile.empty()) notice.body += "\nThe log: " + logFile;
     return notice;
+}
+
+bool TellsSuccess() {
+    try {
+        return GetSetupValue("NotifySuccess") == "1";
+    } catch (...) {
+        return false;
+    }
 }
 
 void TellRunEnd(int status, const std::string& words, const std::vector<std::string>& problems,

@@ -32,6 +32,10 @@ struct RunNotice {
 RunNotice NoticeOfRunEnd(const std::string& words, const std::vector<std::string>& problems,
                          const std::string& logFile);
 
+// Whether a run that ended with 0 is told too: the option NotifySuccess is "1". A catalogue that
+// cannot be read now says no.
+bool TellsSuccess();
+
 // Sends the notice of an unattended run's end with `status`, unless the status is 0 and
 // `toldOnSuccess` is false; never raises.
 void TellRunEnd(int status, const std::string& words, const std::vector<std::string>& problems,

@@ -3,8 +3,11 @@
 #include "app/CCronScheduler.h"
 #include "app/CSystemdScheduler.h"
 #include "app/modMainWindow.h"
+#include "app/modOwedRun.h"
 #include "app/modRetention.h"
 #include "app/modSetup.h"
+#include "platform/modFileStatus.h"
+#include "platform/modFileSystem.h"
 #include "platform/modPlatformKind.h"
 #include "platform/modPlatformPaths.h"
 #include "support/CServiceContext.h"
@@ -57,7 +60,27 @@ void RemoveFromOthers(const std::vector<std::unique_ptr<IScheduler>>& schedulers
     }
 }
 
+constexpr const char* kInForceName = "daily-backup";
+
+// Keeps `schedule` as the one in force (none when it is off); a record that cannot be kept is a
+// problem in the log and costs nothing else.
+void KeepInForce(const Schedule& schedule) {
+    const std::string record = StateFile(kInForceName);
+    if (!schedule.enabled) {
+        if (RemoveFile(record) != 0 && StatusOf(record).Exists())
+            Log(1, std::string(kProblemMark) + "The record of the daily backup " + record +
+                       " could not be removed");
+        return;
+    }
+    if (const std::string problem =
+            FSWriteWhole(record, Time(schedule.hour, schedule.minute) + "\n");
+        !problem.empty())
+        Log(1,
+            std::string(kProblemMark) + "The record of the daily backup was not kept: " + problem);
+}
+
 ScheduleView SwitchedBackOff(const std::string& message) {
+    KeepInForce({});
     Log(1, std::string(kProblemMark) + message);
     MsgBox(message, mb::kExclamation, kWindowTitle);
     SetSetupValue("SchedEnabled", "0");
@@ -68,12 +91,12 @@ struct SchedulerChoice {
     SchedulerSource source;
 };
 
+} // namespace
+
 std::vector<std::unique_ptr<IScheduler>> CurrentSchedulers() {
     const SchedulerSource& source = ServicePart<SchedulerChoice>().source;
     return source ? source() : SystemSchedulers(ScheduledProgram());
 }
-
-} // namespace
 
 void SetSchedulerSource(SchedulerSource source) {
     ServicePart<SchedulerChoice>().source = std::move(source);
@@ -84,6 +107,19 @@ Schedule LoadSchedule() {
     schedule.enabled = StoredNumber("SchedEnabled", 0, 1, 0) == 1;
     schedule.hour = StoredNumber("Hour", 0, 23, schedule.hour);
     schedule.minute = StoredNumber("Minute", 0, 59, schedule.minute);
+    return schedule;
+}
+
+Schedule ScheduleInForce() {
+    Schedule schedule;
+    std::string text;
+    int hour = -1;
+    int minute = -1;
+    char end = 0;
+    if (FSReadWhole(StateFile(kInForceName), text) &&
+        std::sscanf(text.c_str(), "%2d:%2d%c", &hour, &minute, &end) == 3 && end == '\n' &&
+        hour >= 0 && hour <= 23 && minute >= 0 && minute <= 59)
+        schedule = {true, hour, minute};
     return schedule;
 }
 
@@ -110,6 +146,8 @@ ScheduleView ApplySchedule(const Schedule& wanted,
                            const std::vector<std::unique_ptr<IScheduler>>& schedulers) {
     if (!wanted.enabled) {
         RemoveFromOthers(schedulers, nullptr);
+        KeepInForce({});
+        ForgetOwedRun();
         Log(1, "The daily backup is turned off");
         return {};
     }
@@ -121,6 +159,7 @@ ScheduleView ApplySchedule(const Schedule& wanted,
             return SwitchedBackOff("The daily backup at " + time + " could not be set through " +
                                    scheduler->Name() + ": " + problem);
         RemoveFromOthers(schedulers, scheduler.get());
+        KeepInForce(wanted);
         ScheduleView view{true, NextText(*scheduler, wanted)};
         Log(1, "The daily backup at " + time + " is set through " + scheduler->Name() + ". " +
                    view.next);
@@ -145,5 +184,8 @@ ScheduleView ScheduleChanged(const std::string& key, const std::string& value) {
 }
 
 ScheduleView ScheduleAtStart() {
-    return ShowSchedule(LoadSchedule(), CurrentSchedulers());
+    const Schedule stored = LoadSchedule();
+    // A schedule set before its record was kept.
+    if (stored.enabled && !ScheduleInForce().enabled) KeepInForce(stored);
+    return ShowSchedule(stored, CurrentSchedulers());
 }

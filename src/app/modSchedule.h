@@ -25,6 +25,11 @@ struct Schedule {
 // line naming the key and the text.
 Schedule LoadSchedule();
 
+// The daily time last set through a scheduler (enabled false when none is set), as the state
+// folder's record "daily-backup" keeps it ("21:30"): known also while the backup drive, and the
+// Setup keys with it, is away. ApplySchedule writes and removes it.
+Schedule ScheduleInForce();
+
 // The program a scheduled run starts: the stashwell program in this program's folder.
 std::string ScheduledProgram();
 // The schedulers of this system, in the order they are tried, for `program`.
@@ -50,6 +55,8 @@ ScheduleView ShowSchedule(const Schedule& stored,
 // none, so that no test reaches the machine's own systemd or crontab).
 using SchedulerSource = std::function<std::vector<std::unique_ptr<IScheduler>>()>;
 void SetSchedulerSource(SchedulerSource source);
+// The schedulers of that source.
+std::vector<std::unique_ptr<IScheduler>> CurrentSchedulers();
 
 // A schedule control changed: stores `value` under `key` (SchedEnabled, Hour or Minute), then,
 // when the switch was changed or is on, applies the stored schedule through the schedulers of

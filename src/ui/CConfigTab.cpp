@@ -94,7 +94,7 @@ CConfigTab::CConfigTab(QWidget* parent) : QWidget(parent) {
            "backup of its source is not read again. A change that keeps the size and the times "
            "is then not noticed"));
 
-    QWidget* schedule = PlaceFrame(this, "fraSchedule", {12, 392, 596, 58}, tr("Schedule"));
+    QWidget* schedule = PlaceFrame(this, "fraSchedule", {12, 392, 596, 84}, tr("Schedule"));
     chkSchedule = PlaceButton<QCheckBox>(schedule, "chkSchedule", {10, 29, 196, 22},
                                          tr("Back up every day at"));
     chkSchedule->setToolTip(
@@ -115,6 +115,12 @@ CConfigTab::CConfigTab(QWidget* parent) : QWidget(parent) {
         box->setKeyboardTracking(false);
     lblNextBackup = Place<QLabel>(schedule, "lblNextBackup", {352, 29, 234, 22}, tr("Next backup"));
     MarkStatusText(lblNextBackup);
+    chkNotifySuccess = PlaceButton<QCheckBox>(schedule, "chkNotifySuccess", {10, 55, 576, 22},
+                                              tr("Tell me when a scheduled backup succeeds"));
+    chkNotifySuccess->setToolTip(
+        tr("A backup made without this window tells the desktop when it went wrong; with this, "
+           "also when it went well"));
+    chkNotifySuccess->setShortcut(QKeySequence(tr("Alt+N")));
 
     cmdManage->setShortcut(QKeySequence(tr("Alt+D")));
     cmdPurge->setShortcut(QKeySequence(tr("Alt+U")));
@@ -123,7 +129,7 @@ CConfigTab::CConfigTab(QWidget* parent) : QWidget(parent) {
     QWidget* order[] = {cmdSelBackupPath, chkHidden,     chkSystem, chkBackup,  chkRestore,
                         Option1,          Option2,       Option3,   txtExclude, txtExDirs,
                         chkExclRecycler,  txtMaxBackups, cmdManage, cmdPurge,   cmdCompact,
-                        chkQuickCheck,    chkSchedule,   spnHour,   spnMinute};
+                        chkQuickCheck,    chkSchedule,   spnHour,   spnMinute,  chkNotifySuccess};
     for (size_t i = 1; i < std::size(order); ++i)
         setTabOrder(order[i - 1], order[i]);
 }

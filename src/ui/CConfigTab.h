@@ -37,6 +37,7 @@ public:
     QSpinBox* spnHour;
     QSpinBox* spnMinute;
     QLabel* lblNextBackup;
+    QCheckBox* chkNotifySuccess;
     QCheckBox* chkExclRecycler;
     QLineEdit* txtMaxBackups;
     QPushButton* cmdManage;

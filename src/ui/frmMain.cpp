@@ -7,6 +7,7 @@
 #include "app/modMainWindow.h"
 #include "app/modMaintenance.h"
 #include "app/modManual.h"
+#include "app/modNotify.h"
 #include "app/modPaths.h"
 #include "app/modRetention.h"
 #include "app/modSetup.h"
@@ -50,7 +51,7 @@ namespace {
 
 constexpr uint32_t kRunBarColour = 0x004A86E4; // red 228, green 134, blue 74
 constexpr uint32_t kDesignBarColour = 0x00C56A31;
-constexpr QSize kDesignSize{640, 560};
+constexpr QSize kDesignSize{640, 586};
 constexpr auto kProgressInterval = std::chrono::milliseconds(50);
 // Text that warns (a backup overdue): dark red, readable on the light window background.
 const QString kWarningColour = QStringLiteral("#b00020");
@@ -89,7 +90,7 @@ frmMain::frmMain(std::string commandLine, QWidget* parent)
     central->setObjectName(QStringLiteral("frmMainClient"));
     setCentralWidget(central);
 
-    SSTab1 = Place<QTabWidget>(central, "SSTab1", {8, 8, 624, 488}, tr("Stashwell"));
+    SSTab1 = Place<QTabWidget>(central, "SSTab1", {8, 8, 624, 514}, tr("Stashwell"));
     m_backup = new CBackupTab;
     m_restore = new CRestoreTab;
     m_config = new CConfigTab;
@@ -103,7 +104,7 @@ frmMain::frmMain(std::string commandLine, QWidget* parent)
         OnSignal(shortcut, &QShortcut::activated, this, "frmMain SSTab1_Click",
                  [this, tab] { SSTab1->setCurrentIndex(tab); });
     }
-    kvLogo = Place<QLabel>(central, "kvLogo", {8, 504, 190, 26}, tr("Korvex Stashwell"));
+    kvLogo = Place<QLabel>(central, "kvLogo", {8, 530, 190, 26}, tr("Korvex Stashwell"));
     kvLogo->setPixmap(Logo(kvLogo->size()));
 
     BuildMenus();
@@ -233,6 +234,9 @@ void frmMain::ConnectOptions() {
     OnSignal(
         m_config->chkSchedule, &QCheckBox::clicked, this, "frmMain chkSchedule_Click",
         [this](bool ticked) { ShowSchedule(ScheduleChanged("SchedEnabled", ticked ? "1" : "0")); });
+    OnSignal(m_config->chkNotifySuccess, &QCheckBox::clicked, this,
+             "frmMain chkNotifySuccess_Click",
+             [](bool ticked) { StoreOption("NotifySuccess", ticked ? "1" : "0"); });
     const std::pair<QSpinBox*, const char*> times[] = {{m_config->spnHour, "Hour"},
                                                        {m_config->spnMinute, "Minute"}};
     for (const auto& [box, key] : times)
@@ -288,7 +292,8 @@ std::optional<int> frmMain::Load() {
     }
     m_config->txtBackupPath->setText(Shown(GetBackupPath()));
     const bool unattended = !m_commandLine.empty();
-    if (check.verdict != BackupFolderCheck::kReady && unattended) return UnattendedCannotRun(check);
+    if (check.verdict != BackupFolderCheck::kReady && unattended)
+        return UnattendedCannotRun(check, m_commandLine);
     if (check.verdict == BackupFolderCheck::kPathProblem) {
         MsgBox(check.problem, mb::kCritical, kWindowTitle);
         GotoConfigure();
@@ -493,6 +498,7 @@ void frmMain::ShowStoredSchedule() {
     m_config->spnHour->setValue(stored.hour);
     m_config->spnMinute->setValue(stored.minute);
     m_showingSchedule = false;
+    m_config->chkNotifySuccess->setChecked(TellsSuccess());
     ShowSchedule(ScheduleAtStart());
 }
 

@@ -6,11 +6,15 @@
 // off where neither answers; the stored keys, also damaged ones.
 
 #include "BackupFixture.h"
+#include "FakeSchedulerPrograms.h"
 #include "TestSupport.h"
 #include "app/CCronScheduler.h"
 #include "app/CSystemdScheduler.h"
+#include "app/modOwedRun.h"
 #include "app/modSchedule.h"
 #include "app/modSetup.h"
+#include "platform/modClock.h"
+#include "platform/modPlatformPaths.h"
 #include "platform/modProcess.h"
 #include "support/modDateText.h"
 
@@ -22,81 +26,13 @@ namespace {
 using Lines = std::vector<std::string>;
 using Calls = std::vector<CScriptedMessageBox::Call>;
 
-// The time the fake systemctl gives as the timer's next run.
-constexpr std::time_t kNextElapse = 1764192600;
-
 #ifndef _WIN32
 
-// A folder of fake programs, the only folder on PATH while the object lives; each records its
-// arguments as one line in `calls`.
-class FakePrograms {
-public:
-    explicit FakePrograms(const ScopedTestEnv& env)
-        : bin(env.Path("bin")), calls(env.Path("calls")), crontab(env.Path("crontab.txt")),
-          m_oldPath(std::getenv("PATH") ? std::getenv("PATH") : "") {
-        std::filesystem::create_directories(bin);
-        // Only the fakes: a real crontab or systemctl of the machine is never reached.
-        SetEnv("PATH", bin);
-    }
-    ~FakePrograms() { SetEnv("PATH", m_oldPath); }
-
-    // A systemctl whose user instance answers, or (`answers` false) does not; one that fails at
-    // `failing` ("enable", ...) with a message on stderr.
-    void Systemctl(bool answers = true, const std::string& failing = {}) {
-        Write("systemctl",
-              "echo \"systemctl $*\" >> '" + calls + "'\n" +
-                  (answers ? ""
-                           : "echo 'Failed to connect to bus: No medium found' >&2\n"
-                             "exit 1\n") +
-                  (failing.empty() ? ""
-                                   : "[ \"$2\" = " + failing +
-                                         " ] && { echo 'Access denied' >&2; exit 1; }\n") +
-                  "[ \"$2\" = show ] && echo '@" + std::to_string(kNextElapse) + "'\nexit 0\n");
-    }
-    // A crontab keeping the user's table in `crontab` (none while the file is not there).
-    void Crontab() {
-        Write("crontab", "echo \"crontab $*\" >> '" + calls +
-                             "'\n"
-                             "if [ \"$1\" = -l ]; then\n"
-                             "  [ -e '" +
-                             crontab +
-                             "' ] || { echo 'no crontab for tester' >&2; exit 1; }\n"
-                             "  cat '" +
-                             crontab +
-                             "'\n"
-                             "else\n"
-                             "  cat > '" +
-                             crontab +
-                             "'\n"
-                             "fi\n");
-    }
-    Lines Calls() const {
-        Lines lines;
-        std::string text = std::filesystem::exists(calls) ? ReadFile(calls) : std::string();
-        for (size_t start = 0, end; start < text.size(); start = end + 1) {
-            end = text.find('\n', start);
-            lines.push_back(text.substr(start, end - start));
-        }
-        return lines;
-    }
-    void ForgetCalls() { std::filesystem::remove(calls); }
-
-    const std::string bin;
-    const std::string calls;
-    const std::string crontab;
-
-private:
-    void Write(const std::string& name, const std::string& body) {
-        const std::string path = bin + "/" + name;
-        WriteFile(path, "#!/bin/sh\nPATH=/usr/bin:/bin\n" + body);
-        std::filesystem::permissions(path, std::filesystem::perms::owner_all);
-    }
-    std::string m_oldPath;
-};
+constexpr std::time_t kNextElapse = FakeSchedulerPrograms::kNextElapse;
 
 struct ScheduleTest : ::testing::Test {
     BackupFixture f;
-    FakePrograms fakes{f.env};
+    FakeSchedulerPrograms fakes{f.env};
     std::string log = StartTestLog(f.env);
     std::string units = f.env.ConfigHome() + "/systemd/user";
     const std::string program = "/opt/Stash well/stashwell";
@@ -185,9 +121,11 @@ TEST_F(ScheduleTest, TheUnitsWrittenAreOnesSystemdAccepts) {
     std::filesystem::create_directories(folder);
     WriteFile(folder + "/stashwell-backup.service", checked);
     WriteFile(folder + "/stashwell-backup.timer", ReadFile(units + "/stashwell-backup.timer"));
-    const ProgramAnswer answer = RunAndWait(
-        "/usr/bin/systemd-analyze", {"verify", "--man=no", folder + "/stashwell-backup.service",
-                                     folder + "/stashwell-backup.timer"});
+    WriteFile(folder + "/stashwell-backup-retry.timer", CSystemdScheduler::RetryTimerText());
+    const ProgramAnswer answer =
+        RunAndWait("/usr/bin/systemd-analyze",
+                   {"verify", "--man=no", folder + "/stashwell-backup.service",
+                    folder + "/stashwell-backup.timer", folder + "/stashwell-backup-retry.timer"});
     EXPECT_EQ(answer.exitCode, 0) << answer.errors;
     EXPECT_EQ(answer.errors, "");
 }
@@ -325,7 +263,203 @@ TEST_F(ScheduleTest, AtTheStartTheNextRunIsAskedAndNothingChanged) {
                                     "--timestamp=unix"}));
 }
 
+const char* const kRetryTimer =
+    "# Starts stashwell-backup.service every 5 minutes while a daily backup is owed\n"
+    "# because the backup drive was away, written by Stashwell; it is removed again once\n"
+    "# the backup was made.\n"
+    "\n"
+    "[Unit]\n"
+    "Description=Stashwell backup owed, tried every 5 minutes\n"
+    "Documentation=man:stashwell(1)\n"
+    "\n"
+    "[Timer]\n"
+    "OnActiveSec=5min\n"
+    "OnUnitInactiveSec=5min\n"
+    "Unit=stashwell-backup.service\n"
+    "\n"
+    "[Install]\n"
+    "WantedBy=timers.target\n";
+
+// A daily backup at 21:30 is set; `missed` is a moment a minute after one of its times.
+struct OwedRunTest : ScheduleTest {
+    std::time_t missed = DailySlot(21, 30, std::time(nullptr)) + 60;
+    std::string record = StateFolder() + "/owed-backup";
+
+    void SetDaily() {
+        f.SetOption("Hour", "21");
+        f.SetOption("Minute", "30");
+        ScheduleChanged("SchedEnabled", "1");
+        fakes.ForgetCalls();
+    }
+    std::string Owed(std::time_t slot) const {
+        return "The daily backup of " + DateTimeText(slot) + " is owed\r\n";
+    }
+};
+
+TEST_F(OwedRunTest, AMissedRunStartsItsTriesOnceAndIsToldOncePerDailyTime) {
+    fakes.Systemctl();
+    SetDaily();
+    const std::time_t slot = missed - 60;
+    const size_t before = Log().size();
+    EXPECT_TRUE(OweRun(missed));
+    EXPECT_EQ(fakes.Calls(),
+              (Lines{"systemctl --user show-environment", "systemctl --user daemon-reload",
+                     "systemctl --user enable --now stashwell-backup-retry.timer"}));
+    EXPECT_EQ(ReadFile(units + "/stashwell-backup-retry.timer"), kRetryTimer);
+    EXPECT_EQ(ReadOwedRun().slot, slot);
+    EXPECT_TRUE(ReadOwedRun().retrying);
+    const Lines log = Log();
+    EXPECT_EQ(Lines(log.begin() + static_cast<std::ptrdiff_t>(before), log.end()),
+              (Lines{Owed(slot), "The owed backup is tried again every 5 minutes through the "
+                                 "systemd user timer stashwell-backup.timer until the backup "
+                                 "drive is back\r\n"}));
+
+    // The tries find the drive still away: nobody is told again, and nothing is started again.
+    fakes.ForgetCalls();
+    const size_t tried = Log().size();
+    EXPECT_FALSE(OweRun(missed + 5 * 60));
+    EXPECT_FALSE(OweRun(missed + 23 * 3600));
+    EXPECT_EQ(fakes.Calls(), Lines{});
+    EXPECT_EQ(Log().size(), tried);
+
+    // The next day's time passes with the drive still away: that missed run is told.
+    EXPECT_TRUE(OweRun(missed + 24 * 3600));
+    EXPECT_EQ(Log().back(), Owed(DailySlot(21, 30, missed + 24 * 3600)));
+    EXPECT_EQ(fakes.Calls(), Lines{});
+}
+
+TEST_F(OwedRunTest, ARunThatIsMadeStopsTheTriesAndTheRecordGoes) {
+    fakes.Systemctl();
+    SetDaily();
+    OweRun(missed);
+    fakes.ForgetCalls();
+    PayOwedRun();
+    EXPECT_EQ(fakes.Calls(), (Lines{"systemctl --user show-environment",
+                                    "systemctl --user disable --now stashwell-backup-retry.timer",
+                                    "systemctl --user daemon-reload"}));
+    EXPECT_EQ(ListTree(units), (Lines{"stashwell-backup.service", "stashwell-backup.timer"}));
+    EXPECT_FALSE(std::filesystem::exists(record));
+    EXPECT_EQ(ReadOwedRun().slot, 0);
+    EXPECT_EQ(Log().back(), "The backup owed since " + DateTimeText(missed - 60) +
+                                " was made; its tries are stopped\r\n");
+
+    // Without a run owed, a run that is made asks nothing of the scheduler.
+    fakes.ForgetCalls();
+    PayOwedRun();
+    EXPECT_EQ(fakes.Calls(), Lines{});
+}
+
+TEST_F(OwedRunTest, TurningTheScheduleOffForgetsTheOwedRun) {
+    fakes.Systemctl();
+    SetDaily();
+    OweRun(missed);
+    fakes.ForgetCalls();
+    ScheduleChanged("SchedEnabled", "0");
+    EXPECT_EQ(ListTree(units), Lines{});
+    EXPECT_FALSE(std::filesystem::exists(record));
+    const Lines log = Log();
+    ASSERT_GE(log.size(), 2u);
+    EXPECT_EQ(log[log.size() - 2], "The backup owed since " + DateTimeText(missed - 60) +
+                                       " is forgotten with the daily schedule\r\n");
+    EXPECT_EQ(log.back(), "The daily backup is turned off\r\n");
+}
+
+TEST_F(OwedRunTest, TheDailyTimeInForceIsKeptOutsideTheBackupFolder) {
+    fakes.Systemctl();
+    const std::string kept = StateFolder() + "/daily-backup";
+    SetDaily();
+    EXPECT_EQ(ReadFile(kept), "21:30\n");
+    EXPECT_TRUE(ScheduleInForce().enabled);
+    EXPECT_EQ(ScheduleInForce().hour, 21);
+    EXPECT_EQ(ScheduleInForce().minute, 30);
+    ScheduleChanged("Hour", "6");
+    EXPECT_EQ(ReadFile(kept), "06:30\n");
+    ScheduleChanged("SchedEnabled", "0");
+    EXPECT_FALSE(std::filesystem::exists(kept));
+    EXPECT_FALSE(ScheduleInForce().enabled);
+
+    // A schedule that cannot be set is none; a damaged record is none either.
+    fakes.Systemctl(true, "enable");
+    ScheduleChanged("SchedEnabled", "1");
+    EXPECT_FALSE(std::filesystem::exists(kept));
+    for (const char* damaged : {"24:00\n", "21:30", "x\n", "", "21:301\n"}) {
+        WriteFile(kept, damaged);
+        EXPECT_FALSE(ScheduleInForce().enabled) << damaged;
+    }
+
+    // A schedule stored before the record was kept gets it at the window's start.
+    std::filesystem::remove(kept);
+    fakes.Systemctl();
+    f.SetOption("SchedEnabled", "1");
+    ScheduleAtStart();
+    EXPECT_EQ(ReadFile(kept), "06:30\n");
+}
+
+TEST_F(OwedRunTest, WithoutTheScheduleNothingIsOwedAndEveryRunIsTold) {
+    fakes.Systemctl();
+    f.SetOption("SchedEnabled", "1"); // stored, but never set through a scheduler
+    EXPECT_TRUE(OweRun(missed));
+    EXPECT_TRUE(OweRun(missed + 60));
+    EXPECT_EQ(fakes.Calls(), Lines{});
+    EXPECT_FALSE(std::filesystem::exists(record));
+}
+
+TEST_F(OwedRunTest, ARetryThatCannotStartIsAProblemAndTheRunIsStillTold) {
+    fakes.Systemctl(true, "retry");
+    SetDaily();
+    EXPECT_TRUE(OweRun(missed));
+    EXPECT_FALSE(ReadOwedRun().retrying);
+    EXPECT_EQ(Log().back(), "Problem: The owed backup cannot be tried again through the systemd "
+                            "user timer stashwell-backup.timer: systemctl --user enable --now "
+                            "stashwell-backup-retry.timer failed (status 1): Access denied\r\n");
+}
+
+TEST_F(OwedRunTest, TheCrontabTriesAnOwedRunWithASecondLineAndTakesItAway) {
+    fakes.Systemctl(false);
+    fakes.Crontab();
+    const std::string own = "MAILTO=me@example.org\n0 * * * * echo 'hourly'\n";
+    WriteFile(fakes.crontab, own);
+    SetDaily();
+    const std::string daily = "30 21 * * * '/opt/Stash well/stashwell' backup # stashwell-backup\n";
+    const std::string retry =
+        "*/5 * * * * '/opt/Stash well/stashwell' backup # stashwell-backup-retry\n";
+    EXPECT_TRUE(OweRun(missed));
+    EXPECT_EQ(ReadFile(fakes.crontab), own + daily + retry);
+    EXPECT_EQ(Log().back(), "The owed backup is tried again every 5 minutes through the user's "
+                            "crontab until the backup drive is back\r\n");
+    PayOwedRun();
+    EXPECT_EQ(ReadFile(fakes.crontab), own + daily);
+
+    // Turning the schedule off while a run is owed takes both lines away.
+    OweRun(missed);
+    ScheduleChanged("SchedEnabled", "0");
+    EXPECT_EQ(ReadFile(fakes.crontab), own);
+}
+
 #endif
+
+TEST(Schedule, TheDailyTimeOfARunIsTheLastOneAtOrBeforeIt) {
+    std::tm at = LocalTime(std::time(nullptr));
+    at.tm_hour = 22;
+    at.tm_min = 0;
+    at.tm_sec = 0;
+    at.tm_isdst = -1;
+    std::tm copy = at;
+    const std::time_t tenPm = std::mktime(&copy);
+    copy = at;
+    copy.tm_hour = 21;
+    copy.tm_min = 30;
+    const std::time_t today = std::mktime(&copy);
+    copy = at;
+    copy.tm_mday -= 1;
+    copy.tm_hour = 21;
+    copy.tm_min = 30;
+    const std::time_t yesterday = std::mktime(&copy);
+    EXPECT_EQ(DailySlot(21, 30, tenPm), today);
+    EXPECT_EQ(DailySlot(21, 30, today), today);
+    EXPECT_EQ(DailySlot(21, 30, today - 1), yesterday);
+    EXPECT_EQ(DailySlot(23, 0, tenPm), yesterday + 90 * 60);
+}
 
 TEST(Schedule, StoredKeysAreReadAndDamagedOnesGiveTheDefaults) {
     BackupFixture f;

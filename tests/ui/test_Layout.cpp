@@ -218,7 +218,7 @@ private slots:
         SizeTo(window, opening * 2);
         QCOMPARE(HorizontalScale(&window) >= 199, true);
         QCOMPARE(w.Get<QWidget>("SSTab1")->geometry(),
-                 Scaled(QRect(8, 8, 624, 488), HorizontalScale(&window), VerticalScale(&window)));
+                 Scaled(QRect(8, 8, 624, 514), HorizontalScale(&window), VerticalScale(&window)));
         SizeTo(window, opening);
         QCOMPARE(Layout(window), first);
     }

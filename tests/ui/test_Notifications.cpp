@@ -1,12 +1,16 @@
 // The real program tells the desktop when an unattended run went wrong: a private session bus
 // (dbus-daemon) with a stand-in for the notification service (tests/dbus) that records every
 // Notify call, and the real stashwell run on it, without a display and with the window
-// present: an unplugged drive, a missing source, a success (told only with the option), and no
-// bus at all (the run's outcome and exit status unchanged).
+// present: an unplugged drive, a daily run missed because of it (told once, not at each try),
+// a missing source, a success (told only with the option), and no bus at all (the run's outcome
+// and exit status unchanged).
 
 #include "BackupFixture.h"
+#include "FakeSchedulerPrograms.h"
 #include "TestProgram.h"
+#include "app/modOwedRun.h"
 #include "app/modPaths.h"
+#include "app/modSchedule.h"
 #include "platform/modProcess.h"
 #include "support/modDateText.h"
 
@@ -100,6 +104,46 @@ private slots:
             QCOMPARE(Q(bus.Calls()), Q({"Stashwell|Stashwell|Backup drive " + away +
                                         " is not connected\\nThe log: " + TodaysLog(away)}));
         }
+    }
+
+    // The daily backup at its time finds the drive away: told once, tried again every few
+    // minutes without telling again, and made once the drive is back, which ends the tries.
+    void AMissedDailyRunIsToldOnceAndMadeWhenTheDriveIsBack() {
+        BackupFixture f;
+        PrivateBus bus(f.env);
+        QVERIFY(bus.Serving());
+        FakeSchedulerPrograms fakes(f.env);
+        fakes.Systemctl();
+        const std::string src = f.env.Path("src");
+        CreateTree(src, Dir({{"a.txt", File("alpha")}}));
+        f.AddSource(src);
+        QVERIFY(ApplySchedule({true, 21, 30}, SystemSchedulers(STASHWELL_BIN)).enabled);
+        const std::string retry = f.env.ConfigHome() + "/systemd/user/stashwell-backup-retry.timer";
+        const std::string away = f.backup + "-away";
+        std::filesystem::rename(f.backup, away);
+        fakes.ForgetCalls();
+
+        const ProgramEnv env{{"DBUS_SESSION_BUS_ADDRESS", bus.address}};
+        QCOMPARE(RunStashwell({"backup"}, 120, env).exitCode, 1);
+        QCOMPARE(RunStashwell({"backup"}, 120, env).exitCode, 1); // a try, the drive still away
+        QCOMPARE(Q(bus.Calls()), Q({"Stashwell|Stashwell|Backup drive " + f.backup +
+                                    " is not connected\\nThe log: " + TodaysLog(f.backup)}));
+        QVERIFY(Exists(retry));
+        QCOMPARE(Q(fakes.Calls()),
+                 Q({"systemctl --user show-environment", "systemctl --user daemon-reload",
+                    "systemctl --user enable --now stashwell-backup-retry.timer"}));
+
+        std::filesystem::rename(away, f.backup);
+        fakes.ForgetCalls();
+        const ProgramRun made = RunStashwell({"backup"}, 120, env);
+        QCOMPARE(made.exitCode, 0);
+        QCOMPARE(bus.Calls().size(), size_t{1});
+        QVERIFY(!Exists(retry));
+        QCOMPARE(Q(fakes.Calls()), Q({"systemctl --user show-environment",
+                                      "systemctl --user disable --now stashwell-backup-retry.timer",
+                                      "systemctl --user daemon-reload"}));
+        QCOMPARE(ReadOwedRun().slot, std::time_t{0});
+        QVERIFY(Exists(StoreFile(f.backup, "alpha")));
     }
 
     void AMissingSourceIsToldWithItsProblem() {

@@ -7,6 +7,7 @@
 #include "WindowTest.h"
 
 #include "app/IScheduler.h"
+#include "app/modNotify.h"
 #include "app/modSchedule.h"
 
 #include <QCheckBox>
@@ -30,6 +31,14 @@ public:
         return {};
     }
     std::string NextRun() override { return "tomorrow at dawn"; }
+    std::string StartRetry() override {
+        m_calls << QStringLiteral("start retry");
+        return {};
+    }
+    std::string StopRetry() override {
+        m_calls << QStringLiteral("stop retry");
+        return {};
+    }
 
 private:
     QStringList& m_calls;
@@ -154,6 +163,33 @@ private slots:
         QCOMPARE(w.Get<QSpinBox>("spnMinute")->value(), 0);
         QCOMPARE(calls, QStringList{});
         QVERIFY(w.env.box.calls.empty());
+    }
+
+    void TheSuccessOptionWritesItsKeyAndIsShownAsStored() {
+        {
+            WindowEnv w;
+            w.Open().Form_Load();
+            w.ShowTab(2);
+            auto* box = w.Get<QCheckBox>("chkNotifySuccess");
+            QCOMPARE(box->text(), QStringLiteral("Tell me when a scheduled backup succeeds"));
+            QVERIFY(!box->toolTip().isEmpty());
+            QVERIFY(!box->isChecked());
+            Tick(box);
+            QCOMPARE(Stored(w, "NotifySuccess"), QStringList{"1"});
+            QVERIFY(TellsSuccess());
+            Tick(box);
+            QCOMPARE(Stored(w, "NotifySuccess"), QStringList{"0"});
+            QVERIFY(!TellsSuccess());
+            QCOMPARE(box->shortcut(), QKeySequence(QStringLiteral("Alt+N")));
+        }
+        for (const auto& [stored, ticked] :
+             {std::pair{"1", true}, std::pair{"0", false}, std::pair{"yes", false}}) {
+            WindowEnv w;
+            w.f.SetOption("NotifySuccess", stored);
+            QCOMPARE(w.Open().Form_Load(), std::optional<int>());
+            QCOMPARE(w.Get<QCheckBox>("chkNotifySuccess")->isChecked(), ticked);
+            QVERIFY(w.env.box.calls.empty());
+        }
     }
 
     void WithoutAnySchedulerABoxSaysSoAndTheSwitchGoesBackOff() {
