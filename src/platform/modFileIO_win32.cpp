@@ -1,5 +1,6 @@
 #include "platform/modFileIO.h"
 
+#include "platform/modWin32.h"
 #include "platform/modWin32Error.h"
 #include "platform/modWin32Security.h"
 #include "platform/modWin32Status.h"
@@ -22,14 +23,6 @@ namespace {
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 // The most one ReadFile or WriteFile call is given.
 constexpr size_t kMostPerCall = size_t{1} << 30;
-
-HANDLE AsHandle(NativeFile file) {
-    return reinterpret_cast<HANDLE>(file);
-}
-
-NativeFile AsNative(HANDLE handle) {
-    return reinterpret_cast<NativeFile>(handle);
-}
 
 OVERLAPPED At(uint64_t offset) {
     OVERLAPPED at{};
@@ -120,7 +113,7 @@ NativeFile OpenFileHandle(const std::string& path, OpenMode mode, int& error) {
     const HANDLE file = mode == OpenMode::kRead || mode == OpenMode::kReadThrough
                             ? OpenSource(path, wide, mode == OpenMode::kReadThrough, error)
                             : OpenForWriting(path, wide, mode, error);
-    return file == INVALID_HANDLE_VALUE ? kNoFile : AsNative(file);
+    return file == INVALID_HANDLE_VALUE ? kNoFile : AsNumber(file);
 }
 
 int CloseFileHandle(NativeFile file) {

@@ -173,7 +173,7 @@ TEST(Process, ARunToItsEndKeepsItsOutputErrorsAndStatus) {
     EXPECT_FALSE(answer.timedOut);
     EXPECT_EQ(answer.exitCode, 3);
     EXPECT_EQ(answer.output, "in\nput");
-    EXPECT_EQ(answer.errors, "7\n");
+    EXPECT_EQ(answer.errors, "6\n");
 }
 
 TEST(Process, AMegabyteOfOutputAndOfErrorsAtOnceAreKeptWhole) {
