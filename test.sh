@@ -10,6 +10,24 @@ set -euo pipefail
 cd "$(dirname "$0")"
 ./scripts/install-deps.sh
 
+# The Windows stage's packages and SQLite's source (scripts/build-windows.sh --prepare) are got
+# in the background while the Linux stages build: on a fresh machine their download and
+# unpacking take minutes that need little of the processors. The package stage, the next to use
+# apt-get, waits for them first.
+mkdir -p build-windows
+windows_prepare_log="$PWD/build-windows/prepare.log"
+scripts/build-windows.sh --prepare --manual-from build-release >"$windows_prepare_log" 2>&1 &
+windows_prepare=$!
+windows_prepared() {
+    local status=0
+    wait "$windows_prepare" || status=$?
+    cat "$windows_prepare_log"
+    if [ "$status" != 0 ]; then
+        echo "test.sh: getting what the Windows stage needs failed (status $status)" >&2
+        exit "$status"
+    fi
+}
+
 # The tests that the Release run skipped, each with the first line of the reason it gave, so
 # that a CI log shows what this machine could not test (mounting drive images needs root, a
 # free loop device and /dev/fuse). Printed last, also when a step fails.
@@ -63,6 +81,7 @@ done
 
 # The Debian package of the Release build: built with CPack, installed with apt-get, its
 # programs run from /usr/bin on a private home, then purged (tests/package/run.sh).
+windows_prepared
 tests/package/run.sh build-release
 
 # The Windows build (scripts/build-windows.sh, docs/windows.md): the programs and the zip, with

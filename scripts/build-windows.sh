@@ -2,8 +2,8 @@
 # Builds Stashwell for 64-bit Windows on Debian 12, with mingw-w64, and with --test runs the
 # Windows tests under Wine. One command on a fresh machine (as root, or a user with sudo):
 #
-#   scripts/build-windows.sh [--test] [--upto LAYER] [--build DIR] [--manual-from BUILD]
-#                            [OUT] [-- CMAKE_ARGS...]
+#   scripts/build-windows.sh [--test | --prepare] [--upto LAYER] [--build DIR]
+#                            [--manual-from BUILD] [OUT] [-- CMAKE_ARGS...]
 #
 # It installs what is missing (the mingw-w64 compilers, Wine, GoogleTest's sources, and what
 # fetching SQLite needs), gets SQLite (scripts/fetch-sqlite.sh), configures the build folder
@@ -14,6 +14,8 @@
 #   --test               run the Windows tests (tests/windows-tests.txt) under Wine with CTest
 #                        and print "Windows tests: N passed, M skipped, K failed"; a failed
 #                        test fails the script
+#   --prepare            only install what is missing and get SQLite, then stop (./test.sh
+#                        does this while its Linux stages build)
 #   --upto LAYER         the highest layer to build: platform, support, catalogue, engine, app
 #                        (and stashwell.exe) or cli (and qrv.exe, the zip); default below
 #   --build DIR          the build folder
@@ -33,10 +35,12 @@ build=build-windows
 out=""
 manual_from=""
 run_tests=0
+prepare_only=0
 cmake_args=()
 while [ $# -gt 0 ]; do
     case $1 in
     --test) run_tests=1 ;;
+    --prepare) prepare_only=1 ;;
     --upto) upto=${2:?--upto needs a layer}; shift ;;
     --build) build=${2:?--build needs a folder}; shift ;;
     --manual-from) manual_from=${2:?--manual-from needs a build folder}; shift ;;
@@ -80,13 +84,15 @@ if reaches catalogue && ! apt-cache policy libsqlite3-0 | grep -q 'Candidate: [0
     $sudo apt-get update -q
 fi
 
-# --- Build ------------------------------------------------------------------------------------
-
-skipped=()
 if reaches catalogue; then
     scripts/fetch-sqlite.sh "$build/sqlite"
     cmake_args+=("-DSTASHWELL_SQLITE_DIR=$build/sqlite")
 fi
+[ "$prepare_only" = 0 ] || exit 0
+
+# --- Build ------------------------------------------------------------------------------------
+
+skipped=()
 if reaches cli; then
     if [ -n "$manual_from" ]; then
         manual="$(cd "$manual_from" && pwd)/QRV Manual.pdf"

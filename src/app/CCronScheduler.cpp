@@ -1,6 +1,5 @@
 #include "app/CCronScheduler.h"
 
-#include "platform/modClock.h"
 #include "platform/modProcess.h"
 #include "support/modDateText.h"
 
@@ -34,18 +33,8 @@ bool EndsWith(const std::string& text, const std::string& end) {
 // The next moment after now at hour:minute, local time.
 std::time_t NextAt(int hour, int minute) {
     const std::time_t now = std::time(nullptr);
-    std::tm at = LocalTime(now);
-    at.tm_hour = hour;
-    at.tm_min = minute;
-    at.tm_sec = 0;
-    at.tm_isdst = -1;
-    std::tm copy = at;
-    std::time_t next = std::mktime(&copy);
-    if (next <= now) {
-        at.tm_mday += 1;
-        next = std::mktime(&at);
-    }
-    return next;
+    const std::time_t today = TimeOfDay(now, 0, hour, minute);
+    return today > now ? today : TimeOfDay(now, 1, hour, minute);
 }
 
 } // namespace

@@ -2,7 +2,6 @@
 
 #include "app/modRetention.h"
 #include "app/modSchedule.h"
-#include "platform/modClock.h"
 #include "platform/modFileStatus.h"
 #include "platform/modFileSystem.h"
 #include "platform/modPlatformPaths.h"
@@ -77,16 +76,8 @@ OwedRun ReadOwedRun() {
 }
 
 std::time_t DailySlot(int hour, int minute, std::time_t now) {
-    std::tm at = LocalTime(now);
-    at.tm_hour = hour;
-    at.tm_min = minute;
-    at.tm_sec = 0;
-    at.tm_isdst = -1;
-    std::tm today = at;
-    const std::time_t slot = std::mktime(&today);
-    if (slot <= now) return slot;
-    at.tm_mday -= 1;
-    return std::mktime(&at);
+    const std::time_t today = TimeOfDay(now, 0, hour, minute);
+    return today <= now ? today : TimeOfDay(now, -1, hour, minute);
 }
 
 bool OweRun(std::time_t now) {

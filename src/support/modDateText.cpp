@@ -36,3 +36,13 @@ std::string NowText() {
 std::string DateStamp(std::time_t when) {
     return Format(when, "%Y%m%d");
 }
+
+std::time_t TimeOfDay(std::time_t when, int days, int hour, int minute) {
+    std::tm at = LocalTime(when);
+    at.tm_mday += days;
+    at.tm_hour = hour;
+    at.tm_min = minute;
+    at.tm_sec = 0;
+    at.tm_isdst = -1;
+    return std::mktime(&at);
+}

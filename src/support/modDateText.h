@@ -11,3 +11,5 @@ std::string DateTimeText(std::time_t when);
 std::string NowText();
 // yyyymmdd of the local date, as daily log names carry it.
 std::string DateStamp(std::time_t when);
+// hour:minute:00 local time on the day of `when` moved by `days` (back when negative).
+std::time_t TimeOfDay(std::time_t when, int days, int hour, int minute);
