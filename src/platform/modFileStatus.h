@@ -28,6 +28,11 @@ struct PathStatus {
     int64_t changeNs = 0;
     // The owner cannot write it (Linux), or its read-only attribute is set (Windows).
     bool readOnly = false;
+    // Linux: its permission bits with the setuid, setgid and sticky bits (mode & 07777), and
+    // its owner's and group's numbers. Windows keeps none of these: all three are 0 there.
+    uint32_t mode = 0;
+    uint32_t owner = 0;
+    uint32_t group = 0;
 
     bool Exists() const { return kind != PathKind::kNone; }
     // Nothing there, for the reason `why`.

@@ -22,5 +22,8 @@ inline PathStatus StatusOfStat(const struct stat& st) {
     status.accessNs = Nanoseconds(st.st_atim);
     status.changeNs = Nanoseconds(st.st_ctim);
     status.readOnly = (st.st_mode & S_IWUSR) == 0;
+    status.mode = static_cast<uint32_t>(st.st_mode & 07777);
+    status.owner = static_cast<uint32_t>(st.st_uid);
+    status.group = static_cast<uint32_t>(st.st_gid);
     return status;
 }

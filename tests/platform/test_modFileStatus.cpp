@@ -13,6 +13,7 @@
 #include <filesystem>
 
 #ifndef _WIN32
+#include <sys/stat.h>
 #include <unistd.h>
 #endif
 
@@ -142,6 +143,24 @@ TEST(FileStatus, TimesAndTheReadOnlyMark) {
     EXPECT_TRUE(StatusOf(file).readOnly);
     EXPECT_EQ(StatusOf(file).writeNs, status.writeNs);
 }
+
+#ifndef _WIN32
+TEST(FileStatus, PermissionBitsOwnerAndGroup) {
+    ScopedTestEnv env;
+    const std::string file = env.Path("script.sh");
+    WriteFile(file, "#!/bin/sh\n");
+    for (const mode_t mode : {0600, 0644, 0700, 0755, 0750, 04755, 02750, 01777, 0}) {
+        ASSERT_EQ(::chmod(file.c_str(), mode), 0);
+        EXPECT_EQ(StatusOf(file).mode, mode) << std::oct << mode;
+    }
+    const PathStatus status = StatusOf(file);
+    EXPECT_EQ(status.owner, ::geteuid());
+    EXPECT_EQ(status.group, ::getegid());
+    ASSERT_EQ(::chmod(env.Root().c_str(), 0750), 0);
+    EXPECT_EQ(StatusOf(env.Root()).mode, 0750u);
+    ASSERT_EQ(::chmod(env.Root().c_str(), 0700), 0);
+}
+#endif
 
 TEST(FileStatus, WhatThisProcessMayWrite) {
     ScopedTestEnv env;

@@ -2,8 +2,8 @@
 // (dbus-daemon) with a stand-in for the notification service (tests/dbus) that records every
 // Notify call, and the real stashwell run on it, without a display and with the window
 // present: an unplugged drive, a daily run missed because of it (told once, not at each try),
-// a missing source, a success (told only with the option), and no bus at all (the run's outcome
-// and exit status unchanged).
+// a missing source, a lost run, a success (told only with the option), and no bus at all (the run's
+// outcome and exit status unchanged).
 
 #include "BackupFixture.h"
 #include "FakeSchedulerPrograms.h"
@@ -15,6 +15,7 @@
 #include "support/modDateText.h"
 
 #include <QtTest>
+#include <sqlite3.h>
 
 #include <chrono>
 #include <csignal>
@@ -160,6 +161,33 @@ private slots:
         const std::string first = run.err.substr(0, run.err.find('\n'));
         QCOMPARE(calls[0], "Stashwell|Stashwell|Backup completed with 1 problem\\n" + first +
                                "\\nThe log: " + TodaysLog(f.backup));
+    }
+
+    // A reader that holds the catalogue through the run keeps the run from being recorded.
+    void ALostRunIsToldWithItsCause() {
+        BackupFixture f;
+        PrivateBus bus(f.env);
+        QVERIFY(bus.Serving());
+        const std::string src = f.env.Path("src");
+        CreateTree(src, Dir({{"a.txt", File("alpha")}}));
+        f.AddSource(src);
+        sqlite3* reader = nullptr;
+        QCOMPARE(sqlite3_open(f.db.c_str(), &reader), SQLITE_OK);
+        QCOMPARE(
+            sqlite3_exec(reader, "BEGIN; SELECT count(*) FROM Backups;", nullptr, nullptr, nullptr),
+            SQLITE_OK);
+        const ProgramRun run =
+            RunStashwell({"backup"}, 120, {{"DBUS_SESSION_BUS_ADDRESS", bus.address}});
+        sqlite3_exec(reader, "COMMIT;", nullptr, nullptr, nullptr);
+        sqlite3_close(reader);
+        QCOMPARE(run.exitCode, 5);
+        const std::string lost = "The run of " + src +
+                                 " was lost: the catalogue could not record the run: database is "
+                                 "locked";
+        QCOMPARE(Q(bus.Calls()),
+                 Q({"Stashwell|Stashwell|A backup run was lost: the catalogue could not record "
+                    "the run: database is locked\\n" +
+                    lost + "\\nThe log: " + TodaysLog(f.backup)}));
     }
 
     void ASuccessIsToldOnlyWithTheOption() {
