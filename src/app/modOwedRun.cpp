@@ -40,20 +40,20 @@ void Settle(const std::string& why) {
     const OwedRun owed = ReadOwedRun();
     const std::string record = StateFile(kRecordName);
     if (owed.slot == 0 && !StatusOf(record).Exists()) return;
-    if (owed.retrying) {
+    // A damaged record (no time in it) may have had its tries started too.
+    if (owed.retrying || owed.slot == 0) {
         for (const auto& scheduler : CurrentSchedulers()) {
             if (!scheduler->Available()) continue;
             if (const std::string problem = scheduler->StopRetry(); !problem.empty())
                 Say(1, std::string(kProblemMark) +
-                           "The tries of the owed backup could not be "
-                           "stopped in " +
+                           "The tries of the owed backup could not be stopped in " +
                            scheduler->Name() + ": " + problem);
         }
     }
     if (RemoveFile(record) != 0 && StatusOf(record).Exists())
         Say(1, std::string(kProblemMark) + "The record of the owed backup " + record +
                    " could not be removed");
-    Say(1, "The backup owed since " + DateTimeText(owed.slot) + why);
+    Say(1, "The backup owed" + (owed.slot != 0 ? " since " + DateTimeText(owed.slot) : "") + why);
 }
 
 } // namespace

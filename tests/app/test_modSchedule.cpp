@@ -349,6 +349,20 @@ TEST_F(OwedRunTest, ARunThatIsMadeStopsTheTriesAndTheRecordGoes) {
     EXPECT_EQ(fakes.Calls(), Lines{});
 }
 
+TEST_F(OwedRunTest, ADamagedRecordStillHasItsTriesStopped) {
+    fakes.Systemctl();
+    SetDaily();
+    OweRun(missed);
+    WriteFile(record, "slot=yesterday\x01\n");
+    fakes.ForgetCalls();
+    PayOwedRun();
+    EXPECT_EQ(fakes.Calls(), (Lines{"systemctl --user show-environment",
+                                    "systemctl --user disable --now stashwell-backup-retry.timer",
+                                    "systemctl --user daemon-reload"}));
+    EXPECT_FALSE(std::filesystem::exists(record));
+    EXPECT_EQ(Log().back(), "The backup owed was made; its tries are stopped\r\n");
+}
+
 TEST_F(OwedRunTest, TurningTheScheduleOffForgetsTheOwedRun) {
     fakes.Systemctl();
     SetDaily();
