@@ -1,0 +1,207 @@
+#include "catalogue/CMetadataDB.h"
+
+#include "catalogue/CSqliteConnection.h"
+#include "catalogue/CSqliteStatement.h"
+#include "platform/CFile.h"
+#include "platform/modFileStatus.h"
+#include "support/modFSCommon.h"
+
+namespace {
+
+constexpr const char* kMetadataSchema =
+    "CREATE TABLE IF NOT EXISTS Runs (bid INTEGER PRIMARY KEY, datebk TEXT NOT NULL);"
+    "CREATE TABLE IF NOT EXISTS Entries (bid INTEGER NOT NULL, path BLOB NOT NULL,"
+    " seq INTEGER NOT NULL, kind INTEGER NOT NULL, mtime INTEGER NOT NULL, mode INTEGER NOT NULL,"
+    " owner INTEGER NOT NULL, grp INTEGER NOT NULL, target BLOB, PRIMARY KEY (bid, path))"
+    " WITHOUT ROWID;";
+
+constexpr const char* kColumns = "path, kind, mtime, mode, owner, grp, target";
+
+EntryMetadata EntryOf(const CSqliteStatement& row) {
+    EntryMetadata entry;
+    entry.path = row.Bytes(0);
+    entry.kind = static_cast<EntryMetadata::Kind>(row.Number(1));
+    entry.writeNs = row.Number(2);
+    entry.mode = static_cast<uint32_t>(row.Number(3));
+    entry.owner = static_cast<uint32_t>(row.Number(4));
+    entry.group = static_cast<uint32_t>(row.Number(5));
+    entry.target = row.Bytes(6);
+    return entry;
+}
+
+} // namespace
+
+struct CMetadataDB::Writer {
+    Writer(const std::string& file, int32_t run)
+        : db(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW), bid(run) {}
+
+    // The schema, the transaction, and the rows of an earlier record under the same number
+    // gone; false when the file cannot be used.
+    bool Start() {
+        if (!db || !db.Run(kMetadataSchema) || !db.Run("BEGIN IMMEDIATE")) return false;
+        CSqliteStatement forgetRows(db.Handle(), "DELETE FROM Entries WHERE bid = ?1");
+        CSqliteStatement forgetRun(db.Handle(), "DELETE FROM Runs WHERE bid = ?1");
+        if (!forgetRows || !forgetRun) return false;
+        forgetRows.Bind(1, int64_t{bid});
+        forgetRun.Bind(1, int64_t{bid});
+        if (!forgetRows.StepDone() || !forgetRun.StepDone()) return false;
+        add = std::make_unique<CSqliteStatement>(
+            db.Handle(), "INSERT OR REPLACE INTO Entries (bid, seq, path, kind, mtime, mode, owner,"
+                         " grp, target) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9)");
+        return static_cast<bool>(*add);
+    }
+
+    CSqliteConnection db;
+    int32_t bid;
+    int64_t seq = 0;
+    bool failed = false;
+    std::unique_ptr<CSqliteStatement> add;
+};
+
+CMetadataDB::CMetadataDB() = default;
+
+CMetadataDB::~CMetadataDB() {
+    Abandon();
+}
+
+std::string CMetadataDB::PathBeside(const std::string& cataloguePath) {
+    return FSGetPathPart(cataloguePath) + "Metadata.db";
+}
+
+bool CMetadataDB::Begin(const std::string& file, int32_t bid) {
+    Abandon();
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        // It holds paths and owners of the user's files: private before SQLite opens it.
+        MakePrivateFile(file);
+        m_writer = std::make_unique<Writer>(file, bid);
+        if (m_writer->Start()) return true;
+        m_writer.reset();
+        // A damaged or foreign file: a new one takes its place.
+        if (attempt == 0) CSqliteConnection::RemoveFiles(file);
+    }
+    return false;
+}
+
+bool CMetadataDB::Add(const EntryMetadata& entry) {
+    if (!m_writer || m_writer->failed) return false;
+    CSqliteStatement& add = *m_writer->add;
+    add.Bind(1, int64_t{m_writer->bid});
+    add.Bind(2, ++m_writer->seq);
+    add.Bind(3, entry.path);
+    add.Bind(4, int64_t{static_cast<int>(entry.kind)});
+    add.Bind(5, entry.writeNs);
+    add.Bind(6, int64_t{entry.mode});
+    add.Bind(7, int64_t{entry.owner});
+    add.Bind(8, int64_t{entry.group});
+    add.Bind(9, entry.target);
+    if (!add.StepDone()) m_writer->failed = true;
+    return !m_writer->failed;
+}
+
+bool CMetadataDB::Keep(const std::string& datebk) {
+    if (!m_writer) return false;
+    bool kept = !m_writer->failed;
+    if (kept) {
+        m_writer->add.reset();
+        CSqliteStatement run(m_writer->db.Handle(),
+                             "INSERT INTO Runs (bid, datebk) VALUES (?1, ?2)");
+        kept = static_cast<bool>(run);
+        if (kept) {
+            run.Bind(1, int64_t{m_writer->bid});
+            run.BindText(2, datebk);
+            kept = run.StepDone();
+        }
+    }
+    kept = kept && m_writer->db.Run("COMMIT");
+    if (!kept) m_writer->db.Run("ROLLBACK");
+    m_writer.reset();
+    return kept;
+}
+
+void CMetadataDB::Abandon() {
+    if (!m_writer) return;
+    m_writer->add.reset();
+    m_writer->db.Run("ROLLBACK");
+    m_writer.reset();
+}
+
+bool CMetadataDB::KeepOnly(const std::string& file,
+                           const std::vector<std::pair<int32_t, std::string>>& runs) {
+    if (!StatusOf(file).Exists()) return true; // no record was ever kept
+    CSqliteConnection db(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW);
+    if (!db || !db.Run(kMetadataSchema) || !db.Run("BEGIN IMMEDIATE") ||
+        !db.Run("CREATE TEMP TABLE IF NOT EXISTS Kept (bid INTEGER, datebk TEXT)") ||
+        !db.Run("DELETE FROM Kept"))
+        return false;
+    bool ok = true;
+    {
+        CSqliteStatement kept(db.Handle(), "INSERT INTO Kept (bid, datebk) VALUES (?1, ?2)");
+        ok = static_cast<bool>(kept);
+        for (size_t i = 0; ok && i < runs.size(); ++i) {
+            kept.Bind(1, int64_t{runs[i].first});
+            kept.BindText(2, runs[i].second);
+            ok = kept.StepDone();
+        }
+    }
+    ok = ok &&
+         db.Run("DELETE FROM Runs WHERE NOT EXISTS (SELECT 1 FROM Kept"
+                " WHERE Kept.bid = Runs.bid AND Kept.datebk = Runs.datebk)") &&
+         db.Run("DELETE FROM Entries WHERE bid NOT IN (SELECT bid FROM Runs)") && db.Run("COMMIT");
+    if (!ok) db.Run("ROLLBACK");
+    return ok;
+}
+
+struct CMetadataReader::Reader {
+    explicit Reader(const std::string& file)
+        : db(file, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOFOLLOW) {}
+    CSqliteConnection db;
+    int32_t bid = 0;
+    std::unique_ptr<CSqliteStatement> find;
+};
+
+CMetadataReader::CMetadataReader() = default;
+CMetadataReader::~CMetadataReader() = default;
+
+bool CMetadataReader::Open(const std::string& file, int32_t bid, const std::string& datebk) {
+    m_reader.reset();
+    if (!StatusOf(file).Exists()) return false; // never created by a read
+    auto reader = std::make_unique<Reader>(file);
+    if (!reader->db) return false;
+    CSqliteStatement which(reader->db.Handle(), "SELECT datebk FROM Runs WHERE bid = ?1");
+    if (!which) return false;
+    which.Bind(1, int64_t{bid});
+    if (sqlite3_step(which.Get()) != SQLITE_ROW || which.Bytes(0) != datebk) return false;
+    reader->bid = bid;
+    reader->find = std::make_unique<CSqliteStatement>(
+        reader->db.Handle(),
+        (std::string("SELECT ") + kColumns + " FROM Entries WHERE bid = ?1 AND path = ?2").c_str());
+    if (!*reader->find) return false;
+    m_reader = std::move(reader);
+    return true;
+}
+
+std::optional<EntryMetadata> CMetadataReader::Find(const std::string& path) {
+    if (!m_reader) return std::nullopt;
+    CSqliteStatement& find = *m_reader->find;
+    find.Bind(1, int64_t{m_reader->bid});
+    find.Bind(2, path);
+    std::optional<EntryMetadata> entry;
+    if (sqlite3_step(find.Get()) == SQLITE_ROW) entry = EntryOf(find);
+    sqlite3_reset(find.Get());
+    return entry;
+}
+
+std::vector<EntryMetadata> CMetadataReader::OfKind(EntryMetadata::Kind kind) {
+    std::vector<EntryMetadata> entries;
+    if (!m_reader) return entries;
+    CSqliteStatement read(m_reader->db.Handle(),
+                          (std::string("SELECT ") + kColumns +
+                           " FROM Entries WHERE bid = ?1 AND kind = ?2 ORDER BY seq")
+                              .c_str());
+    if (!read) return entries;
+    read.Bind(1, int64_t{m_reader->bid});
+    read.Bind(2, int64_t{static_cast<int>(kind)});
+    while (sqlite3_step(read.Get()) == SQLITE_ROW)
+        entries.push_back(EntryOf(read));
+    return entries;
+}

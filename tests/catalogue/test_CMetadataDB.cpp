@@ -1,0 +1,167 @@
+// The metadata record beside the catalogue: a run's entries kept only once the run is, found by
+// path and by kind in the order the run met them, for that very run number and date alone; a
+// record given up leaves what was there; records of runs that went are dropped; a damaged file
+// is replaced when a run begins; the file is private; paths keep every byte.
+
+#include "TestSupport.h"
+#include "catalogue/CMetadataDB.h"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+#ifndef _WIN32
+#include <sys/stat.h>
+#endif
+
+// Readable failure output for entries.
+void PrintTo(const EntryMetadata& entry, std::ostream* out) {
+    *out << "{\"" << entry.path << "\", kind " << static_cast<int>(entry.kind) << ", "
+         << entry.writeNs << ", mode " << entry.mode << ", " << entry.owner << ":" << entry.group
+         << ", \"" << entry.target << "\"}";
+}
+
+namespace {
+
+using Entries = std::vector<EntryMetadata>;
+using Kind = EntryMetadata::Kind;
+
+const EntryMetadata kFile{"/home/me/Bob's \xff\xfe notes\nline.txt",
+                          Kind::kFile,
+                          1'700'000'000'123'456'789,
+                          04755,
+                          1000,
+                          100,
+                          ""};
+const EntryMetadata kFolder{"/home/me", Kind::kFolder, -915'148'800'000'000'001, 0750, 0, 0, ""};
+const EntryMetadata kEmpty{
+    "/home/me/empty", Kind::kEmptyFile, 4'102'444'800'000'000'000, 0600, 1000, 1000, ""};
+const EntryMetadata kLink{"/home/me/up", Kind::kLink, 1, 0777, 1000, 1000, "../../etc"};
+
+struct CMetadataDBTest : ::testing::Test {
+    ScopedTestEnv env;
+    std::string file = env.Path("Metadata.db");
+
+    void KeepRun(int32_t bid, const std::string& datebk, const Entries& entries) {
+        CMetadataDB record;
+        ASSERT_TRUE(record.Begin(file, bid));
+        for (const EntryMetadata& entry : entries)
+            ASSERT_TRUE(record.Add(entry));
+        ASSERT_TRUE(record.Keep(datebk));
+    }
+    // The entries of `kind` in the record of run bid/datebk; none when there is no record.
+    std::optional<Entries> Read(int32_t bid, const std::string& datebk, Kind kind) {
+        CMetadataReader reader;
+        if (!reader.Open(file, bid, datebk)) return std::nullopt;
+        return reader.OfKind(kind);
+    }
+};
+
+TEST_F(CMetadataDBTest, AKeptRecordIsFoundByPathAndByKindInTheOrderMet) {
+    KeepRun(7, "25/11/2026 21:30:00",
+            {kFolder, kFile, kEmpty, kLink, {"/home/me/b", Kind::kFile, 2, 0644, 1, 2, ""}});
+    CMetadataReader reader;
+    ASSERT_TRUE(reader.Open(file, 7, "25/11/2026 21:30:00"));
+    EXPECT_EQ(reader.Find(kFile.path), kFile);
+    EXPECT_EQ(reader.Find(kLink.path), kLink);
+    EXPECT_EQ(reader.Find("/home/me/none"), std::nullopt);
+    EXPECT_EQ(reader.OfKind(Kind::kFile),
+              (Entries{kFile, {"/home/me/b", Kind::kFile, 2, 0644, 1, 2, ""}}));
+    EXPECT_EQ(reader.OfKind(Kind::kFolder), Entries{kFolder});
+    EXPECT_EQ(reader.OfKind(Kind::kEmptyFile), Entries{kEmpty});
+    EXPECT_EQ(reader.OfKind(Kind::kLink), Entries{kLink});
+}
+
+TEST_F(CMetadataDBTest, OnlyThatRunNumberAndDateOpenIt) {
+    KeepRun(7, "25/11/2026 21:30:00", {kFile});
+    CMetadataReader reader;
+    EXPECT_FALSE(reader.Open(file, 8, "25/11/2026 21:30:00"));
+    EXPECT_FALSE(reader.Open(file, 7, "26/11/2026 21:30:00"));
+    EXPECT_EQ(reader.Find(kFile.path), std::nullopt);
+    EXPECT_EQ(reader.OfKind(Kind::kFile), Entries{});
+    EXPECT_FALSE(reader.Open(env.Path("none.db"), 7, "25/11/2026 21:30:00"));
+    EXPECT_FALSE(Exists(env.Path("none.db"))); // a read makes no file
+}
+
+TEST_F(CMetadataDBTest, ARecordNotKeptLeavesWhatWasThere) {
+    KeepRun(7, "25/11/2026 21:30:00", {kFile});
+    {
+        CMetadataDB record;
+        ASSERT_TRUE(record.Begin(file, 7));
+        ASSERT_TRUE(record.Add(kFolder));
+        // Ends without Keep: the run was not committed.
+    }
+    {
+        CMetadataDB record;
+        ASSERT_TRUE(record.Begin(file, 8));
+        ASSERT_TRUE(record.Add(kLink));
+        record.Abandon();
+        EXPECT_FALSE(record.Keep("25/11/2026 22:00:00"));
+    }
+    EXPECT_EQ(Read(7, "25/11/2026 21:30:00", Kind::kFile), Entries{kFile});
+    EXPECT_EQ(Read(7, "25/11/2026 21:30:00", Kind::kFolder), Entries{});
+    EXPECT_EQ(Read(8, "25/11/2026 22:00:00", Kind::kLink), std::nullopt);
+}
+
+TEST_F(CMetadataDBTest, ANumberUsedAgainReplacesTheEarlierRecordOnceKept) {
+    KeepRun(7, "25/11/2026 21:30:00", {kFile, kFolder});
+    KeepRun(7, "26/11/2026 08:00:00", {kLink});
+    EXPECT_EQ(Read(7, "25/11/2026 21:30:00", Kind::kFile), std::nullopt);
+    EXPECT_EQ(Read(7, "26/11/2026 08:00:00", Kind::kLink), Entries{kLink});
+    EXPECT_EQ(Read(7, "26/11/2026 08:00:00", Kind::kFolder), Entries{});
+}
+
+TEST_F(CMetadataDBTest, RecordsOfRunsThatWentAreDropped) {
+    KeepRun(1, "01/11/2026 21:30:00", {kFile});
+    KeepRun(2, "02/11/2026 21:30:00", {kFolder});
+    KeepRun(3, "03/11/2026 21:30:00", {kLink});
+    // Run 3's number now stands for another date: its record goes too.
+    ASSERT_TRUE(CMetadataDB::KeepOnly(
+        file,
+        {{2, "02/11/2026 21:30:00"}, {3, "04/11/2026 21:30:00"}, {9, "09/11/2026 21:30:00"}}));
+    EXPECT_EQ(Read(1, "01/11/2026 21:30:00", Kind::kFile), std::nullopt);
+    EXPECT_EQ(Read(2, "02/11/2026 21:30:00", Kind::kFolder), Entries{kFolder});
+    EXPECT_EQ(Read(3, "03/11/2026 21:30:00", Kind::kLink), std::nullopt);
+    ASSERT_TRUE(CMetadataDB::KeepOnly(file, {}));
+    EXPECT_EQ(Read(2, "02/11/2026 21:30:00", Kind::kFolder), std::nullopt);
+    // Without a file there is nothing to drop, and nothing is made.
+    EXPECT_TRUE(CMetadataDB::KeepOnly(env.Path("none.db"), {}));
+    EXPECT_FALSE(Exists(env.Path("none.db")));
+}
+
+TEST_F(CMetadataDBTest, ADamagedFileIsReplacedWhenARunBegins) {
+    WriteFile(file, "not a database, and no record either");
+    CMetadataReader reader;
+    EXPECT_FALSE(reader.Open(file, 1, "01/11/2026 21:30:00"));
+    EXPECT_FALSE(CMetadataDB::KeepOnly(file, {}));
+    KeepRun(1, "01/11/2026 21:30:00", {kFile});
+    EXPECT_EQ(Read(1, "01/11/2026 21:30:00", Kind::kFile), Entries{kFile});
+}
+
+TEST_F(CMetadataDBTest, ABeginWhereNoFileCanBeMadeFailsAndTheRunGoesOnWithout) {
+    CMetadataDB record;
+    EXPECT_FALSE(record.Begin(env.Path("no such folder/Metadata.db"), 1));
+    EXPECT_FALSE(record.Add(kFile));
+    EXPECT_FALSE(record.Keep("01/11/2026 21:30:00"));
+    EXPECT_EQ(ListTree(env.Root()), std::vector<std::string>{});
+}
+
+TEST_F(CMetadataDBTest, TheFileIsPrivateWhateverTheUmask) {
+#ifdef _WIN32
+    KeepRun(1, "01/11/2026 21:30:00", {kFile});
+#else
+    const mode_t saved = ::umask(0);
+    KeepRun(1, "01/11/2026 21:30:00", {kFile});
+    ::umask(saved);
+#endif
+    EXPECT_TRUE(IsPrivate(file));
+}
+
+TEST(CMetadataDB, ItsFileLiesBesideTheCatalogue) {
+    EXPECT_EQ(CMetadataDB::PathBeside(Native("/bk/db/Backup.db")), Native("/bk/db/Metadata.db"));
+    EXPECT_EQ(CMetadataDB::PathBeside("Backup.db"), "Metadata.db");
+}
+
+} // namespace
