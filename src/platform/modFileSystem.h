@@ -32,6 +32,22 @@ int MakeEntryPrivate(const std::string& path);
 int MakeOrdinaryFolder(const std::string& path);
 int GiveDefaultFileRights(const std::string& path);
 
+// What a restore gives back of an entry besides its bytes. Each answers 0 or the error:
+// - its last-write time, nanoseconds since 1970 (UTC), as far as the file system keeps it; a
+//   link's own time, never its target's;
+int SetWriteTime(const std::string& path, int64_t ns);
+// - its permission bits with setuid, setgid and sticky (Linux; Windows keeps none, and nothing
+//   changes there);
+int SetPermissionBits(const std::string& path, uint32_t mode);
+// - its owner and group, a link's own (Linux, and only a process that may: EPERM otherwise;
+//   nothing changes on Windows);
+int SetOwner(const std::string& path, uint32_t owner, uint32_t group);
+// - a link holding `text`, made at `path` and never replacing an entry there (EEXIST); Windows
+//   answers ENOSYS.
+int MakeLink(const std::string& text, const std::string& path);
+// The text the link at `path` holds, never followed; empty with `error` set when it is no link.
+std::string LinkText(const std::string& path, int& error);
+
 // Free bytes for the user on the file system that holds `path`; `known` false when the file
 // system reports no size at all (some FUSE drivers). 0 or the error.
 int FreeSpace(const std::string& path, uint64_t& bytes, bool& known);

@@ -128,6 +128,44 @@ int GiveDefaultFileRights(const std::string& path) {
     return ::chmod(path.c_str(), 0666 & ~UserMask()) == 0 ? 0 : errno;
 }
 
+int SetWriteTime(const std::string& path, int64_t ns) {
+    // The access time is left as it is.
+    const timespec times[2] = {
+        {0, UTIME_OMIT},
+        {static_cast<time_t>(ns / 1'000'000'000 - (ns % 1'000'000'000 < 0 ? 1 : 0)),
+         static_cast<long>((ns % 1'000'000'000 + 1'000'000'000) % 1'000'000'000)}};
+    return ::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
+}
+
+int SetPermissionBits(const std::string& path, uint32_t mode) {
+    return ::chmod(path.c_str(), static_cast<mode_t>(mode & 07777)) == 0 ? 0 : errno;
+}
+
+int SetOwner(const std::string& path, uint32_t owner, uint32_t group) {
+    return ::lchown(path.c_str(), static_cast<uid_t>(owner), static_cast<gid_t>(group)) == 0
+               ? 0
+               : errno;
+}
+
+int MakeLink(const std::string& text, const std::string& path) {
+    return ::symlink(text.c_str(), path.c_str()) == 0 ? 0 : errno;
+}
+
+std::string LinkText(const std::string& path, int& error) {
+    error = 0;
+    std::vector<char> buffer(256);
+    while (true) {
+        const ssize_t got = ::readlink(path.c_str(), buffer.data(), buffer.size());
+        if (got < 0) {
+            error = errno;
+            return {};
+        }
+        if (static_cast<size_t>(got) < buffer.size())
+            return std::string(buffer.data(), static_cast<size_t>(got));
+        buffer.resize(buffer.size() * 2);
+    }
+}
+
 int FreeSpace(const std::string& path, uint64_t& bytes, bool& known) {
     struct statvfs info {};
     if (::statvfs(path.c_str(), &info) != 0) return errno;

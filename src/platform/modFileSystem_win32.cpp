@@ -173,11 +173,41 @@ int GiveDefaultFileRights(const std::string& path) {
     ACL empty{};
     if (!::InitializeAcl(&empty, sizeof empty, ACL_REVISION)) return LastErrno();
     std::wstring wide = WidePath(path);
-    const DWORD error = ::SetNamedSecurityInfoW(
-        wide.data(), SE_FILE_OBJECT,
-        DACL_SECURITY_INFORMATION | UNPROTECTED_DACL_SECURITY_INFORMATION, nullptr, nullptr,
-        &empty, nullptr);
+    const DWORD error =
+        ::SetNamedSecurityInfoW(wide.data(), SE_FILE_OBJECT,
+                                DACL_SECURITY_INFORMATION | UNPROTECTED_DACL_SECURITY_INFORMATION,
+                                nullptr, nullptr, &empty, nullptr);
     return error == ERROR_SUCCESS ? 0 : PathErrno(path, error);
+}
+
+int SetWriteTime(const std::string& path, int64_t ns) {
+    const HANDLE entry = ::CreateFileW(
+        WidePath(path).c_str(), FILE_WRITE_ATTRIBUTES,
+        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+        FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+    if (entry == INVALID_HANDLE_VALUE) return PathErrno(path, ::GetLastError());
+    const FILETIME written = FileTimeOf(ns);
+    const bool set = ::SetFileTime(entry, nullptr, nullptr, &written);
+    const DWORD error = ::GetLastError();
+    ::CloseHandle(entry);
+    return set ? 0 : PathErrno(path, error);
+}
+
+int SetPermissionBits(const std::string&, uint32_t) {
+    return 0; // Windows keeps no permission bits
+}
+
+int SetOwner(const std::string&, uint32_t, uint32_t) {
+    return 0; // nor owner numbers
+}
+
+int MakeLink(const std::string&, const std::string&) {
+    return ENOSYS;
+}
+
+std::string LinkText(const std::string&, int& error) {
+    error = ENOSYS;
+    return {};
 }
 
 int FreeSpace(const std::string& path, uint64_t& bytes, bool& known) {

@@ -18,6 +18,8 @@
 // A file time (100-ns units since 1601, UTC) as nanoseconds since 1970; 0 for a time that the
 // file system does not keep (a file time of 0), and held within what 64 bits can count.
 int64_t NanosecondsOf(const FILETIME& time);
+// Nanoseconds since 1970 as a file time, the other way round (to 100 ns, rounded down).
+FILETIME FileTimeOf(int64_t ns);
 // The kind of an entry from its attribute word and, for a reparse point, its tag.
 PathKind KindOfAttributes(DWORD attributes, DWORD reparseTag);
 // What a handle's file information tells: kind, size, identity (volume serial number and file

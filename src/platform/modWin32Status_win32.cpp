@@ -10,6 +10,15 @@ namespace {
 constexpr int64_t kUnitsFrom1601To1970 = 116444736000000000LL;
 }
 
+FILETIME FileTimeOf(int64_t ns) {
+    const int64_t hundreds = ns / 100 - (ns % 100 < 0 ? 1 : 0);
+    const auto units = static_cast<uint64_t>(hundreds + kUnitsFrom1601To1970);
+    FILETIME time;
+    time.dwLowDateTime = static_cast<DWORD>(units & 0xFFFFFFFFu);
+    time.dwHighDateTime = static_cast<DWORD>(units >> 32);
+    return time;
+}
+
 int64_t NanosecondsOf(const FILETIME& time) {
     const int64_t units =
         static_cast<int64_t>((uint64_t{time.dwHighDateTime} << 32) | time.dwLowDateTime);

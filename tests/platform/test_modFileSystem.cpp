@@ -22,6 +22,7 @@
 #include <sddl.h>
 #else
 #include <sys/stat.h>
+#include <unistd.h>
 #endif
 
 namespace {
@@ -233,6 +234,85 @@ TEST(FileSystem, ATreeIsRemovedWithoutFollowingItsLinks) {
     RemoveTree(test.Path("link"));
     EXPECT_FALSE(IsThere(test.Path("link")));
     EXPECT_EQ(ReadWhole(Join(outside, "kept")), "kept");
+}
+
+TEST(FileSystem, AWriteTimeIsSetToTheNanosecond) {
+    CTestFolder test;
+    const std::string file = test.Path("file"), folder = test.Path("folder");
+    WriteWhole(file, "bytes");
+    std::filesystem::create_directories(Native(folder));
+    // 1999, the far future, one before 1970; Windows keeps 100-ns units.
+    for (const int64_t ns : {int64_t{915'148'800'123'456'789}, int64_t{4'102'444'800'987'654'321},
+                             int64_t{-1'000'000'100}}) {
+        ASSERT_EQ(SetWriteTime(file, ns), 0);
+        ASSERT_EQ(SetWriteTime(folder, ns), 0);
+#ifdef _WIN32
+        const int64_t kept = ns / 100 * 100 - (ns % 100 < 0 ? 100 : 0);
+#else
+        const int64_t kept = ns;
+#endif
+        EXPECT_EQ(StatusOf(file).writeNs, kept) << ns;
+        EXPECT_EQ(StatusOf(folder).writeNs, kept) << ns;
+    }
+    EXPECT_EQ(SetWriteTime(test.Path("missing"), 0), ENOENT);
+}
+
+TEST(FileSystem, AWriteTimeOfALinkIsItsOwn) {
+    CTestFolder test;
+    const std::string file = test.Path("file");
+    WriteWhole(file, "bytes");
+    if (!MakeFileLink(file, test.Path("link"))) GTEST_SKIP() << "this system makes no links";
+    const int64_t before = StatusOf(file).writeNs;
+    ASSERT_EQ(SetWriteTime(test.Path("link"), 1'000'000'000), 0);
+    EXPECT_EQ(StatusOf(test.Path("link"), true).writeNs, 1'000'000'000);
+    EXPECT_EQ(StatusOf(file).writeNs, before);
+}
+
+#ifndef _WIN32
+TEST(FileSystem, PermissionBitsAndOwnersAreSet) {
+    CTestFolder test;
+    const std::string file = test.Path("file");
+    WriteWhole(file, "bytes");
+    for (const uint32_t mode : {0600u, 0644u, 0700u, 0755u, 0750u, 04755u, 02750u, 01777u}) {
+        ASSERT_EQ(SetPermissionBits(file, mode), 0);
+        EXPECT_EQ(StatusOf(file).mode, mode);
+    }
+    EXPECT_EQ(SetPermissionBits(test.Path("missing"), 0644), ENOENT);
+    // Its own owner and group it may always give; another only as root.
+    ASSERT_EQ(SetOwner(file, ::geteuid(), ::getegid()), 0);
+    EXPECT_EQ(SetOwner(file, 4242, 4242), ::geteuid() == 0 ? 0 : EPERM);
+}
+#else
+TEST(FileSystem, PermissionBitsAndOwnersChangeNothingOnWindows) {
+    CTestFolder test;
+    WriteWhole(test.Path("file"), "bytes");
+    EXPECT_EQ(SetPermissionBits(test.Path("file"), 0), 0);
+    EXPECT_EQ(SetOwner(test.Path("file"), 0, 0), 0);
+    EXPECT_EQ(ReadWhole(test.Path("file")), "bytes");
+    int error = 0;
+    EXPECT_EQ(LinkText(test.Path("file"), error), "");
+    EXPECT_EQ(error, ENOSYS);
+    EXPECT_EQ(MakeLink("file", test.Path("link")), ENOSYS);
+}
+#endif
+
+TEST(FileSystem, ALinkIsMadeWithItsTextAndReadBackUnfollowed) {
+    CTestFolder test;
+    int error = 0;
+    if (MakeLink("../../etc", test.Path("up")) == ENOSYS) GTEST_SKIP() << "no links here";
+    EXPECT_EQ(LinkText(test.Path("up"), error), "../../etc");
+    EXPECT_EQ(error, 0);
+    const std::string odd = "dangling \xff\n" + std::string(300, 'x');
+    ASSERT_EQ(MakeLink(odd, test.Path("odd")), 0);
+    EXPECT_EQ(LinkText(test.Path("odd"), error), odd);
+    // Never over an entry that is there, and a file is no link.
+    WriteWhole(test.Path("file"), "bytes");
+    EXPECT_EQ(MakeLink("x", test.Path("file")), EEXIST);
+    EXPECT_EQ(ReadWhole(test.Path("file")), "bytes");
+    EXPECT_EQ(LinkText(test.Path("file"), error), "");
+    EXPECT_EQ(error, EINVAL);
+    EXPECT_EQ(LinkText(test.Path("missing"), error), "");
+    EXPECT_EQ(error, ENOENT);
 }
 
 TEST(FileSystem, ARenameNeverReplaces) {
