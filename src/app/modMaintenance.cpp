@@ -31,6 +31,7 @@ bool DeleteRemovedSources(const std::vector<std::string>& listed,
             QueryCatalogue(drop, "Backups", sqlaction::kDelete, "source = " + SQLLiteral(source));
         }
     }
+    PruneMetadata();
     MsgBox("Delete complete. You should now run Compact", mb::kInformation, kWindowTitle);
     return true;
 }

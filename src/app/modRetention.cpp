@@ -6,6 +6,7 @@
 #include "app/modSetup.h"
 #include "catalogue/CCatalogueReader.h"
 #include "catalogue/CDatabase.h"
+#include "catalogue/CMetadataDB.h"
 #include "catalogue/modBulkQuery.h"
 #include "catalogue/modSQLQuote.h"
 #include "engine/CDriveMap.h"
@@ -212,6 +213,18 @@ void PruneSource(const std::string& source, int16_t& limit) {
         DeleteBackupRun(ToInt32(TextToNumber(db.Field("bid"))));
         db.MoveNext();
     }
+    PruneMetadata();
+}
+
+void PruneMetadata() {
+    ADOSQLite db;
+    QueryCatalogue(db, "Backups", sqlaction::kSelect, "", "bid");
+    if (db.Err()) return; // the catalogue's own error is reported; nothing is dropped blindly
+    std::vector<std::pair<int32_t, std::string>> runs;
+    for (db.MoveFirst(); !db.Eof(); db.MoveNext())
+        runs.emplace_back(ToInt32(TextToNumber(db.Field("bid"))), db.Field("datebk"));
+    if (!CMetadataDB::KeepOnly(CMetadataDB::PathBeside(GetDBPath()), runs))
+        Log(2, "The metadata of runs that went could not be dropped");
 }
 
 void DeleteBackupRun(int32_t bid) {
@@ -226,6 +239,7 @@ void PruneDBTree() {
     PruneDBFiles();
     DoEvents();
     PruneDBPaths();
+    PruneMetadata();
 }
 
 void PruneDBFiles() {

@@ -26,6 +26,9 @@ void PruneAllSources();
 // The limit applied is written back into `limit`.
 void PruneSource(const std::string& source, int16_t& limit);
 void DeleteBackupRun(int32_t bid);
+// Drops the metadata records (CMetadataDB) of runs the catalogue no longer holds: after the
+// limit dropped runs, after Delete, and in Compact.
+void PruneMetadata();
 void PruneDBTree();
 void PruneDBFiles();
 void PruneDBPaths();

@@ -143,10 +143,13 @@ bool CMetadataDB::KeepOnly(const std::string& file,
             ok = kept.StepDone();
         }
     }
-    ok = ok &&
-         db.Run("DELETE FROM Runs WHERE NOT EXISTS (SELECT 1 FROM Kept"
+    // The rows of a run are one range of the key, so only the runs that go are visited.
+    ok = ok && db.Run("CREATE TEMP TABLE IF NOT EXISTS Gone (bid INTEGER PRIMARY KEY)") &&
+         db.Run("DELETE FROM Gone") &&
+         db.Run("INSERT INTO Gone SELECT bid FROM Runs WHERE NOT EXISTS (SELECT 1 FROM Kept"
                 " WHERE Kept.bid = Runs.bid AND Kept.datebk = Runs.datebk)") &&
-         db.Run("DELETE FROM Entries WHERE bid NOT IN (SELECT bid FROM Runs)") && db.Run("COMMIT");
+         db.Run("DELETE FROM Entries WHERE bid IN (SELECT bid FROM Gone)") &&
+         db.Run("DELETE FROM Runs WHERE bid IN (SELECT bid FROM Gone)") && db.Run("COMMIT");
     if (!ok) db.Run("ROLLBACK");
     return ok;
 }

@@ -49,6 +49,8 @@ public:
     bool Keep(const std::string& datebk);
     // Gives the record up (also when the object ends before Keep).
     void Abandon();
+    // Whether a record is begun and neither kept nor given up.
+    bool Recording() const { return m_writer != nullptr; }
 
     // Drops the records of every run that `runs` (number and date) does not name, as the runs
     // go with retention, Delete and Compact. False when the file could not be changed.

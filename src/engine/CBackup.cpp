@@ -80,6 +80,11 @@ CBackup::Result CBackup::Exec() {
             m_db.Connection(), "PRAGMA cache_size = -65536", [](const auto&) {}, pragmaError);
         m_db.Begin();
         m_bid = m_db.BackupRun(m_source);
+        // Times, permission bits and what the catalogue lists not, kept beside it; a run whose
+        // record cannot be written goes on without one.
+        const bool recording =
+            m_bid > 0 && m_record.Begin(CMetadataDB::PathBeside(m_dbPath), m_bid);
+        if (m_bid > 0 && !recording) Log(2, "The metadata of this run cannot be kept");
 
         Operation("Finding Files");
         Log(1, "Finding files in source : " + m_source);
@@ -92,6 +97,7 @@ CBackup::Result CBackup::Exec() {
         map.ExcludeFiles(m_exclude);
         map.ExcludeDirs(m_exDirs);
         map.SkipFolder(m_backupFolder);
+        map.Metadata(recording ? &m_record : nullptr);
         map.Exec();
         m_problems.unreadableFolders = map.UnreadableFolders();
         m_filesFound = map.FileCount();
@@ -110,6 +116,7 @@ CBackup::Result CBackup::Exec() {
             const float rate = Rate();
             if (OnFileProgress) OnFileProgress(map.Idx(), rate);
             if (m_cancel) {
+                m_record.Abandon();
                 m_db.Rollback();
                 trap.KeepOnStack(); // this exit does not pop
                 return Result::kCancel;
@@ -124,6 +131,7 @@ CBackup::Result CBackup::Exec() {
         if (!FSSyncFileSystem(m_backupPath)) Raise(err::kDeviceIO);
         CommitRun();
         committed = true;
+        KeepMetadata();
         SaveQuickCheck();
         m_timer.StopTimer();
         if (OnFinish) OnFinish(m_bytes);
@@ -144,6 +152,7 @@ CBackup::Result CBackup::Exec() {
             // a log that cannot be written: the run's end still names the loss
         }
         trap.Handle();
+        m_record.Abandon();
         // Lets go of the catalogue's locks at once, and of the failed statement's error, which
         // would otherwise keep the next source's Connect from connecting.
         m_db.Rollback();
@@ -202,14 +211,24 @@ std::unique_ptr<CQuickCheck> CBackup::LoadQuickCheck() {
                                          startNs);
 }
 
-void CBackup::SaveQuickCheck() {
-    if (!m_quick) return;
-    QuickCheckRun run{m_bid, {}};
+std::string CBackup::RunDate() {
+    std::string datebk;
     std::string error;
     ForEachRow(
         m_db.Connection(), "SELECT datebk FROM Backups WHERE bid = " + std::to_string(m_bid),
-        [&](const auto& row) { run.datebk = std::string(row[0]); }, error);
-    if (!m_quick->Save(run)) Log(2, "The quick check could not keep the stamps of this run");
+        [&](const auto& row) { datebk = std::string(row[0]); }, error);
+    return datebk;
+}
+
+void CBackup::KeepMetadata() {
+    if (!m_record.Recording()) return;
+    if (!m_record.Keep(RunDate())) Log(2, "The metadata of this run could not be kept");
+}
+
+void CBackup::SaveQuickCheck() {
+    if (!m_quick) return;
+    if (!m_quick->Save({m_bid, RunDate()}))
+        Log(2, "The quick check could not keep the stamps of this run");
     m_quick.reset();
 }
 

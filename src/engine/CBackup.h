@@ -19,6 +19,7 @@
 // that run's signature without being read.
 
 #include "catalogue/CDatabase.h"
+#include "catalogue/CMetadataDB.h"
 #include "engine/CQuickCheck.h"
 #include "engine/CSignatureAhead.h"
 #include "engine/CStore.h"
@@ -98,6 +99,11 @@ private:
     std::unique_ptr<CQuickCheck> LoadQuickCheck();
     // Keeps the stamps of the run just committed; a failure only costs the next run its speed.
     void SaveQuickCheck();
+    // The run's date as the catalogue recorded it.
+    std::string RunDate();
+    // Keeps the metadata record of the run just committed; a record that cannot be kept leaves
+    // the run to restore without it.
+    void KeepMetadata();
     void NoteUnreadable(const std::string& path);
     // True, with the log line and the run's problem, when the source is the backup folder or
     // lies inside it.
@@ -122,6 +128,7 @@ private:
     std::string m_exDirs;
     int32_t m_calcMethod = 0;
     bool m_quickCheck = false;
+    CMetadataDB m_record;
     int32_t m_filesFound = 0;
     double m_bytes = 0;
     int32_t m_duplicates = 0;

@@ -1,6 +1,8 @@
 #include "engine/CDriveMap.h"
 
 #include "catalogue/CDatabase.h"
+#include "catalogue/CMetadataDB.h"
+#include "platform/modFileStatus.h"
 #include "platform/modFileSystem.h"
 #include "support/CRuntimeError.h"
 #include "support/modFSCommon.h"
@@ -64,6 +66,7 @@ void CDriveMap::SkipFolder(const std::string& path) {
 
 bool CDriveMap::Exec() {
     Log(3, "FindFiles " + m_source);
+    if (m_record) Note(m_source, StatusOf(m_source), true);
     Search(m_source);
     while (m_folderCursor <= m_folderCount) {
         DoEvents();
@@ -108,6 +111,7 @@ void CDriveMap::TestEntry(const CFileFind& finder) {
             m_limitExceeded = true;
             return;
         }
+        Note(path, finder.Stat(), true);
         m_folders.push_back(std::move(path));
         return;
     }
@@ -115,10 +119,22 @@ void CDriveMap::TestEntry(const CFileFind& finder) {
     if (!m_system && finder.IsSystem()) return;
     if (m_patternsActive && ExcludedFile(finder.GetFileName())) return;
     ++m_fileCount;
-    if (m_fileCount <= kMaxListEntries)
+    if (m_fileCount <= kMaxListEntries) {
         m_files.push_back(finder.GetFilePath());
-    else
+        Note(m_files.back(), finder.Stat(), false);
+    } else {
         m_limitExceeded = true;
+    }
+}
+
+void CDriveMap::Note(const std::string& path, const PathStatus& status, bool folder) {
+    if (!m_record || !status.Exists()) return;
+    using Kind = EntryMetadata::Kind;
+    m_record->Add({path,
+                   folder             ? Kind::kFolder
+                   : status.size == 0 ? Kind::kEmptyFile
+                                      : Kind::kFile,
+                   status.writeNs, status.mode, status.owner, status.group, ""});
 }
 
 bool CDriveMap::ExcludedFolder(const std::string& name) const {

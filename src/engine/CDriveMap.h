@@ -18,6 +18,7 @@
 #include <vector>
 
 class CDatabase;
+class CMetadataDB;
 
 inline constexpr int32_t kMaxListEntries = 512000;
 
@@ -31,6 +32,9 @@ public:
     void ExcludeDirs(const std::string& folders);
     void SourcePath(const std::string& path) { m_source = path; }
     void Database(CDatabase* db) { m_db = db; }
+    // Where the walk adds the metadata of the source folder, of each folder and of each file it
+    // lists (an empty file as one), from the status the listing took anyway; none: nullptr.
+    void Metadata(CMetadataDB* record) { m_record = record; }
     int32_t FileCount() const { return m_fileCount; }
     int32_t Idx() const { return m_cursor; }
     void BackupID(int32_t bid) { m_bid = bid; }
@@ -60,6 +64,8 @@ public:
 private:
     void Search(const std::string& folder);
     void TestEntry(const CFileFind& finder);
+    // Adds `path`'s metadata from `status` to the record, if there is one.
+    void Note(const std::string& path, const PathStatus& status, bool folder);
     bool ExcludedFolder(const std::string& name) const;
     bool ExcludedFile(const std::string& name) const;
 
@@ -77,6 +83,7 @@ private:
     std::vector<std::string> m_exFolders; // lower-case excluded folder names
     bool m_foldersActive = false;
     CDatabase* m_db = nullptr;
+    CMetadataDB* m_record = nullptr;
     bool m_limitExceeded = false;
     std::vector<std::string> m_unreadableFolders;
     FolderIdentity m_skip;

@@ -9,6 +9,7 @@
 #include "app/modSetup.h"
 #include "catalogue/ADOSQLite.h"
 #include "catalogue/CDatabase.h"
+#include "catalogue/CMetadataDB.h"
 #include "engine/CBackup.h"
 #include "engine/CDriveMap.h"
 #include "support/modDateText.h"
@@ -415,6 +416,38 @@ TEST_F(Retention, RowsOfDroppedRunsStayUntilTheTreeIsPruned) {
     EXPECT_EQ(LogLinesFrom(logged), (Lines{"Pruning DB tree\r\n", " Prune DB Files tree\r\n",
                                            " Prune DB Paths tree\r\n"}));
     EXPECT_EQ(statuses, Lines{"Pruning DB tree"});
+}
+
+TEST_F(Retention, TheMetadataOfRunsThatGoGoesWithThem) {
+    f.SetOption("MaxBackups", "2");
+    const auto bids = AddRuns("/src", 3);
+    const std::string file = CMetadataDB::PathBeside(GetDBPath());
+    auto dateOf = [&](int32_t bid) {
+        return Rows("SELECT datebk FROM Backups WHERE bid = " + std::to_string(bid))[0];
+    };
+    for (int32_t bid : bids) {
+        CMetadataDB record;
+        ASSERT_TRUE(record.Begin(file, bid));
+        ASSERT_TRUE(record.Add({"/src/a.txt", EntryMetadata::Kind::kFile, bid, 0644, 0, 0, ""}));
+        ASSERT_TRUE(record.Keep(dateOf(bid)));
+    }
+    auto kept = [&](int32_t bid, const std::string& datebk) {
+        CMetadataReader reader;
+        return reader.Open(file, bid, datebk);
+    };
+    const std::string first = dateOf(bids[0]), second = dateOf(bids[1]);
+    // The limit drops the oldest run, and its record with it.
+    int16_t limit = -1;
+    PruneSource("/src", limit);
+    EXPECT_FALSE(kept(bids[0], first));
+    EXPECT_TRUE(kept(bids[1], second));
+    EXPECT_TRUE(kept(bids[2], dateOf(bids[2])));
+    // A run deleted otherwise loses its record when the tree is pruned (Compact).
+    DeleteBackupRun(bids[1]);
+    EXPECT_TRUE(kept(bids[1], second));
+    PruneDBTree();
+    EXPECT_FALSE(kept(bids[1], second));
+    EXPECT_TRUE(kept(bids[2], dateOf(bids[2])));
 }
 
 TEST_F(Retention, PruningTheTreeAtTheAdvancedLevelLogsOnlyItsHeading) {

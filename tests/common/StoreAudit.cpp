@@ -3,6 +3,8 @@
 #include "BackupFixture.h"
 #include "TestSupport.h"
 
+#include <set>
+
 namespace {
 
 bool IsTemporary(const std::string& name) {
@@ -36,6 +38,24 @@ void AuditStoreFiles(const std::string& backup, AuditMoment moment, AuditCache* 
     }
 }
 
+// The metadata record beside the catalogue names committed runs only, by number and date, and
+// holds no entries outside a record.
+void AuditMetadata(const std::string& backup, std::vector<std::string>& problems) {
+    const std::string metadata = backup + Native("/db/Metadata.db");
+    if (!Exists(metadata)) return;
+    std::set<std::vector<std::string>> committed;
+    for (const auto& row :
+         SqlRows(backup + Native("/db/Backup.db"), "SELECT bid, datebk FROM Backups"))
+        committed.insert(row);
+    for (const auto& row : SqlRows(metadata, "SELECT bid, datebk FROM Runs"))
+        if (!committed.count(row))
+            problems.push_back("the metadata record names run " + row[0] + " of " + row[1] +
+                               ", which the catalogue does not hold");
+    for (const auto& row : SqlRows(
+             metadata, "SELECT DISTINCT bid FROM Entries WHERE bid NOT IN (SELECT bid FROM Runs)"))
+        problems.push_back("metadata entries of run " + row[0] + " stand outside any record");
+}
+
 void AuditRows(const std::string& backup, std::vector<std::string>& problems) {
     const std::string db = backup + Native("/db/Backup.db");
     const auto check = SqlRows(db, "PRAGMA integrity_check");
@@ -67,6 +87,7 @@ void AuditRows(const std::string& backup, std::vector<std::string>& problems) {
             problems.push_back(where + "size " + size + " but the store file holds " +
                                std::to_string(status.size));
     }
+    AuditMetadata(backup, problems);
 }
 
 } // namespace

@@ -4,7 +4,7 @@
 // catalogue; store files whose content has the signature of their name, private (0600 on
 // Linux, the user's own security on Windows); and
 // rows of every committed run that point at the store file of their signature, of the size
-// they record. The audit returns one line per problem found, so a test that expects none
+// they record; a metadata record that names committed runs only. The audit returns one line per problem found, so a test that expects none
 // prints them all.
 
 #include "platform/modFileStatus.h"

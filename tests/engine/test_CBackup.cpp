@@ -10,8 +10,11 @@
 
 #include "app/modPaths.h"
 #include "app/modSetup.h"
+#include "catalogue/CMetadataDB.h"
 #include "engine/CBackup.h"
 #include "engine/CFileFind.h"
+#include "platform/modFileStatus.h"
+#include "platform/modFileSystem.h"
 #include "support/CMMTimer.h"
 #include "support/modFSCommon.h"
 #include "support/modFileCopy.h"
@@ -396,6 +399,61 @@ TEST_P(CBackupTest, ExcludedPatternsAndFoldersAreNotBackedUp) {
     Run(backup);
     EXPECT_EQ(FileRows(), FileRow(source + Native("/keep.txt"), "k"));
     EXPECT_EQ(Query("SELECT path FROM Paths ORDER BY pid"), (Rows{{source + Native("/")}}));
+}
+
+// ---- The metadata record beside the catalogue ----
+
+// What the record should hold of `path`, as the system tells it now.
+EntryMetadata ExpectedEntry(const std::string& path, EntryMetadata::Kind kind) {
+    const PathStatus status = StatusOf(path, true);
+    return {path, kind, status.writeNs, status.mode, status.owner, status.group, ""};
+}
+
+TEST_P(CBackupTest, TheRunKeepsTheTimesPermissionBitsAndOwnersOfItsEntries) {
+    using Kind = EntryMetadata::Kind;
+    CreateTree(source, Dir({{"a.txt", File("alpha")},
+                            {"sub", Dir({{"run.sh", File("#!/bin/sh\n")}, {"empty", File("")}})}}));
+    const std::string a = FSBuildPath(source, "a.txt");
+    const std::string sub = FSBuildPath(source, "sub");
+    const std::string script = FSBuildPath(sub, "run.sh");
+    const std::string empty = FSBuildPath(sub, "empty");
+    ASSERT_EQ(SetPermissionBits(script, 0750), 0);
+    ASSERT_EQ(SetPermissionBits(a, 0600), 0);
+    ASSERT_EQ(SetWriteTime(a, 915'148'800'123'456'789), 0);
+    ASSERT_EQ(SetWriteTime(sub, 4'102'444'800'000'000'001), 0);
+    ASSERT_EQ(SetPermissionBits(sub, 0700), 0);
+    EXPECT_EQ(Run(), CBackup::Result::kEmpty);
+
+    CMetadataReader record;
+    ASSERT_TRUE(record.Open(CMetadataDB::PathBeside(GetDBPath()), 1,
+                            Query("SELECT datebk FROM Backups")[0][0]));
+    EXPECT_EQ(record.Find(a), ExpectedEntry(a, Kind::kFile));
+    EXPECT_EQ(record.Find(script), ExpectedEntry(script, Kind::kFile));
+    EXPECT_EQ(record.OfKind(Kind::kFolder),
+              (std::vector<EntryMetadata>{ExpectedEntry(source, Kind::kFolder),
+                                          ExpectedEntry(sub, Kind::kFolder)}));
+    EXPECT_EQ(record.OfKind(Kind::kEmptyFile),
+              std::vector<EntryMetadata>{ExpectedEntry(empty, Kind::kEmptyFile)});
+#ifndef _WIN32
+    EXPECT_EQ(record.Find(script)->mode, 0750u);
+    EXPECT_EQ(record.Find(a)->writeNs, 915'148'800'123'456'789);
+#endif
+    // The catalogue's rows are as they always were: the empty file has none.
+    EXPECT_EQ(Query("SELECT count(*) FROM Files"), Rows{{"2"}});
+}
+
+TEST_P(CBackupTest, ACancelledRunKeepsNoMetadataAndTheEarlierRecordStays) {
+    CreateTree(source, Dir({{"a.txt", File("alpha")}}));
+    EXPECT_EQ(Run(), CBackup::Result::kEmpty);
+    const std::string datebk = Query("SELECT datebk FROM Backups")[0][0];
+    CBackup backup;
+    Prepare(backup, source);
+    backup.OnStart = [&backup](int32_t) { SetYieldHook([&backup] { backup.Cancel(); }); };
+    EXPECT_EQ(backup.Exec(), CBackup::Result::kCancel);
+    CMetadataReader record;
+    EXPECT_FALSE(record.Open(CMetadataDB::PathBeside(GetDBPath()), 2, datebk));
+    ASSERT_TRUE(record.Open(CMetadataDB::PathBeside(GetDBPath()), 1, datebk));
+    EXPECT_TRUE(record.Find(FSBuildPath(source, "a.txt")).has_value());
 }
 
 // ---- The backup folder and the source ----

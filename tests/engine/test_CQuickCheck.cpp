@@ -400,7 +400,7 @@ TEST_P(CQuickCheckTest, WithTheOptionOffNoQuickCheckFileIsMadeAndEveryFileIsRead
     ExpectOpens(false, kAllFiles);
 
     EXPECT_FALSE(Exists(quickFile));
-    EXPECT_EQ(ListTree(env.Path("bk/db")), Strings{"Backup.db"});
+    EXPECT_EQ(ListTree(env.Path("bk/db")), (Strings{"Backup.db", "Metadata.db"}));
     EXPECT_EQ(RunRows(2), ExpectedRows(Contents()));
     ExpectStoreHolds({a, b, c});
 }
