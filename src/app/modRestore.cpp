@@ -16,6 +16,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
+#include <optional>
 
 namespace {
 
@@ -123,6 +125,7 @@ const std::string& CFileRestorer::Source() {
         m_db.Where("bid = " + m_bid);
         m_db.Exec();
         m_source = FirstRowField(m_db, "source");
+        m_datebk = FirstRowField(m_db, "datebk");
         m_sourceRead = true;
     }
     return m_source;
@@ -209,11 +212,43 @@ RestoreOutcome CFileRestorer::RestoreRow(const std::string& file, const std::str
                        kWindowTitle);
             }
         }
+        if (outcome.restored) RestoreMetadata(file, target);
     } catch (...) {
         if (outcome.problem.empty()) outcome.problem = CurrentRuntimeError().Description();
         trap.Handle();
     }
     return outcome;
+}
+
+void CFileRestorer::RestoreMetadata(const std::string& file, const std::string& target) {
+    if (!m_recordOpened) {
+        m_recordOpened = true;
+        Source();
+        m_hasRecord =
+            m_record.Open(CMetadataDB::PathBeside(GetDBPath()),
+                          static_cast<int32_t>(std::strtol(m_bid.c_str(), nullptr, 10)), m_datebk);
+    }
+    if (!m_hasRecord) return;
+    // The record knows each entry by the path the run met it at.
+    if (const std::optional<EntryMetadata> entry = m_record.Find(RestoreTarget(file, {}, {})))
+        ApplyMetadata(*entry, target, m_destination.empty());
+}
+
+void ApplyMetadata(const EntryMetadata& entry, const std::string& target, bool originalPlace) {
+    const bool superuser = MayGiveAwayEntries();
+    std::vector<std::string> failed;
+    // A new owner clears the setuid and setgid bits, so the owner comes first.
+    if (superuser && SetOwner(target, entry.owner, entry.group) != 0) failed.push_back("owner");
+    const uint32_t bits = superuser && originalPlace ? 07777u : 0777u;
+    if (entry.kind != EntryMetadata::Kind::kLink &&
+        SetPermissionBits(target, entry.mode & bits) != 0)
+        failed.push_back("permission bits");
+    if (SetWriteTime(target, entry.writeNs) != 0) failed.push_back("time");
+    if (failed.empty()) return;
+    std::string what = failed[0];
+    for (size_t i = 1; i < failed.size(); ++i)
+        what += (i + 1 == failed.size() ? " and " : ", ") + failed[i];
+    Log(2, "The " + what + " of " + target + " could not be restored");
 }
 
 void RestoreFile(const std::string& bid, const std::string& key, const std::string& destination,

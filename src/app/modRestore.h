@@ -9,13 +9,18 @@
 // files go back to their place, the chosen folder otherwise. A stored path that would lead out
 // of it (a "." or ".." component, a path that is not below the run's source, a symbolic link on
 // the way or in the target's place) is refused for that file. Folders and files that a restore
-// creates get the user's default modes (the catalogue keeps none).
+// creates get the user's default modes, and then, where the run's metadata record (CMetadataDB)
+// has the file, the write time and permission bits it had, once its bytes are in place (and
+// verified, when asked). The setuid, setgid and sticky bits and the owner come back only for a
+// superuser, and those bits only into the original place. A run made before the record existed
+// restores as it always did.
 //
 // Nor does one restore write two rows of the run to one place: a catalogue written before
 // names kept their backslashes holds "q'r.txt" and "q\r.txt" of one folder as two rows of one
 // stored path. The first row aimed at a place keeps it; a later one is refused by name.
 
 #include "catalogue/ADOSQLite.h"
+#include "catalogue/CMetadataDB.h"
 
 #include <string>
 #include <unordered_set>
@@ -52,6 +57,8 @@ public:
 private:
     const std::string& Source();
     void CreateFolders(const std::string& target);
+    // Gives the restored `target` of the stored file `file` what the run's record kept of it.
+    void RestoreMetadata(const std::string& file, const std::string& target);
 
     std::string m_bid;
     std::string m_destination;
@@ -60,9 +67,18 @@ private:
     ADOSQLite m_db;
     bool m_sourceRead = false;
     std::string m_source;
+    std::string m_datebk; // the run's date, read with its source
+    CMetadataReader m_record;
+    bool m_recordOpened = false;
+    bool m_hasRecord = false;
     std::string m_lastFolder; // the folder of the last file restored: it exists, with no link
     std::unordered_set<std::string> m_taken; // the places of the rows restored so far
 };
+
+// Gives `target` the write time, permission bits and owner that `entry` recorded, as far as this
+// process may (see above); `originalPlace`: the restore goes to the entry's own place. What
+// cannot be set is logged at level 2 and never fails the restore.
+void ApplyMetadata(const EntryMetadata& entry, const std::string& target, bool originalPlace);
 
 // Where the stored file `file` of a run of `source` goes: its own place when `destination` is
 // "", else the same path below `destination`; in real bytes (StoredPathBytes).

@@ -42,6 +42,9 @@ int SetPermissionBits(const std::string& path, uint32_t mode);
 // - its owner and group, a link's own (Linux, and only a process that may: EPERM otherwise;
 //   nothing changes on Windows);
 int SetOwner(const std::string& path, uint32_t owner, uint32_t group);
+// Whether this process may give entries to another owner: the superuser on Linux; never on
+// Windows, which keeps no owner numbers.
+bool MayGiveAwayEntries();
 // - a link holding `text`, made at `path` and never replacing an entry there (EEXIST); Windows
 //   answers ENOSYS.
 int MakeLink(const std::string& text, const std::string& path);

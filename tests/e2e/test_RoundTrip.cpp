@@ -8,6 +8,7 @@
 #include "StoreAudit.h"
 #include "TestProgram.h"
 #include "platform/modFileIO.h"
+#include "platform/modFileStatus.h"
 #include "platform/modFileSystem.h"
 
 #include <filesystem>
@@ -114,6 +115,7 @@ TEST(RoundTrip, OddNamesAndALongPathAreBackedUpAndRestoredByteForByte) {
     const Tree tree = OddNamesTree();
     MakeTree(src, tree);
     ASSERT_GT(Join(src, tree[3].first).size(), 300u);
+    ASSERT_EQ(SetWriteTime(Join(src, tree.back().first), 915'148'800'123'456'700), 0);
     f.AddSource(src);
 
     const ProgramRun backup = RunStashwell({"backup"});
@@ -125,11 +127,16 @@ TEST(RoundTrip, OddNamesAndALongPathAreBackedUpAndRestoredByteForByte) {
     EXPECT_EQ(f.Rows("SELECT file FROM Files WHERE file LIKE '%letter.txt'"),
               Lines{Encoded(Join(src, tree[0].first))});
 
+    // Each file's write time comes back with it (the last one's from 1999).
     const std::string to = f.env.Path("restored");
     const ProgramRun restore = RunQrv({"restore", "1", "--to", to, "--verify"});
     ASSERT_EQ(restore.exitCode, 0) << restore.out << restore.err;
-    for (const auto& [relative, content] : tree)
+    for (const auto& [relative, content] : tree) {
         EXPECT_TRUE(Read(Join(to, relative)) == content) << relative << " differs";
+        EXPECT_EQ(StatusOf(Join(to, relative)).writeNs, StatusOf(Join(src, relative)).writeNs)
+            << relative;
+    }
+    EXPECT_EQ(StatusOf(Join(to, tree.back().first)).writeNs, 915'148'800'123'456'700);
 }
 
 TEST(RoundTrip, ARunKilledMidwayLeavesOnlySoundStoreFilesAndTheNextRunCompletesIt) {
