@@ -111,7 +111,7 @@ void CDriveMap::TestEntry(const CFileFind& finder) {
             m_limitExceeded = true;
             return;
         }
-        Note(path, finder.Stat(), true);
+        Note(path, finder.Listed(), true);
         m_folders.push_back(std::move(path));
         return;
     }
@@ -121,7 +121,7 @@ void CDriveMap::TestEntry(const CFileFind& finder) {
     ++m_fileCount;
     if (m_fileCount <= kMaxListEntries) {
         m_files.push_back(finder.GetFilePath());
-        Note(m_files.back(), finder.Stat(), false);
+        Note(m_files.back(), finder.Listed(), false);
     } else {
         m_limitExceeded = true;
     }

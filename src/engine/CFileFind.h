@@ -78,12 +78,14 @@ public:
     uint32_t GetLength() const { return static_cast<uint32_t>(Stat().size); }
     // High half times 2E+32 plus the low half as a signed 32-bit number, as defined.
     double GetLength64() const;
-    // The entry's size, identity, times, permission bits and owner, as the listing took them;
-    // unknown when it went meanwhile.
-    const PathStatus& Stat() const;
+    // What the listing tells of the entry without its identity (CFolderListing::Listed): size,
+    // times, permission bits and owner.
+    const PathStatus& Listed() const { return m_listing.Listed(); }
 
 private:
     bool NextListed();
+    // The entry's size, identity and times; unknown when it went meanwhile.
+    const PathStatus& Stat() const;
     static uint64_t FileTime(int64_t ns);
 
     CFolderListing m_listing;

@@ -30,6 +30,9 @@ public:
     // Size, identity and times of the entry last listed, a link answered as itself; unknown
     // (kNone) when it went meanwhile.
     const PathStatus& Status() const;
+    // The same without the identity, which Windows does not list and must open the entry to
+    // learn (its identity is then unknown, all zero); on Linux the same as Status().
+    const PathStatus& Listed() const;
     // Its attribute bits: on Windows the real ones; on Linux a folder is kDirectory, a file
     // kArchive, a name beginning with "." (but "." and "..") kHidden, an entry its owner cannot
     // write kReadOnly, and nothing else kNormal.

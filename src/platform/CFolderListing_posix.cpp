@@ -70,6 +70,10 @@ const PathStatus& CFolderListing::Status() const {
     return m_state->status;
 }
 
+const PathStatus& CFolderListing::Listed() const {
+    return Status();
+}
+
 uint32_t CFolderListing::Attributes() const {
     const std::string& name = m_state->name;
     const bool folder = m_state->kind == PathKind::kFolder;

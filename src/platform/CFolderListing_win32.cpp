@@ -112,6 +112,10 @@ const PathStatus& CFolderListing::Status() const {
     return state.status;
 }
 
+const PathStatus& CFolderListing::Listed() const {
+    return m_state->status;
+}
+
 uint32_t CFolderListing::Attributes() const {
     const DWORD attributes = m_state->data.dwFileAttributes;
     return attributes == 0 ? kNormal : attributes;

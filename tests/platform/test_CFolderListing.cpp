@@ -102,6 +102,28 @@ TEST(FolderListing, TheStatusIsThatOfTheEntryItself) {
     EXPECT_EQ(listing.Status().identity, StatusOf(sub).identity);
 }
 
+TEST(FolderListing, WhatIsListedIsTheStatusWithoutOpeningTheEntry) {
+    CTestFolder test;
+    const std::string file = test.Path("a.txt");
+    WriteWhole(file, "12345");
+    CFolderListing listing;
+    ASSERT_TRUE(ListUntil(listing, test.Root(), "a.txt"));
+    const PathStatus listed = listing.Listed();
+    const PathStatus named = StatusOf(file);
+    EXPECT_EQ(listed.kind, PathKind::kFile);
+    EXPECT_EQ(listed.size, 5u);
+    EXPECT_EQ(listed.writeNs, named.writeNs);
+    EXPECT_EQ(listed.mode, named.mode);
+    EXPECT_EQ(listed.owner, named.owner);
+#ifdef _WIN32
+    EXPECT_EQ(listed.identity, FileIdentity{}); // Windows lists none
+#else
+    EXPECT_EQ(listed.identity, named.identity);
+#endif
+    // Asking for the whole status afterwards still gives the identity.
+    EXPECT_EQ(listing.Status().identity, named.identity);
+}
+
 TEST(FolderListing, AnEntryThatWentMeanwhileHasNoStatus) {
     CTestFolder test;
     WriteWhole(test.Path("gone"), "x");
