@@ -17,6 +17,12 @@ constexpr const char* kMetadataSchema =
 
 constexpr const char* kColumns = "path, kind, mtime, mode, owner, grp, target";
 
+// A link standing where the file belongs is never followed. (SQLite's own NOFOLLOW would also
+// refuse a backup path that leads through a link to the drive.)
+bool IsLink(const std::string& file) {
+    return StatusOf(file, true).kind == PathKind::kLink;
+}
+
 EntryMetadata EntryOf(const CSqliteStatement& row) {
     EntryMetadata entry;
     entry.path = row.Bytes(0);
@@ -32,8 +38,7 @@ EntryMetadata EntryOf(const CSqliteStatement& row) {
 } // namespace
 
 struct CMetadataDB::Writer {
-    Writer(const std::string& file, int32_t run)
-        : db(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW), bid(run) {}
+    Writer(const std::string& file, int32_t run) : db(file, SQLITE_OPEN_READWRITE), bid(run) {}
 
     // The schema, the transaction, and the rows of an earlier record under the same number
     // gone; false when the file cannot be used.
@@ -70,14 +75,15 @@ std::string CMetadataDB::PathBeside(const std::string& cataloguePath) {
 
 bool CMetadataDB::Begin(const std::string& file, int32_t bid) {
     Abandon();
+    if (IsLink(file)) return false;
     for (int attempt = 0; attempt < 2; ++attempt) {
         // It holds paths and owners of the user's files: private before SQLite opens it.
         MakePrivateFile(file);
         m_writer = std::make_unique<Writer>(file, bid);
         if (m_writer->Start()) return true;
         m_writer.reset();
-        // A damaged or foreign file: a new one takes its place.
-        if (attempt == 0) CSqliteConnection::RemoveFiles(file);
+        // A damaged or foreign file: a new one takes its place; none is left when that fails too.
+        CSqliteConnection::RemoveFiles(file);
     }
     return false;
 }
@@ -127,8 +133,9 @@ void CMetadataDB::Abandon() {
 
 bool CMetadataDB::KeepOnly(const std::string& file,
                            const std::vector<std::pair<int32_t, std::string>>& runs) {
+    if (IsLink(file)) return false;
     if (!StatusOf(file).Exists()) return true; // no record was ever kept
-    CSqliteConnection db(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW);
+    CSqliteConnection db(file, SQLITE_OPEN_READWRITE);
     if (!db || !db.Run(kMetadataSchema) || !db.Run("BEGIN IMMEDIATE") ||
         !db.Run("CREATE TEMP TABLE IF NOT EXISTS Kept (bid INTEGER, datebk TEXT)") ||
         !db.Run("DELETE FROM Kept"))
@@ -155,8 +162,7 @@ bool CMetadataDB::KeepOnly(const std::string& file,
 }
 
 struct CMetadataReader::Reader {
-    explicit Reader(const std::string& file)
-        : db(file, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOFOLLOW) {}
+    explicit Reader(const std::string& file) : db(file, SQLITE_OPEN_READONLY) {}
     CSqliteConnection db;
     int32_t bid = 0;
     std::unique_ptr<CSqliteStatement> find;
@@ -167,7 +173,7 @@ CMetadataReader::~CMetadataReader() = default;
 
 bool CMetadataReader::Open(const std::string& file, int32_t bid, const std::string& datebk) {
     m_reader.reset();
-    if (!StatusOf(file).Exists()) return false; // never created by a read
+    if (!StatusOf(file).Exists() || IsLink(file)) return false; // never created by a read
     auto reader = std::make_unique<Reader>(file);
     if (!reader->db) return false;
     CSqliteStatement which(reader->db.Handle(), "SELECT datebk FROM Runs WHERE bid = ?1");

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -158,6 +159,23 @@ TEST_F(CMetadataDBTest, TheFileIsPrivateWhateverTheUmask) {
 #endif
     EXPECT_TRUE(IsPrivate(file));
 }
+
+#ifndef _WIN32
+TEST_F(CMetadataDBTest, AFolderReachedThroughALinkHoldsItAndALinkInItsPlaceIsNotFollowed) {
+    std::filesystem::create_directories(env.Path("drive/db"));
+    std::filesystem::create_directory_symlink(env.Path("drive"), env.Path("backup"));
+    file = env.Path("backup/db/Metadata.db");
+    KeepRun(1, "01/11/2026 21:30:00", {kFile});
+    EXPECT_EQ(Read(1, "01/11/2026 21:30:00", Kind::kFile), Entries{kFile});
+
+    const std::string elsewhere = env.Path("elsewhere.db");
+    std::filesystem::create_symlink(elsewhere, env.Path("drive/db/Linked.db"));
+    CMetadataDB record;
+    EXPECT_FALSE(record.Begin(env.Path("drive/db/Linked.db"), 2));
+    EXPECT_FALSE(CMetadataDB::KeepOnly(env.Path("drive/db/Linked.db"), {}));
+    EXPECT_FALSE(Exists(elsewhere));
+}
+#endif
 
 TEST(CMetadataDB, ItsFileLiesBesideTheCatalogue) {
     EXPECT_EQ(CMetadataDB::PathBeside(Native("/bk/db/Backup.db")), Native("/bk/db/Metadata.db"));
