@@ -131,8 +131,9 @@ CBackup::Result CBackup::Exec() {
         if (!FSSyncFileSystem(m_backupPath)) Raise(err::kDeviceIO);
         CommitRun();
         committed = true;
-        KeepMetadata();
-        SaveQuickCheck();
+        const std::string datebk = RunDate();
+        KeepMetadata(datebk);
+        SaveQuickCheck(datebk);
         m_timer.StopTimer();
         if (OnFinish) OnFinish(m_bytes);
         DoEvents();
@@ -220,14 +221,14 @@ std::string CBackup::RunDate() {
     return datebk;
 }
 
-void CBackup::KeepMetadata() {
+void CBackup::KeepMetadata(const std::string& datebk) {
     if (!m_record.Recording()) return;
-    if (!m_record.Keep(RunDate())) Log(2, "The metadata of this run could not be kept");
+    if (!m_record.Keep(datebk)) Log(2, "The metadata of this run could not be kept");
 }
 
-void CBackup::SaveQuickCheck() {
+void CBackup::SaveQuickCheck(const std::string& datebk) {
     if (!m_quick) return;
-    if (!m_quick->Save({m_bid, RunDate()}))
+    if (!m_quick->Save({m_bid, datebk}))
         Log(2, "The quick check could not keep the stamps of this run");
     m_quick.reset();
 }

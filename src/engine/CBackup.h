@@ -97,13 +97,12 @@ private:
     void ReportCollision(const std::string& path, const std::string& target);
     // The stamps of the source's last committed run, when the quick check is on.
     std::unique_ptr<CQuickCheck> LoadQuickCheck();
-    // Keeps the stamps of the run just committed; a failure only costs the next run its speed.
-    void SaveQuickCheck();
-    // The run's date as the catalogue recorded it.
+    // The run's date as the catalogue recorded it, read once after the commit.
     std::string RunDate();
-    // Keeps the metadata record of the run just committed; a record that cannot be kept leaves
-    // the run to restore without it.
-    void KeepMetadata();
+    // Keep the stamps and the metadata record of the run just committed, of date `datebk`; a
+    // failure only costs the next run its speed, or this run its record.
+    void SaveQuickCheck(const std::string& datebk);
+    void KeepMetadata(const std::string& datebk);
     void NoteUnreadable(const std::string& path);
     // True, with the log line and the run's problem, when the source is the backup folder or
     // lies inside it.
