@@ -258,6 +258,23 @@ void CBackupBrowser::RestoreWalk(int32_t node, CFileRestorer& restorer) {
 void CBackupBrowser::RestoreChecked(int32_t node, const std::string& destination, bool verify) {
     CFileRestorer restorer(m_bid, destination, verify);
     RestoreWalk(node, restorer);
+    // The ticked folders are the chosen ones: their empty files and links, and their own times.
+    std::unordered_set<std::string> folders;
+    CollectCheckedFolders(node, folders);
+    const std::string separator(1, kPathSeparator);
+    restorer.RestoreEntries([&](const EntryMetadata& entry) {
+        const std::string key = entry.kind == EntryMetadata::Kind::kFolder
+                                    ? FSBuildPath(entry.path, separator)
+                                    : FSGetPathPart(entry.path);
+        return folders.count(SQLQuoteEncode(key)) > 0;
+    });
+}
+
+void CBackupBrowser::CollectCheckedFolders(int32_t node,
+                                           std::unordered_set<std::string>& folders) const {
+    if (Node(node).checked && IsFolderImage(Node(node).image)) folders.insert(Node(node).key);
+    for (const int32_t child : Node(node).children)
+        CollectCheckedFolders(child, folders);
 }
 
 void CBackupBrowser::Restore(const std::string& destination, bool verify) {

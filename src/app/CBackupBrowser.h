@@ -16,6 +16,7 @@
 #include <functional>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 class CFileRestorer;
@@ -59,7 +60,8 @@ public:
     // The expansion walk: every ticked folder below `node` gets its files.
     void LoadCheckedFolders(int32_t node);
     // The restore walk: every ticked file below `node` is restored into `destination` ("" for
-    // its own place), verified when `verify`.
+    // its own place), verified when `verify`; then the empty files and links of every ticked
+    // folder, and the ticked folders' own times and modes (CFileRestorer::RestoreEntries).
     void RestoreChecked(int32_t node, const std::string& destination, bool verify);
 
     // cmdRestore_Click (after the overwrite question) and cmdRestoreTo_Click (after the folder
@@ -92,6 +94,7 @@ private:
     void Restore(const std::string& destination, bool verify);
     int32_t CountCheckedFiles(int32_t node) const;
     void RestoreWalk(int32_t node, CFileRestorer& restorer);
+    void CollectCheckedFolders(int32_t node, std::unordered_set<std::string>& folders) const;
 
     std::string m_bid;
     std::vector<BrowserNode> m_nodes;

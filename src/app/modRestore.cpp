@@ -6,6 +6,7 @@
 #include "engine/CStore.h"
 #include "engine/kvCryptDriver.h"
 #include "platform/CFile.h"
+#include "platform/modFileIO.h"
 #include "platform/modFileStatus.h"
 #include "platform/modFileSystem.h"
 #include "support/CProcTrap.h"
@@ -107,6 +108,7 @@ std::string RestoreTargetProblem(const std::string& folder, const std::string& t
 
 CFileRestorer::CFileRestorer(std::string bid, std::string destination, bool verify)
     : m_bid(std::move(bid)), m_destination(std::move(destination)), m_verify(verify),
+      m_destinationWasThere(!m_destination.empty() && StatusOf(m_destination, true).Exists()),
       m_store(GetFilesPath()) {}
 
 void CFileRestorer::CreateFolders(const std::string& target) {
@@ -220,30 +222,148 @@ RestoreOutcome CFileRestorer::RestoreRow(const std::string& file, const std::str
     return outcome;
 }
 
-void CFileRestorer::RestoreMetadata(const std::string& file, const std::string& target) {
+bool CFileRestorer::OpenRecord() {
     if (!m_recordOpened) {
         m_recordOpened = true;
         Source();
         m_hasRecord =
+            m_useRecord &&
             m_record.Open(CMetadataDB::PathBeside(GetDBPath()),
                           static_cast<int32_t>(std::strtol(m_bid.c_str(), nullptr, 10)), m_datebk);
     }
-    if (!m_hasRecord) return;
+    return m_hasRecord;
+}
+
+void CFileRestorer::RestoreMetadata(const std::string& file, const std::string& target) {
+    if (!OpenRecord()) return;
     // The record knows each entry by the path the run met it at.
     if (const std::optional<EntryMetadata> entry = m_record.Find(RestoreTarget(file, {}, {})))
         ApplyMetadata(*entry, target, m_destination.empty());
 }
 
+std::vector<RestoreOutcome>
+CFileRestorer::RestoreEntries(const std::function<bool(const EntryMetadata&)>& chosen) {
+    std::vector<RestoreOutcome> outcomes;
+    if (!OpenRecord()) return outcomes;
+    using Kind = EntryMetadata::Kind;
+    std::vector<std::pair<EntryMetadata, std::string>> folders; // with their targets
+    for (EntryMetadata& folder : m_record.OfKind(Kind::kFolder)) {
+        if (!chosen(folder)) continue;
+        outcomes.push_back(RestoreFolder(folder));
+        if (outcomes.back().restored)
+            folders.emplace_back(std::move(folder), outcomes.back().target);
+    }
+    for (const EntryMetadata& file : m_record.OfKind(Kind::kEmptyFile))
+        if (chosen(file)) outcomes.push_back(RestoreEmptyFile(file));
+    for (const EntryMetadata& link : m_record.OfKind(Kind::kLink))
+        if (chosen(link)) outcomes.push_back(RestoreLink(link));
+    // The run met folders above those they hold, so the other way round is deepest first.
+    const std::string root = FolderRoot(m_destination.empty() ? Source() : m_destination);
+    for (auto folder = folders.rbegin(); folder != folders.rend(); ++folder) {
+        if (folder->second == root && m_destinationWasThere) continue;
+        DoEvents();
+        ApplyMetadata(folder->first, folder->second, m_destination.empty());
+    }
+    return outcomes;
+}
+
+std::string CFileRestorer::EntryTarget(const EntryMetadata& entry, std::string& problem) {
+    const std::string target = RestoreTarget(SQLQuoteEncode(entry.path), Source(), m_destination);
+    const std::string folder = m_destination.empty() ? Source() : m_destination;
+    // The folder restored into is no path below itself, but it must be a folder all the same.
+    if (target == FolderRoot(folder)) {
+        const PathStatus status = StatusOf(target, true);
+        if (status.kind == PathKind::kLink) problem = "a symbolic link stands at " + target;
+        return target;
+    }
+    problem = RestoreTargetProblem(folder, target);
+    return target;
+}
+
+RestoreOutcome CFileRestorer::RestoreFolder(const EntryMetadata& entry) {
+    CProcTrap trap("RestoreFolder");
+    RestoreOutcome outcome;
+    try {
+        trap.Check();
+        std::string problem;
+        outcome.target = EntryTarget(entry, problem);
+        if (!problem.empty()) Refuse(outcome, problem);
+        CreateRestoreFolders(Below(outcome.target));
+        if (StatusOf(outcome.target, true).kind != PathKind::kFolder)
+            Refuse(outcome, "something other than a folder stands at " + outcome.target);
+        outcome.restored = outcome.verified = true;
+    } catch (...) {
+        if (outcome.problem.empty()) outcome.problem = CurrentRuntimeError().Description();
+        trap.Handle();
+    }
+    return outcome;
+}
+
+RestoreOutcome CFileRestorer::RestoreEmptyFile(const EntryMetadata& entry) {
+    CProcTrap trap("RestoreFile");
+    RestoreOutcome outcome;
+    try {
+        trap.Check();
+        std::string problem;
+        outcome.target = EntryTarget(entry, problem);
+        if (!problem.empty()) Refuse(outcome, problem);
+        Operation("Restore file");
+        CreateFolders(outcome.target);
+        const PathStatus there = StatusOf(outcome.target, true);
+        if (there.kind == PathKind::kFolder)
+            Refuse(outcome, "a folder stands at " + outcome.target);
+        int error = 0;
+        const NativeFile file = OpenFileHandle(outcome.target, OpenMode::kCreateOrEmpty, error);
+        if (file == kNoFile || (error = CloseFileHandle(file)) != 0)
+            Refuse(outcome, "it could not be made: " + FSPlainCause(error));
+        if (!there.Exists()) GiveDefaultFileRights(outcome.target);
+        outcome.restored = outcome.verified = true;
+        ApplyMetadata(entry, outcome.target, m_destination.empty());
+    } catch (...) {
+        if (outcome.problem.empty()) outcome.problem = CurrentRuntimeError().Description();
+        trap.Handle();
+    }
+    return outcome;
+}
+
+RestoreOutcome CFileRestorer::RestoreLink(const EntryMetadata& entry) {
+    CProcTrap trap("RestoreFile");
+    RestoreOutcome outcome;
+    try {
+        trap.Check();
+        std::string problem;
+        outcome.target = EntryTarget(entry, problem);
+        // A link in the link's own place is replaced, never followed.
+        if (problem == "a symbolic link stands at " + outcome.target) problem.clear();
+        if (!problem.empty()) Refuse(outcome, problem);
+        Operation("Restore link");
+        CreateFolders(outcome.target);
+        const PathStatus there = StatusOf(outcome.target, true);
+        if (there.kind == PathKind::kFolder)
+            Refuse(outcome, "a folder stands at " + outcome.target);
+        int error = there.Exists() ? RemoveFile(outcome.target) : 0;
+        if (error == 0) error = ::MakeLink(entry.target, outcome.target);
+        if (error != 0) Refuse(outcome, "the link could not be made: " + FSPlainCause(error));
+        outcome.restored = outcome.verified = true;
+        ApplyMetadata(entry, outcome.target, m_destination.empty());
+    } catch (...) {
+        if (outcome.problem.empty()) outcome.problem = CurrentRuntimeError().Description();
+        trap.Handle();
+    }
+    return outcome;
+}
+
 void ApplyMetadata(const EntryMetadata& entry, const std::string& target, bool originalPlace) {
     const bool superuser = MayGiveAwayEntries();
     std::vector<std::string> failed;
-    // A new owner clears the setuid and setgid bits, so the owner comes first.
+    // A new owner clears the setuid and setgid bits, so the owner comes first; the time comes
+    // before the mode, which may make the entry read-only.
     if (superuser && SetOwner(target, entry.owner, entry.group) != 0) failed.push_back("owner");
-    const uint32_t bits = superuser && originalPlace ? 07777u : 0777u;
+    if (SetWriteTime(target, entry.writeNs) != 0) failed.push_back("time");
+    const uint32_t bits = kPlainModeBits | (superuser && originalPlace ? kSpecialModeBits : 0u);
     if (entry.kind != EntryMetadata::Kind::kLink &&
         SetPermissionBits(target, entry.mode & bits) != 0)
         failed.push_back("permission bits");
-    if (SetWriteTime(target, entry.writeNs) != 0) failed.push_back("time");
     if (failed.empty()) return;
     std::string what = failed[0];
     for (size_t i = 1; i < failed.size(); ++i)

@@ -12,8 +12,10 @@
 // creates get the user's default modes, and then, where the run's metadata record (CMetadataDB)
 // has the file, the write time and permission bits it had, once its bytes are in place (and
 // verified, when asked). The setuid, setgid and sticky bits and the owner come back only for a
-// superuser, and those bits only into the original place. A run made before the record existed
-// restores as it always did.
+// superuser, and those bits only into the original place. After the files, RestoreEntries
+// makes the empty files, links and folders of the record again and gives the folders theirs.
+// A run made before the record existed restores as it always did, and so does a restore told
+// not to use it.
 //
 // Nor does one restore write two rows of the run to one place: a catalogue written before
 // names kept their backslashes holds "q'r.txt" and "q\r.txt" of one folder as two rows of one
@@ -22,6 +24,7 @@
 #include "catalogue/ADOSQLite.h"
 #include "catalogue/CMetadataDB.h"
 
+#include <functional>
 #include <string>
 #include <unordered_set>
 #include <vector>
@@ -54,8 +57,27 @@ public:
     // Where the stored file `file` goes (RestoreTarget with the run's source).
     std::string Target(const std::string& file);
 
+    // Whether the run's metadata record is used (it is unless told otherwise); set before the
+    // first file.
+    void UseRecord(bool use) { m_useRecord = use; }
+    // After the files: what the run's record holds besides them, for the entries `chosen`
+    // picks. Missing folders are made (an empty one too); empty files are made, over a file
+    // of the same name; links are made holding the text they held, never followed, in place of
+    // a file or link that stands there (never of a folder); and then the folders get their
+    // times and modes, the deepest first, so that nothing written into one changes its time
+    // again. The folder restored into keeps its own when it was there before. One outcome for
+    // each entry, in that order; none without a record.
+    std::vector<RestoreOutcome>
+    RestoreEntries(const std::function<bool(const EntryMetadata&)>& chosen);
+
 private:
     const std::string& Source();
+    bool OpenRecord();
+    // Where the record's entry goes, with why it may not go there ("" when it may).
+    std::string EntryTarget(const EntryMetadata& entry, std::string& problem);
+    RestoreOutcome RestoreFolder(const EntryMetadata& entry);
+    RestoreOutcome RestoreEmptyFile(const EntryMetadata& entry);
+    RestoreOutcome RestoreLink(const EntryMetadata& entry);
     void CreateFolders(const std::string& target);
     // Gives the restored `target` of the stored file `file` what the run's record kept of it.
     void RestoreMetadata(const std::string& file, const std::string& target);
@@ -63,7 +85,9 @@ private:
     std::string m_bid;
     std::string m_destination;
     bool m_verify;
-    std::string m_store; // the store folder of the backup path
+    bool m_useRecord = true;
+    bool m_destinationWasThere = false; // the folder restored into (when not "") existed
+    std::string m_store;                // the store folder of the backup path
     ADOSQLite m_db;
     bool m_sourceRead = false;
     std::string m_source;

@@ -16,7 +16,7 @@ const std::map<std::string, CommandShape>& Shapes() {
         {"runs", {0, 1, {"--json"}}},
         {"ls", {1, 2, {"--json"}}},
         {"find", {1, 1, {"--json"}}},
-        {"restore", {1, SIZE_MAX, {"--to", "--verify"}}},
+        {"restore", {1, SIZE_MAX, {"--to", "--verify", "--no-metadata"}}},
         {"check", {0, 0, {"--json", "--read-data", "--repair"}}},
         {"help", {0, 1, {}}},
     };
@@ -66,6 +66,8 @@ bool CQrvArgs::Option(const std::string& word, const std::vector<std::string>& w
         m_json = true;
     } else if (name == "--verify") {
         m_verify = true;
+    } else if (name == "--no-metadata") {
+        m_noMetadata = true;
     } else if (name == "--read-data") {
         m_readData = true;
     } else if (name == "--repair") {

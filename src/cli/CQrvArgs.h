@@ -22,6 +22,7 @@ public:
     bool Version() const { return m_version; }
     bool Json() const { return m_json; }
     bool Verify() const { return m_verify; }
+    bool NoMetadata() const { return m_noMetadata; }
     bool ReadData() const { return m_readData; }
     bool Repair() const { return m_repair; }
     // "" when not given.
@@ -45,6 +46,7 @@ private:
     bool m_version = false;
     bool m_json = false;
     bool m_verify = false;
+    bool m_noMetadata = false;
     bool m_readData = false;
     bool m_repair = false;
     std::string m_backupPath;

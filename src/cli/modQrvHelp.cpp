@@ -54,7 +54,7 @@ Lists the run, its date and the path of every file whose name matches PATTERN, a
 ("*.txt", "report-202?.*", "[Bb]udget*"), newest run first. Quote the pattern so that
 the shell does not expand it. Exits 1 when nothing matches.
 )"},
-        {"restore", R"(Usage: qrv restore BID [PATH...] [--to DIR] [--verify]
+        {"restore", R"(Usage: qrv restore BID [PATH...] [--to DIR] [--verify] [--no-metadata]
 
 Restores every file of run BID, or the files and folders PATH names (full paths, or
 paths below the run's source), as the window's Restore does. Without --to each file goes
@@ -65,6 +65,12 @@ catalogue records or, with --verify, other content than its name signs, is not c
 what stands in its place is left alone. With --verify each restored file is checked too.
 Each file that could not be restored is named on stderr and the others go on; exits 0
 only when every file was restored (and verified when asked).
+
+Files get back the modification time and permission bits they had, and the empty files,
+symbolic links and folders of what is restored come back too, folders with their own times
+and permission bits (from runs made since Stashwell keeps these). Owners, and the setuid,
+setgid and sticky bits into the original place, come back only for root. With --no-metadata
+only the files' bytes are restored.
 )"},
         {"check", R"(Usage: qrv check [--read-data [--repair]] [--json]
 

@@ -3,6 +3,7 @@
 #include "app/CBackupFolderLock.h"
 #include "app/modPaths.h"
 #include "app/modRestore.h"
+#include "catalogue/CMetadataDB.h"
 #include "catalogue/modSQLQuote.h"
 #include "cli/CProgressLine.h"
 #include "cli/CQrvArgs.h"
@@ -66,13 +67,18 @@ bool Destination(const CQrvArgs& args, std::string& destination, std::string& pr
     return true;
 }
 
-// The files of `run` that the named paths choose (all when none is named), in the order the
-// run met them; false with `problem` when a named path is neither a file nor a folder of it.
-bool ChosenFiles(CQrvCatalogue& db, const QrvRun& run, const std::vector<std::string>& named,
-                 std::vector<StoredFile>& files, std::string& problem) {
-    std::vector<std::string> chosen;
-    for (const std::string& path : named)
-        chosen.push_back(StoredRunPath(run.source, path, run.storedBeforeEscape));
+// The run's metadata record, when it has one and the restore uses it.
+bool OpenRecord(const QrvRun& run, bool use, CMetadataReader& record) {
+    return use &&
+           record.Open(CMetadataDB::PathBeside(GetDBPath()),
+                       static_cast<int32_t>(std::strtol(run.bid.c_str(), nullptr, 10)), run.datebk);
+}
+
+// The files of `run` that the stored paths `chosen` choose (all when none is named), in the
+// order the run met them; false with `problem` when a named path is neither a file nor a
+// folder of it, nor an entry of the run's `record` (an empty file or a link).
+bool ChosenFiles(CQrvCatalogue& db, const QrvRun& run, const std::vector<std::string>& chosen,
+                 CMetadataReader* record, std::vector<StoredFile>& files, std::string& problem) {
     std::vector<bool> met(chosen.size(), false);
     const auto choose = [&](const std::string& path) {
         bool any = chosen.empty();
@@ -92,7 +98,7 @@ bool ChosenFiles(CQrvCatalogue& db, const QrvRun& run, const std::vector<std::st
         return false;
     }
     for (size_t k = 0; k < chosen.size(); ++k)
-        if (!met[k]) {
+        if (!met[k] && !(record && record->Find(StoredPathBytes(chosen[k])))) {
             problem = "run " + run.bid + " holds no file or folder " +
                       LineText(StoredPathBytes(chosen[k]));
             return false;
@@ -211,8 +217,12 @@ int QrvRestore(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
         err << "qrv: " << db.Problem() << "\n";
         return db.Status();
     }
-    const std::vector<std::string> named(args.Arguments().begin() + 1, args.Arguments().end());
-    if (!ChosenFiles(db, run, named, files, problem)) {
+    std::vector<std::string> chosen;
+    for (auto path = args.Arguments().begin() + 1; path != args.Arguments().end(); ++path)
+        chosen.push_back(StoredRunPath(run.source, *path, run.storedBeforeEscape));
+    CMetadataReader record;
+    const bool recorded = OpenRecord(run, !args.NoMetadata(), record);
+    if (!ChosenFiles(db, run, chosen, recorded ? &record : nullptr, files, problem)) {
         err << "qrv: " << problem << "\n";
         return db.Problem().empty() ? kQrvCannotOpen : db.Status();
     }
@@ -225,12 +235,21 @@ int QrvRestore(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
     }
     CNoBoxes noBoxes;
     CFileRestorer restorer(run.bid, destination, args.Verify());
+    restorer.UseRecord(!args.NoMetadata());
     out.flush();
     err.flush();
     const Places places = PlaceFiles(files, run.source, destination);
     const std::vector<RestoreOutcome> outcomes =
         RestorePlaced(files, places, restorer, args.Verify());
-    uint64_t restored = 0, failed = 0, wrong = 0, bytes = 0;
+    // Then the empty files, links and folders of what was chosen.
+    const std::vector<RestoreOutcome> entries =
+        restorer.RestoreEntries([&](const EntryMetadata& entry) {
+            const std::string path = SQLQuoteEncode(entry.path);
+            return chosen.empty() || std::any_of(chosen.begin(), chosen.end(), [&](auto& folder) {
+                       return IsAtOrBelow(path, folder);
+                   });
+        });
+    uint64_t restored = 0, failed = 0, wrong = 0, bytes = 0, others = 0;
     for (size_t i = 0; i < files.size(); ++i) {
         const RestoreOutcome& outcome = outcomes[i];
         if (!outcome.restored) {
@@ -247,15 +266,25 @@ int QrvRestore(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
             bytes += files[i].size;
         }
     }
+    for (const RestoreOutcome& outcome : entries)
+        if (!outcome.restored) {
+            err << "qrv: not restored: " << LineText(outcome.target) << ": " << outcome.problem
+                << "\n";
+            ++others;
+        }
     const std::string where =
         destination.empty() ? "to their places" : "into " + LineText(destination);
     if (failed == 0 && wrong == 0) {
         out << (args.Verify() ? "Restored and verified " : "Restored ") << Files(restored) << " ("
             << std::to_string(bytes) << " bytes) of run " << run.bid << " " << where << ".\n";
-        return kQrvDone;
+    } else {
+        out << "Restored " << std::to_string(restored) << " of " << Files(files.size())
+            << " of run " << run.bid << " " << where << ": " << std::to_string(failed)
+            << " not restored, " << std::to_string(wrong) << " with the wrong content.\n";
     }
-    out << "Restored " << std::to_string(restored) << " of " << Files(files.size()) << " of run "
-        << run.bid << " " << where << ": " << std::to_string(failed) << " not restored, "
-        << std::to_string(wrong) << " with the wrong content.\n";
-    return kQrvProblems;
+    if (others > 0)
+        out << std::to_string(others)
+            << (others == 1 ? " empty file, link or folder" : " empty files, links or folders")
+            << " not restored.\n";
+    return failed == 0 && wrong == 0 && others == 0 ? kQrvDone : kQrvProblems;
 }

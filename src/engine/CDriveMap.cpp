@@ -85,6 +85,7 @@ bool CDriveMap::Exec() {
 
 void CDriveMap::Search(const std::string& folder) {
     CFileFind finder;
+    finder.ListLinks(m_record != nullptr);
     // FSBuildPath leaves exactly one separator before the "*.*" that FindFile appends.
     for (bool found = finder.FindFile(FSBuildPath(folder, std::string(1, kPathSeparator))); found;
          found = finder.FindNextFile())
@@ -118,6 +119,10 @@ void CDriveMap::TestEntry(const CFileFind& finder) {
     if (!m_hidden && finder.IsHidden()) return;
     if (!m_system && finder.IsSystem()) return;
     if (m_patternsActive && ExcludedFile(finder.GetFileName())) return;
+    if (finder.IsLink()) {
+        NoteLink(finder.GetFilePath(), finder.Listed());
+        return;
+    }
     ++m_fileCount;
     if (m_fileCount <= kMaxListEntries) {
         m_files.push_back(finder.GetFilePath());
@@ -135,6 +140,14 @@ void CDriveMap::Note(const std::string& path, const PathStatus& status, bool fol
                    : status.size == 0 ? Kind::kEmptyFile
                                       : Kind::kFile,
                    status.writeNs, status.mode, status.owner, status.group, ""});
+}
+
+void CDriveMap::NoteLink(const std::string& path, const PathStatus& status) {
+    int error = 0;
+    std::string target = LinkText(path, error);
+    if (error != 0 || !status.Exists()) return; // gone meanwhile, or a system without links
+    m_record->Add({path, EntryMetadata::Kind::kLink, status.writeNs, status.mode, status.owner,
+                   status.group, std::move(target)});
 }
 
 bool CDriveMap::ExcludedFolder(const std::string& name) const {

@@ -33,7 +33,9 @@ public:
     void SourcePath(const std::string& path) { m_source = path; }
     void Database(CDatabase* db) { m_db = db; }
     // Where the walk adds the metadata of the source folder, of each folder and of each file it
-    // lists (an empty file as one), from the status the listing took anyway; none: nullptr.
+    // lists (an empty file as one), from the status the listing took anyway, and of each
+    // symbolic link that the file rules would let through, with the text it holds (links are
+    // never followed, and never become files of the run); none: nullptr.
     void Metadata(CMetadataDB* record) { m_record = record; }
     int32_t FileCount() const { return m_fileCount; }
     int32_t Idx() const { return m_cursor; }
@@ -66,6 +68,7 @@ private:
     void TestEntry(const CFileFind& finder);
     // Adds `path`'s metadata from `status` to the record, if there is one.
     void Note(const std::string& path, const PathStatus& status, bool folder);
+    void NoteLink(const std::string& path, const PathStatus& status);
     bool ExcludedFolder(const std::string& name) const;
     bool ExcludedFile(const std::string& name) const;
 

@@ -52,9 +52,11 @@ bool CFileFind::NextListed() {
     PathKind kind = PathKind::kNone;
     while (m_listing.Next(name, kind)) {
         if (m_mask != "*.*" && m_mask != "*" && !WildcardMatch(m_mask, name)) continue;
-        if (kind != PathKind::kFolder && kind != PathKind::kFile) continue; // links, FIFOs, ...
+        const bool link = kind == PathKind::kLink && m_listLinks;
+        if (kind != PathKind::kFolder && kind != PathKind::kFile && !link) continue; // FIFOs, ...
         m_name = name;
         m_isDir = kind == PathKind::kFolder;
+        m_isLink = link;
         return true;
     }
     return false;

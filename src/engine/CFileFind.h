@@ -2,8 +2,9 @@
 
 // One folder's entries, one at a time, with the questions the walk asks about each. Only
 // folders and regular files are listed ("." and ".." included where the system lists them, as
-// IsDots expects): symbolic links (and Windows junctions) are neither followed nor listed, and
-// FIFOs, sockets and devices are skipped without being opened. Names are kept as bytes. The
+// IsDots expects): symbolic links (and Windows junctions) are neither followed nor listed,
+// unless ListLinks asks for them (as links, never followed), and FIFOs, sockets and devices are
+// skipped without being opened. Names are kept as bytes. The
 // attributes are the platform's (CFolderListing): on Linux hidden = the name begins with "."
 // and there are no system files. The short name is the name.
 
@@ -38,6 +39,9 @@ public:
     int OpenError() const { return m_openError; }
     bool FindNextFile();
     void FindClose();
+    // Lists symbolic links too, from the next entry on: IsLink tells them.
+    void ListLinks(bool list) { m_listLinks = list; }
+    bool IsLink() const { return m_isLink; }
 
     uint32_t GetAttributes() const;
     bool IsArchived() const { return MatchesMask(kArchive); }
@@ -95,4 +99,6 @@ private:
     std::string m_mask;
     std::string m_name;
     bool m_isDir = false;
+    bool m_listLinks = false;
+    bool m_isLink = false;
 };

@@ -81,6 +81,7 @@ bool CFolderListing::Next(std::string& name, PathKind& kind) {
     status.accessNs = NanosecondsOf(data.ftLastAccessTime);
     status.changeNs = NanosecondsOf(data.ftCreationTime);
     status.readOnly = (data.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0;
+    status.mode = data.dwFileAttributes & kWindowsModeAttributes;
     state.identityDone = false;
     name = state.name;
     kind = status.kind;

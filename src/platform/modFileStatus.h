@@ -4,6 +4,8 @@
 // nothing, with the system's error number when it could not be told (nothing there is ENOENT
 // or ENOTDIR; no permission on a folder on the way is EACCES).
 
+#include "platform/modPlatformKind.h"
+
 #include <cstdint>
 #include <string>
 
@@ -13,6 +15,14 @@ struct FileIdentity {
     uint64_t file = 0;
     bool operator==(const FileIdentity&) const = default;
 };
+
+// The attribute bits a Windows mode keeps: read-only, hidden, system, archive.
+inline constexpr uint32_t kWindowsModeAttributes = 0x1 | 0x2 | 0x4 | 0x20;
+// The bits of a mode that any owner gives back: Linux's read, write and run bits for all
+// three, or the Windows attributes; and those of Linux only a superuser gives back into the
+// place they came from (setuid, setgid and sticky).
+inline constexpr uint32_t kPlainModeBits = kWindowsBuild ? kWindowsModeAttributes : 0777u;
+inline constexpr uint32_t kSpecialModeBits = kWindowsBuild ? 0u : 07000u;
 
 enum class PathKind { kNone, kFolder, kFile, kLink, kOther };
 
@@ -29,7 +39,9 @@ struct PathStatus {
     // The owner cannot write it (Linux), or its read-only attribute is set (Windows).
     bool readOnly = false;
     // Linux: its permission bits with the setuid, setgid and sticky bits (mode & 07777), and
-    // its owner's and group's numbers. Windows keeps none of these: all three are 0 there.
+    // its owner's and group's numbers. Windows keeps no owner numbers (both 0) and no
+    // permission bits: its mode is the read-only, hidden, system and archive attributes
+    // (kWindowsModeAttributes of the attribute word).
     uint32_t mode = 0;
     uint32_t owner = 0;
     uint32_t group = 0;

@@ -36,8 +36,8 @@ int GiveDefaultFileRights(const std::string& path);
 // - its last-write time, nanoseconds since 1970 (UTC), as far as the file system keeps it; a
 //   link's own time, never its target's;
 int SetWriteTime(const std::string& path, int64_t ns);
-// - its permission bits with setuid, setgid and sticky (Linux; Windows keeps none, and nothing
-//   changes there);
+// - its mode (PathStatus::mode): the permission bits with setuid, setgid and sticky on Linux,
+//   the read-only, hidden, system and archive attributes on Windows, where the others stay;
 int SetPermissionBits(const std::string& path, uint32_t mode);
 // - its owner and group, a link's own (Linux, and only a process that may: EPERM otherwise;
 //   nothing changes on Windows);

@@ -193,8 +193,22 @@ int SetWriteTime(const std::string& path, int64_t ns) {
     return set ? 0 : PathErrno(path, error);
 }
 
-int SetPermissionBits(const std::string&, uint32_t) {
-    return 0; // Windows keeps no permission bits
+int SetPermissionBits(const std::string& path, uint32_t mode) {
+    const std::wstring wide = WidePath(path);
+    const DWORD attributes = ::GetFileAttributesW(wide.c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES) return PathErrno(path, ::GetLastError());
+    // Only these attributes may be set; the others (folder, reparse point, ...) are the
+    // entry's own.
+    constexpr DWORD kSettable = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN |
+                                FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_ARCHIVE |
+                                FILE_ATTRIBUTE_NOT_CONTENT_INDEXED | FILE_ATTRIBUTE_OFFLINE |
+                                FILE_ATTRIBUTE_TEMPORARY;
+    const DWORD kept = attributes & kSettable & ~kWindowsModeAttributes;
+    DWORD wanted = kept | (mode & kWindowsModeAttributes);
+    // A file with no attribute at all is a "normal" one, which is said with an attribute.
+    if (wanted == 0) wanted = FILE_ATTRIBUTE_NORMAL;
+    if (wanted == (attributes & kSettable) || ::SetFileAttributesW(wide.c_str(), wanted)) return 0;
+    return PathErrno(path, ::GetLastError());
 }
 
 int SetOwner(const std::string&, uint32_t, uint32_t) {

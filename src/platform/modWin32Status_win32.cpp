@@ -48,6 +48,7 @@ PathStatus StatusOfInformation(const BY_HANDLE_FILE_INFORMATION& info, DWORD rep
     status.accessNs = NanosecondsOf(info.ftLastAccessTime);
     status.changeNs = NanosecondsOf(info.ftCreationTime);
     status.readOnly = (info.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0;
+    status.mode = info.dwFileAttributes & kWindowsModeAttributes;
     return status;
 }
 

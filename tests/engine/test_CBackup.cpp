@@ -404,9 +404,10 @@ TEST_P(CBackupTest, ExcludedPatternsAndFoldersAreNotBackedUp) {
 // ---- The metadata record beside the catalogue ----
 
 // What the record should hold of `path`, as the system tells it now.
-EntryMetadata ExpectedEntry(const std::string& path, EntryMetadata::Kind kind) {
+EntryMetadata ExpectedEntry(const std::string& path, EntryMetadata::Kind kind,
+                            const std::string& target = {}) {
     const PathStatus status = StatusOf(path, true);
-    return {path, kind, status.writeNs, status.mode, status.owner, status.group, ""};
+    return {path, kind, status.writeNs, status.mode, status.owner, status.group, target};
 }
 
 TEST_P(CBackupTest, TheRunKeepsTheTimesPermissionBitsAndOwnersOfItsEntries) {
@@ -440,6 +441,36 @@ TEST_P(CBackupTest, TheRunKeepsTheTimesPermissionBitsAndOwnersOfItsEntries) {
 #endif
     // The catalogue's rows are as they always were: the empty file has none.
     EXPECT_EQ(Query("SELECT count(*) FROM Files"), Rows{{"2"}});
+}
+
+TEST_P(CBackupTest, TheRunKeepsEachLinkAsTheTextItHoldsAndNeverAsAFile) {
+    CreateTree(source, Dir({{"a.txt", File("alpha")}, {"sub", Dir({{"b.txt", File("beta")}})}}));
+    if (MakeLink("a.txt", FSBuildPath(source, "to-a")) == ENOSYS)
+        GTEST_SKIP() << "this system makes no links";
+    ASSERT_EQ(MakeLink("sub", FSBuildPath(source, "to-sub")), 0);
+    ASSERT_EQ(MakeLink("../../etc", FSBuildPath(source, "sub/up")), 0);
+    ASSERT_EQ(MakeLink("/nowhere", FSBuildPath(source, ".hidden-link")), 0);
+    ASSERT_EQ(MakeLink("a.txt", FSBuildPath(source, "skipped.tmp")), 0);
+    CBackup backup;
+    backup.Exclude("*.tmp");
+    EXPECT_EQ(Run(backup), CBackup::Result::kEmpty);
+
+    CMetadataReader record;
+    ASSERT_TRUE(record.Open(CMetadataDB::PathBeside(GetDBPath()), 1,
+                            Query("SELECT datebk FROM Backups")[0][0]));
+    std::vector<std::string> links;
+    for (const EntryMetadata& link : record.OfKind(EntryMetadata::Kind::kLink)) {
+        EXPECT_EQ(link, ExpectedEntry(link.path, EntryMetadata::Kind::kLink, link.target));
+        links.push_back(link.path.substr(source.size()) + " -> " + link.target);
+    }
+    // A hidden name and an excluded extension are left out as files are.
+    std::sort(links.begin(), links.end());
+    EXPECT_EQ(links, (std::vector<std::string>{"/sub/up -> ../../etc", "/to-a -> a.txt",
+                                               "/to-sub -> sub"}));
+    // No link is followed: the folder behind one is walked once, the file behind one stored once.
+    EXPECT_EQ(Query("SELECT file FROM Files ORDER BY fid"),
+              (Rows{{FSBuildPath(source, "a.txt")}, {FSBuildPath(source, "sub/b.txt")}}));
+    EXPECT_EQ(Query("SELECT count(*) FROM Paths"), Rows{{"2"}});
 }
 
 TEST_P(CBackupTest, ACancelledRunKeepsNoMetadataAndTheEarlierRecordStays) {

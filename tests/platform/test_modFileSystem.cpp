@@ -283,10 +283,28 @@ TEST(FileSystem, PermissionBitsAndOwnersAreSet) {
     EXPECT_EQ(SetOwner(file, 4242, 4242), ::geteuid() == 0 ? 0 : EPERM);
 }
 #else
-TEST(FileSystem, PermissionBitsAndOwnersChangeNothingOnWindows) {
+TEST(FileSystem, TheModeOnWindowsIsTheReadOnlyHiddenSystemAndArchiveAttributes) {
+    CTestFolder test;
+    const std::string file = test.Path("file");
+    WriteWhole(file, "bytes");
+    constexpr uint32_t kReadOnly = 0x1, kHidden = 0x2, kSystem = 0x4, kArchive = 0x20;
+    for (const uint32_t mode :
+         {kReadOnly, kHidden | kArchive, kSystem, kReadOnly | kHidden | kSystem | kArchive, 0u}) {
+        ASSERT_EQ(SetPermissionBits(file, mode), 0);
+        EXPECT_EQ(StatusOf(file).mode, mode);
+        EXPECT_EQ(StatusOf(file).readOnly, (mode & kReadOnly) != 0);
+    }
+    // The other bits of a Linux mode mean nothing here; a folder stays a folder.
+    ASSERT_EQ(MakeFolder(test.Path("folder")), 0);
+    ASSERT_EQ(SetPermissionBits(test.Path("folder"), kHidden | 0700), 0);
+    EXPECT_EQ(StatusOf(test.Path("folder")).mode, kHidden);
+    EXPECT_EQ(StatusOf(test.Path("folder")).kind, PathKind::kFolder);
+    EXPECT_EQ(SetPermissionBits(test.Path("missing"), kHidden), ENOENT);
+}
+
+TEST(FileSystem, OwnersChangeNothingOnWindows) {
     CTestFolder test;
     WriteWhole(test.Path("file"), "bytes");
-    EXPECT_EQ(SetPermissionBits(test.Path("file"), 0), 0);
     EXPECT_EQ(SetOwner(test.Path("file"), 0, 0), 0);
     EXPECT_EQ(ReadWhole(test.Path("file")), "bytes");
     int error = 0;

@@ -115,15 +115,12 @@ private slots:
         QCOMPARE(w.Get<QLabel>("lblRestore")->text(), QStringLiteral("Restore complete"));
         QCOMPARE(w.Get<XP_ProgressBar>("XP_PB2")->Value(), 100);
         QCOMPARE(Boxes(w.env.box.calls), QStringList{});
-        const std::vector<std::string> restored = {"/big.bin",
-                                                   "/other/o1.txt",
-                                                   "/nested/Bob's file.txt",
-                                                   "/nested/back\\slash.txt",
-                                                   "/nested/with blank.txt",
-                                                   "/nested/new\nline.txt",
-                                                   "/nested/bad\xff\xfe.bin",
-                                                   "/nested/dup.txt",
-                                                   "/nested/deeper/d.txt"};
+        const std::vector<std::string> restored = {
+            "/big.bin", "/other/o1.txt", "/nested/Bob's file.txt", "/nested/back\\slash.txt",
+            "/nested/with blank.txt", "/nested/new\nline.txt", "/nested/bad\xff\xfe.bin",
+            "/nested/dup.txt", "/nested/deeper/d.txt",
+            // made again, as the ticked folder held it
+            "/nested/empty.dat"};
         QVERIFY(Tree(elsewhere) == Expected(original, src, elsewhere, restored));
 
         // Back to their place, over changed files, after the overwrite question.
