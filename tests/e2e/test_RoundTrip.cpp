@@ -10,6 +10,7 @@
 #include "platform/modFileIO.h"
 #include "platform/modFileStatus.h"
 #include "platform/modFileSystem.h"
+#include "platform/modPlatformKind.h"
 
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -137,6 +138,70 @@ TEST(RoundTrip, OddNamesAndALongPathAreBackedUpAndRestoredByteForByte) {
             << relative;
     }
     EXPECT_EQ(StatusOf(Join(to, tree.back().first)).writeNs, 915'148'800'123'456'700);
+}
+
+// Modes come back with the files (the read-only, hidden, system and archive attributes on
+// Windows), and so do empty files, empty folders and folders' own modes and write times.
+TEST(RoundTrip, ModesEmptyFilesAndFoldersComeBackWithTheirTimes) {
+    BackupFixture f;
+    f.SetOption("Hidden", "1");
+    f.SetOption("System", "1");
+    const std::string src = f.env.Path("src");
+    const std::string sep(1, kPathSeparator);
+    MakeTree(src, {{"locked.txt", "locked"},
+                   {"hidden.txt", "hidden"},
+                   {"system.txt", "system"},
+                   {"folder" + sep + "empty.txt", ""},
+                   {"folder" + sep + "inner" + sep + "also empty", ""}});
+    ASSERT_EQ(MakeFolder(Join(src, "nothing")), 0);
+    constexpr uint32_t kReadOnly = 0x1, kHidden = 0x2, kSystem = 0x4, kArchive = 0x20;
+    const std::vector<std::pair<std::string, uint32_t>> modes =
+        kWindowsBuild
+            ? std::vector<std::pair<std::string, uint32_t>>{{"locked.txt", kReadOnly | kArchive},
+                                                            {"hidden.txt", kHidden | kArchive},
+                                                            {"system.txt", kSystem | kArchive},
+                                                            {"folder", kHidden}}
+            : std::vector<std::pair<std::string, uint32_t>>{{"locked.txt", 0444},
+                                                            {"hidden.txt", 0600},
+                                                            {"system.txt", 0755},
+                                                            {"folder", 0700}};
+    const std::vector<std::string> entries = {"locked.txt",
+                                              "hidden.txt",
+                                              "system.txt",
+                                              "folder" + sep + "empty.txt",
+                                              "folder" + sep + "inner" + sep + "also empty",
+                                              "folder" + sep + "inner",
+                                              "folder",
+                                              "nothing"};
+    int64_t when = 1'300'000'000'000'000'000;
+    for (const std::string& relative : entries) {
+        when += 86'400'000'000'123;
+        ASSERT_EQ(SetWriteTime(Join(src, relative), when), 0) << relative;
+    }
+    for (const auto& [relative, mode] : modes)
+        ASSERT_EQ(SetPermissionBits(Join(src, relative), mode), 0) << relative;
+    f.AddSource(src);
+    const ProgramRun backup = RunStashwell({"backup"});
+    ASSERT_EQ(backup.exitCode, 0) << backup.out << backup.err;
+
+    const std::string to = f.env.Path("restored");
+    const ProgramRun restore = RunQrv({"restore", "1", "--to", to});
+    ASSERT_EQ(restore.exitCode, 0) << restore.out << restore.err;
+    EXPECT_EQ(restore.out, OnConsole("Restored 3 files (18 bytes) of run 1 into " + to + ".\n"));
+    for (const std::string& relative : entries) {
+        const PathStatus was = StatusOf(Join(src, relative)), is = StatusOf(Join(to, relative));
+        EXPECT_EQ(is.kind, was.kind) << relative;
+        EXPECT_EQ(is.size, was.size) << relative;
+        EXPECT_EQ(is.writeNs, was.writeNs) << relative;
+        EXPECT_EQ(is.mode, was.mode) << relative;
+    }
+    for (const auto& [relative, mode] : modes)
+        EXPECT_EQ(StatusOf(Join(to, relative)).mode, mode) << relative;
+    EXPECT_EQ(Read(Join(to, "locked.txt")), "locked");
+    EXPECT_TRUE(StatusOf(Join(to, "locked.txt")).readOnly);
+    // Made writable again, so that the test's folder can go.
+    for (const std::string& root : {src, to})
+        ASSERT_EQ(SetPermissionBits(Join(root, "locked.txt"), kWindowsBuild ? kArchive : 0644u), 0);
 }
 
 TEST(RoundTrip, ARunKilledMidwayLeavesOnlySoundStoreFilesAndTheNextRunCompletesIt) {
