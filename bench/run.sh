@@ -42,6 +42,13 @@
 # 776 MB by default) over SMALL_FOLDERS folders two levels deep; in both every fifth file
 # repeats the content of the file before it (20% duplicate content).
 #
+# With BENCH_BASELINE set to another build's stashwell program (an earlier commit's, say), each
+# repetition of a data set also times that program's first and second headless backup (quick
+# check off) in a backup folder of its own, right after this build's, and the ratios of this
+# build to it are printed: a change's cost measured side by side. "qrv" also times
+# `qrv restore 1 --to` with --no-metadata, bytes only, and prints the ratio of the full restore
+# to it.
+#
 # Environment: BENCH_DIR (default /tmp/stashwell-bench), BENCH_REPEAT (3), LARGE_FILES (40) x
 # LARGE_MIB (51), SMALL_FILES (50000) in SMALL_FOLDERS (2000), TREE_FILES (50000) in
 # TREE_FOLDERS (2000).
@@ -57,6 +64,12 @@ bin="$here/build-release/stashwell"
 shim="$here/build-release/tests/libfsshim.so"
 qrv="$here/build-release/qrv"
 window_run="$here/build-release/window_run"
+
+baseline="${BENCH_BASELINE:-}"
+if [ -n "$baseline" ] && [ ! -x "$baseline" ]; then
+    echo "BENCH_BASELINE=$baseline is not a program" >&2
+    exit 2
+fi
 
 which="${1:-all}"
 root="${BENCH_DIR:-/tmp/stashwell-bench}"
@@ -147,14 +160,17 @@ run_files() {
 
 # stashwell_runs SET KIND HOME DATA NONEMPTY: Stashwell's first and second headless backup in
 # HOME, timed into SET.KIND1 and SET.KIND2, each checked to hold every non-empty file; KIND is
-# "stash" with the quick check off, "quick" with it on, and "named" with it off where
-# anonymous temporary files are refused below HOME's backup folder.
+# "stash" with the quick check off, "quick" with it on, "named" with it off where anonymous
+# temporary files are refused below HOME's backup folder, and "base" the BENCH_BASELINE
+# program with it off.
 stashwell_runs() {
     local name="$1" kind="$2" home="$3" data="$4" nonempty="$5"
     local xdg=(env XDG_CONFIG_HOME="$home/config" XDG_STATE_HOME="$home/state")
     [ "$kind" = named ] && xdg+=(LD_PRELOAD="$shim" QRV_SHIM_ROOT="$home/backup" QRV_SHIM=no-tmpfile)
-    timed "$work/$name.${kind}1" "${xdg[@]}" "$bin" backup
-    timed "$work/$name.${kind}2" "${xdg[@]}" "$bin" backup
+    local program="$bin"
+    [ "$kind" = base ] && program="$baseline"
+    timed "$work/$name.${kind}1" "${xdg[@]}" "$program" backup
+    timed "$work/$name.${kind}2" "${xdg[@]}" "$program" backup
     local check_is="off"
     [ "$kind" = quick ] && check_is="on"
     check "stashwell first run, quick check $check_is ($home, bid 1)" "$(run_files "$home" 1)" "$nonempty"
@@ -167,8 +183,8 @@ bench_set() {
     read -r bytes files nonempty < <(make_set "$name" "$name" "$data")
     find "$data" -type f -exec cat {} + >/dev/null   # the same page-cache state for every tool
 
-    local keys=(md5 cp stash1 stash2 quick1 quick2 named1 named2 window borg1 borg2 borgx restic1
-        restic2 restic_r)
+    local keys=(md5 cp stash1 stash2 base1 base2 quick1 quick2 named1 named2 window borg1 borg2
+        borgx restic1 restic2 restic_r)
     local f
     for f in "${keys[@]}"; do : >"$work/$name.$f"; done
     for r in $(seq 1 "$repeat"); do
@@ -178,6 +194,10 @@ bench_set() {
         local home="$work/$name-home$r" quick_home="$work/$name-quick$r"
         prepare_backup "$home" "$data"
         stashwell_runs "$name" stash "$home" "$data" "$nonempty"
+        if [ -n "$baseline" ]; then
+            prepare_backup "$work/$name-base$r" "$data"
+            stashwell_runs "$name" base "$work/$name-base$r" "$data" "$nonempty"
+        fi
         prepare_backup "$quick_home" "$data"
         set_setup "$quick_home" QuickCheck 1
         stashwell_runs "$name" quick "$quick_home" "$data" "$nonempty"
@@ -243,6 +263,8 @@ bench_set() {
         row("cp -a + sync -f", "cp")
         row("stashwell first", "stash1")
         row("stashwell second", "stash2")
+        row("baseline first", "base1")
+        row("baseline second", "base2")
         row("stashwell quick first", "quick1")
         row("stashwell quick second", "quick2")
         row("stashwell named first", "named1")
@@ -265,6 +287,10 @@ bench_set() {
         info("quick first / first", w["quick1"], first)
         info("quick second / second", w["quick2"], second)
         info("second / borg second", second, w["borg2"])
+        if ("base1" in w) {
+            info("first / baseline first", first, w["base1"])
+            info("second / baseline second", second, w["base2"])
+        }
         if (n == "small") {
             goal("first / faster of restic and borg first", first, fast1, 0.80)
             goal("second / faster of restic and borg second", second, fast2, 0.80)
@@ -353,6 +379,13 @@ bench_restore() {
     fi
 }
 
+# listing DIR: a digest of what find tells of every entry below DIR: type, mode, time and path,
+# and the size of all but folders (a folder's size is the file system's own).
+listing() {
+    (cd "$1" && find . \( -type d -printf '%y %m %T@ - %p\n' \) -o -printf '%y %m %T@ %s %p %l\n') |
+        sort | md5sum
+}
+
 # The companion: a whole run of the small data set restored with qrv, against restic restore of
 # the same tree and cp -a; the store read by qrv check --read-data, against md5sum.
 bench_qrv() {
@@ -372,25 +405,26 @@ bench_qrv() {
     # The same page-cache state for every tool: what each one reads has just been read.
     find "$data" "$store" "$restic_repo" -type f -exec cat {} + >/dev/null
 
-    local keys=(cp qrv_r restic_r md5 qrv_c)
+    local keys=(cp qrv_r qrv_b restic_r md5 qrv_c)
     local f
     for f in "${keys[@]}"; do : >"$work/qrv.$f"; done
     for r in $(seq 1 "$repeat"); do
         timed "$work/qrv.cp" bash -c "cp -a '$data' '$work/qrv-cp$r' && sync -f '$work/qrv-cp$r'"
         timed "$work/qrv.qrv_r" bash -c "${xdg[*]} '$qrv' restore 1 --to '$work/qrv-to$r' && sync -f '$work/qrv-to$r'"
-        check "qrv restore $work/qrv-to$r" "$(find "$work/qrv-to$r" -type f | wc -l)" "$nonempty"
+        check "qrv restore $work/qrv-to$r" "$(find "$work/qrv-to$r" -type f | wc -l)" "$files"
+        timed "$work/qrv.qrv_b" bash -c "${xdg[*]} '$qrv' restore 1 --no-metadata --to '$work/qrv-bytes$r' && sync -f '$work/qrv-bytes$r'"
+        check "qrv restore --no-metadata $work/qrv-bytes$r" "$(find "$work/qrv-bytes$r" -type f | wc -l)" "$nonempty"
         mkdir "$work/qrv-restic-to$r"
         timed "$work/qrv.restic_r" bash -c "restic restore -q --repo '$restic_repo' latest --target '$work/qrv-restic-to$r' && sync -f '$work/qrv-restic-to$r'"
         check "restic restore $work/qrv-restic-to$r" "$(find "$work/qrv-restic-to$r" -type f | wc -l)" "$files"
         timed "$work/qrv.md5" bash -c "find '$store' -type f -name '*.QRV' -print0 | xargs -0 md5sum"
         timed "$work/qrv.qrv_c" "${xdg[@]}" "$qrv" check --read-data
     done
-    if ! diff -r "$data" "$work/qrv-to1" >/dev/null; then
-        # Empty files are never stored, so never restored; anything else is an error.
-        if diff -r "$data" "$work/qrv-to1" | grep -v "^Only in $data" >/dev/null; then
-            echo "ERROR: the tree qrv restored differs from the data set" >&2
-            failures=$((failures + 1))
-        fi
+    # The restore gives back every file, the empty ones too, with its time and mode.
+    if ! diff -r "$data" "$work/qrv-to1" >/dev/null ||
+        [ "$(listing "$data")" != "$(listing "$work/qrv-to1")" ]; then
+        echo "ERROR: the tree qrv restored differs from the data set" >&2
+        failures=$((failures + 1))
     fi
 
     write_medians qrv "${keys[@]}"
@@ -410,12 +444,14 @@ bench_qrv() {
         printf "   %-30s %8s %10s %10s %10s\n", "", "wall s", "MiB/s", "files/s", "peak MiB"
         row("cp -a + sync -f", "cp", b)
         row("qrv restore + sync -f", "qrv_r", b)
+        row("qrv restore --no-metadata", "qrv_b", b)
         row("restic restore + sync -f", "restic_r", b)
         row("md5sum of the store", "md5", sb)
         row("qrv check --read-data", "qrv_c", sb)
         goal("qrv restore / restic restore", w["qrv_r"] / w["restic_r"], 0.80, 0)
         goal("qrv restore / (cp -a + sync -f)", w["qrv_r"] / w["cp"], 1.50, 0)
         goal("check --read-data speed / md5sum speed", w["md5"] / w["qrv_c"], 0.80, 1)
+        goal("qrv restore / restore --no-metadata", w["qrv_r"] / w["qrv_b"], 1.10, 0)
     }' "$work/qrv.medians"
 }
 

@@ -59,6 +59,10 @@ std::string StoredTail(const std::string& file, const std::string& source) {
     return file.size() > source.size() ? file.substr(source.size()) : std::string();
 }
 
+std::string LinkStandsAt(const std::string& path) {
+    return "a symbolic link stands at " + path;
+}
+
 // Names in the trace and the log why the row meant for `outcome.target` is not restored, and
 // raises the restore's error with it.
 [[noreturn]] void Refuse(RestoreOutcome& outcome, const std::string& problem) {
@@ -99,8 +103,7 @@ std::string RestoreTargetProblem(const std::string& folder, const std::string& t
                            IsPathSeparator(checked[path.size()]);
         const PathStatus status = exists && !known ? StatusOf(path, true) : PathStatus{};
         if (exists && !known && !status.Exists()) exists = false;
-        if (exists && !known && status.kind == PathKind::kLink)
-            return "a symbolic link stands at " + path;
+        if (exists && !known && status.kind == PathKind::kLink) return LinkStandsAt(path);
         start = slash + 1;
     }
     return {};
@@ -249,14 +252,13 @@ CFileRestorer::RestoreEntries(const std::function<bool(const EntryMetadata&)>& c
     std::vector<std::pair<EntryMetadata, std::string>> folders; // with their targets
     for (EntryMetadata& folder : m_record.OfKind(Kind::kFolder)) {
         if (!chosen(folder)) continue;
-        outcomes.push_back(RestoreFolder(folder));
+        outcomes.push_back(RestoreEntry(folder));
         if (outcomes.back().restored)
             folders.emplace_back(std::move(folder), outcomes.back().target);
     }
-    for (const EntryMetadata& file : m_record.OfKind(Kind::kEmptyFile))
-        if (chosen(file)) outcomes.push_back(RestoreEmptyFile(file));
-    for (const EntryMetadata& link : m_record.OfKind(Kind::kLink))
-        if (chosen(link)) outcomes.push_back(RestoreLink(link));
+    for (const Kind kind : {Kind::kEmptyFile, Kind::kLink})
+        for (const EntryMetadata& entry : m_record.OfKind(kind))
+            if (chosen(entry)) outcomes.push_back(RestoreEntry(entry));
     // The run met folders above those they hold, so the other way round is deepest first.
     const std::string root = FolderRoot(m_destination.empty() ? Source() : m_destination);
     for (auto folder = folders.rbegin(); folder != folders.rend(); ++folder) {
@@ -273,24 +275,32 @@ std::string CFileRestorer::EntryTarget(const EntryMetadata& entry, std::string& 
     // The folder restored into is no path below itself, but it must be a folder all the same.
     if (target == FolderRoot(folder)) {
         const PathStatus status = StatusOf(target, true);
-        if (status.kind == PathKind::kLink) problem = "a symbolic link stands at " + target;
+        if (status.kind == PathKind::kLink) problem = LinkStandsAt(target);
         return target;
     }
     problem = RestoreTargetProblem(folder, target);
     return target;
 }
 
-RestoreOutcome CFileRestorer::RestoreFolder(const EntryMetadata& entry) {
-    CProcTrap trap("RestoreFolder");
+RestoreOutcome CFileRestorer::RestoreEntry(const EntryMetadata& entry) {
+    using Kind = EntryMetadata::Kind;
+    CProcTrap trap(entry.kind == Kind::kFolder ? "RestoreFolder" : "RestoreFile");
     RestoreOutcome outcome;
     try {
         trap.Check();
         std::string problem;
         outcome.target = EntryTarget(entry, problem);
+        // A link in a link's own place is replaced, never followed.
+        if (entry.kind == Kind::kLink && problem == LinkStandsAt(outcome.target)) problem.clear();
         if (!problem.empty()) Refuse(outcome, problem);
-        CreateRestoreFolders(Below(outcome.target));
-        if (StatusOf(outcome.target, true).kind != PathKind::kFolder)
-            Refuse(outcome, "something other than a folder stands at " + outcome.target);
+        if (entry.kind == Kind::kFolder) {
+            CreateRestoreFolders(Below(outcome.target));
+            if (StatusOf(outcome.target, true).kind != PathKind::kFolder)
+                Refuse(outcome, "something other than a folder stands at " + outcome.target);
+        } else {
+            MakeLeaf(entry, outcome);
+            ApplyMetadata(entry, outcome.target, m_destination.empty());
+        }
         outcome.restored = outcome.verified = true;
     } catch (...) {
         if (outcome.problem.empty()) outcome.problem = CurrentRuntimeError().Description();
@@ -299,58 +309,24 @@ RestoreOutcome CFileRestorer::RestoreFolder(const EntryMetadata& entry) {
     return outcome;
 }
 
-RestoreOutcome CFileRestorer::RestoreEmptyFile(const EntryMetadata& entry) {
-    CProcTrap trap("RestoreFile");
-    RestoreOutcome outcome;
-    try {
-        trap.Check();
-        std::string problem;
-        outcome.target = EntryTarget(entry, problem);
-        if (!problem.empty()) Refuse(outcome, problem);
-        Operation("Restore file");
-        CreateFolders(outcome.target);
-        const PathStatus there = StatusOf(outcome.target, true);
-        if (there.kind == PathKind::kFolder)
-            Refuse(outcome, "a folder stands at " + outcome.target);
-        int error = 0;
+void CFileRestorer::MakeLeaf(const EntryMetadata& entry, RestoreOutcome& outcome) {
+    const bool link = entry.kind == EntryMetadata::Kind::kLink;
+    Operation(link ? "Restore link" : "Restore file");
+    CreateFolders(outcome.target);
+    const PathStatus there = StatusOf(outcome.target, true);
+    if (there.kind == PathKind::kFolder) Refuse(outcome, "a folder stands at " + outcome.target);
+    int error = 0;
+    if (link) {
+        if (there.Exists()) error = RemoveFile(outcome.target);
+        if (error == 0) error = MakeLink(entry.target, outcome.target);
+    } else {
         const NativeFile file = OpenFileHandle(outcome.target, OpenMode::kCreateOrEmpty, error);
-        if (file == kNoFile || (error = CloseFileHandle(file)) != 0)
-            Refuse(outcome, "it could not be made: " + FSPlainCause(error));
-        if (!there.Exists()) GiveDefaultFileRights(outcome.target);
-        outcome.restored = outcome.verified = true;
-        ApplyMetadata(entry, outcome.target, m_destination.empty());
-    } catch (...) {
-        if (outcome.problem.empty()) outcome.problem = CurrentRuntimeError().Description();
-        trap.Handle();
+        if (file != kNoFile) error = CloseFileHandle(file);
+        if (error == 0 && !there.Exists()) GiveDefaultFileRights(outcome.target);
     }
-    return outcome;
-}
-
-RestoreOutcome CFileRestorer::RestoreLink(const EntryMetadata& entry) {
-    CProcTrap trap("RestoreFile");
-    RestoreOutcome outcome;
-    try {
-        trap.Check();
-        std::string problem;
-        outcome.target = EntryTarget(entry, problem);
-        // A link in the link's own place is replaced, never followed.
-        if (problem == "a symbolic link stands at " + outcome.target) problem.clear();
-        if (!problem.empty()) Refuse(outcome, problem);
-        Operation("Restore link");
-        CreateFolders(outcome.target);
-        const PathStatus there = StatusOf(outcome.target, true);
-        if (there.kind == PathKind::kFolder)
-            Refuse(outcome, "a folder stands at " + outcome.target);
-        int error = there.Exists() ? RemoveFile(outcome.target) : 0;
-        if (error == 0) error = ::MakeLink(entry.target, outcome.target);
-        if (error != 0) Refuse(outcome, "the link could not be made: " + FSPlainCause(error));
-        outcome.restored = outcome.verified = true;
-        ApplyMetadata(entry, outcome.target, m_destination.empty());
-    } catch (...) {
-        if (outcome.problem.empty()) outcome.problem = CurrentRuntimeError().Description();
-        trap.Handle();
-    }
-    return outcome;
+    if (error != 0)
+        Refuse(outcome, std::string(link ? "the link" : "it") +
+                            " could not be made: " + FSPlainCause(error));
 }
 
 void ApplyMetadata(const EntryMetadata& entry, const std::string& target, bool originalPlace) {

@@ -75,9 +75,11 @@ private:
     bool OpenRecord();
     // Where the record's entry goes, with why it may not go there ("" when it may).
     std::string EntryTarget(const EntryMetadata& entry, std::string& problem);
-    RestoreOutcome RestoreFolder(const EntryMetadata& entry);
-    RestoreOutcome RestoreEmptyFile(const EntryMetadata& entry);
-    RestoreOutcome RestoreLink(const EntryMetadata& entry);
+    // Makes the record's folder, empty file or link in its place; an empty file or a link gets
+    // its metadata at once, a folder only at the end.
+    RestoreOutcome RestoreEntry(const EntryMetadata& entry);
+    // Makes an empty file or a link at `outcome.target`, or raises the restore's error.
+    void MakeLeaf(const EntryMetadata& entry, RestoreOutcome& outcome);
     void CreateFolders(const std::string& target);
     // Gives the restored `target` of the stored file `file` what the run's record kept of it.
     void RestoreMetadata(const std::string& file, const std::string& target);

@@ -38,6 +38,14 @@ TEST(QrvArgs, DoubleDashEndsTheOptions) {
     EXPECT_EQ(Parsed({"find", "-"}).Arguments(), (std::vector<std::string>{"-"}));
 }
 
+TEST(QrvArgs, RestoreTakesNoMetadataAndNoOtherCommandDoes) {
+    EXPECT_TRUE(Parsed({"restore", "3", "--no-metadata"}).NoMetadata());
+    EXPECT_FALSE(Parsed({"restore", "3", "--verify"}).NoMetadata());
+    EXPECT_EQ(Problem({"ls", "3", "--no-metadata"}), "'ls' takes no option '--no-metadata'");
+    EXPECT_EQ(Problem({"restore", "3", "--no-metadata=yes"}),
+              "option '--no-metadata' takes no value");
+}
+
 TEST(QrvArgs, CheckTakesReadDataRepairAndJson) {
     const CQrvArgs args = Parsed({"check", "--read-data", "--repair", "--json"});
     EXPECT_TRUE(args.ReadData());
