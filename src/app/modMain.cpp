@@ -165,7 +165,9 @@ void TellDisplayClosed(const std::string& name, bool unattended) {
 int FinishStartUp(const std::string& commandLine, IWindowRunner* window, bool& running) {
     const bool unattended = !commandLine.empty();
     // An unattended run without a window would only find the folder busy again.
-    if (!CheckInterruptedRun(unattended) && unattended && !window) return kExitOtherInstance;
+    const bool checked = CheckInterruptedRun(unattended);
+    if (!checked && unattended && !window) return kExitOtherInstance;
+    if (checked) TidyMetadata();
     Log(3, "Loading Main Window");
     if (window) {
         running = true;

@@ -10,6 +10,7 @@
 #include "catalogue/modBulkQuery.h"
 #include "catalogue/modSQLQuote.h"
 #include "engine/CDriveMap.h"
+#include "platform/modFileStatus.h"
 #include "platform/modFileSystem.h"
 #include "support/CProcTrap.h"
 #include "support/CServiceContext.h"
@@ -225,6 +226,13 @@ void PruneMetadata() {
         runs.emplace_back(ToInt32(TextToNumber(db.Field("bid"))), db.Field("datebk"));
     if (!CMetadataDB::KeepOnly(CMetadataDB::PathBeside(GetDBPath()), runs))
         Log(2, "The metadata of runs that went could not be dropped");
+}
+
+void TidyMetadata() {
+    if (GetBackupPath().empty() || !StatusOf(GetDBPath()).Exists() ||
+        !StatusOf(CMetadataDB::PathBeside(GetDBPath())).Exists())
+        return;
+    PruneMetadata();
 }
 
 void DeleteBackupRun(int32_t bid) {

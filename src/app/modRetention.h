@@ -29,6 +29,11 @@ void DeleteBackupRun(int32_t bid);
 // Drops the metadata records (CMetadataDB) of runs the catalogue no longer holds: after the
 // limit dropped runs, after Delete, and in Compact.
 void PruneMetadata();
+// At the start of the program: a kill between a commit of the catalogue and the record's own
+// may have left the record naming runs the catalogue has dropped, or holding a journal that
+// only a writer rolls back; PruneMetadata puts both right, once the catalogue's own journal was
+// seen to (CheckInterruptedRun). Nothing happens without a catalogue and a record.
+void TidyMetadata();
 void PruneDBTree();
 void PruneDBFiles();
 void PruneDBPaths();

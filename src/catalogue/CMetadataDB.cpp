@@ -162,7 +162,7 @@ bool CMetadataDB::KeepOnly(const std::string& file,
 }
 
 struct CMetadataReader::Reader {
-    explicit Reader(const std::string& file) : db(file, SQLITE_OPEN_READONLY) {}
+    Reader(const std::string& file, int flags) : db(file, flags) {}
     CSqliteConnection db;
     int32_t bid = 0;
     std::unique_ptr<CSqliteStatement> find;
@@ -174,19 +174,36 @@ CMetadataReader::~CMetadataReader() = default;
 bool CMetadataReader::Open(const std::string& file, int32_t bid, const std::string& datebk) {
     m_reader.reset();
     if (!StatusOf(file).Exists() || IsLink(file)) return false; // never created by a read
-    auto reader = std::make_unique<Reader>(file);
-    if (!reader->db) return false;
-    CSqliteStatement which(reader->db.Handle(), "SELECT datebk FROM Runs WHERE bid = ?1");
-    if (!which) return false;
-    which.Bind(1, int64_t{bid});
-    if (sqlite3_step(which.Get()) != SQLITE_ROW || which.Bytes(0) != datebk) return false;
-    reader->bid = bid;
-    reader->find = std::make_unique<CSqliteStatement>(
-        reader->db.Handle(),
-        (std::string("SELECT ") + kColumns + " FROM Entries WHERE bid = ?1 AND path = ?2").c_str());
-    if (!*reader->find) return false;
-    m_reader = std::move(reader);
-    return true;
+    // Read-only first. A record that a killed writer left with its journal can only be read
+    // once the journal is rolled back, which takes a connection that may write (when this
+    // user may write there); otherwise every run would restore as if it had no record.
+    for (const int flags : {SQLITE_OPEN_READONLY, SQLITE_OPEN_READWRITE}) {
+        auto reader = std::make_unique<Reader>(file, flags);
+        if (!reader->db) return false;
+        int found = SQLITE_ERROR;
+        std::string kept;
+        {
+            CSqliteStatement which(reader->db.Handle(), "SELECT datebk FROM Runs WHERE bid = ?1");
+            if (which) {
+                which.Bind(1, int64_t{bid});
+                found = sqlite3_step(which.Get());
+                if (found == SQLITE_ROW) kept = which.Bytes(0);
+            }
+        }
+        if (found == SQLITE_ROW) {
+            if (kept != datebk) return false;
+            reader->bid = bid;
+            reader->find = std::make_unique<CSqliteStatement>(
+                reader->db.Handle(),
+                (std::string("SELECT ") + kColumns + " FROM Entries WHERE bid = ?1 AND path = ?2")
+                    .c_str());
+            if (!*reader->find) return false;
+            m_reader = std::move(reader);
+            return true;
+        }
+        if (sqlite3_extended_errcode(reader->db.Handle()) != SQLITE_READONLY_ROLLBACK) return false;
+    }
+    return false;
 }
 
 std::optional<EntryMetadata> CMetadataReader::Find(const std::string& path) {

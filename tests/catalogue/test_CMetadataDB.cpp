@@ -14,7 +14,10 @@
 #include <string>
 #include <vector>
 #ifndef _WIN32
+#include <csignal>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #endif
 
 // Readable failure output for entries.
@@ -174,6 +177,38 @@ TEST_F(CMetadataDBTest, AFolderReachedThroughALinkHoldsItAndALinkInItsPlaceIsNot
     EXPECT_FALSE(record.Begin(env.Path("drive/db/Linked.db"), 2));
     EXPECT_FALSE(CMetadataDB::KeepOnly(env.Path("drive/db/Linked.db"), {}));
     EXPECT_FALSE(Exists(elsewhere));
+}
+#endif
+
+#ifndef _WIN32
+// A writer killed once its record outgrew the page cache leaves a hot journal, which a read-only
+// connection cannot roll back: the reader then rolls it back through one that may write, and
+// the records kept before are read as they were.
+TEST_F(CMetadataDBTest, ARecordAKilledWriterLeftWithItsJournalIsRolledBackAndRead) {
+    KeepRun(1, "01/01/2026 10:00:00", {kFolder, kFile});
+    const pid_t writer = ::fork();
+    ASSERT_GE(writer, 0);
+    if (writer == 0) {
+        CMetadataDB record;
+        if (!record.Begin(file, 2)) ::_exit(1);
+        // Far more than SQLite's cache holds: pages reach the file before any commit.
+        for (int i = 0; i < 20000; ++i)
+            record.Add({"/home/me/" + std::to_string(i) + std::string(200, 'x'), Kind::kEmptyFile,
+                        i, 0600, 0, 0, ""});
+        ::kill(::getpid(), SIGKILL);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(writer, &status, 0), writer);
+    ASSERT_TRUE(WIFSIGNALED(status));
+    struct stat journal {};
+    ASSERT_EQ(::stat((file + "-journal").c_str(), &journal), 0);
+    EXPECT_GT(journal.st_size, 0);
+
+    CMetadataReader reader;
+    ASSERT_TRUE(reader.Open(file, 1, "01/01/2026 10:00:00"));
+    EXPECT_EQ(reader.Find(kFile.path), kFile);
+    EXPECT_EQ(reader.OfKind(Kind::kFolder), Entries{kFolder});
+    EXPECT_FALSE(Read(2, "01/01/2026 10:00:00", Kind::kEmptyFile).has_value());
 }
 #endif
 

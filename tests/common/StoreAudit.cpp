@@ -4,6 +4,7 @@
 #include "TestSupport.h"
 
 #include <set>
+#include <stdexcept>
 
 namespace {
 
@@ -43,6 +44,15 @@ void AuditStoreFiles(const std::string& backup, AuditMoment moment, AuditCache* 
 void AuditMetadata(const std::string& backup, std::vector<std::string>& problems) {
     const std::string metadata = backup + Native("/db/Metadata.db");
     if (!Exists(metadata)) return;
+    // A record that cannot be read (a journal left to roll back) says so, rather than no rows.
+    try {
+        if (SqlRows(metadata, "PRAGMA quick_check") !=
+            std::vector<std::vector<std::string>>{{"ok"}})
+            problems.push_back("the metadata record fails its check");
+    } catch (const std::exception& error) {
+        problems.push_back(std::string("the metadata record cannot be read: ") + error.what());
+        return;
+    }
     std::set<std::vector<std::string>> committed;
     for (const auto& row :
          SqlRows(backup + Native("/db/Backup.db"), "SELECT bid, datebk FROM Backups"))
