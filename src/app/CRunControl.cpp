@@ -120,6 +120,9 @@ void CRunControl::StartRun() {
     m_bkup->OnStart = [this](int32_t count) { Bkup_Start(count); };
     m_bkup->OnFileProgress = [this](int32_t done, float rate) { Bkup_FileProgress(done, rate); };
     m_bkup->OnFinish = [this](double bytes) { Bkup_Finish(bytes); };
+    m_bkup->OnBytesProgress = [this](uint64_t done, uint64_t total) {
+        Bkup_BytesProgress(done, total);
+    };
     m_timer = std::make_unique<CMMTimer>();
     m_timer->StartTimer();
 
@@ -155,6 +158,8 @@ void CRunControl::BackupSource(int16_t row, CBackup::Result& result) {
     m_view.lblCount.clear();
     m_view.lblDone.clear();
     m_view.lblThruPut = "MB/s";
+    m_view.lblBytes.clear();
+    m_bytesStarted = false;
     m_view.selectedSource = row;
     m_bkup->Source(source);
     Logger().BlankLine();
@@ -254,6 +259,18 @@ void CRunControl::Bkup_FileProgress(int32_t done, float bytesPerSecond) {
         NumText(RoundHalfEven(double(bytesPerSecond) / kDisplayMegabyte, 2)) + " MB/s";
     Changed();
     DoEvents();
+}
+
+void CRunControl::Bkup_BytesProgress(uint64_t done, uint64_t total) {
+    if (!m_bytesStarted || total != m_bytes.Total()) {
+        m_bytes.Start(total);
+        m_bytesStarted = true;
+    }
+    if (!m_bytes.Update(done)) return;
+    m_view.lblBytes = m_bytes.Text();
+    // Nothing done yet is shown with the next change, so that the first file done is the first
+    // progress the window paints.
+    if (done > 0) Changed();
 }
 
 void CRunControl::Bkup_Finish(double bytes) {

@@ -11,6 +11,7 @@
 #include "app/CRunOutcome.h"
 #include "app/modOptions.h"
 #include "engine/CBackup.h"
+#include "support/CByteProgress.h"
 #include "support/CMMTimer.h"
 
 #include <cstdint>
@@ -27,6 +28,9 @@ struct RunView {
     std::string lblDone;
     std::string lblThruPut;
     int32_t progress = 0; // XP_PB1, 0 to 100
+    // lblBytes, under the progress bar: the source's bytes done of its total and, after the
+    // first seconds, the time left ("1.4 GB of 3.0 GB, about 2 minutes left"); "" until known.
+    std::string lblBytes;
     std::string cmdBackupCaption = "Backup";
     std::string cmdBackupToolTip = "Commence backup run";
     bool sourceButtonsEnabled = true; // cmdAddSrc, cmdRemove
@@ -54,6 +58,9 @@ public:
     void Bkup_Start(int32_t fileCount);
     void Bkup_FileProgress(int32_t done, float bytesPerSecond);
     void Bkup_Finish(double bytes);
+    // Beside the three: the source's bytes done of its total (CBackup::OnBytesProgress), shown
+    // at most 5 times a second.
+    void Bkup_BytesProgress(uint64_t done, uint64_t total);
 
     bool Running() const { return m_running; }
     double TotalBytes() const { return m_totalBytes; }
@@ -92,6 +99,8 @@ private:
     std::unique_ptr<CBackup> m_bkup;
     std::unique_ptr<CMMTimer> m_timer;
     RunView m_view;
+    CByteProgress m_bytes;
+    bool m_bytesStarted = false;
     CRunOutcome m_outcome;
     size_t m_row = 0; // the source being backed up
 };

@@ -104,6 +104,8 @@ CBackup::Result CBackup::Exec() {
         Log(1, "Elapsed time : " + FormatElapsed(ToInt32(m_timer.ElapsedTime())));
         Log(1, "Files found  : " + NumText(m_filesFound));
         if (OnStart) OnStart(m_filesFound);
+        m_totalBytes = map.TotalBytes();
+        ReportBytes(0, true);
         map.MoveFirst();
 
         // The stored flag is set once per run, not per file: a file that meets a full disk
@@ -115,6 +117,7 @@ CBackup::Result CBackup::Exec() {
             BackupOneFile(map.FilePath(), ahead, static_cast<size_t>(map.Idx() - 1), stored);
             const float rate = Rate();
             if (OnFileProgress) OnFileProgress(map.Idx(), rate);
+            ReportBytes(ahead.BytesRead());
             if (m_cancel) {
                 m_record.Abandon();
                 m_db.Rollback();
@@ -126,6 +129,7 @@ CBackup::Result CBackup::Exec() {
 
         // The store's content is on disk before rows refer to it; a store that cannot be flushed
         // (an I/O error, a drive pulled out) is an error of the run, which then commits nothing.
+        ReportBytes(m_totalBytes, true);
         Operation("Flush backup files");
         m_store.CheckIdentity();
         if (!FSSyncFileSystem(m_backupPath)) Raise(err::kDeviceIO);
@@ -265,8 +269,9 @@ std::optional<CSignatureAhead::StagingPlan> CBackup::StagingPlan() {
         },
         error);
     if (!read) return std::nullopt; // every file is then only signed ahead
-    plan.stage = [this](const std::string& source, const std::atomic<bool>* stop) {
-        return m_store.StageAhead(source, stop);
+    plan.stage = [this](const std::string& source, const std::atomic<bool>* stop,
+                        std::atomic<uint64_t>* read) {
+        return m_store.StageAhead(source, stop, read);
     };
     return plan;
 }
@@ -274,7 +279,10 @@ std::optional<CSignatureAhead::StagingPlan> CBackup::StagingPlan() {
 void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, size_t index,
                             bool& stored) {
     Operation("Check File is readable");
-    CSignatureAhead::Prepared prepared = ahead.Prepare(index, [this] { return m_cancel; });
+    CSignatureAhead::Prepared prepared = ahead.Prepare(index, [this, &ahead] {
+        ReportBytes(ahead.BytesRead()); // a large file moves the bytes while it is read
+        return m_cancel;
+    });
     if (prepared.cancelled) return; // the run stops after this file: nothing of it is kept
     // A file that a worker signed was read to its end; only the others are probed.
     if (!prepared.SignedAhead() && !FSIsReadable(path)) {
@@ -416,6 +424,14 @@ void CBackup::ReportCollision(const std::string& path, const std::string& target
                "Please send both files to " + kSupportAddress +
                " so that we can look into it: " + "'" + path + "' and '" + target,
            mb::kCritical | mb::kOKOnly, "QRV");
+}
+
+void CBackup::ReportBytes(uint64_t done, bool now) {
+    if (!OnBytesProgress) return;
+    const uint32_t tick = CMMTimer::Now();
+    if (!now && tick - m_bytesReported < kBytesEveryMs) return;
+    m_bytesReported = tick;
+    OnBytesProgress(std::min(done, m_totalBytes), m_totalBytes);
 }
 
 float CBackup::Rate() {

@@ -81,6 +81,12 @@ public:
     std::function<void(int32_t done, float bytesPerSecond)> OnFileProgress;
     std::function<void(int32_t fileCount)> OnStart;
     std::function<void(double bytes)> OnFinish;
+    // Beside them: the bytes of the source done of the total its listing told (done: read by
+    // the read-ahead, or found unchanged by the quick check, so a large file moves it while it
+    // is read), after Start at most every kBytesEveryMs while the run goes and once at its end
+    // with done equal to the total.
+    static constexpr uint32_t kBytesEveryMs = 200;
+    std::function<void(uint64_t done, uint64_t total)> OnBytesProgress;
 
     // The store file name of a signature, or a fresh temporary one without it.
     static std::string GetBackupFileName(const std::string& signature = {});
@@ -115,6 +121,8 @@ private:
     Result AfterCommitFailed(CProcTrap& trap);
     void LogTotals();
     float Rate();
+    // Raises OnBytesProgress when kBytesEveryMs have passed since it last was, or when `now`.
+    void ReportBytes(uint64_t done, bool now = false);
 
     std::string m_source;
     std::string m_dbPath;
@@ -143,4 +151,6 @@ private:
     std::vector<std::string> m_duplicateList;
     std::string m_backupDrive;
     std::unique_ptr<CQuickCheck> m_quick;
+    uint64_t m_totalBytes = 0;
+    uint32_t m_bytesReported = 0; // when OnBytesProgress was last raised (CMMTimer::Now)
 };

@@ -26,6 +26,7 @@ std::vector<std::string> SplitAtBlanks(const std::string& text) {
 
 void CDriveMap::Reset() {
     m_fileCount = 0;
+    m_totalBytes = 0;
     m_cursor = 1;
     m_folderCursor = 1;
     m_folderCount = 0;
@@ -126,7 +127,9 @@ void CDriveMap::TestEntry(const CFileFind& finder) {
     ++m_fileCount;
     if (m_fileCount <= kMaxListEntries) {
         m_files.push_back(finder.GetFilePath());
-        Note(m_files.back(), finder.Listed(), false);
+        const PathStatus& listed = finder.Listed();
+        m_totalBytes += listed.size;
+        Note(m_files.back(), listed, false);
     } else {
         m_limitExceeded = true;
     }

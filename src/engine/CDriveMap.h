@@ -38,6 +38,8 @@ public:
     // never followed, and never become files of the run); none: nullptr.
     void Metadata(CMetadataDB* record) { m_record = record; }
     int32_t FileCount() const { return m_fileCount; }
+    // The sizes of the files listed, added up as the listing told them.
+    uint64_t TotalBytes() const { return m_totalBytes; }
     int32_t Idx() const { return m_cursor; }
     void BackupID(int32_t bid) { m_bid = bid; }
     int32_t BackupID() const { return m_bid; }
@@ -74,6 +76,7 @@ private:
 
     std::vector<std::string> m_files;
     int32_t m_fileCount = 0;
+    uint64_t m_totalBytes = 0;
     int32_t m_cursor = 1;
     std::vector<std::string> m_folders;
     int32_t m_folderCursor = 1;

@@ -55,17 +55,20 @@ void CSignatureAhead::Work() {
 CSignatureAhead::Ahead CSignatureAhead::PrepareAhead(const std::string& path) {
     const FileStamp now = m_quick || m_staging ? FSStampOf(path) : FileStamp{};
     if (m_quick)
-        if (std::optional<SignedContent> kept = m_quick->Find(path, now))
+        if (std::optional<SignedContent> kept = m_quick->Find(path, now)) {
+            m_read.fetch_add(static_cast<uint64_t>(std::max<int64_t>(now.size, 0)),
+                             std::memory_order_relaxed);
             return {kept, nullptr, {}, std::nullopt, now};
+        }
     if (m_staging && now.size > 0 && !m_staging->storedSizes.count(static_cast<uint64_t>(now.size)))
         return Stage(path, now);
     Ahead ahead;
-    ahead.content = ComputeSignature(path, &m_stop, StampOf(ahead));
+    ahead.content = ComputeSignature(path, &m_stop, StampOf(ahead), &m_read);
     return ahead;
 }
 
 CSignatureAhead::Ahead CSignatureAhead::Stage(const std::string& path, const FileStamp& before) {
-    CStore::AheadCopy copy = m_staging->stage(path, &m_stop);
+    CStore::AheadCopy copy = m_staging->stage(path, &m_stop, &m_read);
     if (m_stop) return {};
     Ahead ahead;
     if (copy.staged) {
@@ -83,7 +86,7 @@ CSignatureAhead::Ahead CSignatureAhead::Stage(const std::string& path, const Fil
 }
 
 CSignatureAhead::Prepared CSignatureAhead::Prepare(size_t index,
-                                                   const std::function<bool()>& cancelled) {
+                                                   const std::function<bool()>& waiting) {
     Ahead ahead;
     {
         std::unique_lock lock(m_mutex);
@@ -102,7 +105,7 @@ CSignatureAhead::Prepared CSignatureAhead::Prepare(size_t index,
             lock.unlock();
             DoEvents();
             lock.lock();
-            if (cancelled && cancelled()) {
+            if (waiting && waiting()) {
                 // Nothing more is read: the workers stop at their next read or copied piece.
                 m_stop = true;
                 m_workToDo.notify_all();

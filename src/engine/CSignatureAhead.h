@@ -38,7 +38,8 @@ public:
     // How the workers may stage new content; `stage` is called from worker threads.
     struct StagingPlan {
         std::unordered_set<uint64_t> storedSizes;
-        std::function<CStore::AheadCopy(const std::string& source, const std::atomic<bool>* stop)>
+        std::function<CStore::AheadCopy(const std::string& source, const std::atomic<bool>* stop,
+                                        std::atomic<uint64_t>* read)>
             stage;
     };
     // A staging copy that failed, as the run reports it.
@@ -69,9 +70,14 @@ public:
     CSignatureAhead& operator=(const CSignatureAhead&) = delete;
 
     // files[index], signed (and perhaps staged) when a worker could; the run asks for files in
-    // ascending order. When `cancelled` answers true while the run waits (the window's events
-    // run meanwhile), the read-ahead stops at once and the file comes back cancelled, unsigned.
-    Prepared Prepare(size_t index, const std::function<bool()>& cancelled = {});
+    // ascending order. While the run waits, the window's events run and `waiting` is called
+    // every 20 ms; when it answers true, the read-ahead stops at once and the file comes back
+    // cancelled, unsigned.
+    Prepared Prepare(size_t index, const std::function<bool()>& waiting = {});
+    // The bytes of the files that the workers have read so far (signed or staged), with the
+    // sizes of those the quick check found unchanged: how far the run has come through the
+    // source's bytes, a little ahead of the file the run records.
+    uint64_t BytesRead() const { return m_read.load(std::memory_order_relaxed); }
     // The signature of files[index] with its length, as SignFile gives it.
     SignedContent Signature(size_t index);
 
@@ -104,6 +110,7 @@ private:
     size_t m_next = 0;                // the next file a worker takes
     size_t m_consumer = 0;            // the file the run is at
     std::atomic<bool> m_stop = false; // also read by the workers while they hash
+    std::atomic<uint64_t> m_read = 0;
     std::map<size_t, Ahead> m_ready;
     std::vector<std::thread> m_threads;
 };

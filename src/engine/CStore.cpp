@@ -27,15 +27,21 @@ struct StagingChoice {
 // `stop` is true.
 class SigningObserver : public ICopyObserver {
 public:
-    explicit SigningObserver(const std::atomic<bool>* stop = nullptr) : m_stop(stop) {}
+    explicit SigningObserver(const std::atomic<bool>* stop = nullptr,
+                             std::atomic<uint64_t>* read = nullptr)
+        : m_stop(stop), m_read(read) {}
     void Restart() override { m_stream.Restart(); }
-    void Written(const char* data, size_t size) override { m_stream.Add(data, size); }
+    void Written(const char* data, size_t size) override {
+        m_stream.Add(data, size);
+        if (m_read) m_read->fetch_add(size, std::memory_order_relaxed);
+    }
     bool Stopped() const override { return m_stop && m_stop->load(std::memory_order_relaxed); }
     CSignatureStream& Stream() { return m_stream; }
 
 private:
     CSignatureStream m_stream;
     const std::atomic<bool>* m_stop;
+    std::atomic<uint64_t>* m_read;
 };
 
 bool IsTemporaryName(const std::string& name) {
@@ -238,14 +244,14 @@ std::unique_ptr<CStagedContent> CStore::Stage(const std::string& source, const s
     return staged;
 }
 
-CStore::AheadCopy CStore::StageAhead(const std::string& source,
-                                     const std::atomic<bool>* stop) const {
+CStore::AheadCopy CStore::StageAhead(const std::string& source, const std::atomic<bool>* stop,
+                                     std::atomic<uint64_t>* read) const {
     AheadCopy ahead;
     int error = 0;
     ahead.staged = NewStaging({}, error);
     if (!ahead.staged) return ahead; // the run copies it itself, and says what goes wrong
     ahead.tried = true;
-    SigningObserver signer(stop);
+    SigningObserver signer(stop, read);
     ahead.outcome = CopyWithRetries(
         source, ahead.staged->Destination(), &signer,
         [&ahead](int32_t level, const std::string& line) { ahead.lines.emplace_back(level, line); },

@@ -142,7 +142,9 @@ public:
     // Stages `source` in the store folder as the run's own copy would, for the read-ahead's
     // workers: the same tries, size check and lines, kept instead of logged. Safe to call from
     // any thread while the store is open. Once `stop` is true the copy ends at its next piece.
-    AheadCopy StageAhead(const std::string& source, const std::atomic<bool>* stop) const;
+    // `read`, when given, grows by every byte copied, as it is copied.
+    AheadCopy StageAhead(const std::string& source, const std::atomic<bool>* stop,
+                         std::atomic<uint64_t>* read = nullptr) const;
 
 private:
     // A new staged file: anonymous, or named in `folder` (the store folder when empty). Safe

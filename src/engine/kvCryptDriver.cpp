@@ -34,7 +34,7 @@ NativeFile OpenSource(const std::string& path) {
 
 // Signs an open regular file from its start.
 SignedContent SignOpen(NativeFile file, bool yield, const std::atomic<bool>* stop,
-                       FileStamp* stamp = nullptr) {
+                       FileStamp* stamp = nullptr, std::atomic<uint64_t>* read = nullptr) {
     const PathStatus status = StatusOfOpen(file);
     if (status.kind != PathKind::kFile) Raise(err::kPathFileAccess);
     const FileStamp before = FSStampOfStatus(status);
@@ -57,6 +57,7 @@ SignedContent SignOpen(NativeFile file, bool yield, const std::atomic<bool>* sto
         if (got == 0) break;
         signer.Add(buffer.Data(), static_cast<size_t>(got));
         remaining -= static_cast<uint64_t>(got);
+        if (read) read->fetch_add(static_cast<uint64_t>(got), std::memory_order_relaxed);
         if (yield) DoEvents();
         if (stop && stop->load(std::memory_order_relaxed)) Raise(err::kInternal, "stopped");
     }
@@ -66,9 +67,9 @@ SignedContent SignOpen(NativeFile file, bool yield, const std::atomic<bool>* sto
 }
 
 SignedContent Signature(const std::string& path, bool yield, const std::atomic<bool>* stop,
-                        FileStamp* stamp = nullptr) {
+                        FileStamp* stamp = nullptr, std::atomic<uint64_t>* read = nullptr) {
     FileCloser source{OpenSource(path)};
-    return SignOpen(source.file, yield, stop, stamp);
+    return SignOpen(source.file, yield, stop, stamp, read);
 }
 
 } // namespace
@@ -122,9 +123,10 @@ SignedContent SignFile(const std::string& path) {
 }
 
 std::optional<SignedContent> ComputeSignature(const std::string& path,
-                                              const std::atomic<bool>* stop, FileStamp* stamp) {
+                                              const std::atomic<bool>* stop, FileStamp* stamp,
+                                              std::atomic<uint64_t>* read) {
     try {
-        return Signature(path, false, stop, stamp);
+        return Signature(path, false, stop, stamp, read);
     } catch (...) {
         return std::nullopt; // the caller hashes again where the error can be reported
     }

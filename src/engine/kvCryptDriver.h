@@ -61,9 +61,10 @@ SignedContent SignFile(const std::string& path);
 // The same signature without the error handler and without letting window messages run, for
 // use off the window's thread; nullopt after any error, or once `stop` becomes true. `stamp`
 // receives the file's stamp as it was opened, or an unknown one when the file changed while it
-// was read.
+// was read. `read`, when given, grows by every byte read, as it is read.
 std::optional<SignedContent> ComputeSignature(const std::string& path,
                                               const std::atomic<bool>* stop = nullptr,
-                                              FileStamp* stamp = nullptr);
+                                              FileStamp* stamp = nullptr,
+                                              std::atomic<uint64_t>* read = nullptr);
 // The same for a file already open (read from its start), for any thread.
 std::optional<SignedContent> ComputeOpenSignature(NativeFile file);

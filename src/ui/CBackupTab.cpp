@@ -23,7 +23,7 @@ CBackupTab::CBackupTab(QWidget* parent) : QWidget(parent) {
     ShowBackupCaption(tr("Backup"), tr("Commence backup run"));
     cmdBackup->setDefault(true);
 
-    QWidget* run = PlaceFrame(this, "fraRun", {12, 218, 596, 150}, tr("Backup run"));
+    QWidget* run = PlaceFrame(this, "fraRun", {12, 218, 596, 176}, tr("Backup run"));
     lblSource = Place<QLabel>(run, "lblSource", {12, 28, 572, 20}, tr("Status"));
     QFont bold = lblSource->font();
     bold.setBold(true);
@@ -37,10 +37,12 @@ CBackupTab::CBackupTab(QWidget* parent) : QWidget(parent) {
     PlaceLabel(run, "lblThruPutCaption", {366, 76, 106, 20}, tr("Throughput:"));
     lblThruPut = Place<QLabel>(run, "lblThruPut", {474, 76, 110, 20}, tr("Throughput"));
     lblThruPut->setText(QStringLiteral("MB/s"));
-    for (QLabel* status : {lblSource, lblProcessing, lblCount, lblDone, lblThruPut})
-        MarkStatusText(status);
     XP_PB1 = Place<XP_ProgressBar>(run, "XP_PB1", {12, 106, 572, 26}, tr("Backup progress"));
-    lblLastBackup = Place<QLabel>(this, "lblLastBackup", {12, 376, 596, 22}, tr("Last backup"));
+    // The bytes done and the time left, under the bar.
+    lblBytes = Place<QLabel>(run, "lblBytes", {12, 140, 572, 20}, tr("Bytes done"));
+    for (QLabel* status : {lblSource, lblProcessing, lblCount, lblDone, lblThruPut, lblBytes})
+        MarkStatusText(status);
+    lblLastBackup = Place<QLabel>(this, "lblLastBackup", {12, 402, 596, 22}, tr("Last backup"));
     MarkStatusText(lblLastBackup);
 
     setTabOrder(lstSources, cmdAddSrc);

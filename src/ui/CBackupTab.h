@@ -30,6 +30,7 @@ public:
     QLabel* lblCount;
     QLabel* lblDone;
     QLabel* lblThruPut;
+    QLabel* lblBytes;
     QLabel* lblLastBackup;
     XP_ProgressBar* XP_PB1;
 };

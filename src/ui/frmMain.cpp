@@ -400,7 +400,7 @@ void frmMain::cmdBackup_Click() {
 }
 
 // Only what changed is touched: a run renders twice per file, and most of the view stays.
-// A change of the progress alone (file count done, throughput, bar) is shown at most every
+// A change of the progress alone (file count done, throughput, bar, bytes) is shown at most every
 // 50 ms, except the first after any other change: painting every file of a run of many small
 // files would cost the run its speed. Whatever is held back shows with the next render.
 void frmMain::Render(const RunView& view) {
@@ -408,6 +408,7 @@ void frmMain::Render(const RunView& view) {
     RunView progressOnly = shown;
     progressOnly.lblDone = view.lblDone;
     progressOnly.lblThruPut = view.lblThruPut;
+    progressOnly.lblBytes = view.lblBytes;
     progressOnly.progress = view.progress;
     const bool onlyProgress = progressOnly == view;
     const auto now = std::chrono::steady_clock::now();
@@ -422,6 +423,7 @@ void frmMain::Render(const RunView& view) {
     text(m_backup->lblCount, view.lblCount, shown.lblCount);
     text(m_backup->lblDone, view.lblDone, shown.lblDone);
     text(m_backup->lblThruPut, view.lblThruPut, shown.lblThruPut);
+    text(m_backup->lblBytes, view.lblBytes, shown.lblBytes);
     if (m_backup->XP_PB1->Value() != view.progress) m_backup->XP_PB1->Value(view.progress);
     if (view.cmdBackupCaption != shown.cmdBackupCaption)
         m_backup->ShowBackupCaption(QString::fromStdString(view.cmdBackupCaption),

@@ -104,6 +104,56 @@ TEST_F(RunControl, LabelsFollowEachSourceAndFile) {
     EXPECT_TRUE(Logged("Source: " + f.env.Path("s2")));
 }
 
+TEST_F(RunControl, TheBytesLineFollowsEachSourceFromNothingToItsTotal) {
+    CreateTree(f.env.Path("s1"), Dir({{"a.txt", File("alpha")}}));
+    CreateTree(f.env.Path("s2"),
+               Dir({{"b.txt", File(std::string(2048000, 'b'))}, {"c.txt", File("c")}}));
+    CRunControl run({f.env.Path("s1"), f.env.Path("s2")}, BackupOptions{});
+    std::vector<RunView> views;
+    run.OnViewChanged = [&](const RunView& v) { views.push_back(v); };
+    run.cmdBackup_Click();
+
+    std::vector<std::string> lines; // each new text of the line, in turn
+    for (const RunView& view : views)
+        if (lines.empty() || lines.back() != view.lblBytes) lines.push_back(view.lblBytes);
+    // Each source starts with an empty line, then its bytes from none to all: the first source's
+    // 5 bytes, the second's 2,048,001 (whatever it showed between, shown at most every 200 ms).
+    ASSERT_GE(lines.size(), 6u);
+    EXPECT_EQ(lines[0], "");
+    EXPECT_EQ(lines[1], "0 bytes of 5 bytes");
+    EXPECT_EQ(lines[2], "5 bytes of 5 bytes");
+    EXPECT_EQ(lines[3], "");
+    EXPECT_EQ(lines[4], "0 bytes of 2.0 MB");
+    EXPECT_EQ(lines.back(), "2.0 MB of 2.0 MB");
+    EXPECT_EQ(run.View().lblBytes, "2.0 MB of 2.0 MB");
+}
+
+TEST_F(RunControl, TheBytesLineShowsTheTimeLeftAfterThreeSecondsAtMostFiveTimesASecond) {
+    uint32_t now = 1000;
+    CMMTimer::SetTickSource([&] { return now; });
+    CRunControl run({}, BackupOptions{});
+    int changes = 0;
+    run.OnViewChanged = [&](const RunView&) { ++changes; };
+    run.Bkup_BytesProgress(0, 3'000'000'000);
+    EXPECT_EQ(run.View().lblBytes, "0 bytes of 3.0 GB");
+    // 50 MB a second, told every 50 ms: shown every 200 ms.
+    for (int step = 1; step <= 60; ++step) {
+        now += 50;
+        run.Bkup_BytesProgress(static_cast<uint64_t>(step) * 2'500'000, 3'000'000'000);
+    }
+    EXPECT_EQ(changes, 15); // nothing done yet is shown with the next change
+    EXPECT_EQ(run.View().lblBytes, "150 MB of 3.0 GB, less than a minute left");
+    // The pace falls to a quarter for 2 seconds: the estimate moves towards it, a fifth of the
+    // way each second (50, 42.5, 36.5 MB/s), without jumping there (2,825 MB at 12.5 MB/s
+    // would be about 4 minutes).
+    for (int step = 1; step <= 40; ++step) {
+        now += 50;
+        run.Bkup_BytesProgress(150'000'000 + static_cast<uint64_t>(step) * 625'000, 3'000'000'000);
+    }
+    CMMTimer::SetTickSource(nullptr);
+    EXPECT_EQ(run.View().lblBytes, "175 MB of 3.0 GB, about 1 minute left");
+}
+
 TEST_F(RunControl, CancelDuringTheSecondOfThreeSources) {
     std::vector<std::string> sources;
     for (const char* name : {"one", "two", "three"}) {

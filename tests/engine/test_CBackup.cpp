@@ -13,6 +13,7 @@
 #include "catalogue/CMetadataDB.h"
 #include "engine/CBackup.h"
 #include "engine/CFileFind.h"
+#include "platform/modFileIO.h"
 #include "platform/modFileStatus.h"
 #include "platform/modFileSystem.h"
 #include "support/CMMTimer.h"
@@ -28,6 +29,7 @@
 #include <cstdint>
 #include <deque>
 #include <regex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -399,6 +401,43 @@ TEST_P(CBackupTest, ExcludedPatternsAndFoldersAreNotBackedUp) {
     Run(backup);
     EXPECT_EQ(FileRows(), FileRow(source + Native("/keep.txt"), "k"));
     EXPECT_EQ(Query("SELECT path FROM Paths ORDER BY pid"), (Rows{{source + Native("/")}}));
+}
+
+// ---- Bytes done ----
+
+TEST_P(CBackupTest, TheBytesOfALargeFileMoveSeveralTimesBeforeItEnds) {
+    constexpr uint64_t kSize = 300ull * 1000 * 1000;
+    CreateTree(source, Dir({{"small.txt", File("small")}}));
+    {
+        int error = 0;
+        const NativeFile file =
+            OpenFileHandle(FSBuildPath(source, "large.bin"), OpenMode::kCreateNew, error);
+        ASSERT_NE(file, kNoFile);
+        ASSERT_EQ(TruncateTo(file, kSize), 0);
+        ASSERT_EQ(CloseFileHandle(file), 0);
+    }
+    // Each look at the clock is a quarter of a second later: every look may raise the event.
+    CMMTimer::SetTickSource([this] { return now += 250; });
+    std::vector<std::pair<uint64_t, uint64_t>> seen; // done, total
+    CBackup backup;
+    Prepare(backup, source);
+    backup.OnBytesProgress = [&](uint64_t done, uint64_t total) { seen.emplace_back(done, total); };
+    EXPECT_EQ(backup.Exec(), CBackup::Result::kEmpty);
+    CMMTimer::SetTickSource([this] { return now; });
+
+    ASSERT_FALSE(seen.empty());
+    EXPECT_EQ(seen.front(), std::make_pair(uint64_t{0}, kSize + 5)); // before any file
+    EXPECT_EQ(seen.back(), std::make_pair(kSize + 5, kSize + 5));    // at the end
+    // Whichever file the listing gave first, the large one's bytes were seen moving while it
+    // was read: more than one value strictly between its start and its end.
+    std::set<uint64_t> within;
+    for (const auto& [done, total] : seen) {
+        EXPECT_EQ(total, kSize + 5);
+        if (done > 5 && done < kSize) within.insert(done);
+    }
+    EXPECT_GE(within.size(), 3u) << within.size() << " values within the large file";
+    for (size_t i = 1; i < seen.size(); ++i)
+        EXPECT_LE(seen[i - 1].first, seen[i].first) << "at event " << i;
 }
 
 // ---- The metadata record beside the catalogue ----

@@ -105,8 +105,9 @@ struct Staging : ::testing::TestWithParam<StagingWay>, AheadFiles {
         store.Open(root);
         CSignatureAhead::StagingPlan plan;
         plan.storedSizes = std::move(storedSizes);
-        plan.stage = [this](const std::string& source, const std::atomic<bool>* stop) {
-            return store.StageAhead(source, stop);
+        plan.stage = [this](const std::string& source, const std::atomic<bool>* stop,
+                            std::atomic<uint64_t>* read) {
+            return store.StageAhead(source, stop, read);
         };
         return plan;
     }

@@ -37,7 +37,7 @@ QString Heard(QWidget* control) {
 QStringList RunHeard(const WindowEnv& w) {
     QStringList heard;
     for (const char* name :
-         {"lblSource", "lblProcessing", "lblCount", "lblDone", "lblThruPut", "XP_PB1"})
+         {"lblSource", "lblProcessing", "lblCount", "lblDone", "lblThruPut", "XP_PB1", "lblBytes"})
         heard << QString::fromLatin1(name) + ": " + Heard(w.Get<QWidget>(name));
     return heard;
 }
@@ -63,7 +63,8 @@ private slots:
                  (QStringList{"lblSource:  |  | Status", "lblProcessing:  |  | Source",
                               "lblCount:  |  | Files found", "lblDone:  |  | Files done",
                               "lblThruPut: MB/s | MB/s | Throughput",
-                              "XP_PB1: 0 % | 0 % | Backup progress | 0 0 100"}));
+                              "XP_PB1: 0 % | 0 % | Backup progress | 0 0 100",
+                              "lblBytes:  |  | Bytes done"}));
         for (const char* bar : {"XP_PB1", "XP_PB2", "XP_PB3"})
             QCOMPARE(Read(w.Get<QWidget>(bar))->role(), QAccessible::ProgressBar);
         QCOMPARE(Heard(w.Get<QWidget>("XP_PB2")),
@@ -88,20 +89,24 @@ private slots:
         });
         QTest::mouseClick(w.Get<QPushButton>("cmdBackup"), Qt::LeftButton);
         // The throughput is the run's own; it is read as shown.
-        QVERIFY(during.size() == 6 && during[4].endsWith(" MB/s | Throughput"));
+        QVERIFY(during.size() == 7 && during[4].endsWith(" MB/s | Throughput"));
         const QString rate = during[4].section(" | ", 1, 1);
         QCOMPARE(during,
                  (QStringList{"lblSource: Processing 1 of 1 | Processing 1 of 1 | Status",
                               "lblProcessing: " + Q(source) + " | " + Q(source) + " | Source",
                               "lblCount: 2 | 2 | Files found", "lblDone: 1 | 1 | Files done",
                               "lblThruPut: " + rate + " | " + rate + " | Throughput",
-                              "XP_PB1: 50 % | 50 % | Backup progress | 50 0 100"}));
+                              "XP_PB1: 50 % | 50 % | Backup progress | 50 0 100", during[6]}));
+        QVERIFY(during[6].startsWith("lblBytes: ") &&
+                during[6].endsWith(" of 2 bytes | Bytes done"));
         // After the run, the summary.
         const QString summary = w.Get<QLabel>("lblSource")->text();
         QVERIFY(summary.startsWith("Backup Complete. MB in 00:00:0"));
         const QStringList after = RunHeard(w);
         QCOMPARE(after[0], "lblSource: " + summary + " | " + summary + " | Status");
         QCOMPARE(after[5], QStringLiteral("XP_PB1: 100 % | 100 % | Backup progress | 100 0 100"));
+        QCOMPARE(after[6],
+                 QStringLiteral("lblBytes: 2 bytes of 2 bytes | 2 bytes of 2 bytes | Bytes done"));
     }
 
     void DuringARunTheButtonIsReadAsCancelAndAfterItAsBackupStillOnAltB() {

@@ -235,6 +235,8 @@ private slots:
             w.Get<QLabel>("lblCount")->setText(QStringLiteral("512000"));
             w.Get<QLabel>("lblDone")->setText(QStringLiteral("512000"));
             w.Get<QLabel>("lblThruPut")->setText(QStringLiteral("1234.56 MB/s"));
+            w.Get<QLabel>("lblBytes")
+                ->setText(QStringLiteral("999 GB of 999 GB, about 999 hours 59 minutes left"));
             auto* tabs = w.Get<QTabWidget>("SSTab1");
             for (int tab = 0; tab < tabs->count(); ++tab) {
                 tabs->setCurrentIndex(tab);
