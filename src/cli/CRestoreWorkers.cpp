@@ -16,9 +16,11 @@ void PutText(std::string& record, const std::string& text) {
     record += text;
 }
 
-// Reads whole records from the front of `buffer` into `outcomes`; answers how many.
-size_t TakeRecords(std::string& buffer, std::vector<RestoreOutcome>& outcomes) {
-    size_t at = 0, taken = 0;
+// Reads whole records from the front of `buffer` into `outcomes`, calling `taken` with the index
+// of each.
+void TakeRecords(std::string& buffer, std::vector<RestoreOutcome>& outcomes,
+                 const std::function<void(size_t)>& taken) {
+    size_t at = 0;
     const auto get = [&](size_t& from, uint32_t& value) {
         if (buffer.size() < from + sizeof value) return false;
         std::memcpy(&value, buffer.data() + from, sizeof value);
@@ -43,10 +45,9 @@ size_t TakeRecords(std::string& buffer, std::vector<RestoreOutcome>& outcomes) {
         outcome.verified = flags & 2;
         if (index < outcomes.size()) outcomes[index] = std::move(outcome);
         at = from;
-        ++taken;
+        if (index < outcomes.size()) taken(index);
     }
     buffer.erase(0, at);
-    return taken;
 }
 
 // The worker `worker` of `workers`: restores its runs of files and reports each outcome.
@@ -71,7 +72,7 @@ void Work(const CWorkerProcesses::Send& send, unsigned worker, unsigned workers,
 
 std::vector<RestoreOutcome>
 CRestoreWorkers::Run(size_t count, const std::function<RestoreOutcome(size_t)>& restore,
-                     const std::function<void(size_t)>& progress) {
+                     const std::function<void(size_t, size_t)>& progress) {
     std::vector<RestoreOutcome> outcomes(count);
     for (RestoreOutcome& outcome : outcomes)
         outcome.problem = "the worker that restored it stopped unexpectedly";
@@ -84,7 +85,7 @@ CRestoreWorkers::Run(size_t count, const std::function<RestoreOutcome(size_t)>& 
         // has no workers at all): this process restores every file itself.
         for (size_t i = 0; i < count; ++i) {
             outcomes[i] = restore(i);
-            if (progress) progress(i + 1);
+            if (progress) progress(i + 1, i);
         }
         return outcomes;
     }
@@ -92,8 +93,10 @@ CRestoreWorkers::Run(size_t count, const std::function<RestoreOutcome(size_t)>& 
     size_t done = 0;
     processes.Collect([&](unsigned worker, const char* data, size_t size) {
         buffers[worker].append(data, size);
-        done += TakeRecords(buffers[worker], outcomes);
-        if (progress) progress(done);
+        TakeRecords(buffers[worker], outcomes, [&](size_t index) {
+            ++done;
+            if (progress) progress(done, index);
+        });
     });
     return outcomes;
 }

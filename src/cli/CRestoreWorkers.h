@@ -20,10 +20,11 @@ public:
     explicit CRestoreWorkers(unsigned workers) : m_workers(workers) {}
 
     // Calls `restore(i)` once for every i below `count`, in a worker, and answers the outcomes
-    // in the order of i. `progress(done)` is called in this process as outcomes come in.
+    // in the order of i. `progress(done, i)` is called in this process as each outcome comes
+    // in: how many came so far, and which.
     std::vector<RestoreOutcome> Run(size_t count,
                                     const std::function<RestoreOutcome(size_t)>& restore,
-                                    const std::function<void(size_t done)>& progress);
+                                    const std::function<void(size_t done, size_t i)>& progress);
 
     static constexpr size_t kRun = 64;
 

@@ -1,5 +1,7 @@
 #include "cli/modQrvCheck.h"
 
+#include "support/CByteProgress.h"
+
 #include "app/CBackupFolderLock.h"
 #include "app/modPaths.h"
 #include "catalogue/modSQLQuote.h"
@@ -12,6 +14,7 @@
 #include "engine/CStore.h"
 #include "platform/modFileStatus.h"
 #include "platform/modFileSystem.h"
+#include "support/CByteProgress.h"
 #include "support/modFSCommon.h"
 
 #include <cerrno>
@@ -85,9 +88,15 @@ void CheckReferenced(const std::unordered_map<std::string, uint64_t>& recorded,
 void ReadStore(const std::string& store, CheckResult& result) {
     const std::vector<std::string> paths = StoreFiles(store);
     CProgressLine progress(CProgressLine::StderrIsTerminal());
-    const auto signatures = SignFiles(paths, [&](size_t done) {
+    CByteProgress bytes;
+    uint64_t total = 0;
+    for (const std::string& path : paths)
+        total += StatusOf(path).size;
+    bytes.Start(total);
+    const auto signatures = SignFiles(paths, [&](size_t done, uint64_t read) {
+        bytes.Update(read);
         progress.Show("Reading store files: " + std::to_string(done) + " of " +
-                      std::to_string(paths.size()));
+                      std::to_string(paths.size()) + ", " + bytes.Text());
     });
     progress.Clear();
     result.read = paths.size();

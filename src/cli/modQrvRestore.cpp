@@ -18,6 +18,7 @@
 #include "platform/modFileStatus.h"
 #include "platform/modFileSystem.h"
 #include "platform/modPlatformPaths.h"
+#include "support/CByteProgress.h"
 #include "support/modFSCommon.h"
 #include "support/modMsgBox.h"
 
@@ -180,6 +181,11 @@ std::vector<RestoreOutcome> RestorePlaced(const std::vector<StoredFile>& files,
                                           bool verify) {
     const std::string store = GetFilesPath();
     CProgressLine progress(CProgressLine::StderrIsTerminal());
+    CByteProgress bytes;
+    uint64_t total = 0, done = 0;
+    for (const size_t i : places.kept)
+        total += files[i].size;
+    bytes.Start(total);
     std::vector<RestoreOutcome> outcomes;
     for (const std::string& target : places.targets)
         outcomes.push_back({false, false, target, kSamePlaceProblem});
@@ -193,8 +199,11 @@ std::vector<RestoreOutcome> RestorePlaced(const std::vector<StoredFile>& files,
             if (!problem.empty()) return RestoreOutcome{false, false, places.targets[i], problem};
             return restorer.RestoreRow(file.file, file.backup);
         },
-        [&](size_t done) {
-            progress.Show("Restoring " + std::to_string(done) + " of " + Files(places.kept.size()));
+        [&](size_t count, size_t k) {
+            done += files[places.kept[k]].size;
+            bytes.Update(done);
+            progress.Show("Restoring " + std::to_string(count) + " of " +
+                          Files(places.kept.size()) + ", " + bytes.Text());
         });
     for (size_t k = 0; k < kept.size(); ++k)
         outcomes[places.kept[k]] = kept[k];

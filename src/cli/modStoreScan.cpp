@@ -79,13 +79,15 @@ std::vector<std::string> StoreFiles(const std::string& root) {
     return files;
 }
 
-std::vector<std::optional<SignedContent>> SignFiles(const std::vector<std::string>& paths,
-                                                    const std::function<void(size_t)>& done) {
+std::vector<std::optional<SignedContent>>
+SignFiles(const std::vector<std::string>& paths,
+          const std::function<void(size_t, uint64_t)>& done) {
     std::vector<std::optional<SignedContent>> signatures(paths.size());
     std::atomic<size_t> next{0}, signedCount{0};
+    std::atomic<uint64_t> read{0};
     const auto work = [&] {
         for (size_t k; (k = next.fetch_add(1)) < paths.size();) {
-            signatures[k] = ComputeSignature(paths[k]);
+            signatures[k] = ComputeSignature(paths[k], nullptr, nullptr, &read);
             signedCount.fetch_add(1);
         }
     };
@@ -94,12 +96,12 @@ std::vector<std::optional<SignedContent>> SignFiles(const std::vector<std::strin
     for (unsigned t = 0; t < helpers; ++t)
         threads.emplace_back(work);
     for (size_t k; (k = next.fetch_add(1)) < paths.size();) {
-        signatures[k] = ComputeSignature(paths[k]);
+        signatures[k] = ComputeSignature(paths[k], nullptr, nullptr, &read);
         signedCount.fetch_add(1);
-        if (done) done(signedCount.load());
+        if (done) done(signedCount.load(), read.load());
     }
     for (std::thread& thread : threads)
         thread.join();
-    if (done) done(paths.size());
+    if (done) done(paths.size(), read.load());
     return signatures;
 }

@@ -32,6 +32,8 @@ StoreEntry InspectStoreFile(const std::string& path, uint64_t size);
 // Whether `name` has the shape of a store file's name: hexadecimal digits, then ".QRV".
 bool IsStoreName(const std::string& name);
 // The signature of each file of `paths` (nullopt for one that could not be read), in the same
-// order. `done` is called on the calling thread now and then with the number signed so far.
+// order. `done` is called on the calling thread now and then with the number signed so far and
+// the bytes read so far (of the files signed and of those being signed).
 std::vector<std::optional<SignedContent>>
-SignFiles(const std::vector<std::string>& paths, const std::function<void(size_t done)>& done = {});
+SignFiles(const std::vector<std::string>& paths,
+          const std::function<void(size_t done, uint64_t bytes)>& done = {});

@@ -6,6 +6,7 @@
 #include "WindowsTestHelpers.h"
 #include "cli/CRestoreWorkers.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 #ifndef _WIN32
 #include <unistd.h>
@@ -42,7 +43,7 @@ void ExpectSame(const RestoreOutcome& got, const RestoreOutcome& want, size_t i)
 TEST(RestoreWorkers, EveryOutcomeComesBackInItsPlaceFromTheCallingProcess) {
     const uint32_t self = ThisProcess();
     const size_t count = 1000;
-    std::vector<size_t> progress;
+    std::vector<size_t> progress, told;
     const auto outcomes = CRestoreWorkers(4).Run(
         count,
         [&](size_t i) {
@@ -50,18 +51,26 @@ TEST(RestoreWorkers, EveryOutcomeComesBackInItsPlaceFromTheCallingProcess) {
             if (ThisProcess() != self) outcome.problem = "restored in another process";
             return outcome;
         },
-        [&](size_t done) { progress.push_back(done); });
+        [&](size_t done, size_t i) {
+            progress.push_back(done);
+            told.push_back(i);
+        });
     ASSERT_EQ(outcomes.size(), count);
     for (size_t i = 0; i < count; ++i)
         ExpectSame(outcomes[i], Outcome(i), i);
     ASSERT_FALSE(progress.empty());
     EXPECT_EQ(progress.back(), count);
+    // Each file is told once, as its outcome came in.
+    EXPECT_EQ(progress.size(), count);
+    std::sort(told.begin(), told.end());
+    for (size_t i = 0; i < count; ++i)
+        EXPECT_EQ(told[i], i);
 }
 #else
 TEST(RestoreWorkers, EveryOutcomeComesBackInItsPlaceFromSeveralProcesses) {
     const pid_t self = ::getpid();
     const size_t count = 1000;
-    std::vector<size_t> progress;
+    std::vector<size_t> progress, told;
     const auto outcomes = CRestoreWorkers(4).Run(
         count,
         [&](size_t i) {
@@ -70,12 +79,20 @@ TEST(RestoreWorkers, EveryOutcomeComesBackInItsPlaceFromSeveralProcesses) {
             if (::getpid() == self) outcome.problem = "restored in the calling process";
             return outcome;
         },
-        [&](size_t done) { progress.push_back(done); });
+        [&](size_t done, size_t i) {
+            progress.push_back(done);
+            told.push_back(i);
+        });
     ASSERT_EQ(outcomes.size(), count);
     for (size_t i = 0; i < count; ++i)
         ExpectSame(outcomes[i], Outcome(i), i);
     ASSERT_FALSE(progress.empty());
     EXPECT_EQ(progress.back(), count);
+    // Each file is told once, as its outcome came in.
+    EXPECT_EQ(progress.size(), count);
+    std::sort(told.begin(), told.end());
+    for (size_t i = 0; i < count; ++i)
+        EXPECT_EQ(told[i], i);
 }
 #endif
 

@@ -52,7 +52,11 @@ TEST(StoreScan, EveryFileIsSignedInItsPlaceAndAnUnreadableOneHasNone) {
     }
     paths.push_back(env.Path("gone"));
     std::vector<size_t> progress;
-    const auto signatures = SignFiles(paths, [&](size_t done) { progress.push_back(done); });
+    std::vector<uint64_t> bytes;
+    const auto signatures = SignFiles(paths, [&](size_t done, uint64_t read) {
+        progress.push_back(done);
+        bytes.push_back(read);
+    });
     ASSERT_EQ(signatures.size(), paths.size());
     for (size_t k = 0; k < contents.size(); ++k) {
         ASSERT_TRUE(signatures[k].has_value()) << k;
@@ -63,6 +67,12 @@ TEST(StoreScan, EveryFileIsSignedInItsPlaceAndAnUnreadableOneHasNone) {
     ASSERT_FALSE(progress.empty());
     EXPECT_EQ(progress.back(), paths.size());
     EXPECT_TRUE(std::is_sorted(progress.begin(), progress.end()));
+    // Every byte of every readable file, read once.
+    uint64_t all = 0;
+    for (const std::string& content : contents)
+        all += content.size();
+    EXPECT_EQ(bytes.back(), all);
+    EXPECT_TRUE(std::is_sorted(bytes.begin(), bytes.end()));
 }
 
 TEST(StoreScan, WhatStandsInAStoreFilesPlaceIsToldWithoutFollowingALink) {

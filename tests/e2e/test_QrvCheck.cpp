@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <gtest/gtest.h>
+#include <regex>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -34,6 +35,23 @@ TEST_F(QrvCheckTest, ASoundBackupFolderPasses) {
     EXPECT_EQ(read.exitCode, 0);
     EXPECT_EQ(read.out,
               "Checked 2 runs, 14 files and 7 store files, read 7 store files: no problems.\n");
+}
+
+// On a terminal (the one `script` gives it) the reading tells the store files and the bytes
+// read so far, of all there are.
+TEST_F(QrvCheckTest, OnATerminalTheReadingTellsFilesAndBytes) {
+    if (::access("/usr/bin/script", X_OK) != 0)
+        GTEST_SKIP() << "no script program to give a terminal";
+    const ProgramRun run =
+        RunningProgram({"-qec", QrvProgram() + " check --read-data", "/dev/null"}, {},
+                       "/usr/bin/script")
+            .Wait();
+    EXPECT_EQ(run.exitCode, 0) << run.out << run.err;
+    EXPECT_TRUE(std::regex_search(
+        run.out,
+        std::regex("Reading store files: [1-7] of 7, ([0-9]+ bytes|[0-9.]+ kB) of 308 kB")))
+        << run.out;
+    EXPECT_NE(run.out.find("read 7 store files: no problems."), std::string::npos) << run.out;
 }
 
 TEST_F(QrvCheckTest, AMissingStoreFileIsNamedWithTheFilesThatNeedIt) {

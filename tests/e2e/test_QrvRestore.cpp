@@ -11,6 +11,7 @@
 
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <regex>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -52,6 +53,25 @@ TEST_F(QrvRestoreTest, AWholeRunComesBackToItsPlace) {
     EXPECT_EQ(run.err, "");
     EXPECT_EQ(run.out, "Restored 7 files (" + bytes + " bytes) of run 1 to their places.\n");
     EXPECT_TRUE(OddNamesBackup::Tree(src) == expectedHere) << Names(OddNamesBackup::Tree(src));
+}
+
+// On a terminal (here the one `script` gives it) the progress line tells the files and the
+// bytes restored; in a pipe, as in every other test, nothing but the results.
+TEST_F(QrvRestoreTest, OnATerminalTheProgressLineTellsFilesAndBytes) {
+    if (::access("/usr/bin/script", X_OK) != 0)
+        GTEST_SKIP() << "no script program to give a terminal";
+    const ProgramRun run =
+        RunningProgram({"-qec", QrvProgram() + " restore 1 --to '" + to + "'", "/dev/null"}, {},
+                       "/usr/bin/script")
+            .Wait();
+    EXPECT_EQ(run.exitCode, 0) << run.out << run.err;
+    // The first file done, whichever the run met first (all are below 1 kB but one).
+    EXPECT_TRUE(std::regex_search(
+        run.out, std::regex("Restoring 1 of 7 files, ([0-9]+ bytes|300 kB) of 308 kB")))
+        << run.out;
+    EXPECT_NE(run.out.find("Restored 7 files (" + bytes + " bytes) of run 1 into " + to + "."),
+              std::string::npos)
+        << run.out;
 }
 
 TEST_F(QrvRestoreTest, AWholeRunGoesBelowAnotherFolderAndIsVerified) {
