@@ -105,6 +105,7 @@ void CRunControl::StartRun() {
     if (!LockBackupFolder(lock)) return;
     m_totalBytes = 0;
     m_outcome.Clear();
+    m_tallies.clear();
     m_row = 0;
     m_running = true;
     m_finishing = false;
@@ -180,6 +181,8 @@ void CRunControl::BackupSource(int16_t row, CBackup::Result& result) {
     m_bkup->BackupFolder(GetBackupPath());
     m_bkup->QuickCheck(m_options.quickCheck != 0);
     result = m_bkup->Exec();
+    // A source that was walked has a tally, a cancelled one none (nothing of it is kept).
+    if (result == CBackup::Result::kEmpty) m_tallies.emplace_back(source, m_bkup->Tally());
 }
 
 std::string CRunControl::CompleteSummary() {

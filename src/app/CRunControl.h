@@ -10,6 +10,7 @@
 
 #include "app/CRunOutcome.h"
 #include "app/modOptions.h"
+#include "app/modRunSummary.h"
 #include "engine/CBackup.h"
 #include "support/CByteProgress.h"
 #include "support/CMMTimer.h"
@@ -67,6 +68,9 @@ public:
     const RunView& View() const { return m_view; }
     // How the last run ended, problem by problem.
     const CRunOutcome& Outcome() const { return m_outcome; }
+    // What the last run did, in a few lines for the top of its report (modRunSummary); none
+    // when no source was backed up.
+    std::vector<std::string> SummaryLines() const { return RunSummaryLines(m_tallies); }
 
     // Called after every change of the view.
     std::function<void(const RunView&)> OnViewChanged;
@@ -102,7 +106,8 @@ private:
     CByteProgress m_bytes;
     bool m_bytesStarted = false;
     CRunOutcome m_outcome;
-    size_t m_row = 0; // the source being backed up
+    std::vector<std::pair<std::string, RunTally>> m_tallies; // of the sources backed up
+    size_t m_row = 0;                                        // the source being backed up
 };
 
 // The summary of a run in which `lost` sources were not recorded.

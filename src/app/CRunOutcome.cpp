@@ -7,12 +7,6 @@
 
 #include <cerrno>
 
-namespace {
-std::string Files(size_t count) {
-    return NumText(static_cast<double>(count)) + (count == 1 ? " file" : " files");
-}
-} // namespace
-
 std::string SourceProblem(const std::string& source) {
     const PathStatus status = StatusOf(source);
     if (!status.Exists())
@@ -43,31 +37,10 @@ void CRunOutcome::EndFailed(const std::string& error) {
     m_lines.push_back("Every run was saved, but the end of the backup failed: " + error);
 }
 
-void CRunOutcome::AddList(const std::vector<std::string>& items, const std::string& lead,
-                          const std::string& source, const std::string& counted) {
-    for (size_t i = 0; i < items.size() && i < kListedPerKind; ++i)
-        m_lines.push_back(lead + items[i]);
-    if (items.size() > kListedPerKind)
-        m_lines.push_back("... and " + NumText(static_cast<double>(items.size() - kListedPerKind)) +
-                          " more of " + source + " that " + counted);
-}
-
 void CRunOutcome::Add(const std::string& source, const SourceProblems& problems) {
-    AddList(problems.unreadableFolders, "Could not read the folder ", source, "could not be read");
-    AddList(problems.unreadableFiles, "Could not read ", source, "could not be read");
-    if (!problems.unreadableFiles.empty())
-        m_lines.push_back(Files(problems.unreadableFiles.size()) + " of " + source +
-                          " could not be read");
-    AddList(problems.notStored, "Not backed up: ", source, "were not backed up");
-    AddList(problems.recordedNotStored, "Recorded but not stored: ", source,
-            "were recorded but not stored");
-    if (!problems.lost.empty()) {
-        ++m_lost;
-        m_lines.push_back("The run of " + source + " was lost: " + problems.lost);
-    }
-    if (!problems.afterCommit.empty())
-        m_lines.push_back("The run of " + source +
-                          " was saved, but a step after saving it failed: " + problems.afterCommit);
+    for (std::string& line : ProblemLines(source, problems, kListedPerKind))
+        m_lines.push_back(std::move(line));
+    if (!problems.lost.empty()) ++m_lost;
 }
 
 CRunOutcome::End CRunOutcome::Ended() const {

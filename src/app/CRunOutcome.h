@@ -39,9 +39,6 @@ public:
     std::string Verdict(const std::string& logFile) const;
 
 private:
-    void AddList(const std::vector<std::string>& items, const std::string& lead,
-                 const std::string& source, const std::string& counted);
-
     std::vector<std::string> m_lines;
     int32_t m_lost = 0;
 };

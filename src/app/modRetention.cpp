@@ -383,4 +383,6 @@ void VacuumDB() {
     ADOSQLite db;
     db.Connect(GetDBPath());
     db.Compress();
+    if (!CMetadataDB::Vacuum(CMetadataDB::PathBeside(GetDBPath())))
+        Log(2, "The metadata record could not be compacted");
 }

@@ -13,7 +13,10 @@ constexpr const char* kMetadataSchema =
     "CREATE TABLE IF NOT EXISTS Entries (bid INTEGER NOT NULL, path BLOB NOT NULL,"
     " seq INTEGER NOT NULL, kind INTEGER NOT NULL, mtime INTEGER NOT NULL, mode INTEGER NOT NULL,"
     " owner INTEGER NOT NULL, grp INTEGER NOT NULL, target BLOB, PRIMARY KEY (bid, path))"
-    " WITHOUT ROWID;";
+    " WITHOUT ROWID;"
+    "CREATE TABLE IF NOT EXISTS Tallies (bid INTEGER PRIMARY KEY, seen INTEGER, added INTEGER,"
+    " addedBytes INTEGER, stored INTEGER, empty INTEGER, hidden INTEGER, system INTEGER,"
+    " excluded INTEGER, unreadable INTEGER, problems BLOB);";
 
 constexpr const char* kColumns = "path, kind, mtime, mode, owner, grp, target";
 
@@ -44,12 +47,14 @@ struct CMetadataDB::Writer {
     // gone; false when the file cannot be used.
     bool Start() {
         if (!db || !db.Run(kMetadataSchema) || !db.Run("BEGIN IMMEDIATE")) return false;
-        CSqliteStatement forgetRows(db.Handle(), "DELETE FROM Entries WHERE bid = ?1");
-        CSqliteStatement forgetRun(db.Handle(), "DELETE FROM Runs WHERE bid = ?1");
-        if (!forgetRows || !forgetRun) return false;
-        forgetRows.Bind(1, int64_t{bid});
-        forgetRun.Bind(1, int64_t{bid});
-        if (!forgetRows.StepDone() || !forgetRun.StepDone()) return false;
+        for (const char* forget :
+             {"DELETE FROM Entries WHERE bid = ?1", "DELETE FROM Runs WHERE bid = ?1",
+              "DELETE FROM Tallies WHERE bid = ?1"}) {
+            CSqliteStatement statement(db.Handle(), forget);
+            if (!statement) return false;
+            statement.Bind(1, int64_t{bid});
+            if (!statement.StepDone()) return false;
+        }
         add = std::make_unique<CSqliteStatement>(
             db.Handle(), "INSERT OR REPLACE INTO Entries (bid, seq, path, kind, mtime, mode, owner,"
                          " grp, target) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9)");
@@ -104,7 +109,7 @@ bool CMetadataDB::Add(const EntryMetadata& entry) {
     return !m_writer->failed;
 }
 
-bool CMetadataDB::Keep(const std::string& datebk) {
+bool CMetadataDB::Keep(const std::string& datebk, const RunTally* tally) {
     if (!m_writer) return false;
     bool kept = !m_writer->failed;
     if (kept) {
@@ -116,6 +121,27 @@ bool CMetadataDB::Keep(const std::string& datebk) {
             run.Bind(1, int64_t{m_writer->bid});
             run.BindText(2, datebk);
             kept = run.StepDone();
+        }
+    }
+    if (kept && tally) {
+        CSqliteStatement row(m_writer->db.Handle(),
+                             "INSERT INTO Tallies (bid, seen, added, addedBytes, stored, empty,"
+                             " hidden, system, excluded, unreadable, problems)"
+                             " VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11)");
+        kept = static_cast<bool>(row);
+        if (kept) {
+            std::string problems;
+            // A name may hold a new line, never a NUL.
+            for (const std::string& problem : tally->problems)
+                problems += problem + '\0';
+            int column = 1;
+            row.Bind(column++, int64_t{m_writer->bid});
+            for (const int64_t number :
+                 {tally->seen, tally->added, tally->addedBytes, tally->stored, tally->empty,
+                  tally->hidden, tally->system, tally->excluded, tally->unreadable})
+                row.Bind(column++, number);
+            row.Bind(column, problems);
+            kept = row.StepDone();
         }
     }
     kept = kept && m_writer->db.Run("COMMIT");
@@ -156,9 +182,46 @@ bool CMetadataDB::KeepOnly(const std::string& file,
          db.Run("INSERT INTO Gone SELECT bid FROM Runs WHERE NOT EXISTS (SELECT 1 FROM Kept"
                 " WHERE Kept.bid = Runs.bid AND Kept.datebk = Runs.datebk)") &&
          db.Run("DELETE FROM Entries WHERE bid IN (SELECT bid FROM Gone)") &&
+         db.Run("DELETE FROM Tallies WHERE bid IN (SELECT bid FROM Gone)") &&
          db.Run("DELETE FROM Runs WHERE bid IN (SELECT bid FROM Gone)") && db.Run("COMMIT");
     if (!ok) db.Run("ROLLBACK");
     return ok;
+}
+
+std::vector<KeptTally> CMetadataDB::Tallies(const std::string& file) {
+    std::vector<KeptTally> tallies;
+    if (!StatusOf(file).Exists() || IsLink(file)) return tallies;
+    CSqliteConnection db(file, SQLITE_OPEN_READONLY);
+    if (!db) return tallies;
+    CSqliteStatement read(db.Handle(),
+                          "SELECT r.bid, r.datebk, t.seen, t.added, t.addedBytes, t.stored,"
+                          " t.empty, t.hidden, t.system, t.excluded, t.unreadable, t.problems"
+                          " FROM Runs r JOIN Tallies t ON t.bid = r.bid ORDER BY r.bid");
+    if (!read) return tallies;
+    while (sqlite3_step(read.Get()) == SQLITE_ROW) {
+        KeptTally kept;
+        kept.bid = static_cast<int32_t>(read.Number(0));
+        kept.datebk = read.Bytes(1);
+        RunTally& tally = kept.tally;
+        int column = 2;
+        for (int64_t* number :
+             {&tally.seen, &tally.added, &tally.addedBytes, &tally.stored, &tally.empty,
+              &tally.hidden, &tally.system, &tally.excluded, &tally.unreadable})
+            *number = read.Number(column++);
+        const std::string problems = read.Bytes(column);
+        for (size_t start = 0, end; (end = problems.find('\0', start)) != std::string::npos;
+             start = end + 1)
+            tally.problems.push_back(problems.substr(start, end - start));
+        tallies.push_back(std::move(kept));
+    }
+    return tallies;
+}
+
+bool CMetadataDB::Vacuum(const std::string& file) {
+    if (IsLink(file)) return false;
+    if (!StatusOf(file).Exists()) return true;
+    CSqliteConnection db(file, SQLITE_OPEN_READWRITE);
+    return db && db.Run("VACUUM");
 }
 
 struct CMetadataReader::Reader {

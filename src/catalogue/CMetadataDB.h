@@ -28,6 +28,32 @@ struct EntryMetadata {
     bool operator==(const EntryMetadata&) const = default;
 };
 
+// What a run did, in numbers, kept with its record: the files the walk listed (after the
+// hidden, system and exclusion rules), those whose content the store did not hold yet (stored by
+// the run, each content's bytes once), those whose content it held already, and those left
+// out: empty, hidden, system, excluded by name, unreadable; and the run's problems in words.
+struct RunTally {
+    int64_t seen = 0;
+    int64_t added = 0;
+    int64_t addedBytes = 0;
+    int64_t stored = 0;
+    int64_t empty = 0;
+    int64_t hidden = 0;
+    int64_t system = 0;
+    int64_t excluded = 0;
+    int64_t unreadable = 0;
+    std::vector<std::string> problems;
+    bool operator==(const RunTally&) const = default;
+};
+
+// A kept run's tally, with the run's number and date.
+struct KeptTally {
+    int32_t bid = 0;
+    std::string datebk;
+    RunTally tally;
+    bool operator==(const KeptTally&) const = default;
+};
+
 class CMetadataDB {
 public:
     CMetadataDB();
@@ -44,9 +70,9 @@ public:
     bool Begin(const std::string& file, int32_t bid);
     // Adds one entry; false once an entry could not be added (the record is then not kept).
     bool Add(const EntryMetadata& entry);
-    // Keeps the record under the run's date, after the catalogue committed the run; false when
-    // it could not be kept.
-    bool Keep(const std::string& datebk);
+    // Keeps the record under the run's date, with its tally when given, after the catalogue
+    // committed the run; false when it could not be kept.
+    bool Keep(const std::string& datebk, const RunTally* tally = nullptr);
     // Gives the record up (also when the object ends before Keep).
     void Abandon();
     // Whether a record is begun and neither kept nor given up.
@@ -56,6 +82,12 @@ public:
     // go with retention, Delete and Compact. False when the file could not be changed.
     static bool KeepOnly(const std::string& file,
                          const std::vector<std::pair<int32_t, std::string>>& runs);
+    // The tallies of every run kept with one, in the order of their numbers; none when the
+    // file holds none or cannot be read.
+    static std::vector<KeptTally> Tallies(const std::string& file);
+    // Gives the space of dropped records back to the file system, as Compact does for the
+    // catalogue. True when there is no record; false when it could not be compacted.
+    static bool Vacuum(const std::string& file);
 
 private:
     struct Writer;

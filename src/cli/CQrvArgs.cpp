@@ -16,6 +16,7 @@ const std::map<std::string, CommandShape>& Shapes() {
         {"runs", {0, 1, {"--json"}}},
         {"ls", {1, 2, {"--json"}}},
         {"find", {1, 1, {"--json"}}},
+        {"diff", {1, 2, {"--json"}}},
         {"restore", {1, SIZE_MAX, {"--to", "--verify", "--no-metadata"}}},
         {"check", {0, 0, {"--json", "--read-data", "--repair"}}},
         {"help", {0, 1, {}}},
@@ -30,7 +31,7 @@ std::string Quoted(const std::string& word) {
 } // namespace
 
 const std::vector<std::string>& CQrvArgs::Commands() {
-    static const std::vector<std::string> commands = {"runs",    "ls",    "find",
+    static const std::vector<std::string> commands = {"runs",    "ls",    "find", "diff",
                                                       "restore", "check", "help"};
     return commands;
 }

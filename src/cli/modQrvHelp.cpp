@@ -16,13 +16,14 @@ Commands:
   runs [SOURCE]                       every run, grouped by source, newest first
   ls BID [FOLDER]                     the folders and files of a folder of a run
   find PATTERN                        the runs and paths of files whose name matches
+  diff BID [BID]                      what changed between two runs, or since the one before
   restore BID [PATH...] [--to DIR]    restore a run, or files and folders of it
   check [--read-data [--repair]]      check the catalogue and the store
   help [COMMAND]                      this help, or a command's
 
 Options:
   --backup-path DIR   work on the backup folder DIR
-  --json              runs, ls, find and check write JSON for scripts
+  --json              runs, ls, find, diff and check write JSON for scripts
   --help, -h          show the help of the program or of a command
   --version           show the version
 
@@ -37,8 +38,9 @@ const std::map<std::string, std::string>& Commands() {
         {"runs", R"(Usage: qrv runs [SOURCE] [--json]
 
 Lists every run of the catalogue, grouped by source (sources in name order), the newest
-run first: its bid, its date, its files and their bytes. With SOURCE, only the runs of
-that source folder.
+run first: its bid, its date, its files and their bytes, and the files and bytes it added
+(whose content the store did not hold yet). With SOURCE, only the runs of that source
+folder.
 )"},
         {"ls", R"(Usage: qrv ls BID [FOLDER] [--json]
 
@@ -53,6 +55,13 @@ every byte (a byte that is not UTF-8 as \udcXX).
 Lists the run, its date and the path of every file whose name matches PATTERN, a glob
 ("*.txt", "report-202?.*", "[Bb]udget*"), newest run first. Quote the pattern so that
 the shell does not expand it. Exits 1 when nothing matches.
+)"},
+        {"diff", R"(Usage: qrv diff BID [BID] [--json]
+
+Lists what changed from the earlier run to the later: the files added, the files whose
+content changed (with the size they had before) and the files removed, with their sizes,
+in path order, then how many of each. With one BID, the run is compared with the run of
+the same source made before it; with two, the first is the earlier.
 )"},
         {"restore", R"(Usage: qrv restore BID [PATH...] [--to DIR] [--verify] [--no-metadata]
 

@@ -1,6 +1,8 @@
 #include "cli/modQrvList.h"
 
 #include "app/modPaths.h"
+#include "app/modRunDiff.h"
+#include "catalogue/CMetadataDB.h"
 #include "catalogue/modSQLQuote.h"
 #include "cli/CQrvArgs.h"
 #include "cli/CQrvCatalogue.h"
@@ -9,6 +11,7 @@
 #include "cli/modQrvText.h"
 #include "platform/modFileSystem.h"
 #include "platform/modPlatformPaths.h"
+#include "support/modDateText.h"
 #include "support/modFSCommon.h"
 #include "support/modWildcard.h"
 
@@ -32,14 +35,19 @@ std::string Pad(const std::string& text, size_t width, bool right = true) {
 }
 
 std::string RunLine(const std::string& bid, const std::string& date, const std::string& files,
-                    const std::string& bytes) {
+                    const std::string& bytes, const std::string& addedFiles,
+                    const std::string& addedBytes) {
     return Pad(bid, 8) + "  " + Pad(date, 19, false) + "  " + Pad(files, 10) + "  " +
-           Pad(bytes, 16) + "\n";
+           Pad(bytes, 16) + "  " + Pad(addedFiles, 11) + "  " + Pad(addedBytes, 16) + "\n";
 }
 
+// A run's files and bytes, and those of its files whose content no earlier run holds: what
+// the run added to the store (each of two files of new content counts).
 struct RunTotals {
     std::string files = "0";
     std::string bytes = "0";
+    std::string addedFiles = "0";
+    std::string addedBytes = "0";
 };
 
 struct SourceGroup {
@@ -61,9 +69,11 @@ void PrintRuns(const std::vector<SourceGroup>& groups,
             for (size_t r = 0; r < groups[g].runs.size(); ++r) {
                 const QrvRun& run = groups[g].runs[r];
                 out << (r ? "," : "") << "{\"bid\":" << run.bid
-                    << ",\"date\":" << JsonString(run.datebk)
+                    << ",\"date\":" << JsonString(IsoDateText(run.datebk))
                     << ",\"files\":" << total(run.bid).files
-                    << ",\"bytes\":" << total(run.bid).bytes << "}";
+                    << ",\"bytes\":" << total(run.bid).bytes
+                    << ",\"added_files\":" << total(run.bid).addedFiles
+                    << ",\"added_bytes\":" << total(run.bid).addedBytes << "}";
             }
             out << "]}";
         }
@@ -72,10 +82,12 @@ void PrintRuns(const std::vector<SourceGroup>& groups,
     }
     for (size_t g = 0; g < groups.size(); ++g) {
         out << (g ? "\n" : "") << LineText(groups[g].source) << "\n"
-            << RunLine("bid", "date", "files", "bytes");
-        for (const QrvRun& run : groups[g].runs)
-            out << RunLine(run.bid, LineText(run.datebk), total(run.bid).files,
-                           total(run.bid).bytes);
+            << RunLine("bid", "date", "files", "bytes", "added files", "added bytes");
+        for (const QrvRun& run : groups[g].runs) {
+            const RunTotals totals = total(run.bid);
+            out << RunLine(run.bid, LineText(run.datebk), totals.files, totals.bytes,
+                           totals.addedFiles, totals.addedBytes);
+        }
     }
 }
 
@@ -85,10 +97,26 @@ int QrvRuns(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
     CQrvCatalogue db;
     if (!db.Open()) return Failed(db, err);
     std::map<std::string, RunTotals> totals;
+    const auto number = [](std::string_view text) {
+        return text.empty() ? std::string("0") : std::string(text);
+    };
     if (!db.Rows("SELECT bid, count(*), sum(CAST(size AS INTEGER)) FROM Files GROUP BY bid",
                  [&](const Row& r) {
-                     totals[std::string(r[0])] = {std::string(r[1]),
-                                                  r[2].empty() ? "0" : std::string(r[2])};
+                     totals[std::string(r[0])] = {std::string(r[1]), number(r[2])};
+                 }))
+        return Failed(db, err);
+    // What a run added: as its record tells it, for runs made since records keep it; for
+    // older runs, the first run that holds each content added it.
+    std::map<std::string, RunTally> kept;
+    for (const KeptTally& tally : CMetadataDB::Tallies(CMetadataDB::PathBeside(GetDBPath())))
+        kept[std::to_string(tally.bid) + "|" + tally.datebk] = tally.tally;
+    if (!db.Rows("SELECT f.bid, count(*), sum(CAST(f.size AS INTEGER)) FROM Files f JOIN "
+                 "(SELECT md5, min(bid) AS first FROM Files GROUP BY md5) m "
+                 "ON m.md5 = f.md5 AND m.first = f.bid GROUP BY f.bid",
+                 [&](const Row& r) {
+                     RunTotals& run = totals[std::string(r[0])];
+                     run.addedFiles = std::string(r[1]);
+                     run.addedBytes = number(r[2]);
                  }))
         return Failed(db, err);
     std::string wanted;
@@ -111,6 +139,12 @@ int QrvRuns(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
         err << "qrv: the catalogue holds no run of " << LineText(wanted) << "\n";
         return kQrvCannotOpen;
     }
+    for (const SourceGroup& group : groups)
+        for (const QrvRun& run : group.runs)
+            if (const auto found = kept.find(run.bid + "|" + run.datebk); found != kept.end()) {
+                totals[run.bid].addedFiles = std::to_string(found->second.added);
+                totals[run.bid].addedBytes = std::to_string(found->second.addedBytes);
+            }
     PrintRuns(groups, totals, args.Json(), out);
     return kQrvDone;
 }
@@ -186,7 +220,7 @@ int QrvFind(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
                      if (!WildcardMatch(pattern, name)) return;
                      if (args.Json())
                          out << (any ? "," : "") << "{\"bid\":" << r[0]
-                             << ",\"date\":" << JsonString(std::string(r[1]))
+                             << ",\"date\":" << JsonString(IsoDateText(std::string(r[1])))
                              << ",\"path\":" << JsonString(path) << "}";
                      else
                          out << Pad(std::string(r[0]), 8) << "  "
@@ -201,4 +235,60 @@ int QrvFind(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
     if (!any && !args.Json())
         err << "qrv: no file of any run matches " << LineText(pattern) << "\n";
     return any ? kQrvDone : kQrvProblems;
+}
+
+int QrvDiff(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
+    CQrvCatalogue db;
+    QrvRun later, earlier;
+    if (!db.Open()) return Failed(db, err);
+    const CatalogueQuery query = [&db](const std::string& statement, const auto& row) {
+        return db.Rows(statement, row);
+    };
+    const std::vector<std::string>& bids = args.Arguments();
+    if (bids.size() == 2) {
+        if (!db.Run(bids[0], earlier) || !db.Run(bids[1], later)) return Failed(db, err);
+    } else {
+        if (!db.Run(bids[0], later)) return Failed(db, err);
+        std::string previous;
+        if (!PreviousRun(query, later.bid, previous)) return Failed(db, err);
+        if (previous.empty()) {
+            err << "qrv: run " << later.bid << " is the first run of " << LineText(later.source)
+                << ": there is no run before it to compare it with\n";
+            return kQrvCannotOpen;
+        }
+        if (!db.Run(previous, earlier)) return Failed(db, err);
+    }
+    size_t counts[3] = {};
+    if (args.Json())
+        out << "{\"earlier\":{\"bid\":" << earlier.bid
+            << ",\"source\":" << JsonString(earlier.source)
+            << ",\"date\":" << JsonString(IsoDateText(earlier.datebk))
+            << "},\"later\":{\"bid\":" << later.bid << ",\"source\":" << JsonString(later.source)
+            << ",\"date\":" << JsonString(IsoDateText(later.datebk)) << "},\"changes\":[";
+    const bool read = DiffRuns(query, earlier.bid, later.bid, [&](const RunChange& change) {
+        const size_t kind = static_cast<size_t>(change.kind);
+        const bool added = change.kind == RunChange::Kind::kAdded;
+        const uint64_t size =
+            added || change.kind == RunChange::Kind::kChanged ? change.after : change.before;
+        if (args.Json()) {
+            out << (counts[0] + counts[1] + counts[2] ? "," : "")
+                << "{\"change\":" << JsonString(ChangeWord(change.kind))
+                << ",\"path\":" << JsonString(change.path) << ",\"size\":" << size;
+            if (change.kind == RunChange::Kind::kChanged)
+                out << ",\"size_before\":" << change.before;
+            out << "}";
+        } else {
+            out << Pad(ChangeWord(change.kind), 7, false) << "  " << Pad(std::to_string(size), 12)
+                << "  " << LineText(change.path);
+            if (change.kind == RunChange::Kind::kChanged) out << "  (was " << change.before << ")";
+            out << "\n";
+        }
+        ++counts[kind];
+    });
+    if (args.Json()) out << "]}\n";
+    if (!read) return Failed(db, err);
+    if (!args.Json())
+        out << counts[0] << " added, " << counts[1] << " changed, " << counts[2]
+            << " removed from run " << earlier.bid << " to run " << later.bid << ".\n";
+    return kQrvDone;
 }

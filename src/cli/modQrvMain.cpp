@@ -89,6 +89,7 @@ int RunCommand(const std::vector<std::string>& words, std::ostream& out, std::os
     if (command == "runs") status = QrvRuns(args, out, err);
     if (command == "ls") status = QrvLs(args, out, err);
     if (command == "find") status = QrvFind(args, out, err);
+    if (command == "diff") status = QrvDiff(args, out, err);
     if (command == "restore") status = QrvRestore(args, out, err);
     if (command == "check") status = QrvCheck(args, out, err);
     return status;

@@ -20,6 +20,8 @@
 
 namespace {
 constexpr double kDisplayMegabyte = 1024000.0;
+// The problems of one kind that a run's tally names; the rest are counted.
+constexpr size_t kListedProblems = 50;
 constexpr const char* kSupportAddress = "support@korvex.invalid";
 
 // The size of the store file at `target`, -1 when there is none.
@@ -49,6 +51,8 @@ std::string CBackup::GetBackupFileName(const std::string& signature) {
 CBackup::Result CBackup::Exec() {
     CProcTrap trap("CBackup_Exec");
     m_problems = {};
+    m_tally = {};
+    m_duplicates = 0;
     bool committed = false;
     try {
         trap.Check();
@@ -101,6 +105,10 @@ CBackup::Result CBackup::Exec() {
         map.Exec();
         m_problems.unreadableFolders = map.UnreadableFolders();
         m_filesFound = map.FileCount();
+        m_tally.seen = m_filesFound;
+        m_tally.hidden = map.HiddenFiles();
+        m_tally.system = map.SystemFiles();
+        m_tally.excluded = map.ExcludedFiles();
         Log(1, "Elapsed time : " + FormatElapsed(ToInt32(m_timer.ElapsedTime())));
         Log(1, "Files found  : " + NumText(m_filesFound));
         if (OnStart) OnStart(m_filesFound);
@@ -225,9 +233,18 @@ std::string CBackup::RunDate() {
     return datebk;
 }
 
+RunTally CBackup::Tally() const {
+    RunTally tally = m_tally;
+    tally.stored = m_duplicates;
+    tally.unreadable = static_cast<int64_t>(m_problems.unreadableFiles.size());
+    tally.problems = ProblemLines(m_source, m_problems, kListedProblems);
+    return tally;
+}
+
 void CBackup::KeepMetadata(const std::string& datebk) {
     if (!m_record.Recording()) return;
-    if (!m_record.Keep(datebk)) Log(2, "The metadata of this run could not be kept");
+    const RunTally tally = Tally();
+    if (!m_record.Keep(datebk, &tally)) Log(2, "The metadata of this run could not be kept");
 }
 
 void CBackup::SaveQuickCheck(const std::string& datebk) {
@@ -315,6 +332,7 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
     Operation("Is zero length?");
     if (size <= 0 || content.length == 0) {
         Log(2, "Skipping " + path + ". Zero length file");
+        ++m_tally.empty;
         return;
     }
 
@@ -347,8 +365,11 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
             if (!stored) return;
             if (content.length == 0) {
                 Log(2, "Skipping " + path + ". Zero length file");
+                ++m_tally.empty;
                 return;
             }
+            ++m_tally.added;
+            m_tally.addedBytes += static_cast<int64_t>(content.length);
         }
     }
 

@@ -76,6 +76,9 @@ public:
     double DuplicateBytes() const { return m_duplicateBytes; }
     // What the last Exec could not do (nothing after a cancel or a missing source).
     const SourceProblems& Problems() const { return m_problems; }
+    // What the last Exec did, in numbers, with its problems as they stand (the run's record
+    // keeps them as they stood when the run was saved).
+    RunTally Tally() const;
 
     // Events, in their declared order.
     std::function<void(int32_t done, float bytesPerSecond)> OnFileProgress;
@@ -148,6 +151,7 @@ private:
     // Per run.
     int32_t m_bid = 0;
     SourceProblems m_problems;
+    RunTally m_tally; // the counts the run keeps as it goes
     std::vector<std::string> m_duplicateList;
     std::string m_backupDrive;
     std::unique_ptr<CQuickCheck> m_quick;

@@ -27,6 +27,7 @@ std::vector<std::string> SplitAtBlanks(const std::string& text) {
 void CDriveMap::Reset() {
     m_fileCount = 0;
     m_totalBytes = 0;
+    m_hiddenFiles = m_systemFiles = m_excludedFiles = 0;
     m_cursor = 1;
     m_folderCursor = 1;
     m_folderCount = 0;
@@ -117,10 +118,21 @@ void CDriveMap::TestEntry(const CFileFind& finder) {
         m_folders.push_back(std::move(path));
         return;
     }
-    if (!m_hidden && finder.IsHidden()) return;
-    if (!m_system && finder.IsSystem()) return;
-    if (m_patternsActive && ExcludedFile(finder.GetFileName())) return;
-    if (finder.IsLink()) {
+    // Links are no files of the run: they are neither counted nor left out.
+    const bool link = finder.IsLink();
+    if (!m_hidden && finder.IsHidden()) {
+        if (!link) ++m_hiddenFiles;
+        return;
+    }
+    if (!m_system && finder.IsSystem()) {
+        if (!link) ++m_systemFiles;
+        return;
+    }
+    if (m_patternsActive && ExcludedFile(finder.GetFileName())) {
+        if (!link) ++m_excludedFiles;
+        return;
+    }
+    if (link) {
         NoteLink(finder.GetFilePath(), finder.Listed());
         return;
     }

@@ -40,6 +40,10 @@ public:
     int32_t FileCount() const { return m_fileCount; }
     // The sizes of the files listed, added up as the listing told them.
     uint64_t TotalBytes() const { return m_totalBytes; }
+    // The files the rules left out: hidden, system, excluded by their extension.
+    int64_t HiddenFiles() const { return m_hiddenFiles; }
+    int64_t SystemFiles() const { return m_systemFiles; }
+    int64_t ExcludedFiles() const { return m_excludedFiles; }
     int32_t Idx() const { return m_cursor; }
     void BackupID(int32_t bid) { m_bid = bid; }
     int32_t BackupID() const { return m_bid; }
@@ -77,6 +81,9 @@ private:
     std::vector<std::string> m_files;
     int32_t m_fileCount = 0;
     uint64_t m_totalBytes = 0;
+    int64_t m_hiddenFiles = 0;
+    int64_t m_systemFiles = 0;
+    int64_t m_excludedFiles = 0;
     int32_t m_cursor = 1;
     std::vector<std::string> m_folders;
     int32_t m_folderCursor = 1;

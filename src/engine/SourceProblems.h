@@ -6,6 +6,7 @@
 // were. The log keeps its own lines as they are; this is what the end of a run reports to whoever
 // scheduled it.
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -26,3 +27,10 @@ struct SourceProblems {
                !afterCommit.empty();
     }
 };
+
+// The lines that tell `problems` of `source`, one per problem, in the order: folders and files
+// that could not be read (with a count of the files), content not stored, the run lost, a step
+// after saving that failed. Of each list only the first `listedPerKind` are named, the rest
+// counted.
+std::vector<std::string> ProblemLines(const std::string& source, const SourceProblems& problems,
+                                      size_t listedPerKind);

@@ -457,6 +457,7 @@ void frmMain::ShowReport() {
         m_report = new frmReport(logFile, this);
         m_report->setAttribute(Qt::WA_DeleteOnClose);
     }
+    m_report->Summary(m_run.SummaryLines());
     m_report->show(); // modeless
     m_report->raise();
 }

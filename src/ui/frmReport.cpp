@@ -5,14 +5,24 @@
 
 #include <QFile>
 #include <QFontDatabase>
+#include <QFontMetrics>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QTextCursor>
+#include <QTextDocument>
 #include <QVBoxLayout>
+
+#include <algorithm>
 
 frmReport::frmReport(const QString& logFile, QWidget* parent) : QDialog(parent) {
     setObjectName(QStringLiteral("frmReport"));
     setWindowTitle(tr("Backup report"));
+    txtSummary = new QPlainTextEdit(this);
+    txtSummary->setObjectName(QStringLiteral("txtSummary"));
+    txtSummary->setAccessibleName(tr("What the backup did"));
+    txtSummary->setReadOnly(true);
+    txtSummary->setLineWrapMode(QPlainTextEdit::WidgetWidth);
+    txtSummary->hide();
     txtReport = new QPlainTextEdit(this);
     txtReport->setObjectName(QStringLiteral("txtReport"));
     txtReport->setAccessibleName(tr("Report"));
@@ -24,10 +34,24 @@ frmReport::frmReport(const QString& logFile, QWidget* parent) : QDialog(parent) 
     ok->setDefault(true);
     connect(ok, &QPushButton::clicked, this, &QDialog::accept);
     auto* layout = new QVBoxLayout(this);
-    layout->addWidget(txtReport);
+    layout->addWidget(txtSummary);
+    layout->addWidget(txtReport, 1);
     layout->addWidget(ok, 0, Qt::AlignRight);
     resize(720, 480);
     Reload(logFile);
+}
+
+void frmReport::Summary(const std::vector<std::string>& lines) {
+    QStringList shown;
+    for (const std::string& line : lines)
+        shown << QString::fromUtf8(line.data(), static_cast<qsizetype>(line.size()));
+    txtSummary->setPlainText(shown.join(QLatin1Char('\n')));
+    // As many lines as it holds, up to eight; more scroll.
+    const int rows = std::min<int>(static_cast<int>(lines.size()), 8);
+    const QFontMetrics metrics(txtSummary->font());
+    txtSummary->setFixedHeight(metrics.lineSpacing() * rows + 2 * txtSummary->frameWidth() +
+                               static_cast<int>(txtSummary->document()->documentMargin() * 2));
+    txtSummary->setVisible(!lines.empty());
 }
 
 void frmReport::Reload(const QString& logFile) {

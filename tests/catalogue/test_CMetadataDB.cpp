@@ -212,6 +212,53 @@ TEST_F(CMetadataDBTest, ARecordAKilledWriterLeftWithItsJournalIsRolledBackAndRea
 }
 #endif
 
+TEST_F(CMetadataDBTest, ARunsTallyIsKeptWithItsRecordAndGoesWithIt) {
+    RunTally tally;
+    tally.seen = 48'526;
+    tally.added = 312;
+    tally.addedBytes = 1'400'000'000'000;
+    tally.stored = 48'211;
+    tally.empty = 3;
+    tally.hidden = 12;
+    tally.system = 1;
+    tally.excluded = 2;
+    tally.unreadable = 1;
+    tally.problems = {"Could not read /home/me/new\nline: permission denied",
+                      "1 file of /home/me could not be read"};
+    {
+        CMetadataDB record;
+        ASSERT_TRUE(record.Begin(file, 1));
+        ASSERT_TRUE(record.Keep("01/01/2026 10:00:00", &tally));
+    }
+    KeepRun(2, "02/01/2026 10:00:00", {kFile}); // kept without a tally
+    {
+        CMetadataDB record; // begun and given up: its tally is not kept
+        ASSERT_TRUE(record.Begin(file, 3));
+    }
+    EXPECT_EQ(CMetadataDB::Tallies(file),
+              (std::vector<KeptTally>{{1, "01/01/2026 10:00:00", tally}}));
+    ASSERT_TRUE(CMetadataDB::KeepOnly(file, {{2, "02/01/2026 10:00:00"}}));
+    EXPECT_EQ(CMetadataDB::Tallies(file), std::vector<KeptTally>{});
+    EXPECT_EQ(CMetadataDB::Tallies(env.Path("none.db")), std::vector<KeptTally>{});
+}
+
+TEST_F(CMetadataDBTest, VacuumGivesTheSpaceOfDroppedRecordsBack) {
+    EXPECT_TRUE(CMetadataDB::Vacuum(file)); // no record: nothing to do
+    EXPECT_FALSE(std::filesystem::exists(file));
+    Entries many;
+    for (int i = 0; i < 3000; ++i)
+        many.push_back({"/home/me/" + std::to_string(i) + std::string(100, 'x'), Kind::kFile, i,
+                        0644, 0, 0, ""});
+    KeepRun(1, "01/01/2026 10:00:00", many);
+    KeepRun(2, "02/01/2026 10:00:00", {kFile});
+    ASSERT_TRUE(CMetadataDB::KeepOnly(file, {{2, "02/01/2026 10:00:00"}}));
+    const auto before = std::filesystem::file_size(file);
+    ASSERT_TRUE(CMetadataDB::Vacuum(file));
+    const auto after = std::filesystem::file_size(file);
+    EXPECT_LT(after * 10, before) << before << " -> " << after;
+    EXPECT_EQ(Read(2, "02/01/2026 10:00:00", Kind::kFile), Entries{kFile});
+}
+
 TEST(CMetadataDB, ItsFileLiesBesideTheCatalogue) {
     EXPECT_EQ(CMetadataDB::PathBeside(Native("/bk/db/Backup.db")), Native("/bk/db/Metadata.db"));
     EXPECT_EQ(CMetadataDB::PathBeside("Backup.db"), "Metadata.db");

@@ -677,8 +677,8 @@ TEST_F(MetadataKillsInDelete, KilledBetweenDroppingRunsAndTheirRecordsLeavesNoRe
 
 // Runs 1 to 3 with a limit of 2 runs: runs 2 and 3 stay, the rows and store files of run 1 wait
 // for Compact, which drops their rows (Cc), the folders' rows (Cc), deletes the store
-// files no row names and compacts the catalogue (Cc). Their records went with the retention, so
-// the record is not written.
+// files no row names, compacts the catalogue (Cc) and then the record (Mm). Run 1's record went
+// with the retention, so nothing else of the record is written.
 struct MetadataKillsInCompact : MetadataKillsBase {
     void SetUp() override {
         killsRuns = false;
@@ -698,9 +698,9 @@ struct MetadataKillsInCompact : MetadataKillsBase {
 };
 
 TEST_F(MetadataKillsInCompact, KilledAtAnyStageLeavesTheLastTwoRunsWithTheirRecords) {
-    const double orphans = Measure(Run(), "CcCcCc").journals.Stayed(4).count();
+    const double orphans = Measure(Run(), "CcCcCcMm").journals.Stayed(4).count();
     // In the drop of the rows of files, of folders, between them, while the store files go, in
-    // the compaction of the catalogue and after it.
+    // the compaction of the catalogue, in that of the record and after it.
     const std::vector<Moment> moments{{"C", 0},
                                       {"Cc", 0},
                                       {"CcC", 0},
@@ -708,7 +708,9 @@ TEST_F(MetadataKillsInCompact, KilledAtAnyStageLeavesTheLastTwoRunsWithTheirReco
                                       {"CcCc", orphans * 0.3},
                                       {"CcCc", orphans * 0.6},
                                       {"CcCcC", 0},
-                                      {"CcCcCc", 0}};
+                                      {"CcCcCc", 0},
+                                      {"CcCcCcM", 0},
+                                      {"CcCcCcMm", 0}};
     for (const Moment& moment : moments) {
         const std::string trace = KillAt(Run(), moment);
         ASSERT_EQ(trace, moment.at) << Name(moment);

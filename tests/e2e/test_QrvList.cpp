@@ -7,6 +7,7 @@
 #include "cli/modQrvHelp.h"
 
 #include <algorithm>
+#include <ctime>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
@@ -18,16 +19,36 @@ struct QrvListTest : ::testing::Test {
     OddNamesBackup f;
     std::string src = f.src;
 
-    // A run line of `qrv runs`.
+    // A run line of `qrv runs`; a run that added all its files unless told otherwise.
     static std::string RunLine(const std::string& bid, const std::string& date,
-                               const std::string& files, const std::string& bytes) {
+                               const std::string& files, const std::string& bytes,
+                               const std::string& addedFiles = {},
+                               const std::string& addedBytes = {}) {
         auto pad = [](const std::string& text, size_t width) {
             return std::string(width - text.size(), ' ') + text;
         };
-        return pad(bid, 8) + "  " + date + "  " + pad(files, 10) + "  " + pad(bytes, 16) + "\n";
+        return pad(bid, 8) + "  " + date + "  " + pad(files, 10) + "  " + pad(bytes, 16) + "  " +
+               pad(addedFiles.empty() ? files : addedFiles, 11) + "  " +
+               pad(addedBytes.empty() ? bytes : addedBytes, 16) + "\n";
     }
-    static std::string Header() { return RunLine("bid", "date               ", "files", "bytes"); }
+    static std::string Header() {
+        return RunLine("bid", "date               ", "files", "bytes", "added files",
+                       "added bytes");
+    }
 };
+
+// A catalogue date ("26/11/2026 07:48:57") as the JSON output writes it: the same local time in
+// ISO 8601 with the zone's offset, taken now (the runs were made moments ago).
+std::string Iso(const std::string& date) {
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    ::localtime_r(&now, &local);
+    char zone[8] = {};
+    std::strftime(zone, sizeof zone, "%z", &local); // "+0100"
+    const std::string offset(zone);
+    return date.substr(6, 4) + "-" + date.substr(3, 2) + "-" + date.substr(0, 2) + "T" +
+           date.substr(11) + offset.substr(0, 3) + ":" + offset.substr(3);
+}
 
 // A path as qrv shows it on a line: a backslash and a new line escaped.
 std::string Shown(const std::string& path) {
@@ -48,10 +69,12 @@ TEST_F(QrvListTest, RunsListsEachSourceWithItsNewestRunFirst) {
     const ProgramRun run = RunQrv({"runs"});
     EXPECT_EQ(run.exitCode, 0);
     EXPECT_EQ(run.err, "");
-    EXPECT_EQ(run.out, other + "\n" + Header() + RunLine("3", f.Date("3"), "1", "3") + "\n" + src +
-                           "\n" + Header() +
-                           RunLine("2", f.Date("2"), "7", std::to_string(300000 + 8192 + 53)) +
-                           RunLine("1", f.Date("1"), "7", kSourceBytes));
+    EXPECT_EQ(run.out,
+              other + "\n" + Header() + RunLine("3", f.Date("3"), "1", "3") + "\n" + src + "\n" +
+                  Header() +
+                  // Only a.txt's new content was added.
+                  RunLine("2", f.Date("2"), "7", std::to_string(300000 + 8192 + 53), "1", "14") +
+                  RunLine("1", f.Date("1"), "7", kSourceBytes));
 }
 
 TEST_F(QrvListTest, RunsOfOneSourceAndOfASourceWithoutRuns) {
@@ -68,8 +91,9 @@ TEST_F(QrvListTest, RunsAsJson) {
     const ProgramRun run = RunQrv({"--json", "runs"});
     EXPECT_EQ(run.exitCode, 0);
     EXPECT_EQ(run.out, "{\"backup_path\":\"" + f.backup + "\",\"sources\":[{\"source\":\"" + src +
-                           "\",\"runs\":[{\"bid\":1,\"date\":\"" + f.Date("1") +
-                           "\",\"files\":7,\"bytes\":" + kSourceBytes + "}]}]}\n");
+                           "\",\"runs\":[{\"bid\":1,\"date\":\"" + Iso(f.Date("1")) +
+                           "\",\"files\":7,\"bytes\":" + kSourceBytes +
+                           ",\"added_files\":7,\"added_bytes\":" + kSourceBytes + "}]}]}\n");
 }
 
 TEST_F(QrvListTest, LsShowsTheFoldersThenTheFilesOfTheSourceWithOddNamesEscaped) {
@@ -151,8 +175,8 @@ TEST_F(QrvListTest, FindMatchesTheNameWithItsApostropheOrItsBackslash) {
     EXPECT_EQ(RunQrv({"find", "back'*"}).out, "");
     // In a glob a backslash quotes the next character: "\\" stands for one backslash.
     EXPECT_EQ(RunQrv({"find", "back\\\\*", "--json"}).out,
-              "{\"pattern\":\"back\\\\\\\\*\",\"matches\":[{\"bid\":1,\"date\":\"" + f.Date("1") +
-                  "\",\"path\":\"" + src + "/back\\\\slash.txt\"}]}\n");
+              "{\"pattern\":\"back\\\\\\\\*\",\"matches\":[{\"bid\":1,\"date\":\"" +
+                  Iso(f.Date("1")) + "\",\"path\":\"" + src + "/back\\\\slash.txt\"}]}\n");
     const ProgramRun none = RunQrv({"find", "*.doc"});
     EXPECT_EQ(none.exitCode, 1);
     EXPECT_EQ(none.out, "");
@@ -185,6 +209,76 @@ TEST(QrvListQuoteNames, ARunStoredBeforeTheEscapeIsListedWhenItsSourcePathHoldsA
     EXPECT_EQ(run.err, "");
     EXPECT_EQ(run.out, "           1  s'1.txt\n");
     EXPECT_EQ(RunQrv({"ls", "1", odd + "/sub"}).out, "           1  s'1.txt\n");
+}
+
+// Three runs of the source: run 2 after a.txt changed and new.txt was added, run 3 after the
+// file with a backslash in its name was removed.
+struct QrvDiffTest : QrvListTest {
+    void SetUp() override {
+        WriteFile(src + "/a.txt", "alpha, changed");
+        WriteFile(src + "/new.txt", "new");
+        f.Backup();
+        ASSERT_EQ(::unlink((src + "/back\\slash.txt").c_str()), 0);
+        f.Backup();
+    }
+};
+
+TEST_F(QrvDiffTest, OneRunIsComparedWithTheRunBeforeIt) {
+    ProgramRun run = RunQrv({"diff", "2"});
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(run.out, "changed            14  " + src + "/a.txt  (was 5)\n" +
+                           "added               3  " + src + "/new.txt\n" +
+                           "1 added, 1 changed, 0 removed from run 1 to run 2.\n");
+    run = RunQrv({"diff", "3"});
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(run.out, "removed             9  " + src + "/back\\\\slash.txt\n" +
+                           "0 added, 0 changed, 1 removed from run 2 to run 3.\n");
+}
+
+TEST_F(QrvDiffTest, TwoRunsAreComparedTheFirstAsTheEarlier) {
+    ProgramRun run = RunQrv({"diff", "1", "3"});
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(run.out, "changed            14  " + src + "/a.txt  (was 5)\n" +
+                           "removed             9  " + src + "/back\\\\slash.txt\n" +
+                           "added               3  " + src + "/new.txt\n" +
+                           "1 added, 1 changed, 1 removed from run 1 to run 3.\n");
+    // The other way round, what was added is removed.
+    run = RunQrv({"diff", "3", "1"});
+    EXPECT_EQ(run.out, "changed             5  " + src + "/a.txt  (was 14)\n" +
+                           "added               9  " + src + "/back\\\\slash.txt\n" +
+                           "removed             3  " + src + "/new.txt\n" +
+                           "1 added, 1 changed, 1 removed from run 3 to run 1.\n");
+    // A run against itself: nothing changed.
+    run = RunQrv({"diff", "2", "2"});
+    EXPECT_EQ(run.out, "0 added, 0 changed, 0 removed from run 2 to run 2.\n");
+}
+
+TEST_F(QrvDiffTest, AsJson) {
+    const ProgramRun run = RunQrv({"diff", "1", "3", "--json"});
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(run.out,
+              "{\"earlier\":{\"bid\":1,\"source\":\"" + src + "\",\"date\":\"" + Iso(f.Date("1")) +
+                  "\"},\"later\":{\"bid\":3,\"source\":\"" + src + "\",\"date\":\"" +
+                  Iso(f.Date("3")) + "\"},\"changes\":[{\"change\":\"changed\",\"path\":\"" + src +
+                  "/a.txt\",\"size\":14,\"size_before\":5},{\"change\":\"removed\","
+                  "\"path\":\"" +
+                  src + "/back\\\\slash.txt\",\"size\":9},{\"change\":\"added\",\"path\":\"" + src +
+                  "/new.txt\",\"size\":3}]}\n");
+}
+
+TEST_F(QrvDiffTest, TheFirstRunOrAnUnknownOneSaysSo) {
+    ProgramRun run = RunQrv({"diff", "1"});
+    EXPECT_EQ(run.exitCode, 3);
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.err, "qrv: run 1 is the first run of " + src +
+                           ": there is no run before it to compare it with\n");
+    run = RunQrv({"diff", "9"});
+    EXPECT_EQ(run.exitCode, 3);
+    EXPECT_EQ(run.err, "qrv: the catalogue holds no run 9\n");
+    run = RunQrv({"diff", "1", "x"});
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_EQ(run.err, "qrv: 'x' is not a run's bid\n");
 }
 
 TEST_F(QrvListTest, AMissingBackupPathFolderOrCatalogueIsOneLine) {
@@ -301,7 +395,10 @@ TEST_F(QrvListTest, RunsAnswersAgainAndAgainWhileARealBackupRuns) {
     ASSERT_EQ(ended.exitCode, 0) << ended.err;
     const std::string one = src + "\n" + Header() + RunLine("1", f.Date("1"), "7", kSourceBytes);
     const auto rows = f.Rows("SELECT count(*), sum(size) FROM Files WHERE bid = 2");
-    const std::string both = src + "\n" + Header() + RunLine("2", f.Date("2"), rows[0], rows[1]) +
+    const auto added = f.Rows("SELECT count(*), sum(size) FROM Files WHERE bid = 2 AND md5 NOT IN "
+                              "(SELECT md5 FROM Files WHERE bid = 1)");
+    const std::string both = src + "\n" + Header() +
+                             RunLine("2", f.Date("2"), rows[0], rows[1], added[0], added[1]) +
                              RunLine("1", f.Date("1"), "7", kSourceBytes);
     ASSERT_GE(answers.size(), 2u);
     for (const ProgramRun& answer : answers) {

@@ -852,6 +852,46 @@ TEST_P(CBackupTest, UnreadableFileIsSkippedSilently) {
 }
 #endif
 
+#ifndef _WIN32
+TEST_P(CBackupTest, TheTallyCountsWhatTheRunAddedFoundStoredAndLeftOut) {
+    CreateTree(source, Dir({{"a.txt", File("alpha")},
+                            {"copy.txt", File("alpha")},
+                            {"empty.txt", File("")},
+                            {".hidden", File("h")},
+                            {"x.tmp", File("t")},
+                            {"sub", Dir({{"b.txt", File("beta!")}, {"locked", File("secret")}})}}));
+    ASSERT_EQ(::chmod((source + "/sub/locked").c_str(), 0), 0);
+    ScopedNoPermissionOverride noOverride;
+    if (!noOverride.Ok()) GTEST_SKIP() << "permissions cannot be enforced here";
+    CBackup backup;
+    backup.Exclude("*.tmp");
+    EXPECT_EQ(Run(backup), CBackup::Result::kEmpty);
+    const RunTally tally = backup.Tally();
+    EXPECT_EQ(tally.seen, 5);  // a, copy, empty, b, locked
+    EXPECT_EQ(tally.added, 2); // alpha (whichever file met it first) and beta!
+    EXPECT_EQ(tally.addedBytes, 10);
+    EXPECT_EQ(tally.stored, 1); // the other file of alpha
+    EXPECT_EQ(tally.empty, 1);
+    EXPECT_EQ(tally.hidden, 1);
+    EXPECT_EQ(tally.system, 0);
+    EXPECT_EQ(tally.excluded, 1);
+    EXPECT_EQ(tally.unreadable, 1);
+    ASSERT_EQ(tally.problems.size(), 2u);
+    EXPECT_EQ(tally.problems[0].rfind("Could not read " + source + "/sub/locked: ", 0), 0u)
+        << tally.problems[0];
+    EXPECT_EQ(tally.problems[1], "1 file of " + source + " could not be read");
+    // Kept with the run's record, as it was.
+    EXPECT_EQ(CMetadataDB::Tallies(CMetadataDB::PathBeside(GetDBPath())),
+              (std::vector<KeptTally>{{1, Query("SELECT datebk FROM Backups")[0][0], tally}}));
+    // A second run finds every content stored.
+    CBackup again;
+    again.Exclude("*.tmp");
+    EXPECT_EQ(Run(again), CBackup::Result::kEmpty);
+    EXPECT_EQ(again.Tally().added, 0);
+    EXPECT_EQ(again.Tally().stored, 3);
+}
+#endif
+
 TEST_P(CBackupTest, FileThatVanishesAfterTheWalkIsSkippedSilently) {
     CreateTree(source, Dir({{"stays", File("stays")}, {"sub", Dir({{"goes", File("goes")}})}}));
     CBackup backup;

@@ -149,6 +149,13 @@ private slots:
         QCOMPARE(w.Get<QPushButton>("cmdBackup")->toolTip(), QStringLiteral("Commence backup run"));
         QVERIFY(w.Get<QTabWidget>("SSTab1")->isTabEnabled(2));
         QCOMPARE(Reports(window), 1);
+        // The report begins with what the run did, above the day's log.
+        auto* summary = window.findChild<frmReport*>()->findChild<QPlainTextEdit*>("txtSummary");
+        QVERIFY(summary && summary->isVisible());
+        QCOMPARE(summary->toPlainText(),
+                 Q("Added 3 new files, 14 bytes; 0 already stored; no problems.\n" + one +
+                   ": 2 files, 2 new (9 bytes), 0 already stored.\n" + two +
+                   ": 1 file, 1 new (5 bytes), 0 already stored."));
         QCOMPARE(Boxes(w.env.box.calls),
                  QStringList{Box("Please define the backup path to proceed", 64)});
     }
