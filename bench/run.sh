@@ -44,8 +44,8 @@
 #
 # With BENCH_BASELINE set to another build's stashwell program (an earlier commit's, say), each
 # repetition of a data set also times that program's first and second headless backup (quick
-# check off) in a backup folder of its own, right after this build's, and the ratios of this
-# build to it are printed: a change's cost measured side by side. "qrv" also times
+# check off) in a backup folder of its own, next to this build's (the two take turns at going
+# first), and the ratios of this build to it are printed: a change's cost measured side by side. "qrv" also times
 # `qrv restore 1 --to` with --no-metadata, bytes only, and prints the ratio of the full restore
 # to it.
 #
@@ -193,8 +193,14 @@ bench_set() {
         # Stashwell with the quick check off, then in a backup folder of its own with it on.
         local home="$work/$name-home$r" quick_home="$work/$name-quick$r"
         prepare_backup "$home" "$data"
+        # The baseline and this build take turns at going first, right after the copy: whichever
+        # goes first meets the file system still busy with what the copy wrote.
+        if [ -n "$baseline" ] && [ $((r % 2)) = 0 ]; then
+            prepare_backup "$work/$name-base$r" "$data"
+            stashwell_runs "$name" base "$work/$name-base$r" "$data" "$nonempty"
+        fi
         stashwell_runs "$name" stash "$home" "$data" "$nonempty"
-        if [ -n "$baseline" ]; then
+        if [ -n "$baseline" ] && [ $((r % 2)) = 1 ]; then
             prepare_backup "$work/$name-base$r" "$data"
             stashwell_runs "$name" base "$work/$name-base$r" "$data" "$nonempty"
         fi

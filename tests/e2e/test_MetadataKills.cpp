@@ -501,14 +501,14 @@ TEST_F(MetadataKillsInBackup, KilledWhileItsRecordCommitsLeavesRunOneRestorableW
     }
 }
 
-// A run whose record outgrows SQLite's page cache (here twelve thousand empty files with long
+// A run whose record outgrows its page cache of 8 MB (here forty thousand empty files with long
 // names) writes the record's pages into its file before the commit, and its journal is then hot
 // for the rest of the run. After a kill then, the next start rolls it back, and qrv restores
 // run 1 with the modes and times its record holds.
 TEST_F(MetadataKillsInBackup,
        KilledAfterItsRecordOutgrewTheCacheLeavesRunOneRestorableWithItsModes) {
     std::vector<std::pair<std::string, TestNode>> many;
-    for (int i = 0; i < 12000; ++i)
+    for (int i = 0; i < 40000; ++i)
         many.emplace_back(std::to_string(i) + std::string(200, 'e'), File(""));
     CreateTree(src + "/many", Dir(many));
     const std::string file = f.backup + "/db/Metadata.db";
