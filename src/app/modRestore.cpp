@@ -204,7 +204,6 @@ RestoreOutcome CFileRestorer::RestoreRow(const std::string& file, const std::str
                            copied.size == stored.size;
         if (!outcome.restored && outcome.problem.empty())
             outcome.problem = "the copy of " + storeFile + " did not reach it whole";
-        if (!existed) GiveDefaultFileRights(target);
         DoEvents();
         Operation("Restore verify");
         outcome.verified = outcome.restored;
@@ -217,7 +216,9 @@ RestoreOutcome CFileRestorer::RestoreRow(const std::string& file, const std::str
                        kWindowTitle);
             }
         }
-        if (outcome.restored) RestoreMetadata(file, target);
+        // What the run's record kept of the file, or else the user's usual rights for a new one.
+        if (!(outcome.restored && RestoreMetadata(file, target, copied)) && !existed)
+            GiveDefaultFileRights(target);
     } catch (...) {
         if (outcome.problem.empty()) outcome.problem = CurrentRuntimeError().Description();
         trap.Handle();
@@ -237,11 +238,14 @@ bool CFileRestorer::OpenRecord() {
     return m_hasRecord;
 }
 
-void CFileRestorer::RestoreMetadata(const std::string& file, const std::string& target) {
-    if (!OpenRecord()) return;
+bool CFileRestorer::RestoreMetadata(const std::string& file, const std::string& target,
+                                    const PathStatus& status) {
+    if (!OpenRecord()) return false;
     // The record knows each entry by the path the run met it at.
-    if (const std::optional<EntryMetadata> entry = m_record.Find(RestoreTarget(file, {}, {})))
-        ApplyMetadata(*entry, target, m_destination.empty());
+    const std::optional<EntryMetadata> entry = m_record.Find(RestoreTarget(file, {}, {}));
+    if (!entry) return false;
+    ApplyMetadata(*entry, target, m_destination.empty(), &status);
+    return true;
 }
 
 std::vector<RestoreOutcome>
@@ -329,15 +333,20 @@ void CFileRestorer::MakeLeaf(const EntryMetadata& entry, RestoreOutcome& outcome
                             " could not be made: " + FSPlainCause(error));
 }
 
-void ApplyMetadata(const EntryMetadata& entry, const std::string& target, bool originalPlace) {
+void ApplyMetadata(const EntryMetadata& entry, const std::string& target, bool originalPlace,
+                   const PathStatus* status) {
     const bool superuser = MayGiveAwayEntries();
     std::vector<std::string> failed;
+    // What the entry has already is not set again.
+    const bool owned = status && status->owner == entry.owner && status->group == entry.group;
     // A new owner clears the setuid and setgid bits, so the owner comes first; the time comes
     // before the mode, which may make the entry read-only.
-    if (superuser && SetOwner(target, entry.owner, entry.group) != 0) failed.push_back("owner");
+    if (superuser && !owned && SetOwner(target, entry.owner, entry.group) != 0)
+        failed.push_back("owner");
     if (SetWriteTime(target, entry.writeNs) != 0) failed.push_back("time");
     const uint32_t bits = kPlainModeBits | (superuser && originalPlace ? kSpecialModeBits : 0u);
-    if (entry.kind != EntryMetadata::Kind::kLink &&
+    const bool moded = status && owned && status->mode == (entry.mode & bits);
+    if (entry.kind != EntryMetadata::Kind::kLink && !moded &&
         SetPermissionBits(target, entry.mode & bits) != 0)
         failed.push_back("permission bits");
     if (failed.empty()) return;

@@ -23,6 +23,7 @@
 
 #include "catalogue/ADOSQLite.h"
 #include "catalogue/CMetadataDB.h"
+#include "platform/modFileStatus.h"
 
 #include <functional>
 #include <string>
@@ -81,8 +82,10 @@ private:
     // Makes an empty file or a link at `outcome.target`, or raises the restore's error.
     void MakeLeaf(const EntryMetadata& entry, RestoreOutcome& outcome);
     void CreateFolders(const std::string& target);
-    // Gives the restored `target` of the stored file `file` what the run's record kept of it.
-    void RestoreMetadata(const std::string& file, const std::string& target);
+    // Gives the restored `target` of the stored file `file`, whose status is `status`, what
+    // the run's record kept of it; false when the record keeps nothing of it.
+    bool RestoreMetadata(const std::string& file, const std::string& target,
+                         const PathStatus& status);
 
     std::string m_bid;
     std::string m_destination;
@@ -102,9 +105,11 @@ private:
 };
 
 // Gives `target` the write time, permission bits and owner that `entry` recorded, as far as this
-// process may (see above); `originalPlace`: the restore goes to the entry's own place. What
-// cannot be set is logged at level 2 and never fails the restore.
-void ApplyMetadata(const EntryMetadata& entry, const std::string& target, bool originalPlace);
+// process may (see above); `originalPlace`: the restore goes to the entry's own place. With
+// the target's `status`, an owner or mode it has already is not set again. What cannot be set
+// is logged at level 2 and never fails the restore.
+void ApplyMetadata(const EntryMetadata& entry, const std::string& target, bool originalPlace,
+                   const PathStatus* status = nullptr);
 
 // Where the stored file `file` of a run of `source` goes: its own place when `destination` is
 // "", else the same path below `destination`; in real bytes (StoredPathBytes).

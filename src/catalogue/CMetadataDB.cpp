@@ -246,7 +246,9 @@ bool CMetadataReader::Open(const std::string& file, int32_t bid, const std::stri
     // user may write there); otherwise every run would restore as if it had no record.
     for (const int flags : {SQLITE_OPEN_READONLY, SQLITE_OPEN_READWRITE}) {
         auto reader = std::make_unique<Reader>(file, flags);
-        if (!reader->db) return false;
+        // One read transaction for every lookup of the restore, instead of the file's lock
+        // taken and given back for each (a restore holds the backup folder: no run writes).
+        if (!reader->db || !reader->db.Run("BEGIN")) return false;
         int found = SQLITE_ERROR;
         std::string kept;
         {

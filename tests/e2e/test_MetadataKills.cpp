@@ -16,6 +16,7 @@
 // between the drop of runs from the catalogue and the drop of their records; see their tests.
 
 #include "BackupFixture.h"
+#include "FindListing.h"
 #include "StoreAudit.h"
 #include "TestProgram.h"
 #include "app/modMaintenance.h"
@@ -46,32 +47,6 @@ namespace fs = std::filesystem;
 constexpr int64_t kSecond = 1'000'000'000;
 
 // ---- The source and what `find` says of it ------------------------------------------------
-
-// What `find` says of every entry at and below `root`, by path below it: type, mode, write time
-// to the nanosecond, size (not for folders) and a link's text, as in test_RestoreMetadata.
-Listing ListingOf(const std::string& root) {
-    Listing listing;
-    const std::string command = "find '" + root + "' -printf '%P\\t%y %m %T@ %s %l\\n' 2>/dev/null";
-    FILE* find = ::popen(command.c_str(), "r");
-    if (!find) return listing;
-    std::string text;
-    char buffer[4096];
-    for (size_t got; (got = std::fread(buffer, 1, sizeof buffer, find)) > 0;)
-        text.append(buffer, got);
-    ::pclose(find);
-    for (size_t start = 0, end; (end = text.find('\n', start)) != std::string::npos;
-         start = end + 1) {
-        const std::string line = text.substr(start, end - start);
-        const size_t tab = line.find('\t');
-        std::string what = line.substr(tab + 1);
-        if (what[0] == 'd') { // "d 700 <time> <size> ": the size goes
-            const size_t timeEnd = what.find(' ', what.find(' ', 2) + 1);
-            what = what.substr(0, timeEnd) + " -";
-        }
-        listing["/" + line.substr(0, tab)] = what;
-    }
-    return listing;
-}
 
 // Sets the write time of `path` (and its access time, which no listing shows); a link's own.
 void SetTime(const std::string& path, int64_t ns) {
@@ -121,7 +96,7 @@ Listing MakeVersion(const std::string& src, int k) {
     SetMeta(src + "/docs", 0755, 1'020'000'000'000'000'000);
     SetMeta(src + "/nothing here", 0711, 1'030'000'000'000'000'000);
     SetMeta(src, 0750, 1'070'000'000'000'000'000 + k);
-    return ListingOf(src);
+    return FindListing(src);
 }
 
 // ---- The journals, watched ----------------------------------------------------------------
@@ -414,7 +389,7 @@ struct MetadataKillsBase : ::testing::Test {
         const ProgramRun run = RunQrv({"restore", std::to_string(bid), "--to", to});
         EXPECT_EQ(run.exitCode, 0) << tag << " run " << bid << ": " << run.err;
         EXPECT_EQ(run.err, "") << tag << " run " << bid;
-        EXPECT_EQ(ListingOf(to), listings.at(bid)) << tag << " run " << bid;
+        EXPECT_EQ(FindListing(to), listings.at(bid)) << tag << " run " << bid;
         fs::remove_all(to);
     }
 
@@ -620,7 +595,7 @@ struct MetadataKillsInDelete : MetadataKillsBase {
         }
         listings[1] = MakeVersion(src, 1);
         for (int bid = 2; bid <= 4; ++bid)
-            listings[bid] = ListingOf(gone[static_cast<size_t>(bid - 2)]);
+            listings[bid] = FindListing(gone[static_cast<size_t>(bid - 2)]);
         Backup();
         ASSERT_EQ(f.RowTexts("SELECT bid, source FROM Backups ORDER BY bid"),
                   (Lines{"1|" + src, "2|" + gone[0], "3|" + gone[1], "4|" + gone[2]}));

@@ -8,6 +8,7 @@
 // and a restore told not to use it, give the bytes only, as always.
 
 #include "BackupFixture.h"
+#include "FindListing.h"
 #include "TestProgram.h"
 #include "app/CBackupBrowser.h"
 #include "app/modPaths.h"
@@ -27,33 +28,6 @@
 namespace {
 
 constexpr int64_t kSecond = 1'000'000'000;
-
-// What `find` says of every entry at and below `root`, by path below it: type, mode, write
-// time to the nanosecond, size (not for folders, whose size is the file system's own) and a
-// link's text: "f 640 915148800.1234567890 6 " as `%y %m %T@ %s %l`.
-std::map<std::string, std::string> Listing(const std::string& root) {
-    std::map<std::string, std::string> listing;
-    const std::string command = "find '" + root + "' -printf '%P\\t%y %m %T@ %s %l\\n' 2>/dev/null";
-    FILE* find = ::popen(command.c_str(), "r");
-    if (!find) return listing;
-    std::string text;
-    char buffer[4096];
-    for (size_t got; (got = std::fread(buffer, 1, sizeof buffer, find)) > 0;)
-        text.append(buffer, got);
-    ::pclose(find);
-    for (size_t start = 0, end; (end = text.find('\n', start)) != std::string::npos;
-         start = end + 1) {
-        const std::string line = text.substr(start, end - start);
-        const size_t tab = line.find('\t');
-        std::string what = line.substr(tab + 1);
-        if (what[0] == 'd') { // "d 700 <time> <size> ": the size goes
-            const size_t timeEnd = what.find(' ', what.find(' ', 2) + 1);
-            what = what.substr(0, timeEnd) + " -";
-        }
-        listing["/" + line.substr(0, tab)] = what;
-    }
-    return listing;
-}
 
 void SetTime(const std::string& path, int64_t ns) {
     const timespec times[2] = {{0, UTIME_OMIT}, {static_cast<time_t>(ns / kSecond), ns % kSecond}};
@@ -112,7 +86,7 @@ struct RestoreMetadataTest : ::testing::Test {
         SetMeta(src + "/nothing here", 0711, 1'050'000'000'000'000'000);
         SetMeta(src + "/shut", 0500, 1'060'000'000'000'000'000);
         SetMeta(src, 0751, 1'070'000'000'000'000'000);
-        original = Listing(src);
+        original = FindListing(src);
         f.AddSource(src);
         const ProgramRun run = RunStashwell({"backup"});
         EXPECT_EQ(run.exitCode, 0) << run.err;
@@ -148,13 +122,13 @@ TEST_F(RestoreMetadataTest, QrvGivesBackTheFolderAsItWasToThePlaceAndElsewhere) 
     ProgramRun run = RunQrv({"restore", "1", "--to", to, "--verify"});
     ASSERT_EQ(run.exitCode, 0) << run.err;
     EXPECT_EQ(run.err, "");
-    EXPECT_EQ(Listing(to), Elsewhere());
+    EXPECT_EQ(FindListing(to), Elsewhere());
 
     ASSERT_EQ(::chmod((src + "/shut").c_str(), 0700), 0);
     std::filesystem::remove_all(src);
     run = RunQrv({"restore", "1"});
     ASSERT_EQ(run.exitCode, 0) << run.err;
-    EXPECT_EQ(Listing(src), InPlace());
+    EXPECT_EQ(FindListing(src), InPlace());
 }
 
 TEST_F(RestoreMetadataTest, TheWindowsRestoreOfTheTickedRootGivesItBackToo) {
@@ -164,12 +138,12 @@ TEST_F(RestoreMetadataTest, TheWindowsRestoreOfTheTickedRootGivesItBackToo) {
     browser.NodeCheck(browser.Root(), true);
     browser.LoadCheckedFolders(browser.Root()); // as the restore buttons do
     browser.RestoreChecked(browser.Root(), to, true);
-    EXPECT_EQ(Listing(to), Elsewhere());
+    EXPECT_EQ(FindListing(to), Elsewhere());
 
     ASSERT_EQ(::chmod((src + "/shut").c_str(), 0700), 0);
     std::filesystem::remove_all(src);
     browser.RestoreChecked(browser.Root(), "", true);
-    EXPECT_EQ(Listing(src), InPlace());
+    EXPECT_EQ(FindListing(src), InPlace());
 }
 
 TEST_F(RestoreMetadataTest, OnlyTheTickedFoldersGetTheirEntriesAndTimes) {
@@ -181,7 +155,7 @@ TEST_F(RestoreMetadataTest, OnlyTheTickedFoldersGetTheirEntriesAndTimes) {
     browser.NodeCheck(browser.Find(src + "/private/deep/deeper/"), false);
     browser.LoadCheckedFolders(browser.Root());
     browser.RestoreChecked(browser.Root(), to, false);
-    const std::map<std::string, std::string> restored = Listing(to);
+    const std::map<std::string, std::string> restored = FindListing(to);
     // The ticked folder: its file, its empty file, its link and its own time and bits.
     for (const char* path :
          {"/private/deep", "/private/deep/data.bin", "/private/deep/empty", "/private/deep/up"})
@@ -198,7 +172,7 @@ TEST_F(RestoreMetadataTest, QrvRestoresANamedLinkOrEmptyFileAlone) {
     ProgramRun run = RunQrv({"restore", "1", "dangling", "private/deep/empty", "--to", to});
     ASSERT_EQ(run.exitCode, 0) << run.err;
     EXPECT_EQ(run.out, "Restored 0 files (0 bytes) of run 1 into " + to + ".\n");
-    const std::map<std::string, std::string> restored = Listing(to);
+    const std::map<std::string, std::string> restored = FindListing(to);
     EXPECT_EQ(restored.at("/dangling"), original.at("/dangling"));
     EXPECT_EQ(restored.at("/private/deep/empty"), original.at("/private/deep/empty"));
     EXPECT_EQ(restored.size(), 5u); // with "/", "/private" and "/private/deep"
@@ -208,7 +182,7 @@ TEST_F(RestoreMetadataTest, WithoutMetadataQrvRestoresTheBytesOnly) {
     const ProgramRun run = RunQrv({"restore", "1", "--to", to, "--no-metadata"});
     ASSERT_EQ(run.exitCode, 0) << run.err;
     EXPECT_EQ(run.out, "Restored 8 files (45 bytes) of run 1 into " + to + ".\n");
-    const std::map<std::string, std::string> restored = Listing(to);
+    const std::map<std::string, std::string> restored = FindListing(to);
     // No empty file, no link, no empty folder; every file with today's time and default mode.
     EXPECT_EQ(restored.count("/empty.txt"), 0u);
     EXPECT_EQ(restored.count("/to-notes"), 0u);
@@ -231,7 +205,7 @@ TEST_F(RestoreMetadataTest, ARunWithoutARecordRestoresAsItAlwaysDid) {
     char mode[8];
     std::snprintf(mode, sizeof mode, "%o", 0666 & ~mask);
     size_t files = 0;
-    for (const auto& [path, entry] : Listing(to)) {
+    for (const auto& [path, entry] : FindListing(to)) {
         if (entry[0] != 'f') {
             EXPECT_EQ(entry[0], 'd') << path; // no link comes back
             continue;
