@@ -73,7 +73,8 @@ UBSAN_OPTIONS=print_stacktrace=1 \
 
 cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DSTASHWELL_CORE_ONLY=ON \
     -DCMAKE_UNITY_BUILD=ON -DSTASHWELL_SANITIZE_THREADS=ON
-threaded=(support_CServiceContext support_CBufferPool engine_CSignatureAhead engine_CStore engine_CBackup)
+threaded=(support_CServiceContext support_CBufferPool engine_CSignatureAhead engine_CStore engine_CBackup
+    catalogue_CMetadataDB)
 cmake --build build-tsan -j "$jobs" --target "${threaded[@]}"
 for t in "${threaded[@]}"; do
     TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" "build-tsan/tests/$t"

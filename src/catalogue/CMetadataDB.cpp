@@ -6,6 +6,10 @@
 #include "platform/modFileStatus.h"
 #include "support/modFSCommon.h"
 
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
 namespace {
 
 constexpr const char* kMetadataSchema =
@@ -40,11 +44,15 @@ EntryMetadata EntryOf(const CSqliteStatement& row) {
 
 } // namespace
 
+// The record is written on a thread of its own, so that the walk that lists a run's entries
+// (which has the run to itself until it ends) does not wait for SQLite: the walk hands entries
+// over in batches, and the connection is used by the writing thread alone until Finish.
 struct CMetadataDB::Writer {
     Writer(const std::string& file, int32_t run) : db(file, SQLITE_OPEN_READWRITE), bid(run) {}
+    ~Writer() { Finish(); }
 
     // The schema, the transaction, and the rows of an earlier record under the same number
-    // gone; false when the file cannot be used.
+    // gone, then the writing thread started; false when the file cannot be used.
     bool Start() {
         // A run's entries stay in memory until the commit (up to 8 MB, some 60,000 entries)
         // instead of spilling into the file page by page.
@@ -62,14 +70,95 @@ struct CMetadataDB::Writer {
         add = std::make_unique<CSqliteStatement>(
             db.Handle(), "INSERT OR REPLACE INTO Entries (bid, seq, path, kind, mtime, mode, owner,"
                          " grp, target) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9)");
-        return static_cast<bool>(*add);
+        if (!*add) return false;
+        writing = std::thread([this] { Write(); });
+        return true;
     }
+
+    // Hands one entry to the writing thread; false once an entry could not be written. The
+    // walk waits only when the thread is a few batches behind, so memory stays bounded.
+    bool Add(EntryMetadata entry) {
+        std::unique_lock lock(mutex);
+        if (failed) return false;
+        drained.wait(lock, [this] { return waiting.size() < kMostWaiting || failed; });
+        waiting.push_back(std::move(entry));
+        // The first entry is written at once, so the record's transaction is open in its file
+        // from the walk's start on, as when it was written entry by entry.
+        if (waiting.size() == kBatch || !begun) ready.notify_one();
+        return !failed;
+    }
+
+    // Every entry handed over is written (or the record failed); the connection is this
+    // thread's again. False when an entry could not be written.
+    bool Finish() {
+        if (writing.joinable()) {
+            {
+                std::lock_guard lock(mutex);
+                finishing = true;
+            }
+            ready.notify_one();
+            writing.join();
+        }
+        add.reset();
+        return !failed;
+    }
+
+    void Write() {
+        std::vector<EntryMetadata> batch;
+        for (;;) {
+            {
+                std::unique_lock lock(mutex);
+                ready.wait(lock, [this] {
+                    return waiting.size() >= kBatch || (!begun && !waiting.empty()) || finishing;
+                });
+                begun = true;
+                if (failed || (waiting.empty() && finishing)) return;
+                batch.swap(waiting);
+            }
+            drained.notify_all();
+            bool ok = true;
+            for (const EntryMetadata& entry : batch)
+                if (!(ok = Insert(entry))) break;
+            batch.clear();
+            if (!ok) {
+                std::lock_guard lock(mutex);
+                failed = true;
+                waiting.clear();
+                drained.notify_all();
+                return;
+            }
+        }
+    }
+
+    bool Insert(const EntryMetadata& entry) {
+        CSqliteStatement& row = *add;
+        row.Bind(1, int64_t{bid});
+        row.Bind(2, ++seq);
+        row.Bind(3, entry.path);
+        row.Bind(4, int64_t{static_cast<int>(entry.kind)});
+        row.Bind(5, entry.writeNs);
+        row.Bind(6, int64_t{entry.mode});
+        row.Bind(7, int64_t{entry.owner});
+        row.Bind(8, int64_t{entry.group});
+        row.Bind(9, entry.target);
+        return row.StepDone();
+    }
+
+    static constexpr size_t kBatch = 512;
+    static constexpr size_t kMostWaiting = 8 * kBatch;
 
     CSqliteConnection db;
     int32_t bid;
-    int64_t seq = 0;
-    bool failed = false;
+    int64_t seq = 0; // the writing thread's count of entries written
     std::unique_ptr<CSqliteStatement> add;
+    std::thread writing;
+    std::mutex mutex;
+    std::condition_variable ready;   // a batch is waiting, or the record is finishing
+    std::condition_variable drained; // the writing thread took the waiting entries
+    std::vector<EntryMetadata> waiting;
+    bool begun = false; // the writing thread took its first entries
+    bool finishing = false;
+    bool failed = false;
 };
 
 CMetadataDB::CMetadataDB() = default;
@@ -97,27 +186,14 @@ bool CMetadataDB::Begin(const std::string& file, int32_t bid) {
     return false;
 }
 
-bool CMetadataDB::Add(const EntryMetadata& entry) {
-    if (!m_writer || m_writer->failed) return false;
-    CSqliteStatement& add = *m_writer->add;
-    add.Bind(1, int64_t{m_writer->bid});
-    add.Bind(2, ++m_writer->seq);
-    add.Bind(3, entry.path);
-    add.Bind(4, int64_t{static_cast<int>(entry.kind)});
-    add.Bind(5, entry.writeNs);
-    add.Bind(6, int64_t{entry.mode});
-    add.Bind(7, int64_t{entry.owner});
-    add.Bind(8, int64_t{entry.group});
-    add.Bind(9, entry.target);
-    if (!add.StepDone()) m_writer->failed = true;
-    return !m_writer->failed;
+bool CMetadataDB::Add(EntryMetadata entry) {
+    return m_writer && m_writer->Add(std::move(entry));
 }
 
 bool CMetadataDB::Keep(const std::string& datebk, const RunTally* tally) {
     if (!m_writer) return false;
-    bool kept = !m_writer->failed;
+    bool kept = m_writer->Finish();
     if (kept) {
-        m_writer->add.reset();
         CSqliteStatement run(m_writer->db.Handle(),
                              "INSERT INTO Runs (bid, datebk) VALUES (?1, ?2)");
         kept = static_cast<bool>(run);
@@ -156,7 +232,7 @@ bool CMetadataDB::Keep(const std::string& datebk, const RunTally* tally) {
 
 void CMetadataDB::Abandon() {
     if (!m_writer) return;
-    m_writer->add.reset();
+    m_writer->Finish();
     m_writer->db.Run("ROLLBACK");
     m_writer.reset();
 }

@@ -68,8 +68,9 @@ public:
     // used is replaced by a new one. False when no record can be written: the run goes on
     // without one.
     bool Begin(const std::string& file, int32_t bid);
-    // Adds one entry; false once an entry could not be added (the record is then not kept).
-    bool Add(const EntryMetadata& entry);
+    // Adds one entry, written on the record's own thread; false once an entry could not be
+    // written (the record is then not kept).
+    bool Add(EntryMetadata entry);
     // Keeps the record under the run's date, with its tally when given, after the catalogue
     // committed the run; false when it could not be kept.
     bool Keep(const std::string& datebk, const RunTally* tally = nullptr);

@@ -144,6 +144,30 @@ TEST_F(CMetadataDBTest, ADamagedFileIsReplacedWhenARunBegins) {
     EXPECT_EQ(Read(1, "01/11/2026 21:30:00", Kind::kFile), Entries{kFile});
 }
 
+// The entries are written on the record's own thread while the walk goes on handing more: far
+// more than it lets wait at once all arrive, in the order handed, and a record given up midway
+// keeps none of them.
+TEST_F(CMetadataDBTest, ManyMoreEntriesThanWaitAtOnceAreAllKeptInTheOrderHanded) {
+    Entries entries;
+    for (int i = 0; i < 25'000; ++i)
+        entries.push_back({"/home/me/" + std::to_string(i), i % 2 ? Kind::kFile : Kind::kFolder,
+                           i, static_cast<uint32_t>(0600 + i % 64), 1000, 100, ""});
+    KeepRun(3, "26/11/2026 09:00:00", entries);
+    Entries files, folders;
+    for (const EntryMetadata& entry : entries)
+        (entry.kind == Kind::kFile ? files : folders).push_back(entry);
+    EXPECT_EQ(Read(3, "26/11/2026 09:00:00", Kind::kFile), files);
+    EXPECT_EQ(Read(3, "26/11/2026 09:00:00", Kind::kFolder), folders);
+
+    CMetadataDB record;
+    ASSERT_TRUE(record.Begin(file, 4));
+    for (const EntryMetadata& entry : entries)
+        ASSERT_TRUE(record.Add(entry));
+    record.Abandon();
+    EXPECT_FALSE(Read(4, "26/11/2026 09:00:00", Kind::kFile).has_value());
+    EXPECT_EQ(Read(3, "26/11/2026 09:00:00", Kind::kFile), files);
+}
+
 TEST_F(CMetadataDBTest, ABeginWhereNoFileCanBeMadeFailsAndTheRunGoesOnWithout) {
     CMetadataDB record;
     EXPECT_FALSE(record.Begin(env.Path("no such folder/Metadata.db"), 1));
