@@ -3,7 +3,8 @@
 // `make_data DIR tree COUNT FOLDERS` writes COUNT files of 1 to 64 KiB spread evenly over
 // FOLDERS folders two levels deep (40 at the top, the rest below them); `make_data DIR spread
 // COUNT FOLDERS` lays them out the same way with sizes spread evenly on a log scale from 1 to
-// 64 KiB (most files small, about 15 KiB on average). In all, every fifth file repeats the
+// 64 KiB (most files small, about 15 KiB on average); `make_data DIR tiny COUNT FOLDERS` the same
+// with files of 1 to 64 bytes. In all, every fifth file repeats the
 // content of the file before it (20% duplicate content).
 
 #include <cmath>
@@ -43,13 +44,14 @@ std::string TreeFolder(const std::string& dir, long f, long top) {
 int main(int argc, char** argv) {
     if (argc < 4) {
         std::fprintf(stderr,
-                     "usage: make_data DIR large COUNT MIB | small COUNT | tree|spread COUNT FOLDERS\n");
+                     "usage: make_data DIR large COUNT MIB | small COUNT | tree|spread|tiny COUNT "
+                     "FOLDERS\n");
         return 2;
     }
     const std::string dir = argv[1], kind = argv[2];
     const long count = std::atol(argv[3]);
     const size_t mib = argc > 4 ? std::strtoul(argv[4], nullptr, 10) : 64;
-    const bool tree = kind == "tree" || kind == "spread";
+    const bool tree = kind == "tree" || kind == "spread" || kind == "tiny";
     const long folders = tree && argc > 4 ? std::atol(argv[4]) : 1;
     constexpr long kTop = 40;
     ::mkdir(dir.c_str(), 0755);
@@ -70,6 +72,8 @@ int main(int argc, char** argv) {
         if (i % 5 != 4) { // every fifth file repeats the one before it
             if (kind == "large")
                 size = mib * 1024 * 1024;
+            else if (kind == "tiny")
+                size = rng() % 64 + 1;
             else if (kind == "spread")
                 size = static_cast<size_t>(1024.0 * std::exp2(6.0 * (rng() >> 11) * 0x1p-53));
             else

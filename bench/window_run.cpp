@@ -20,6 +20,8 @@
 #include "ui/frmMain.h"
 
 #include <QApplication>
+#include <QLabel>
+#include <QLineEdit>
 #include <QPushButton>
 #include <QTimer>
 #include <QTreeView>
@@ -85,11 +87,39 @@ int Restore(frmMain& window, const std::string& destination) {
     return 0;
 }
 
+int Tree(frmMain& window, const std::string& search) {
+    Clock::time_point ok{};
+    AnswerSelectBackup(ok);
+    window.cmdSelBackup_Click();
+    auto* tree = window.findChild<QTreeView*>("tvDirs");
+    if (ok == Clock::time_point{} || tree->model()->rowCount() != 1) return 1;
+    const QModelIndex root = tree->model()->index(0, 0);
+    if (tree->model()->rowCount(root) < 1) return 1;
+    tree->expand(tree->model()->index(0, 0, root));
+    tree->repaint();
+    const auto opened = Clock::now();
+    auto* box = window.findChild<QLineEdit*>("txtSearch");
+    box->setText(QString::fromStdString(search));
+    emit box->returnPressed();
+    tree->repaint();
+    const auto found = Clock::now();
+    const QString matches = window.findChild<QLabel*>("lblFound")->text();
+    box->clear();
+    emit box->returnPressed();
+    tree->repaint();
+    const auto cleared = Clock::now();
+    std::printf("open %.3f search %.3f clear %.3f matches %s\n", Seconds(opened - ok),
+                Seconds(found - opened), Seconds(cleared - found),
+                matches.section(' ', 0, 0).remove(',').toUtf8().constData());
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     const bool cancel = argc == 3 && std::strcmp(argv[1], "--cancel-after") == 0;
     const bool restore = argc == 3 && std::strcmp(argv[1], "--restore") == 0;
+    const bool tree = argc == 3 && std::strcmp(argv[1], "--tree") == 0;
     const int cancelAfter = cancel ? std::atoi(argv[2]) : -1;
     const std::string destination = restore ? argv[2] : "";
     QApplication application(argc, argv);
@@ -101,6 +131,7 @@ int main(int argc, char** argv) {
     window.show();
     QApplication::processEvents();
     if (restore) return Restore(window, destination);
+    if (tree) return Tree(window, argv[2]);
 
     const auto start = Clock::now();
     Clock::time_point handled{};

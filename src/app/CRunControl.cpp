@@ -118,6 +118,7 @@ void CRunControl::StartRun() {
     Log(1, "Backup started");
 
     m_bkup = std::make_unique<CBackup>();
+    m_sourceBytes.assign(m_sources.size(), 0);
     m_bkup->OnStart = [this](int32_t count) { Bkup_Start(count); };
     m_bkup->OnFileProgress = [this](int32_t done, float rate) { Bkup_FileProgress(done, rate); };
     m_bkup->OnFinish = [this](double bytes) { Bkup_Finish(bytes); };
@@ -269,8 +270,17 @@ void CRunControl::Bkup_BytesProgress(uint64_t done, uint64_t total) {
         m_bytes.Start(total);
         m_bytesStarted = true;
     }
+    if (m_row < m_sourceBytes.size()) m_sourceBytes[m_row] = total;
     if (!m_bytes.Update(done)) return;
     m_view.lblBytes = m_bytes.Text();
+    if (m_sourceBytes.size() > 1 && m_row + 1 == m_sourceBytes.size()) {
+        uint64_t runDone = done, runTotal = 0;
+        for (size_t row = 0; row < m_sourceBytes.size(); ++row) {
+            runTotal += m_sourceBytes[row];
+            if (row < m_row) runDone += m_sourceBytes[row];
+        }
+        m_view.lblBytes += "; whole run " + ByteSizeText(runDone) + " of " + ByteSizeText(runTotal);
+    }
     // Nothing done yet is shown with the next change, so that the first file done is the first
     // progress the window paints.
     if (done > 0) Changed();

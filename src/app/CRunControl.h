@@ -31,6 +31,8 @@ struct RunView {
     int32_t progress = 0; // XP_PB1, 0 to 100
     // lblBytes, under the progress bar: the source's bytes done of its total and, after the
     // first seconds, the time left ("1.4 GB of 3.0 GB, about 2 minutes left"); "" until known.
+    // Of several sources, the last adds the whole run's, all their totals being known then
+    // ("...; whole run 3.1 GB of 4.7 GB").
     std::string lblBytes;
     std::string cmdBackupCaption = "Backup";
     std::string cmdBackupToolTip = "Commence backup run";
@@ -108,6 +110,7 @@ private:
     CRunOutcome m_outcome;
     std::vector<std::pair<std::string, RunTally>> m_tallies; // of the sources backed up
     size_t m_row = 0;                                        // the source being backed up
+    std::vector<uint64_t> m_sourceBytes; // each source's total, once its walk has told it
 };
 
 // The summary of a run in which `lost` sources were not recorded.

@@ -1,5 +1,9 @@
 #include "support/modWildcard.h"
 
+#include "support/modText.h"
+
+#include <string>
+
 namespace {
 
 // Matches the set that starts at pattern[p] ("[") against `c`: true with `next` at the
@@ -77,4 +81,11 @@ bool WildcardMatch(std::string_view pattern, std::string_view text) {
     while (p < pattern.size() && pattern[p] == '*')
         ++p;
     return p == pattern.size();
+}
+
+bool NameMatches(std::string_view search, std::string_view name) {
+    const std::string pattern = LowerAscii(std::string(search));
+    const std::string lowered = LowerAscii(std::string(name));
+    if (pattern.find_first_of("*?[") != std::string::npos) return WildcardMatch(pattern, lowered);
+    return lowered.find(pattern) != std::string::npos;
 }

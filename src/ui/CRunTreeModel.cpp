@@ -23,14 +23,10 @@ CRunTreeModel::CRunTreeModel(CBackupBrowser& browser, QObject* parent)
 
     m_browser.OnAboutToReset = [this] { beginResetModel(); };
     m_browser.OnReset = [this] { endResetModel(); };
-    m_browser.OnAboutToAppend = [this](int32_t parent, int32_t first, int32_t last) {
-        beginInsertRows(parent == CBackupBrowser::kNone ? QModelIndex() : IndexOf(parent), first,
-                        last);
+    m_browser.OnAboutToInsert = [this](int32_t parent, int32_t first, int32_t last) {
+        beginInsertRows(IndexOf(parent), first, last);
     };
-    m_browser.OnAppended = [this](int32_t node) {
-        endInsertRows();
-        if (m_browser.Node(node).expanded) emit ExpansionChanged(IndexOf(node), true);
-    };
+    m_browser.OnInserted = [this](int32_t, int32_t, int32_t) { endInsertRows(); };
     m_browser.OnChanged = [this](int32_t node) {
         const QModelIndex at = IndexOf(node);
         emit dataChanged(at, at, {Qt::CheckStateRole, Qt::DecorationRole});
@@ -41,14 +37,14 @@ CRunTreeModel::CRunTreeModel(CBackupBrowser& browser, QObject* parent)
 CRunTreeModel::~CRunTreeModel() {
     m_browser.OnAboutToReset = nullptr;
     m_browser.OnReset = nullptr;
-    m_browser.OnAboutToAppend = nullptr;
-    m_browser.OnAppended = nullptr;
+    m_browser.OnAboutToInsert = nullptr;
+    m_browser.OnInserted = nullptr;
     m_browser.OnChanged = nullptr;
 }
 
-QModelIndex CRunTreeModel::IndexOf(int32_t node) const {
+QModelIndex CRunTreeModel::IndexOf(int32_t node, int column) const {
     if (node == CBackupBrowser::kNone) return {};
-    return createIndex(m_browser.Node(node).row, 0, static_cast<quintptr>(node));
+    return createIndex(m_browser.Node(node).row, column, static_cast<quintptr>(node));
 }
 
 int32_t CRunTreeModel::NodeOf(const QModelIndex& index) const {
@@ -56,13 +52,15 @@ int32_t CRunTreeModel::NodeOf(const QModelIndex& index) const {
 }
 
 QModelIndex CRunTreeModel::index(int row, int column, const QModelIndex& parent) const {
-    if (column != 0 || row < 0) return {};
+    if (column < 0 || column >= CBackupBrowser::kColumns || row < 0) return {};
     if (!parent.isValid())
-        return row == 0 && m_browser.Root() != CBackupBrowser::kNone ? IndexOf(m_browser.Root())
-                                                                     : QModelIndex();
-    const std::vector<int32_t>& children = m_browser.Node(NodeOf(parent)).children;
-    return static_cast<size_t>(row) < children.size() ? IndexOf(children[static_cast<size_t>(row)])
-                                                      : QModelIndex();
+        return row == 0 && m_browser.Root() != CBackupBrowser::kNone
+                   ? IndexOf(m_browser.Root(), column)
+                   : QModelIndex();
+    const std::vector<int32_t>& children = m_browser.Children(NodeOf(parent));
+    return static_cast<size_t>(row) < children.size()
+               ? IndexOf(children[static_cast<size_t>(row)], column)
+               : QModelIndex();
 }
 
 QModelIndex CRunTreeModel::parent(const QModelIndex& child) const {
@@ -71,23 +69,39 @@ QModelIndex CRunTreeModel::parent(const QModelIndex& child) const {
 
 int CRunTreeModel::rowCount(const QModelIndex& parent) const {
     if (!parent.isValid()) return m_browser.Root() == CBackupBrowser::kNone ? 0 : 1;
-    return static_cast<int>(m_browser.Node(NodeOf(parent)).children.size());
+    if (parent.column() > 0) return 0;
+    return static_cast<int>(m_browser.Children(NodeOf(parent)).size());
 }
 
 int CRunTreeModel::columnCount(const QModelIndex&) const {
-    return 1;
+    return CBackupBrowser::kColumns;
+}
+
+QVariant CRunTreeModel::headerData(int section, Qt::Orientation orientation, int role) const {
+    if (orientation != Qt::Horizontal || role != Qt::DisplayRole) return {};
+    return tr(CBackupBrowser::ColumnTitle(section));
 }
 
 // A folder may hold files not loaded yet: it shows that it can be opened.
 bool CRunTreeModel::hasChildren(const QModelIndex& parent) const {
     if (!parent.isValid()) return rowCount(parent) > 0;
-    const BrowserNode& node = m_browser.Node(NodeOf(parent));
+    if (parent.column() > 0) return false;
+    const int32_t at = NodeOf(parent);
+    const BrowserNode& node = m_browser.Node(at);
+    if (!m_browser.Searched().empty()) return !m_browser.Children(at).empty();
     return !node.children.empty() || (IsFolder(node) && !node.expanded);
 }
 
 QVariant CRunTreeModel::data(const QModelIndex& index, int role) const {
     if (!index.isValid()) return {};
     const BrowserNode& node = m_browser.Node(NodeOf(index));
+    if (index.column() > 0) {
+        if (role == Qt::DisplayRole)
+            return QString::fromStdString(m_browser.ColumnText(NodeOf(index), index.column()));
+        if (role == Qt::TextAlignmentRole && index.column() == 1)
+            return QVariant(Qt::AlignRight | Qt::AlignVCenter);
+        return {};
+    }
     switch (role) {
     case Qt::DisplayRole:
         return QFile::decodeName(QByteArray::fromStdString(node.text));
@@ -96,7 +110,14 @@ QVariant CRunTreeModel::data(const QModelIndex& index, int role) const {
     case Qt::DecorationRole:
         return m_icons[static_cast<size_t>(node.image >= 1 && node.image <= 16 ? node.image : 3)];
     case Qt::CheckStateRole:
-        return node.checked ? Qt::Checked : Qt::Unchecked;
+        switch (m_browser.Ticks(NodeOf(index))) {
+        case TickState::kTicked:
+            return Qt::Checked;
+        case TickState::kPartly:
+            return Qt::PartiallyChecked;
+        default:
+            return Qt::Unchecked;
+        }
     case Qt::UserRole:
         return QByteArray::fromStdString(node.key);
     default:
@@ -105,7 +126,9 @@ QVariant CRunTreeModel::data(const QModelIndex& index, int role) const {
 }
 
 bool CRunTreeModel::setData(const QModelIndex& index, const QVariant& value, int role) {
-    if (!index.isValid() || role != Qt::CheckStateRole || m_browser.Restoring()) return false;
+    if (!index.isValid() || index.column() > 0 || role != Qt::CheckStateRole ||
+        m_browser.Restoring())
+        return false;
     ++m_checkEdits;
     return Trapped("frmMain tvDirs_NodeCheck", false, [&] {
         m_browser.NodeCheck(NodeOf(index), value.toInt() == Qt::Checked);
@@ -115,5 +138,6 @@ bool CRunTreeModel::setData(const QModelIndex& index, const QVariant& value, int
 
 Qt::ItemFlags CRunTreeModel::flags(const QModelIndex& index) const {
     if (!index.isValid()) return Qt::NoItemFlags;
+    if (index.column() > 0) return Qt::ItemIsEnabled | Qt::ItemIsSelectable;
     return Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsUserCheckable;
 }

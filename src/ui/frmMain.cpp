@@ -33,6 +33,8 @@
 #include <QCheckBox>
 #include <QCloseEvent>
 #include <QFile>
+#include <QFontMetrics>
+#include <QHeaderView>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QMenuBar>
@@ -40,6 +42,7 @@
 #include <QPushButton>
 #include <QRadioButton>
 #include <QShortcut>
+#include <QSignalBlocker>
 #include <QSpinBox>
 #include <QTabWidget>
 #include <QTimer>
@@ -133,6 +136,9 @@ frmMain::frmMain(std::string commandLine, QWidget* parent)
 }
 
 frmMain::~frmMain() {
+    // The tree's model reads the browser, which goes before the window's controls do.
+    m_restore->tvDirs->setModel(nullptr);
+    delete m_tree;
     SetMaintenanceView({});
     ForgetForms(); // the next main window is recorded anew
 }
@@ -144,6 +150,12 @@ void frmMain::ConnectRestore() {
     m_tree = new CRunTreeModel(m_browser, this);
     tree->setModel(m_tree);
     tree->setExpandsOnDoubleClick(false);
+    // The name takes what the size and the date leave; those two fit their widest texts.
+    QHeaderView* header = tree->header();
+    header->setSectionResizeMode(0, QHeaderView::Stretch);
+    const QFontMetrics metrics = tree->fontMetrics();
+    header->resizeSection(1, metrics.horizontalAdvance(QStringLiteral("999.9 MB")) + 24);
+    header->resizeSection(2, metrics.horizontalAdvance(QStringLiteral("28/12/2026 23:59:59")) + 24);
     const auto node = [this](const QModelIndex& index) { return m_tree->NodeOf(index); };
     connect(tree, &QTreeView::pressed, this,
             [this] { m_checkEditsAtPress = m_tree->CheckEdits(); });
@@ -169,6 +181,22 @@ void frmMain::ConnectRestore() {
     m_browser.OnProgress = [this](int32_t percent) {
         if (m_restore->XP_PB2->Value() != percent) m_restore->XP_PB2->Value(percent);
     };
+    m_browser.OnSelection = [this] {
+        m_restore->lblSelected->setText(QString::fromStdString(m_browser.SelectionText()));
+    };
+    // The search follows the typing once it pauses, or at once on Enter.
+    auto* searchPause = new QTimer(this);
+    searchPause->setSingleShot(true);
+    searchPause->setInterval(250);
+    connect(m_restore->txtSearch, &QLineEdit::textChanged, searchPause,
+            qOverload<>(&QTimer::start));
+    OnSignal(searchPause, &QTimer::timeout, this, "frmMain txtSearch_Change",
+             [this] { SearchRun(); });
+    OnSignal(m_restore->txtSearch, &QLineEdit::returnPressed, this, "frmMain txtSearch_Change",
+             [this, searchPause] {
+                 searchPause->stop();
+                 SearchRun();
+             });
     OnClick(m_restore->cmdSelBackup, "cmdSelBackup_Click", &frmMain::cmdSelBackup_Click);
     OnClick(m_restore->cmdRestore, "cmdRestore_Click", &frmMain::cmdRestore_Click);
     OnClick(m_restore->cmdRestoreTo, "cmdRestoreTo_Click", &frmMain::cmdRestoreTo_Click);
@@ -519,12 +547,11 @@ void frmMain::SetBusy(MainTab tab, bool busy) {
     for (int other = 0; other < SSTab1->count(); ++other)
         if (other != static_cast<int>(tab)) SSTab1->setTabEnabled(other, !busy);
     for (QWidget* control : std::initializer_list<QWidget*>{
-             m_restore->cmdSelBackup, m_restore->tvDirs, m_config->cmdSelBackupPath,
-             m_config->cmdManage, m_config->cmdPurge, m_config->cmdCompact})
+             m_restore->cmdSelBackup, m_restore->tvDirs, m_restore->cmdFindVersions,
+             m_config->cmdSelBackupPath, m_config->cmdManage, m_config->cmdPurge,
+             m_config->cmdCompact})
         control->setEnabled(!busy);
-    const bool runShown = !busy && m_browser.Root() != CBackupBrowser::kNone;
-    m_restore->cmdRestore->setEnabled(runShown);
-    m_restore->cmdRestoreTo->setEnabled(runShown);
+    EnableRunCommands(!busy && m_browser.Root() != CBackupBrowser::kNone);
 }
 
 // A restore or maintenance under way: however it ends (an error the handler reported
@@ -577,9 +604,27 @@ void frmMain::ShowRun(const std::string& bid) {
         // The root is shown open: it shows its own files too.
         if (m_browser.Root() != CBackupBrowser::kNone) m_browser.PopulateNode(m_browser.Root());
     }
-    const bool runShown = m_browser.Root() != CBackupBrowser::kNone;
-    m_restore->cmdRestore->setEnabled(runShown);
-    m_restore->cmdRestoreTo->setEnabled(runShown);
+    // Another run is searched anew.
+    const QSignalBlocker quiet(m_restore->txtSearch);
+    m_restore->txtSearch->clear();
+    m_restore->lblFound->clear();
+    EnableRunCommands(m_browser.Root() != CBackupBrowser::kNone);
+}
+
+// What needs a run shown: restoring it, searching it, comparing it.
+void frmMain::EnableRunCommands(bool runShown) {
+    for (QWidget* control :
+         std::initializer_list<QWidget*>{m_restore->cmdRestore, m_restore->cmdRestoreTo,
+                                         m_restore->txtSearch, m_restore->cmdCompare})
+        control->setEnabled(runShown);
+}
+
+void frmMain::SearchRun() {
+    if (m_busy || m_browser.Root() == CBackupBrowser::kNone) return;
+    QApplication::setOverrideCursor(Qt::WaitCursor);
+    m_browser.Search(QFile::encodeName(m_restore->txtSearch->text()).toStdString());
+    QApplication::restoreOverrideCursor();
+    m_restore->lblFound->setText(QString::fromStdString(m_browser.SearchText()));
 }
 
 void frmMain::cmdSelBackup_Click() {

@@ -107,6 +107,8 @@ private:
     // The window busy on `tab` for the scope's life; see frmMain.cpp.
     class BusyScope;
     void ShowRun(const std::string& bid);
+    void EnableRunCommands(bool runShown);
+    void SearchRun();
     void CloseIfAsked();
 
     std::string m_commandLine;

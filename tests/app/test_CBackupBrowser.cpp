@@ -10,10 +10,14 @@
 #include "app/modOptions.h"
 #include "catalogue/ADOSQLite.h"
 #include "catalogue/CDatabase.h"
+#include "catalogue/CMetadataDB.h"
+#include "platform/modFileSystem.h"
+#include "support/modDateText.h"
 #include "support/modServices.h"
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <map>
 
 namespace {
@@ -417,6 +421,158 @@ TEST_F(Browser, OlderRunGivesTheOlderContent) {
     browser.NodeCheck(0, true);
     browser.cmdRestore_Click(true);
     EXPECT_EQ(ReadFile(src + Native("/a.txt")), "alpha, second version");
+}
+
+// What the tree shows of its nodes beyond their names, in the window's order.
+struct BrowserColumns : Browser {
+    std::string photos = f.env.Path("photos");
+    static constexpr int64_t kWritten = 981'173'106'000'000'000; // 03/02/2001 04:05:06 UTC
+
+    void SetUp() override {
+        Browser::SetUp();
+        CreateTree(photos, Dir({{"file10.txt", File("ten bytes!")},
+                                {"file2.txt", File("two")},
+                                {"File1.txt", File("one")},
+                                {"zeta", Dir({{"a.jpg", File("jpeg a")}})},
+                                {"Alpha", Dir({{"b.JPG", File("jpeg bb")},
+                                               {"c.txt", File("c")},
+                                               {"d.txt", File("dd")}})}}));
+        ASSERT_EQ(SetWriteTime(photos + Native("/file2.txt"), kWritten + 123), 0);
+        ASSERT_EQ(SetWriteTime(photos + Native("/Alpha"), kWritten), 0);
+        BackUp({photos});
+        browser.cmbBackups_Click("1");
+        browser.PopulateNode(0);
+    }
+    int32_t At(const std::string& relative) const {
+        const int32_t node = browser.Find(Encoded(photos + Native(relative)));
+        EXPECT_NE(node, CBackupBrowser::kNone) << relative;
+        return node;
+    }
+    Lines Names(int32_t node) const {
+        Lines names;
+        for (const int32_t child : browser.Children(node))
+            names.push_back(browser.Node(child).text);
+        return names;
+    }
+    Lines Row(int32_t node) const {
+        Lines row;
+        for (int column = 0; column < CBackupBrowser::kColumns; ++column)
+            row.push_back(browser.ColumnText(node, column));
+        return row;
+    }
+};
+
+TEST_F(BrowserColumns, FoldersComeFirstThenFilesWithNumbersInNaturalOrder) {
+    EXPECT_EQ(Names(0), (Lines{"Alpha", "zeta", "File1.txt", "file2.txt", "file10.txt"}));
+    for (int32_t k = 0; k < 5; ++k)
+        EXPECT_EQ(browser.Node(browser.Children(0)[static_cast<size_t>(k)]).row, k);
+    browser.NodeClick(At("/Alpha/"));
+    EXPECT_EQ(Names(At("/Alpha/")), (Lines{"b.JPG", "c.txt", "d.txt"}));
+}
+
+TEST_F(BrowserColumns, ColumnsShowNameSizeAndTheTimeTheRunKept) {
+    EXPECT_STREQ(CBackupBrowser::ColumnTitle(0), "Name");
+    EXPECT_STREQ(CBackupBrowser::ColumnTitle(1), "Size");
+    EXPECT_STREQ(CBackupBrowser::ColumnTitle(2), "Modified");
+    EXPECT_EQ(Row(At("/file2.txt")), (Lines{"file2.txt", "3 bytes", DateTimeText(981'173'106)}));
+    EXPECT_EQ(Row(At("/file10.txt"))[1], "10 bytes");
+    // A folder has no size; its time is the one the run kept.
+    EXPECT_EQ(Row(At("/Alpha/")), (Lines{"Alpha", "", DateTimeText(981'173'106)}));
+}
+
+TEST_F(BrowserColumns, ARunWithoutItsMetadataRecordShowsTheRunsDate) {
+    std::filesystem::remove(CMetadataDB::PathBeside(f.db));
+    browser.cmbBackups_Click("1");
+    browser.PopulateNode(0);
+    // The catalogue keeps no file's date: the run's stands for it.
+    EXPECT_EQ(f.Rows("SELECT filedate FROM Files WHERE file LIKE '%file2.txt'"), Lines{""});
+    const Lines datebk = f.Rows("SELECT datebk FROM Backups WHERE bid = 1");
+    ASSERT_EQ(datebk.size(), 1u);
+    EXPECT_EQ(Row(At("/file2.txt")), (Lines{"file2.txt", "3 bytes", datebk[0]}));
+    EXPECT_EQ(Row(At("/Alpha/")), (Lines{"Alpha", "", datebk[0]}));
+}
+
+TEST_F(BrowserColumns, AFolderOfWhichOneOfThreeFilesIsTickedShowsAPartialTick) {
+    const int32_t alpha = At("/Alpha/");
+    browser.NodeClick(alpha);
+    EXPECT_EQ(browser.Ticks(alpha), TickState::kUnticked);
+    browser.NodeCheck(At("/Alpha/c.txt"), true);
+    EXPECT_EQ(browser.Ticks(alpha), TickState::kPartly);
+    EXPECT_EQ(browser.Ticks(0), TickState::kPartly);
+    EXPECT_EQ(browser.Ticks(At("/Alpha/c.txt")), TickState::kTicked);
+    EXPECT_EQ(browser.Ticks(At("/Alpha/d.txt")), TickState::kUnticked);
+    // Ticking it ticks all below it.
+    browser.NodeCheck(alpha, true);
+    EXPECT_EQ(browser.Ticks(alpha), TickState::kTicked);
+    // Unticking one file leaves the folder's own tick, shown partly.
+    browser.NodeCheck(At("/Alpha/b.JPG"), false);
+    EXPECT_TRUE(browser.Node(alpha).checked);
+    EXPECT_EQ(browser.Ticks(alpha), TickState::kPartly);
+    browser.NodeCheck(alpha, false);
+    EXPECT_EQ(browser.Ticks(alpha), TickState::kUnticked);
+    EXPECT_EQ(browser.Ticks(0), TickState::kUnticked);
+}
+
+TEST_F(BrowserColumns, TheTotalsOfWhatIsTickedCountFoldersNotOpenedYet) {
+    int selections = 0;
+    browser.OnSelection = [&] { ++selections; };
+    EXPECT_EQ(browser.SelectionText(), "No files selected");
+    browser.NodeCheck(At("/file10.txt"), true);
+    EXPECT_EQ(browser.SelectionText(), "1 file, 10 bytes selected");
+    EXPECT_GT(selections, 0);
+    // zeta's file is not loaded: the catalogue counts it.
+    browser.NodeCheck(At("/zeta/"), true);
+    EXPECT_EQ(browser.SelectionText(), "2 files, 16 bytes selected");
+    browser.NodeCheck(0, true);
+    EXPECT_EQ(browser.SelectionText(), "7 files, 32 bytes selected");
+    browser.LoadCheckedFolders(0);
+    EXPECT_EQ(browser.SelectionText(), "7 files, 32 bytes selected");
+    EXPECT_EQ(browser.TickedFiles(), 7);
+    EXPECT_EQ(browser.TickedBytes(), 32);
+    browser.NodeCheck(At("/Alpha/"), false);
+    EXPECT_EQ(browser.SelectionText(), "4 files, 22 bytes selected");
+    browser.NodeCheck(0, false);
+    EXPECT_EQ(browser.SelectionText(), "No files selected");
+}
+
+TEST_F(BrowserColumns, ASearchShowsTheMatchesWithTheirFoldersOpenedAndClearingShowsAll) {
+    browser.Search("*.jpg");
+    EXPECT_EQ(browser.SearchText(), "2 files match");
+    EXPECT_EQ(Names(0), (Lines{"Alpha", "zeta"}));
+    EXPECT_EQ(Names(At("/Alpha/")), Lines{"b.JPG"});
+    EXPECT_EQ(Names(At("/zeta/")), Lines{"a.jpg"});
+    EXPECT_TRUE(browser.Node(At("/zeta/")).expanded);
+    EXPECT_EQ(browser.Node(At("/zeta/a.jpg")).row, 0);
+    EXPECT_TRUE(browser.Node(At("/Alpha/c.txt")).hidden);
+
+    browser.Search("FILE1");
+    EXPECT_EQ(browser.SearchText(), "2 files match"); // File1.txt and file10.txt
+    EXPECT_EQ(Names(0), (Lines{"File1.txt", "file10.txt"}));
+
+    browser.Search("no such name");
+    EXPECT_EQ(browser.SearchText(), "No file of this run matches");
+    EXPECT_EQ(Names(0), Lines{});
+
+    browser.Search("");
+    EXPECT_EQ(browser.SearchText(), "");
+    EXPECT_EQ(Names(0), (Lines{"Alpha", "zeta", "File1.txt", "file2.txt", "file10.txt"}));
+    EXPECT_EQ(Names(At("/Alpha/")), (Lines{"b.JPG", "c.txt", "d.txt"}));
+    EXPECT_EQ(browser.Node(At("/Alpha/d.txt")).row, 2);
+    EXPECT_FALSE(browser.Node(At("/Alpha/c.txt")).hidden);
+}
+
+TEST_F(BrowserColumns, WhatIsTickedInASearchIsRestoredWithWhatWasTickedBefore) {
+    browser.NodeCheck(At("/file2.txt"), true);
+    browser.Search("a.jpg");
+    browser.NodeCheck(At("/zeta/a.jpg"), true);
+    EXPECT_EQ(browser.SelectionText(), "2 files, 9 bytes selected");
+    const std::string elsewhere = f.env.Path("elsewhere");
+    CreateTree(elsewhere, Dir());
+    f.env.picker.Answer(elsewhere);
+    ASSERT_TRUE(browser.cmdRestoreTo_Click(true));
+    EXPECT_EQ(ReadFile(elsewhere + Native("/file2.txt")), "two");
+    EXPECT_EQ(ReadFile(elsewhere + Native("/zeta/a.jpg")), "jpeg a");
+    EXPECT_FALSE(Exists(elsewhere + Native("/file10.txt")));
 }
 
 TEST_F(Browser, RunListGroupsRunsBySourceNewestFirst) {

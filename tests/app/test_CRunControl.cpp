@@ -118,14 +118,15 @@ TEST_F(RunControl, TheBytesLineFollowsEachSourceFromNothingToItsTotal) {
         if (lines.empty() || lines.back() != view.lblBytes) lines.push_back(view.lblBytes);
     // Each source starts with an empty line, then its bytes from none to all: the first source's
     // 5 bytes, the second's 2,048,001 (whatever it showed between, shown at most every 200 ms).
+    // The last source knows every total: it adds the whole run's.
     ASSERT_GE(lines.size(), 6u);
     EXPECT_EQ(lines[0], "");
     EXPECT_EQ(lines[1], "0 bytes of 5 bytes");
     EXPECT_EQ(lines[2], "5 bytes of 5 bytes");
     EXPECT_EQ(lines[3], "");
-    EXPECT_EQ(lines[4], "0 bytes of 2.0 MB");
-    EXPECT_EQ(lines.back(), "2.0 MB of 2.0 MB");
-    EXPECT_EQ(run.View().lblBytes, "2.0 MB of 2.0 MB");
+    EXPECT_EQ(lines[4], "0 bytes of 2.0 MB; whole run 5 bytes of 2.0 MB");
+    EXPECT_EQ(lines.back(), "2.0 MB of 2.0 MB; whole run 2.0 MB of 2.0 MB");
+    EXPECT_EQ(run.View().lblBytes, "2.0 MB of 2.0 MB; whole run 2.0 MB of 2.0 MB");
 }
 
 TEST_F(RunControl, TheBytesLineShowsTheTimeLeftAfterThreeSecondsAtMostFiveTimesASecond) {

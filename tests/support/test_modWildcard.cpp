@@ -71,4 +71,19 @@ TEST(WildcardMatch, AgreesWithTheCLibrarysMatcher) {
 }
 #endif
 
+// A search finds a part of a name, or a whole name by wildcards, in either case.
+TEST(NameMatches, FindsAPartOrAWholeNameByWildcardsInEitherCase) {
+    EXPECT_TRUE(NameMatches("report", "Annual REPORT 2026.pdf"));
+    EXPECT_TRUE(NameMatches("", "anything"));
+    EXPECT_FALSE(NameMatches("reports", "report.pdf"));
+    EXPECT_TRUE(NameMatches("*.JPG", "holiday.jpg"));
+    EXPECT_FALSE(NameMatches("*.jpg", "holiday.jpg.txt"));
+    EXPECT_TRUE(NameMatches("file?.txt", "File2.txt"));
+    EXPECT_FALSE(NameMatches("file?.txt", "file10.txt"));
+    EXPECT_TRUE(NameMatches("[ab]*", "Bob's notes"));
+    EXPECT_TRUE(NameMatches("\xff", "a\xff"
+                                    "b")); // bytes are bytes
+    EXPECT_TRUE(NameMatches("caf\xc3\xa9", "Caf\xc3\xa9 menu"));
+}
+
 } // namespace

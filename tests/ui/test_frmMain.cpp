@@ -142,8 +142,9 @@ private slots:
         QCOMPARE(w.Get<QLabel>("lblCount")->text(), QStringLiteral("1"));
         QCOMPARE(w.Get<QLabel>("lblDone")->text(), QStringLiteral("1"));
         QVERIFY(TextOf(w.Get<QLabel>("lblThruPut")).ends_with(" MB/s"));
-        // The bytes of the last source, all done.
-        QCOMPARE(w.Get<QLabel>("lblBytes")->text(), QStringLiteral("5 bytes of 5 bytes"));
+        // The bytes of the last source, all done, and of the whole run.
+        QCOMPARE(w.Get<QLabel>("lblBytes")->text(),
+                 QStringLiteral("5 bytes of 5 bytes; whole run 14 bytes of 14 bytes"));
         QCOMPARE(w.Get<XP_ProgressBar>("XP_PB1")->Value(), 100);
         QCOMPARE(w.Get<QPushButton>("cmdBackup")->text(), QStringLiteral("Backup"));
         QCOMPARE(w.Get<QPushButton>("cmdBackup")->toolTip(), QStringLiteral("Commence backup run"));
