@@ -24,7 +24,9 @@
 #include "ui/CRunTreeModel.h"
 #include "ui/frmAbout.h"
 #include "ui/frmReport.h"
+#include "ui/frmRunDiff.h"
 #include "ui/frmSelBackup.h"
+#include "ui/frmVersions.h"
 #include "ui/modDesign.h"
 #include "ui/modHandler.h"
 
@@ -200,6 +202,8 @@ void frmMain::ConnectRestore() {
     OnClick(m_restore->cmdSelBackup, "cmdSelBackup_Click", &frmMain::cmdSelBackup_Click);
     OnClick(m_restore->cmdRestore, "cmdRestore_Click", &frmMain::cmdRestore_Click);
     OnClick(m_restore->cmdRestoreTo, "cmdRestoreTo_Click", &frmMain::cmdRestoreTo_Click);
+    OnClick(m_restore->cmdFindVersions, "cmdFindVersions_Click", &frmMain::cmdFindVersions_Click);
+    OnClick(m_restore->cmdCompare, "cmdCompare_Click", &frmMain::cmdCompare_Click);
 }
 
 void frmMain::ConnectMaintenance() {
@@ -636,6 +640,25 @@ void frmMain::cmdSelBackup_Click() {
 void frmMain::cmdRestore_Click() {
     BusyScope busy(*this, MainTab::kRestore);
     m_browser.cmdRestore_Click(m_config->chkRestore->isChecked());
+}
+
+// Every version of the file chosen in the tree, or of the names searched for.
+void frmMain::cmdFindVersions_Click() {
+    if (!BackupPathChosen()) return;
+    std::string search = QFile::encodeName(m_restore->txtSearch->text()).toStdString();
+    const QModelIndex current = m_restore->tvDirs->currentIndex();
+    if (current.isValid()) {
+        const BrowserNode& node = m_browser.Node(m_tree->NodeOf(current));
+        if (node.image != 1 && node.image != 2) search = node.text;
+    }
+    frmVersions dialog(search, m_config->chkRestore->isChecked(), this);
+    dialog.exec();
+}
+
+void frmMain::cmdCompare_Click() {
+    if (m_browser.Bid().empty()) return;
+    frmRunDiff dialog(m_browser.Bid(), this);
+    dialog.exec();
 }
 
 void frmMain::cmdRestoreTo_Click() {

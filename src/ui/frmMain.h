@@ -53,6 +53,8 @@ public:
     void cmdSelBackup_Click();
     void cmdRestore_Click();
     void cmdRestoreTo_Click();
+    void cmdFindVersions_Click();
+    void cmdCompare_Click();
     void cmdManage_Click();
     void cmdPurge_Click();
     void cmdCompact_Click();

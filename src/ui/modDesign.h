@@ -24,5 +24,8 @@ Control* Place(QWidget* parent, const char* name, QRect geometry, const QString&
 
 // A label with its caption.
 QLabel* PlaceLabel(QWidget* parent, const char* name, QRect geometry, const QString& caption);
+// A label of a dialog laid out by a layout: its text changes as work goes on (a status), and
+// wraps.
+QLabel* StatusLabel(QWidget* parent, const char* name, const QString& accessibleName);
 // A frame with its caption.
 QGroupBox* PlaceFrame(QWidget* parent, const char* name, QRect geometry, const QString& caption);

@@ -159,6 +159,38 @@ private slots:
         QCOMPARE(found->text(), QString());
         QCOMPARE(Names(w, root()).size(), 5);
     }
+
+    // The two buttons above the tree open their windows: every version of the file chosen in
+    // the tree, and the changes since the run before the one shown.
+    void TheButtonsAboveTheTreeFindVersionsAndCompareRuns() {
+        WindowEnv w;
+        const std::string src = Open(w);
+        WriteFile(src + "/file2.txt", "two, changed");
+        w.BackUp();
+        w.ShowTab(1);
+        QVERIFY(ChooseRun(w, "2"));
+        QVERIFY(w.Get<QPushButton>("cmdCompare")->isEnabled());
+        ClickNode(w, NodeIndex(w, src + "/file2.txt"));
+        QString searched, versions;
+        WhenModal("frmVersions", [&](QWidget* dialog) {
+            searched = dialog->findChild<QLineEdit*>("txtFind")->text();
+            versions = dialog->findChild<QLabel*>("lblVersions")->text();
+            QTest::mouseClick(dialog->findChild<QPushButton*>("cmdClose"), Qt::LeftButton);
+        });
+        w.Click("cmdFindVersions");
+        QCOMPARE(searched, QStringLiteral("file2.txt"));
+        QVERIFY2(versions.startsWith(QStringLiteral("2 versions")), qPrintable(versions));
+        QString compared, totals;
+        WhenModal("frmRunDiff", [&](QWidget* dialog) {
+            compared = dialog->findChild<QLabel*>("lblCompare")->text();
+            totals = dialog->findChild<QLabel*>("lblChanges")->text();
+            QTest::mouseClick(dialog->findChild<QPushButton*>("cmdClose"), Qt::LeftButton);
+        });
+        w.Click("cmdCompare");
+        QVERIFY2(compared.startsWith(QStringLiteral("Changes from the run of ")),
+                 qPrintable(compared));
+        QCOMPARE(totals, QStringLiteral("0 added, 1 changed, 0 removed"));
+    }
 };
 
 QTEST_MAIN(RestoreTreeTest)

@@ -112,6 +112,10 @@ void ClickEverything(WindowEnv& w, bool accept = false) {
             WhenModal("frmSelBackup", [](QWidget* dialog) {
                 QTest::mouseClick(dialog->findChild<QPushButton*>("CancelButton"), Qt::LeftButton);
             });
+            for (const char* window : {"frmVersions", "frmRunDiff"})
+                WhenModal(window, [](QWidget* dialog) {
+                    QTest::mouseClick(dialog->findChild<QPushButton*>("cmdClose"), Qt::LeftButton);
+                });
             Tick(button);
             QVERIFY(w.window->isVisible());
         }
