@@ -50,6 +50,9 @@ std::string RootKey(ADOSQLite& paths, const std::string& folder) {
     return stored;
 }
 
+// A folder of at least this many files has the times of its files read from the record at once.
+constexpr int64_t kManyFiles = 256;
+
 // Folders before files, each in natural order.
 bool ComesBefore(const BrowserNode& a, const BrowserNode& b) {
     const bool aFolder = IsFolderImage(a.image);
@@ -127,7 +130,7 @@ std::string CBackupBrowser::ColumnText(int32_t node, int column) const {
     case 1:
         return n.size >= 0 ? ByteSizeText(static_cast<uint64_t>(n.size)) : std::string();
     case 2:
-        return n.modified;
+        return n.writeNs != kNoTime ? WrittenText(n.writeNs) : m_datebk;
     default:
         return {};
     }
@@ -206,7 +209,21 @@ void CBackupBrowser::InsertFiles(int32_t parent, std::vector<BrowserNode> files)
     if (files.empty()) return;
     for (BrowserNode& file : files)
         file.sortKey = NaturalSortKey(file.text);
-    std::sort(files.begin(), files.end(), ComesBefore);
+    // Sorted by their places, so that no node is moved but once.
+    std::vector<size_t> order(files.size());
+    for (size_t k = 0; k < order.size(); ++k)
+        order[k] = k;
+    std::stable_sort(order.begin(), order.end(),
+                     [&](size_t a, size_t b) { return ComesBefore(files[a], files[b]); });
+    std::vector<BrowserNode> sorted;
+    sorted.reserve(files.size());
+    for (size_t k = 0; k < order.size(); ++k)
+        // Two rows of one place (an older catalogue's): the first stays.
+        if (k == 0 || files[order[k]].key != sorted.back().key)
+            sorted.push_back(std::move(files[order[k]]));
+    files = std::move(sorted);
+    m_nodes.reserve(m_nodes.size() + files.size());
+    m_byKey.reserve(m_byKey.size() + files.size());
     const std::vector<int32_t>& children = Node(parent).children;
     if (!m_search.empty() || (!children.empty() && !ComesBefore(Node(children.back()), files[0]))) {
         for (BrowserNode& file : files)
@@ -298,12 +315,6 @@ void CBackupBrowser::LoadFolderTotals() {
                 std::strtoll(std::string(row[2]).c_str(), nullptr, 10)};
         },
         error);
-}
-
-// Without the run's record, the date the catalogue has: the file's own where a row holds one
-// (rows of this program leave it empty), else the run's.
-std::string CBackupBrowser::CatalogueDate(const std::string& filedate) const {
-    return filedate.empty() ? m_datebk : filedate;
 }
 
 bool CBackupBrowser::OpenRecord(CMetadataReader& record) const {
@@ -419,13 +430,13 @@ void CBackupBrowser::cmbBackups_Click(const std::string& bid) {
         const auto writtenAt = [&](const std::string& key) {
             const std::optional<EntryMetadata> entry =
                 recorded ? record.Find(RecordPath(key)) : std::nullopt;
-            return entry ? WrittenText(entry->writeNs) : CatalogueDate("");
+            return entry ? entry->writeNs : kNoTime;
         };
         BrowserNode root;
         root.key = rootKey;
         root.text = rootText;
         root.expanded = true;
-        root.modified = writtenAt(rootKey);
+        root.writeNs = writtenAt(rootKey);
         Insert(kNone, std::move(root));
         const int32_t rows = paths.RecordCount();
         Status("Populating tree: " + NumText(rows) + " folders");
@@ -445,7 +456,7 @@ void CBackupBrowser::cmbBackups_Click(const std::string& bid) {
                 BrowserNode folder;
                 folder.key = path;
                 folder.text = ShownName(stripped);
-                folder.modified = writtenAt(path);
+                folder.writeNs = writtenAt(path);
                 Insert(parent, std::move(folder));
             }
             if (OnProgress) OnProgress(ToInt32(double(row) / rows * 100));
@@ -514,16 +525,25 @@ void CBackupBrowser::PopulateNode(int32_t node) {
         if (files.Err())
             MsgBox("PopulateNode error: " + files.ErrMsg(), mb::kCritical, kWindowTitle);
         const bool ticked = Node(node).checked;
-        // The files' own times where the run kept them, else the catalogue's date.
+        // The files' own times where the run kept them: looked up one by one, or for a
+        // folder of many files read at once.
         CMetadataReader ownRecord;
         CMetadataReader* record = m_record ? m_record : &ownRecord;
         const bool recorded = m_record ? m_recorded : OpenRecord(ownRecord);
+        std::unordered_map<std::string, int64_t> times;
+        const auto totals = m_folderTotals.find(Node(node).key);
+        const bool many = totals != m_folderTotals.end() && totals->second.first >= kManyFiles;
+        if (recorded && many)
+            record->InFolder(RecordPath(Node(node).key), [&](const EntryMetadata& entry) {
+                times.emplace(entry.path.substr(entry.path.find_last_of(kPathSeparator) + 1),
+                              entry.writeNs);
+            });
         std::vector<BrowserNode> leaves;
-        std::unordered_set<std::string> keys;
+        leaves.reserve(static_cast<size_t>(std::max(files.RecordCount(), 0)));
         for (int32_t row = 1; row <= files.RecordCount(); ++row) {
             files.MoveAbs(row);
             std::string file = files.Field("file");
-            if (Find(file) != kNone || !keys.insert(file).second) continue;
+            if (Find(file) != kNone) continue;
             BrowserNode leaf;
             leaf.text = ShownName(file);
             leaf.image = FileKindImage(leaf.text);
@@ -531,10 +551,13 @@ void CBackupBrowser::PopulateNode(int32_t node) {
             leaf.checked = ticked;
             leaf.size =
                 std::max<int64_t>(std::strtoll(files.Field("size").c_str(), nullptr, 10), 0);
-            const std::optional<EntryMetadata> entry =
-                recorded ? record->Find(StoredPathBytes(file)) : std::nullopt;
-            leaf.modified =
-                entry ? WrittenText(entry->writeNs) : CatalogueDate(files.Field("filedate"));
+            if (many) {
+                const auto time = times.find(leaf.text);
+                if (time != times.end()) leaf.writeNs = time->second;
+            } else if (recorded) {
+                if (const auto entry = record->Find(StoredPathBytes(file)))
+                    leaf.writeNs = entry->writeNs;
+            }
             leaf.key = std::move(file);
             leaves.push_back(std::move(leaf));
         }

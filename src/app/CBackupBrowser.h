@@ -21,6 +21,7 @@
 //
 // Everything runs on the window's thread; observers let a view follow the tree as it changes.
 
+#include <climits>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -31,6 +32,9 @@
 
 class CFileRestorer;
 class CMetadataReader;
+
+// No time kept for a node: the run's date stands for it.
+inline constexpr int64_t kNoTime = INT64_MIN;
 
 struct BrowserNode {
     std::string key;
@@ -45,7 +49,7 @@ struct BrowserNode {
     std::vector<int32_t> shown; // while a search is shown: the children on its paths
     bool hidden = false;        // not on a path of the search shown
     int64_t size = -1;          // a file's size in bytes; -1 for a folder
-    std::string modified;       // when it was last written, as shown; "" when not known
+    int64_t writeNs = kNoTime;  // when it was last written, from the run's record
     std::string sortKey;        // NaturalSortKey of its text
     bool populated = false;     // a folder whose files are loaded
     int32_t below = 0;          // nodes loaded below it
@@ -145,7 +149,6 @@ private:
     void PendingFiles(int32_t folder, int sign);
     void LoadFolderTotals();
     bool OpenRecord(CMetadataReader& record) const;
-    std::string CatalogueDate(const std::string& filedate) const;
     void KeepRecordOpen(CMetadataReader* record);
     void Reshow(const std::vector<int32_t>& matches);
     void Status(const std::string& text);

@@ -4,8 +4,10 @@
 #include "catalogue/CSqliteStatement.h"
 #include "platform/CFile.h"
 #include "platform/modFileStatus.h"
+#include "platform/modFileSystem.h"
 #include "support/modFSCommon.h"
 
+#include <algorithm>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -360,6 +362,31 @@ std::optional<EntryMetadata> CMetadataReader::Find(const std::string& path) {
     if (sqlite3_step(find.Get()) == SQLITE_ROW) entry = EntryOf(find);
     sqlite3_reset(find.Get());
     return entry;
+}
+
+void CMetadataReader::InFolder(const std::string& folder,
+                               const std::function<void(const EntryMetadata&)>& entry) {
+    if (!m_reader) return;
+    // The paths below the folder are one range of the key: from the folder and its separator
+    // up to the folder and the byte after the separator.
+    std::string from = folder;
+    if (from.empty() || !IsPathSeparator(from.back())) from += kPathSeparator;
+    std::string to = from;
+    to.back() = static_cast<char>(to.back() + 1);
+    CSqliteStatement read(m_reader->db.Handle(),
+                          (std::string("SELECT ") + kColumns +
+                           " FROM Entries WHERE bid = ?1 AND path > ?2 AND path < ?3")
+                              .c_str());
+    if (!read) return;
+    read.Bind(1, int64_t{m_reader->bid});
+    read.Bind(2, from);
+    read.Bind(3, to);
+    while (sqlite3_step(read.Get()) == SQLITE_ROW) {
+        const EntryMetadata found = EntryOf(read);
+        if (std::none_of(found.path.begin() + static_cast<std::ptrdiff_t>(from.size()),
+                         found.path.end(), IsPathSeparator))
+            entry(found);
+    }
 }
 
 std::vector<EntryMetadata> CMetadataReader::OfKind(EntryMetadata::Kind kind) {

@@ -10,6 +10,7 @@
 // of an earlier run. A run made without a record restores as it always did.
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -108,6 +109,9 @@ public:
     // False when `file` holds no record of run `bid` of date `datebk`.
     bool Open(const std::string& file, int32_t bid, const std::string& datebk);
     std::optional<EntryMetadata> Find(const std::string& path);
+    // Each entry directly in `folder` (not below its subfolders), in the order of its path.
+    void InFolder(const std::string& folder,
+                  const std::function<void(const EntryMetadata&)>& entry);
     std::vector<EntryMetadata> OfKind(EntryMetadata::Kind kind);
 
 private:

@@ -11,16 +11,21 @@ bool IsDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
-// The collation of the user's locale (LC_COLLATE and LANG), or bytes when it has none.
-const std::collate<char>& Collation() {
-    static const std::locale locale = [] {
+// The collation of the user's locale (LC_COLLATE and LANG); none (bytes) in the C locales,
+// whose order is that of the bytes (and of the characters, in C.UTF-8).
+const std::collate<char>* Collation() {
+    static const std::collate<char>* const collation = []() -> const std::collate<char>* {
         try {
-            return std::locale("");
+            static const std::locale locale("");
+            const std::string name = locale.name();
+            if (name == "C" || name == "POSIX" || name == "C.UTF-8" || name == "C.utf8")
+                return nullptr;
+            return &std::use_facet<std::collate<char>>(locale);
         } catch (...) {
-            return std::locale::classic();
+            return nullptr;
         }
     }();
-    return std::use_facet<std::collate<char>>(locale);
+    return collation;
 }
 
 // Marks that keep a number ahead of letters at the same place, and a name's own bytes behind
@@ -32,7 +37,7 @@ constexpr char kText = '\x02';
 } // namespace
 
 std::string NaturalSortKey(std::string_view name) {
-    const std::collate<char>& collation = Collation();
+    const std::collate<char>* collation = Collation();
     std::string key;
     key.reserve(name.size() * 2 + 8);
     for (size_t i = 0; i < name.size();) {
@@ -52,7 +57,10 @@ std::string NaturalSortKey(std::string_view name) {
                 ++end;
             const std::string lowered = LowerAscii(std::string(name.substr(i, end - i)));
             key += kText;
-            key += collation.transform(lowered.data(), lowered.data() + lowered.size());
+            if (collation)
+                key += collation->transform(lowered.data(), lowered.data() + lowered.size());
+            else
+                key += lowered;
         }
         i = end;
     }

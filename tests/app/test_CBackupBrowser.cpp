@@ -480,6 +480,33 @@ TEST_F(BrowserColumns, ColumnsShowNameSizeAndTheTimeTheRunKept) {
     EXPECT_EQ(Row(At("/Alpha/")), (Lines{"Alpha", "", DateTimeText(981'173'106)}));
 }
 
+// A folder of many files has their times read from the record at once: each file still gets
+// its own.
+TEST_F(Browser, AFolderOfManyFilesShowsEachFilesOwnTime) {
+    std::vector<std::pair<std::string, TestNode>> files;
+    for (int i = 0; i < 300; ++i)
+        files.push_back({"f" + std::to_string(i) + ".txt", File(std::to_string(i))});
+    const std::string many = f.env.Path("many");
+    CreateTree(many, Dir({{"big", Dir(files)}}));
+    for (int i : {0, 150, 299})
+        ASSERT_EQ(SetWriteTime(many + Native("/big/f" + std::to_string(i) + ".txt"),
+                               (981'173'106 + i) * int64_t{1'000'000'000}),
+                  0);
+    BackUp({many});
+    browser.cmbBackups_Click("1");
+    const int32_t big = browser.Find(Encoded(many + Native("/big/")));
+    ASSERT_NE(big, CBackupBrowser::kNone);
+    browser.NodeClick(big);
+    ASSERT_EQ(browser.Children(big).size(), 300u);
+    EXPECT_EQ(browser.Node(browser.Children(big)[2]).text, "f2.txt"); // f0, f1, f2, ... f10
+    for (int i : {0, 150, 299}) {
+        const int32_t node =
+            browser.Find(Encoded(many + Native("/big/f" + std::to_string(i) + ".txt")));
+        ASSERT_NE(node, CBackupBrowser::kNone);
+        EXPECT_EQ(browser.ColumnText(node, 2), DateTimeText(981'173'106 + i)) << i;
+    }
+}
+
 TEST_F(BrowserColumns, ARunWithoutItsMetadataRecordShowsTheRunsDate) {
     std::filesystem::remove(CMetadataDB::PathBeside(f.db));
     browser.cmbBackups_Click("1");

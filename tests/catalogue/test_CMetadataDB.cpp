@@ -150,8 +150,8 @@ TEST_F(CMetadataDBTest, ADamagedFileIsReplacedWhenARunBegins) {
 TEST_F(CMetadataDBTest, ManyMoreEntriesThanWaitAtOnceAreAllKeptInTheOrderHanded) {
     Entries entries;
     for (int i = 0; i < 25'000; ++i)
-        entries.push_back({"/home/me/" + std::to_string(i), i % 2 ? Kind::kFile : Kind::kFolder,
-                           i, static_cast<uint32_t>(0600 + i % 64), 1000, 100, ""});
+        entries.push_back({"/home/me/" + std::to_string(i), i % 2 ? Kind::kFile : Kind::kFolder, i,
+                           static_cast<uint32_t>(0600 + i % 64), 1000, 100, ""});
     KeepRun(3, "26/11/2026 09:00:00", entries);
     Entries files, folders;
     for (const EntryMetadata& entry : entries)
@@ -166,6 +166,27 @@ TEST_F(CMetadataDBTest, ManyMoreEntriesThanWaitAtOnceAreAllKeptInTheOrderHanded)
     record.Abandon();
     EXPECT_FALSE(Read(4, "26/11/2026 09:00:00", Kind::kFile).has_value());
     EXPECT_EQ(Read(3, "26/11/2026 09:00:00", Kind::kFile), files);
+}
+
+// A folder's own entries are read at once: not those of its subfolders, nor of a folder whose
+// name only begins with its name.
+TEST_F(CMetadataDBTest, AFoldersEntriesAreReadWithoutThoseBelowItsSubfolders) {
+    const auto at = [](const std::string& path, Kind kind) {
+        return EntryMetadata{Native(path), kind, 1, 0644, 0, 0, ""};
+    };
+    KeepRun(1, "26/11/2026 09:00:00",
+            {at("/home/me", Kind::kFolder), at("/home/me/b.txt", Kind::kFile),
+             at("/home/me/sub", Kind::kFolder), at("/home/me/sub/c.txt", Kind::kFile),
+             at("/home/me0/d.txt", Kind::kFile), at("/home/me/a.txt", Kind::kEmptyFile),
+             at("/home/me-too/e.txt", Kind::kFile)});
+    CMetadataReader reader;
+    ASSERT_TRUE(reader.Open(file, 1, "26/11/2026 09:00:00"));
+    Entries found;
+    reader.InFolder(Native("/home/me"),
+                    [&](const EntryMetadata& entry) { found.push_back(entry); });
+    EXPECT_EQ(found,
+              (Entries{at("/home/me/a.txt", Kind::kEmptyFile), at("/home/me/b.txt", Kind::kFile),
+                       at("/home/me/sub", Kind::kFolder)}));
 }
 
 TEST_F(CMetadataDBTest, ABeginWhereNoFileCanBeMadeFailsAndTheRunGoesOnWithout) {
