@@ -12,7 +12,6 @@
 #include "platform/modFileSystem.h"
 #include "support/CByteProgress.h"
 #include "support/CProcTrap.h"
-#include "support/modBrowseFolder.h"
 #include "support/modDateText.h"
 #include "support/modFSCommon.h"
 #include "support/modMsgBox.h"
@@ -654,16 +653,14 @@ void CBackupBrowser::Restore(const std::string& destination, bool verify) {
 
 bool CBackupBrowser::cmdRestore_Click(bool verify) {
     if (m_restoring) return false;
-    if (MsgBox("QRV will overwrite any existing files with the same name. Is this OK?",
-               mb::kOKCancel | mb::kQuestion, kWindowTitle) != mb::kOK)
-        return false;
+    if (!AskToOverwrite()) return false;
     Restore("", verify);
     return true;
 }
 
 bool CBackupBrowser::cmdRestoreTo_Click(bool verify) {
     if (m_restoring) return false;
-    const std::string folder = BrowseForFolder("Select alternate folder to restore to");
+    const std::string folder = AskRestoreFolder();
     if (folder.empty()) return false;
     Restore(folder, verify);
     return true;

@@ -3,8 +3,6 @@
 #include "app/CBackupFolderLock.h"
 #include "app/modMainWindow.h"
 #include "catalogue/modSQLQuote.h"
-#include "support/modBrowseFolder.h"
-#include "support/modMsgBox.h"
 #include "support/modWildcard.h"
 
 #include <algorithm>
@@ -98,15 +96,6 @@ std::string VersionsSummary(const VersionsFound& found) {
     if (found.versions.empty()) return "No file in any run matches";
     return Counted(found.versions.size(), "version", "versions") + " of " +
            Counted(found.files, "file", "files") + " in " + Counted(found.runs, "run", "runs");
-}
-
-bool AskToOverwrite() {
-    return MsgBox("QRV will overwrite any existing files with the same name. Is this OK?",
-                  mb::kOKCancel | mb::kQuestion, kWindowTitle) == mb::kOK;
-}
-
-std::string AskRestoreFolder() {
-    return BrowseForFolder("Select alternate folder to restore to");
 }
 
 std::optional<RestoreOutcome> RestoreVersion(const VersionRun& run, const std::string& destination,

@@ -57,13 +57,6 @@ bool FindFileVersions(const CatalogueQuery& query, const std::string& search, Ve
 // or "No file in any run matches".
 std::string VersionsSummary(const VersionsFound& found);
 
-// The restore tab's overwrite question ("QRV will overwrite any existing files with the same
-// name. Is this OK?", OK and Cancel, question icon, title "QRV - Stashwell"): true for OK.
-bool AskToOverwrite();
-// The restore tab's folder pick ("Select alternate folder to restore to"): the folder, or "" when
-// the person cancelled.
-std::string AskRestoreFolder();
-
 // Restores the row `run` into `destination` ("" for its own place), verified when `verify`,
 // holding the backup folder's lock. Nothing when the lock cannot be had (that was shown).
 std::optional<RestoreOutcome> RestoreVersion(const VersionRun& run, const std::string& destination,

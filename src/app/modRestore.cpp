@@ -10,6 +10,7 @@
 #include "platform/modFileStatus.h"
 #include "platform/modFileSystem.h"
 #include "support/CProcTrap.h"
+#include "support/modBrowseFolder.h"
 #include "support/modFSCommon.h"
 #include "support/modMsgBox.h"
 #include "support/modServices.h"
@@ -359,4 +360,13 @@ void ApplyMetadata(const EntryMetadata& entry, const std::string& target, bool o
 void RestoreFile(const std::string& bid, const std::string& key, const std::string& destination,
                  bool verify) {
     CFileRestorer(bid, destination, verify).RestoreFile(key);
+}
+
+bool AskToOverwrite() {
+    return MsgBox("QRV will overwrite any existing files with the same name. Is this OK?",
+                  mb::kOKCancel | mb::kQuestion, kWindowTitle) == mb::kOK;
+}
+
+std::string AskRestoreFolder() {
+    return BrowseForFolder("Select alternate folder to restore to");
 }

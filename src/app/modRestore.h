@@ -126,3 +126,10 @@ void RestoreFile(const std::string& bid, const std::string& key, const std::stri
 // The folders of `checked` and above it (below `folder`) are known to be no links already.
 std::string RestoreTargetProblem(const std::string& folder, const std::string& target,
                                  const std::string& checked = {});
+
+// The restore tab's overwrite question ("QRV will overwrite any existing files with the same
+// name. Is this OK?", OK and Cancel, question icon, title "QRV - Stashwell"): true for OK.
+bool AskToOverwrite();
+// The restore tab's folder pick ("Select alternate folder to restore to"): the folder, or "" when
+// the person cancelled.
+std::string AskRestoreFolder();

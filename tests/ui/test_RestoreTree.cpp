@@ -172,21 +172,32 @@ private slots:
         QVERIFY(w.Get<QPushButton>("cmdCompare")->isEnabled());
         ClickNode(w, NodeIndex(w, src + "/file2.txt"));
         QString searched, versions;
+        bool looked = false;
         WhenModal("frmVersions", [&](QWidget* dialog) {
             searched = dialog->findChild<QLineEdit*>("txtFind")->text();
-            versions = dialog->findChild<QLabel*>("lblVersions")->text();
+            // The window looks once it shows.
+            auto* label = dialog->findChild<QLabel*>("lblVersions");
+            looked =
+                QTest::qWaitFor([label] { return !label->text().startsWith("Looking"); }, 10000);
+            versions = label->text();
             QTest::mouseClick(dialog->findChild<QPushButton*>("cmdClose"), Qt::LeftButton);
         });
         w.Click("cmdFindVersions");
+        QVERIFY(looked);
         QCOMPARE(searched, QStringLiteral("file2.txt"));
         QVERIFY2(versions.startsWith(QStringLiteral("2 versions")), qPrintable(versions));
         QString compared, totals;
         WhenModal("frmRunDiff", [&](QWidget* dialog) {
-            compared = dialog->findChild<QLabel*>("lblCompare")->text();
+            auto* label = dialog->findChild<QLabel*>("lblCompare");
+            looked =
+                QTest::qWaitFor([label] { return !label->text().startsWith("Comparing"); }, 10000);
+            compared = label->text();
             totals = dialog->findChild<QLabel*>("lblChanges")->text();
             QTest::mouseClick(dialog->findChild<QPushButton*>("cmdClose"), Qt::LeftButton);
         });
+        looked = false;
         w.Click("cmdCompare");
+        QVERIFY(looked);
         QVERIFY2(compared.startsWith(QStringLiteral("Changes from the run of ")),
                  qPrintable(compared));
         QCOMPARE(totals, QStringLiteral("0 added, 1 changed, 0 removed"));
