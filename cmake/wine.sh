@@ -6,6 +6,11 @@
 #                                                      # a Wine server kept running for it
 #   cmake/wine.sh PREFIX stop                         # after it: that server ended
 #
+# With STASHWELL_WINE_DISPLAY=xvfb (the window's tests), a program runs on an X server (Xvfb),
+# since Wine draws no window without one: the one that start began for the whole run (Wine's
+# desktop process, shared by every program of the prefix, stays on the display it first met),
+# or one of its own for a program run without start.
+#
 # Making a prefix takes Wine several seconds; two programs that start on a prefix not made yet
 # would both make it and the second can hang, so the making is done once, under a lock, before
 # any program runs. A server kept running (wineserver -p) spares each of the many short test
@@ -49,9 +54,46 @@ make_prefix() {
     ) 9>"$prefix.lock"
 }
 
+display_file="$prefix.display"
+# new_display FILE: a new Xvfb on a free display number; its number, then its process number,
+# written to FILE.
+new_display() {
+    local number
+    number=$(mktemp "$prefix.number.XXXXXX")
+    Xvfb -displayfd 1 -screen 0 1280x1024x24 -nolisten tcp >"$number" 2>/dev/null </dev/null &
+    local pid=$!
+    for _ in $(seq 100); do
+        [ -s "$number" ] && break
+        sleep 0.05
+    done
+    if [ ! -s "$number" ]; then
+        echo "wine.sh: Xvfb did not start" >&2
+        kill "$pid" 2>/dev/null || true
+        rm -f "$number"
+        exit 1
+    fi
+    printf '%s\n%s\n' "$(head -n1 "$number")" "$pid" >"$1"
+    rm -f "$number"
+}
+xvfb_pid=
+use_display() {
+    local pid
+    if [ -s "$display_file" ] && pid=$(sed -n 2p "$display_file") && kill -0 "$pid" 2>/dev/null; then
+        export DISPLAY=":$(head -n1 "$display_file")"
+        return
+    fi
+    local own
+    own=$(mktemp "$prefix.own.XXXXXX")
+    new_display "$own"
+    export DISPLAY=":$(head -n1 "$own")"
+    xvfb_pid=$(sed -n 2p "$own")
+    rm -f "$own"
+}
+
 case $mode in
 run)
     make_prefix
+    [ "${STASHWELL_WINE_DISPLAY:-}" != xvfb ] || use_display
     # Now and then, under load, Wine fails a program before its test could run: it ends the
     # program at once, before its main printed anything (a test seen failing after 0.01 s with
     # no output at all), or a thread that GoogleTest itself starts cannot be made (its own check
@@ -59,7 +101,7 @@ run)
     # Every program run here is a test program, so such a start is made once more, and said on
     # stderr; any other outcome, a failed test's included, stands.
     printed=$(mktemp "$prefix.out.XXXXXX")
-    trap 'rm -f "$printed"' EXIT
+    trap 'rm -f "$printed"; [ -z "$xvfb_pid" ] || kill "$xvfb_pid" 2>/dev/null || true' EXIT
     status=0
     wine "$@" | tee "$printed" || status=${PIPESTATUS[0]}
     if [ "$status" -ne 0 ] && { [ ! -s "$printed" ] ||
@@ -72,6 +114,14 @@ run)
     ;;
 start)
     mkdir -p "$prefix"
+    # The X server of the window's tests, when this machine has one to start; Wine's desktop
+    # process, started with the server below, stays on it.
+    if command -v Xvfb >/dev/null; then
+        if ! { [ -s "$display_file" ] && kill -0 "$(sed -n 2p "$display_file")" 2>/dev/null; }; then
+            new_display "$display_file"
+        fi
+        export DISPLAY=":$(head -n1 "$display_file")"
+    fi
     # The server and the programs Wine keeps running with it (services, devices) would hold on
     # to whatever output they were started with; a program whose output CTest reads would then
     # never seem to end. They get a log instead.
@@ -82,6 +132,10 @@ start)
     ;;
 stop)
     [ -d "$prefix" ] && wineserver -k 2>/dev/null || true
+    if [ -s "$display_file" ]; then
+        kill "$(sed -n 2p "$display_file")" 2>/dev/null || true
+        rm -f "$display_file"
+    fi
     ;;
 *)
     echo "wine.sh: unknown mode $mode" >&2

@@ -10,6 +10,9 @@
 #include "ui/CDBusNotifier.h"
 #include "ui/modWindow.h"
 #endif
+#ifdef STASHWELL_WITH_WIN32_WINDOW
+#include "winui/CWinWindowRunner.h"
+#endif
 
 int main(int argc, char** argv) {
     try {
@@ -19,6 +22,9 @@ int main(int argc, char** argv) {
         // An unattended run that went wrong says so on the desktop, with or without the window.
         static CDBusNotifier notifier;
         SetNotifierService(&notifier);
+        return Main(argc, argv, &window);
+#elif defined(STASHWELL_WITH_WIN32_WINDOW)
+        CWinWindowRunner window;
         return Main(argc, argv, &window);
 #else
         return Main(argc, argv);

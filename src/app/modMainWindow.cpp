@@ -1,5 +1,7 @@
 #include "app/modMainWindow.h"
 
+#include "app/CBackupFolderLock.h"
+#include "app/CRunControl.h"
 #include "app/modCatalogueQuery.h"
 #include "app/modMain.h"
 #include "app/modOptions.h"
@@ -133,4 +135,50 @@ bool RemoveSource(const std::string& source) {
     }
     MsgBox("'" + source + "' successfully removed", mb::kInformation, kWindowTitle);
     return true;
+}
+
+std::optional<int> LoadMainWindow(IMainWindowView& window, CRunControl& run,
+                                  const std::string& commandLine, bool& wordsBegun) {
+    const BackupFolderCheck check = CheckBackupFolder();
+    if (check.verdict == BackupFolderCheck::kNoBackupPath) {
+        window.GotoConfigure();
+        return std::nullopt; // the command line waits for a backup path
+    }
+    window.ShowBackupPath(GetBackupPath());
+    const bool unattended = !commandLine.empty();
+    if (check.verdict != BackupFolderCheck::kReady && unattended)
+        return UnattendedCannotRun(check, commandLine);
+    if (check.verdict == BackupFolderCheck::kPathProblem) {
+        MsgBox(check.problem, mb::kCritical, kWindowTitle);
+        window.GotoConfigure();
+        return std::nullopt;
+    }
+    if (check.verdict == BackupFolderCheck::kDriveNotReady) {
+        if (AskToChangeBackupPath()) {
+            window.GotoConfigure();
+            return std::nullopt;
+        }
+        return kExitCannotRun;
+    }
+    // Unattended with the window present: no box waits for a user, no report is shown, and the
+    // process ends by itself; the backup folder is held from before the catalogue is opened.
+    CBackupFolderLock lock;
+    if (unattended) {
+        SetMessageBoxService(nullptr);
+        if (const std::optional<int> exit = LockForUnattendedRun(lock)) return exit;
+    }
+    CreateDB();
+    if (const std::string problem = UnusableCatalogue(); !problem.empty()) {
+        if (unattended) return UnattendedCannotRun(problem);
+        MsgBox(problem, mb::kCritical, kWindowTitle);
+    }
+    window.ShowOptions(LoadOptions());
+    window.ShowSources(FillSources());
+    if (!unattended) {
+        window.ShowStoredSchedule();
+        return std::nullopt;
+    }
+    run.Inputs(window.ListedSources(), window.OptionsShown());
+    wordsBegun = true;
+    return FinishUnattendedRun(run, commandLine);
 }

@@ -7,8 +7,11 @@
 // goes through the message-box service and every folder prompt through the folder picker, so
 // all of it is tested without a screen.
 
+#include "app/modOptions.h"
+
 #include <optional>
 #include <string>
+#include <vector>
 
 inline constexpr const char* kWindowTitle = "QRV - Stashwell";
 
@@ -47,3 +50,28 @@ bool AddSource();
 // Removes `source` after asking, with its messages; `source` empty means no row is selected.
 // True when it was removed.
 bool RemoveSource(const std::string& source);
+
+// What the load asks of a window, whichever toolkit draws it.
+class IMainWindowView {
+public:
+    virtual ~IMainWindowView() = default;
+    // Shows tab 2, paints the backup path box yellow and asks for a backup path.
+    virtual void GotoConfigure() = 0;
+    virtual void ShowBackupPath(const std::string& path) = 0;
+    virtual void ShowOptions(const BackupOptions& options) = 0;
+    virtual void ShowSources(const std::vector<std::string>& sources) = 0;
+    // The schedule controls as Setup keeps them, and the next run as the scheduler tells it.
+    virtual void ShowStoredSchedule() = 0;
+    virtual std::vector<std::string> ListedSources() const = 0;
+    virtual BackupOptions OptionsShown() const = 0;
+};
+
+class CRunControl;
+// The window's load once it shows tab 0 under its title: the backup folder's checks in their
+// order (no path: GotoConfigure; a path that cannot be used: its message, then GotoConfigure; a
+// drive not ready: the question, and after No the end), the catalogue, the options, the
+// sources and the schedule; with a command line, the unattended run under the backup folder's
+// lock, no box waiting for anybody. An exit status when the process is to end; nothing when the
+// window is to be shown. `wordsBegun` turns true once the command line's words start.
+std::optional<int> LoadMainWindow(IMainWindowView& window, CRunControl& run,
+                                  const std::string& commandLine, bool& wordsBegun);

@@ -1,6 +1,5 @@
 #include "ui/frmMain.h"
 
-#include "app/CBackupFolderLock.h"
 #include "app/CRunOutcome.h"
 #include "app/modBackupRuns.h"
 #include "app/modMain.h"
@@ -11,6 +10,7 @@
 #include "app/modPaths.h"
 #include "app/modRetention.h"
 #include "app/modSetup.h"
+#include "app/modWindowDesign.h"
 #include "controls/XP_ProgressBar.h"
 #include "controls/modResize.h"
 #include "platform/modPlatformPaths.h"
@@ -51,12 +51,11 @@
 #include <QTreeView>
 
 #include <iostream>
+#include <map>
 
 namespace {
 
-constexpr uint32_t kRunBarColour = 0x004A86E4; // red 228, green 134, blue 74
-constexpr uint32_t kDesignBarColour = 0x00C56A31;
-constexpr QSize kDesignSize{640, 586};
+constexpr QSize kDesignSize{kMainWindowDesign.width, kMainWindowDesign.height};
 constexpr auto kProgressInterval = std::chrono::milliseconds(50);
 // Text that warns (a backup overdue): dark red, readable on the light window background.
 const QString kWarningColour = QStringLiteral("#b00020");
@@ -82,7 +81,7 @@ QPixmap Logo(QSize size) {
     font.setPointSize(11);
     painter.setFont(font);
     painter.drawText(QRect(QPoint(10, 0), size), Qt::AlignVCenter | Qt::AlignLeft,
-                     QStringLiteral("Korvex Stashwell"));
+                     QString::fromUtf8(kLogoText));
     return logo;
 }
 
@@ -95,21 +94,25 @@ frmMain::frmMain(std::string commandLine, QWidget* parent)
     central->setObjectName(QStringLiteral("frmMainClient"));
     setCentralWidget(central);
 
-    SSTab1 = Place<QTabWidget>(central, "SSTab1", {8, 8, 624, 514}, tr("Stashwell"));
+    const auto rect = [](DesignRect place) {
+        return QRect(place.x, place.y, place.width, place.height);
+    };
+    SSTab1 = Place<QTabWidget>(central, "SSTab1", rect(kTabStripDesign),
+                               QString::fromUtf8(kTabStripName));
     m_backup = new CBackupTab;
     m_restore = new CRestoreTab;
     m_config = new CConfigTab;
     // The tabs are reached with Alt+1, Alt+2 and Alt+3 (and Ctrl+Tab); Alt+letters belong to
     // the buttons.
-    SSTab1->addTab(m_backup, tr("Backup"));
-    SSTab1->addTab(m_restore, tr("Restore"));
-    SSTab1->addTab(m_config, tr("Configuration"));
+    QWidget* const pages[kMainTabCount] = {m_backup, m_restore, m_config};
+    for (int tab = 0; tab < kMainTabCount; ++tab)
+        SSTab1->addTab(pages[tab], QString::fromUtf8(kTabCaptions[tab]));
     for (int tab = 0; tab < kMainTabCount; ++tab) {
         auto* shortcut = new QShortcut(QKeySequence(Qt::ALT | Qt::Key(Qt::Key_1 + tab)), this);
         OnSignal(shortcut, &QShortcut::activated, this, "frmMain SSTab1_Click",
                  [this, tab] { SSTab1->setCurrentIndex(tab); });
     }
-    kvLogo = Place<QLabel>(central, "kvLogo", {8, 530, 190, 26}, tr("Korvex Stashwell"));
+    kvLogo = Place<QLabel>(central, "kvLogo", rect(kLogoDesign), QString::fromUtf8(kLogoText));
     kvLogo->setPixmap(Logo(kvLogo->size()));
 
     BuildMenus();
@@ -217,21 +220,30 @@ void frmMain::ConnectMaintenance() {
 }
 
 void frmMain::BuildMenus() {
-    QMenu* file = menuBar()->addMenu(tr("&File"));
-    file->setObjectName(QStringLiteral("mnuFile"));
-    QAction* exit =
-        file->addAction(tr("E&xit"), this, Handler("mnuExit_Click", &frmMain::mnuExit_Click));
-    exit->setObjectName(QStringLiteral("mnuExit"));
-    exit->setShortcut(QKeySequence::Quit);
-    QMenu* help = menuBar()->addMenu(tr("&Help"));
-    help->setObjectName(QStringLiteral("mnuHelp"));
-    QAction* manual =
-        help->addAction(tr("&Manual"), this, Handler("mnuManual_Click", &frmMain::mnuManual_Click));
-    manual->setObjectName(QStringLiteral("mnuManual"));
-    manual->setShortcut(QKeySequence::HelpContents);
-    QAction* about =
-        help->addAction(tr("&About"), this, Handler("mnuAbout_Click", &frmMain::mnuAbout_Click));
-    about->setObjectName(QStringLiteral("mnuAbout"));
+    struct Item {
+        Command command;
+        QKeySequence::StandardKey keys;
+    };
+    const std::map<std::string, Item> items = {
+        {"mnuExit", {&frmMain::mnuExit_Click, QKeySequence::Quit}},
+        {"mnuManual", {&frmMain::mnuManual_Click, QKeySequence::HelpContents}},
+        {"mnuAbout", {&frmMain::mnuAbout_Click, QKeySequence::UnknownKey}}};
+    std::map<std::string, QMenu*> menus;
+    for (const MenuDesign& design : MainWindowMenus()) {
+        const QString caption = QString::fromUtf8(design.caption);
+        if (!design.menu) {
+            QMenu* menu = menuBar()->addMenu(caption);
+            menu->setObjectName(QString::fromUtf8(design.name));
+            menus[design.name] = menu;
+            continue;
+        }
+        const Item& item = items.at(design.name);
+        const std::string handler = std::string(design.name) + "_Click";
+        QAction* action =
+            menus.at(design.menu)->addAction(caption, this, Handler(handler.c_str(), item.command));
+        action->setObjectName(QString::fromUtf8(design.name));
+        if (item.keys != QKeySequence::UnknownKey) action->setShortcut(item.keys);
+    }
 }
 
 // Every option control writes its key on every change a person makes.
@@ -317,49 +329,11 @@ std::optional<int> frmMain::Load() {
         bar->Color(kRunBarColour);
     setWindowTitle(QString::fromStdString(MainWindowCaption()));
     ShowTab(MainTab::kBackup);
-    const BackupFolderCheck check = CheckBackupFolder();
-    if (check.verdict == BackupFolderCheck::kNoBackupPath) {
-        GotoConfigure();
-        return std::nullopt; // the command line waits for a backup path
-    }
-    m_config->txtBackupPath->setText(Shown(GetBackupPath()));
-    const bool unattended = !m_commandLine.empty();
-    if (check.verdict != BackupFolderCheck::kReady && unattended)
-        return UnattendedCannotRun(check, m_commandLine);
-    if (check.verdict == BackupFolderCheck::kPathProblem) {
-        MsgBox(check.problem, mb::kCritical, kWindowTitle);
-        GotoConfigure();
-        return std::nullopt;
-    }
-    if (check.verdict == BackupFolderCheck::kDriveNotReady) {
-        if (AskToChangeBackupPath()) {
-            GotoConfigure();
-            return std::nullopt;
-        }
-        return kExitCannotRun;
-    }
-    // Unattended with the window present: no box waits for a user, no report is shown, and the
-    // process ends by itself; the backup folder is held from before the catalogue is opened.
-    CBackupFolderLock lock;
-    if (unattended) {
-        SetMessageBoxService(nullptr);
-        if (const std::optional<int> exit = LockForUnattendedRun(lock)) return exit;
-    }
-    CreateDB();
-    if (const std::string problem = UnusableCatalogue(); !problem.empty()) {
-        if (unattended) return UnattendedCannotRun(problem);
-        MsgBox(problem, mb::kCritical, kWindowTitle);
-    }
-    ShowOptions(LoadOptions());
-    ShowSources(FillSources());
-    if (!unattended) {
-        ShowStoredSchedule();
-        return std::nullopt;
-    }
+    return LoadMainWindow(*this, m_run, m_commandLine, m_wordsBegun);
+}
 
-    m_run.Inputs(ListedSources(), OptionsShown());
-    m_wordsBegun = true;
-    return FinishUnattendedRun(m_run, m_commandLine);
+void frmMain::ShowBackupPath(const std::string& path) {
+    m_config->txtBackupPath->setText(Shown(path));
 }
 
 void frmMain::GotoConfigure() {

@@ -33,7 +33,7 @@ class QAction;
 class QLabel;
 class QTabWidget;
 
-class frmMain : public QMainWindow {
+class frmMain : public QMainWindow, private IMainWindowView {
     Q_OBJECT
 
 public:
@@ -45,7 +45,7 @@ public:
     // done, or the backup drive is not ready); nothing when the window is to be shown.
     std::optional<int> Form_Load();
 
-    void GotoConfigure();
+    void GotoConfigure() override;
     void cmdBackup_Click();
     void cmdAddSrc_Click();
     void cmdRemove_Click();
@@ -90,14 +90,14 @@ private:
     bool BackupPathChosen();
     void BuildMenus();
     void ConnectOptions();
-    void ShowOptions(const BackupOptions& options);
-    // The schedule controls as Setup keeps them, and the next run as the scheduler tells it.
-    void ShowStoredSchedule();
+    void ShowBackupPath(const std::string& path) override;
+    void ShowOptions(const BackupOptions& options) override;
+    void ShowStoredSchedule() override;
     void ShowSchedule(const ScheduleView& view);
     void ShowLastBackup(const RunView& view);
-    void ShowSources(const std::vector<std::string>& sources);
-    std::vector<std::string> ListedSources() const;
-    BackupOptions OptionsShown() const;
+    void ShowSources(const std::vector<std::string>& sources) override;
+    std::vector<std::string> ListedSources() const override;
+    BackupOptions OptionsShown() const override;
     void Render(const RunView& view);
     void ShowReport();
     void ConnectRestore();

@@ -4,15 +4,19 @@
 
 #include "BackupFixture.h"
 #include "app/CProgramSettings.h"
+#include "app/CRunControl.h"
 #include "app/modMainWindow.h"
 #include "app/modPaths.h"
 #include "app/modSetup.h"
 #include "app/modSysInfo.h"
+#include "app/modWindowDesign.h"
 #include "support/modServices.h"
 
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <set>
+#include <stdexcept>
 #ifndef _WIN32
 #include <sys/stat.h>
 #include <unistd.h>
@@ -318,5 +322,113 @@ TEST(SysInfo, AKnownToolOnThePathIsStarted) {
     EXPECT_TRUE(env.box.calls.empty());
 }
 #endif
+
+// The load as both windows share it, on a view that records what it was asked to show.
+class RecordingView : public IMainWindowView {
+public:
+    void GotoConfigure() override {
+        shown.push_back("GotoConfigure");
+        AskForBackupPath();
+    }
+    void ShowBackupPath(const std::string& path) override { shown.push_back("path " + path); }
+    void ShowOptions(const BackupOptions& options) override {
+        shown.push_back("options " + options.log + " " + options.exclude);
+    }
+    void ShowSources(const std::vector<std::string>& list) override {
+        sources = list;
+        shown.push_back("sources " + std::to_string(list.size()));
+    }
+    void ShowStoredSchedule() override { shown.push_back("schedule"); }
+    std::vector<std::string> ListedSources() const override { return sources; }
+    BackupOptions OptionsShown() const override { return BackupOptions{}; }
+
+    std::vector<std::string> shown;
+    std::vector<std::string> sources;
+};
+
+TEST(MainWindowLoad, WithoutABackupPathOnlyAsksForOne) {
+    BackupFixture f;
+    WriteRegSetting("BackupPath", "");
+    RecordingView view;
+    CRunControl run({}, BackupOptions{});
+    bool begun = false;
+    EXPECT_EQ(LoadMainWindow(view, run, "", begun), std::nullopt);
+    EXPECT_EQ(view.shown, (Lines{"GotoConfigure"}));
+    EXPECT_EQ(f.env.box.calls, (Calls{{"Please define the backup path to proceed", 64, kTitle}}));
+    EXPECT_FALSE(begun);
+}
+
+TEST(MainWindowLoad, ShowsThePathTheOptionsTheSourcesAndTheSchedule) {
+    BackupFixture f;
+    const std::string source = f.env.Path("src");
+    CreateTree(source, Dir());
+    f.AddSource(source);
+    f.SetOption("Exclude", "*.bak");
+    f.SetOption("Log", "Trace");
+    RecordingView view;
+    CRunControl run({}, BackupOptions{});
+    bool begun = false;
+    EXPECT_EQ(LoadMainWindow(view, run, "", begun), std::nullopt);
+    EXPECT_EQ(view.shown,
+              (Lines{"path " + f.backup, "options Trace *.bak", "sources 1", "schedule"}));
+    EXPECT_EQ(view.sources, (Lines{source}));
+    EXPECT_TRUE(f.env.box.calls.empty());
+    EXPECT_FALSE(begun);
+}
+
+TEST(MainWindowLoad, ACommandLineRunsItsWordsWithTheListedSources) {
+    BackupFixture f;
+    const std::string source = f.env.Path("src");
+    CreateTree(source, Dir({{"a.txt", File("alpha")}}));
+    f.AddSource(source);
+    RecordingView view;
+    CRunControl run({}, BackupOptions{});
+    bool begun = false;
+    EXPECT_EQ(LoadMainWindow(view, run, "backup", begun), std::optional<int>(0));
+    EXPECT_TRUE(begun);
+    EXPECT_EQ(view.shown, (Lines{"path " + f.backup, "options Basic *.tmp *.tst", "sources 1"}));
+    EXPECT_EQ(f.RowTexts("SELECT file FROM Files"), (Lines{Encoded(source + Native("/a.txt"))}));
+}
+
+TEST(MainWindowLoad, ADriveNotReadyWithACommandLineEndsWithoutABox) {
+    BackupFixture f;
+    WriteRegSetting("BackupPath", f.env.Path("gone"));
+    RecordingView view;
+    CRunControl run({}, BackupOptions{});
+    bool begun = false;
+    EXPECT_EQ(LoadMainWindow(view, run, "backup", begun), std::optional<int>(1));
+    EXPECT_EQ(view.shown, (Lines{"path " + f.env.Path("gone")}));
+    EXPECT_TRUE(f.env.box.calls.empty());
+}
+
+// The one design both windows build from.
+TEST(WindowDesign, EveryControlHasAUniqueNameAFramedPlaceAndAScreenReaderName) {
+    std::set<std::string> names;
+    for (const ControlDesign& control : MainWindowControls()) {
+        EXPECT_TRUE(names.insert(control.name).second) << control.name;
+        EXPECT_FALSE(control.AccessibleName().empty()) << control.name;
+        EXPECT_GT(control.geometry.width, 0) << control.name;
+        const DesignRect place = PlaceInPage(control);
+        // Inside the tab strip's page.
+        EXPECT_GE(place.x, 0) << control.name;
+        EXPECT_LE(place.x + place.width, kTabStripDesign.width) << control.name;
+        EXPECT_LE(place.y + place.height, kTabStripDesign.height) << control.name;
+        if (control.frame) {
+            const ControlDesign& frame = Design(control.frame);
+            EXPECT_EQ(frame.kind, ControlKind::kFrame) << control.name;
+            EXPECT_EQ(frame.tab, control.tab) << control.name;
+            EXPECT_LE(control.geometry.x + control.geometry.width, frame.geometry.width)
+                << control.name;
+            EXPECT_LE(control.geometry.y + control.geometry.height, frame.geometry.height)
+                << control.name;
+        }
+    }
+    EXPECT_EQ(Design("XP_PB1").geometry.y + Design("fraRun").geometry.y,
+              PlaceInPage(Design("XP_PB1")).y);
+    EXPECT_EQ(Design("cmdRestoreTo").caption, std::string("Restore to ..."));
+    EXPECT_EQ(Design("cmdRestoreTo").AccessibleName(), "Restore to");
+    EXPECT_EQ(Design("cmdBackup").AccessibleName(), "Backup");
+    EXPECT_THROW(Design("cmdNothing"), std::logic_error);
+}
 
 } // namespace
