@@ -3,7 +3,7 @@
 # packages, default settings, no encryption) on the same data, in the same invocation, each
 # repetition running every tool in turn, and prints medians, ratios and the goals they meet.
 #
-#   bench/run.sh [large|small|all|cancel|restore|qrv|tree]   (default all)
+#   bench/run.sh [large|small|all|cancel|restore|qrv|tree|instructions]   (default all)
 #
 # Each repetition of a data set times: md5sum of every file; cp -a + sync -f; Stashwell's first
 # and second headless backup (`stashwell backup`) with the quick check off, and in a backup
@@ -36,6 +36,12 @@
 # against `qrv check --read-data`, which reads the same store files and checks each one's
 # signature. Goals: qrv restore / restic restore <= 0.80, qrv restore / (cp -a + sync -f) <= 1.50,
 # check --read-data speed / md5sum speed >= 0.80.
+#
+# "instructions" (with BENCH_BASELINE) counts the instructions that this build's and the
+# baseline's first and second headless backup of INSTRUCTION_FILES (3000) files made as the small
+# set's execute, under Valgrind's callgrind: a count that the machine's load does not change, for a
+# change whose cost is smaller than the noise of wall times (the byte progress and the run's
+# tally, for instance). It prints each count and the ratios of this build to the baseline.
 #
 # Data sets: "large", LARGE_FILES files of LARGE_MIB MiB (about 2.0 GiB by default); "small",
 # SMALL_FILES files of 1 to 64 KiB, spread evenly on a log scale (about 15 KiB on average, about
@@ -117,6 +123,11 @@ check() {
     fi
 }
 
+make_instructions() {
+    local count="${INSTRUCTION_FILES:-3000}"
+    # As the small set: its files spread over folders of 25.
+    "$here/build-release/make_data" "$1" spread "$count" $(( (count + 24) / 25 ))
+}
 make_large() { "$here/build-release/make_data" "$1" large "$large_files" "$large_mib"; }
 make_small() { "$here/build-release/make_data" "$1" spread "$small_files" "$small_folders"; }
 
@@ -500,6 +511,43 @@ bench_qrv() {
     }' "$work/qrv.medians"
 }
 
+# bench_instructions: the instructions of this build's and the baseline's first and second runs.
+bench_instructions() {
+    if [ -z "$baseline" ]; then
+        echo "bench/run.sh instructions: set BENCH_BASELINE to the program to compare with" >&2
+        exit 2
+    fi
+    command -v valgrind >/dev/null || "$here/scripts/install-deps.sh" --only valgrind
+    local data="$work/instructions-data"
+    local files nonempty
+    read -r _ files nonempty < <(make_set instructions instructions "$data")
+    local kind program run home
+    for kind in stash base; do
+        program="$bin"
+        [ "$kind" = base ] && program="$baseline"
+        home="$work/instructions-$kind"
+        prepare_backup "$home" "$data"
+        for run in 1 2; do
+            XDG_CONFIG_HOME="$home/config" XDG_STATE_HOME="$home/state" valgrind --tool=callgrind \
+                --callgrind-out-file="$home/callgrind.$run" "$program" backup >/dev/null 2>"$home/valgrind.$run"
+            check "$kind run $run under callgrind ($home, bid $run)" "$(run_files "$home" "$run")" \
+                "$nonempty"
+            echo "$kind$run $(awk '/^(summary|totals):/ {print $2; exit}' "$home/callgrind.$run")" \
+                >>"$work/instructions.counts"
+        done
+    done
+    awk -v f="$files" '
+    { n[$1] = $2 }
+    END {
+        printf "-- instructions: %d files, first and second headless backup under callgrind\n", f
+        printf "   %-26s %16s %16s\n", "", "first", "second"
+        printf "   %-26s %16d %16d\n", "stashwell", n["stash1"], n["stash2"]
+        printf "   %-26s %16d %16d\n", "baseline", n["base1"], n["base2"]
+        printf "   %-26s %16.4f %16.4f\n", "stashwell / baseline", n["stash1"] / n["base1"], \
+            n["stash2"] / n["base2"]
+    }' "$work/instructions.counts"
+}
+
 case "$which" in
     large) bench_set large ;;
     small) bench_set small ;;
@@ -508,7 +556,8 @@ case "$which" in
     restore) bench_restore ;;
     qrv) bench_qrv ;;
     tree) bench_tree ;;
-    *) echo "usage: bench/run.sh [large|small|all|cancel|restore|qrv|tree]" >&2; exit 2 ;;
+    instructions) bench_instructions ;;
+    *) echo "usage: bench/run.sh [large|small|all|cancel|restore|qrv|tree|instructions]" >&2; exit 2 ;;
 esac
 echo "(data and copies left in $work; remove it when done)"
 if [ "$failures" -gt 0 ]; then

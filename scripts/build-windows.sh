@@ -5,15 +5,17 @@
 #   scripts/build-windows.sh [--test | --prepare] [--upto LAYER] [--build DIR]
 #                            [--manual-from BUILD] [OUT] [-- CMAKE_ARGS...]
 #
-# It installs what is missing (the mingw-w64 compilers, Wine, GoogleTest's sources, and what
-# fetching SQLite needs), gets SQLite (scripts/fetch-sqlite.sh), configures the build folder
-# (default build-windows, reused) with cmake/mingw-w64-x86_64.cmake, builds, and leaves
-# stashwell.exe, qrv.exe and stashwell-<version>-win64.zip in OUT (default build-windows/dist),
-# saying what this level does not make yet.
+# It installs what is missing (the mingw-w64 compilers, Wine, GoogleTest's sources, what
+# fetching SQLite needs, and NSIS), gets SQLite (scripts/fetch-sqlite.sh), configures the build
+# folder (default build-windows, reused) with cmake/mingw-w64-x86_64.cmake, builds, and leaves
+# stashwell.exe, qrv.exe, stashwell-<version>-win64.zip and the installer
+# Stashwell-<version>-setup.exe in OUT (default build-windows/dist), saying what this level does
+# not make yet.
 #
 #   --test               run the Windows tests (tests/windows-tests.txt) under Wine with CTest
-#                        and print "Windows tests: N passed, M skipped, K failed"; a failed
-#                        test fails the script
+#                        and print "Windows tests: N passed, M skipped, K failed", then the
+#                        installer's test (tests/installer/test-installer.sh), which prints
+#                        "Installer test: passed"; a failed test fails the script
 #   --prepare            only install what is missing and get SQLite, then stop (./test.sh
 #                        does this while its Linux stages build)
 #   --upto LAYER         the highest layer to build: platform, support, catalogue, engine, app
@@ -72,6 +74,8 @@ out=${out:-$build/dist}
 packages=(cmake ninja-build g++-mingw-w64-x86-64-posix wine wine64 libgtest-dev)
 # scripts/fetch-sqlite.sh: apt-get source, and the amalgamation made from the source.
 reaches catalogue && packages+=(dpkg-dev tcl make gcc)
+# The installer (makensis), and the catalogue's rows that its test writes (sqlite3).
+reaches cli && packages+=(nsis sqlite3)
 # The manual's host build.
 reaches cli && [ -z "$manual_from" ] &&
     packages+=(g++ qt6-base-dev qt6-qpa-plugins libgl-dev fonts-dejavu-core)
@@ -124,12 +128,24 @@ for program in stashwell qrv; do
     fi
 done
 reaches app || skipped+=("stashwell.exe (made from app up)")
-reaches cli || skipped+=("qrv.exe and the zip (made at cli)")
-rm -f "$out"/stashwell-*-win64.zip
+reaches cli || skipped+=("qrv.exe, the zip and the installer (made at cli)")
+rm -f "$out"/stashwell-*-win64.zip "$out"/Stashwell-*-setup.exe
+setup=""
 if [ -f "$build/CPackConfig.cmake" ]; then
-    (cd "$build" && cpack -G ZIP -B "$build/package" >/dev/null)
+    # strip writes a time stamp into a Windows program's header, the time of the strip unless
+    # SOURCE_DATE_EPOCH gives one. The time the programs were linked, for the zip and the
+    # installer alike, gives both the same programs byte for byte, however often they are made.
+    stamp=$(stat -c %Y "$build/stashwell.exe" "$build/qrv.exe" | sort -n | tail -n 1)
+    (cd "$build" && SOURCE_DATE_EPOCH=$stamp cpack -G ZIP -B "$build/package" >/dev/null)
     cp "$build"/package/stashwell-*-win64.zip "$out/"
     made+=("$(basename "$build"/package/stashwell-*-win64.zip)")
+    # The installer of the same files (packaging/windows/stashwell.nsi), its programs stripped
+    # anew with the same time stamp.
+    rm -f "$build/installer/stashwell.exe" "$build/installer/qrv.exe"
+    SOURCE_DATE_EPOCH=$stamp cmake --build "$build" --target installer
+    cp "$build"/installer/Stashwell-*-setup.exe "$out/"
+    setup=$(basename "$build"/installer/Stashwell-*-setup.exe)
+    made+=("$setup")
 fi
 echo
 echo "Windows build at $upto, in $out: ${made[*]:-nothing to leave there yet}"
@@ -185,5 +201,14 @@ if [ -f "$junit" ]; then
     ' "$junit" | sed -e 's/&lt;/</g; s/&gt;/>/g; s/&quot;/"/g' -e "s/&apos;/'/g" -e 's/&amp;/\&/g'
 else
     echo "Windows tests: 0 passed, 0 skipped, 0 failed (CTest wrote no results)"
+fi
+
+# --- The installer under Wine -----------------------------------------------------------------
+
+# Installed silently, its programs run, and uninstalled, in a Wine prefix of the test's own
+# (tests/installer/test-installer.sh); it prints "Installer test: passed" or what failed.
+if [ -n "$setup" ]; then
+    echo
+    tests/installer/test-installer.sh "$out/$setup" "$build/installer-test" || status=1
 fi
 exit "$status"

@@ -25,12 +25,23 @@ bool CWinWindowRunner::FindDisplay() {
     USEROBJECTFLAGS flags{};
     if (!station || !GetUserObjectInformationW(station, UOI_FLAGS, &flags, sizeof flags, &needed))
         return false;
-    if (!(flags.dwFlags & WSF_VISIBLE)) return false;
+    if (!(flags.dwFlags & WSF_VISIBLE)) {
+        m_station.clear(); // a service's station: the plain headless start, said nowhere
+        return false;
+    }
     // A window station that shows windows can still have no screen to draw them on (Wine
     // without an X server): a window that cannot be made says so.
     HWND probe = CreateWindowExW(0, L"STATIC", L"", WS_POPUP, 0, 0, 1, 1, nullptr, nullptr,
                                  GetModuleHandleW(nullptr), nullptr);
-    if (!probe) return false;
+    if (!probe) {
+        // Named only when an X server was named and failed (Wine with a stale DISPLAY); without
+        // one the start is the plain headless one, and says nothing.
+        wchar_t display[256] = L"";
+        m_station = GetEnvironmentVariableW(L"DISPLAY", display, 256) > 0
+                        ? m_station + " (X display " + Narrow(display) + ")"
+                        : std::string();
+        return false;
+    }
     DestroyWindow(probe);
     return true;
 }

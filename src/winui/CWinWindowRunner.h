@@ -3,7 +3,8 @@
 // The window runner that the Windows program hands to Main. A window can be shown when the
 // process runs on the interactive window station (a person's desktop); a scheduled task run
 // whether the user is logged on or not, or a service, has none and runs its words headless, as
-// does a program under Wine without an X server, where no window can be made.
+// does a program under Wine without an X server, where no window can be made (said on stderr only
+// when an X display was named).
 // Open starts COM and the common controls and installs the window's services (MessageBoxW, the
 // shell's folder dialog, the shell's opener, the yield hook that runs pending messages); Run
 // loads the main window and runs its message loop to its end.

@@ -1,5 +1,6 @@
 #include "winui/frmMain.h"
 
+#include "app/modBackupRuns.h"
 #include "app/modMain.h"
 #include "app/modMaintenance.h"
 #include "app/modManual.h"
@@ -15,7 +16,9 @@
 #include "support/modMsgBox.h"
 #include "support/modServices.h"
 #include "winui/CWinProgressBar.h"
+#include "winui/CWinRunTree.h"
 #include "winui/frmReport.h"
+#include "winui/frmSelBackup.h"
 #include "winui/modWinControls.h"
 
 #include <commctrl.h>
@@ -31,6 +34,8 @@ constexpr const wchar_t* kPageClass = L"StashwellPage";
 constexpr int kFirstControlId = 1000; // a control's id: this plus twice its place in the design
 constexpr int kFirstMenuId = 100;     // a menu item's: this plus its place in the menus
 constexpr int kFirstTabKeyId = 200;   // Alt+1, Alt+2 and Alt+3: this plus the tab
+constexpr UINT_PTR kSearchTimer = 1;  // the search waits for the typing to pause
+constexpr UINT kSearchPauseMs = 250;
 // Text that warns (a backup overdue): dark red, readable on the light window background.
 constexpr COLORREF kWarningColour = RGB(0xB0, 0x00, 0x20);
 
@@ -133,6 +138,7 @@ frmMain::frmMain(std::string commandLine)
 
 frmMain::~frmMain() {
     SetMaintenanceView({});
+    m_tree.reset(); // it follows the browser, which goes after it
     delete m_report;
     if (m_window) {
         SetWindowLongPtrW(m_window, GWLP_USERDATA, 0);
@@ -174,6 +180,14 @@ void frmMain::Build() {
     }
     for (HWND bar : {Control("XP_PB1"), Control("XP_PB2"), Control("XP_PB3")})
         SetProgressColour(bar, kDesignBarColour);
+    m_tree = std::make_unique<CWinRunTree>(Control("tvDirs"), m_browser);
+    m_browser.OnStatus = [this](const std::string& text) { SetText(Control("lblRestore"), text); };
+    m_browser.OnProgress = [this](int32_t percent) {
+        SetProgressValue(Control("XP_PB2"), percent);
+    };
+    m_browser.OnSelection = [this] { SetText(Control("lblSelected"), m_browser.SelectionText()); };
+    // Finding every version of a file and comparing runs have no window on Windows yet.
+    Enable("cmdFindVersions", false);
     BuildMenus();
     BuildTips();
     SendMessageW(m_tabs, WM_SETFONT, reinterpret_cast<WPARAM>(m_font), FALSE);
@@ -326,6 +340,12 @@ LRESULT CALLBACK frmMain::PageProc(HWND page, UINT message, WPARAM wParam, LPARA
 LRESULT frmMain::Message(UINT message, WPARAM wParam, LPARAM lParam) {
     switch (message) {
     case WM_COMMAND:
+        // Enter in the search box searches at once.
+        if (LOWORD(wParam) == IDOK && GetFocus() == Control("txtSearch")) {
+            KillTimer(m_window, kSearchTimer);
+            TrappedHandler("frmMain txtSearch_Change", [this] { SearchRun(); })();
+            return 0;
+        }
         if (lParam == 0 && HIWORD(wParam) <= 1) { // a menu item or its key
             const int tab = LOWORD(wParam) - kFirstTabKeyId;
             if (tab >= 0 && tab < kMainTabCount) {
@@ -344,7 +364,12 @@ LRESULT frmMain::Message(UINT message, WPARAM wParam, LPARAM lParam) {
         Command(LOWORD(wParam), HIWORD(wParam));
         return 0;
     case WM_NOTIFY:
-        Notify(*reinterpret_cast<const NMHDR*>(lParam));
+        return Notify(*reinterpret_cast<const NMHDR*>(lParam));
+    case WM_TIMER:
+        if (wParam == kSearchTimer) {
+            KillTimer(m_window, kSearchTimer);
+            TrappedHandler("frmMain txtSearch_Change", [this] { SearchRun(); })();
+        }
         return 0;
     case WM_VSCROLL: // a spin box's arrows moved its number
         if (lParam) {
@@ -414,15 +439,17 @@ HBRUSH frmMain::Colours(HWND control, HDC dc) {
     return nullptr;
 }
 
-void frmMain::Notify(const NMHDR& header) {
-    if (header.hwndFrom != m_tabs || header.code != TCN_SELCHANGE) return;
+LRESULT frmMain::Notify(const NMHDR& header) {
+    if (header.hwndFrom == Control("tvDirs")) return m_tree->Notify(header);
+    if (header.hwndFrom != m_tabs || header.code != TCN_SELCHANGE) return 0;
     const auto chosen = static_cast<int>(SendMessageW(m_tabs, TCM_GETCURSEL, 0, 0));
     // A tab disabled during a run or maintenance cannot be chosen: the strip goes back.
     if (chosen < 0 || !m_tabEnabled[chosen]) {
         SendMessageW(m_tabs, TCM_SETCURSEL, static_cast<WPARAM>(m_tab), 0);
-        return;
+        return 0;
     }
     ShowTab(static_cast<MainTab>(chosen));
+    return 0;
 }
 
 void frmMain::Command(int id, int code) {
@@ -440,6 +467,9 @@ void frmMain::Clicked(const std::string& name, int code) {
         if (name == "cmdRemove") trapped([this] { cmdRemove_Click(); });
         if (name == "cmdSelBackupPath") trapped([this] { cmdSelBackupPath_Click(); });
         if (name == "cmdManage") trapped([this] { cmdManage_Click(); });
+        if (name == "cmdSelBackup") trapped([this] { cmdSelBackup_Click(); });
+        if (name == "cmdRestore") trapped([this] { cmdRestore_Click(); });
+        if (name == "cmdRestoreTo") trapped([this] { cmdRestoreTo_Click(); });
         if (name == "cmdPurge") trapped([this] { cmdPurge_Click(); });
         if (name == "cmdCompact") trapped([this] { cmdCompact_Click(); });
         if (const char* key = OptionKeyOf(name))
@@ -458,6 +488,10 @@ void frmMain::Clicked(const std::string& name, int code) {
         return;
     }
     if (code != EN_CHANGE || m_quiet > 0) return;
+    if (name == "txtSearch") {
+        SetTimer(m_window, kSearchTimer, kSearchPauseMs, nullptr);
+        return;
+    }
     const std::string text = WindowText(Control(name));
     if (name == "txtExclude") trapped([&text] { StoreOption("Exclude", text); });
     if (name == "txtExDirs") trapped([&text] { StoreOption("ExDirs", text); });
@@ -486,6 +520,7 @@ void frmMain::TimeChanged(const std::string& name) {
 }
 
 bool frmMain::Filter(MSG& message) {
+    if (m_report && m_report->Filter(message)) return true;
     if (m_keys && TranslateAcceleratorW(m_window, m_keys, &message)) return true;
     return IsDialogMessageW(m_window, &message) != 0;
 }
@@ -696,9 +731,57 @@ void frmMain::SetBusy(MainTab tab, bool busy) {
     m_busy = busy;
     for (int other = 0; other < kMainTabCount; ++other)
         if (other != static_cast<int>(tab)) SetTabEnabled(static_cast<MainTab>(other), !busy);
-    for (const char* name : {"cmdSelBackup", "tvDirs", "cmdFindVersions", "cmdSelBackupPath",
-                             "cmdManage", "cmdPurge", "cmdCompact"})
+    for (const char* name :
+         {"cmdSelBackup", "tvDirs", "cmdSelBackupPath", "cmdManage", "cmdPurge", "cmdCompact"})
         Enable(name, !busy);
+    EnableRunCommands(!busy && m_browser.Root() != CBackupBrowser::kNone);
+}
+
+void frmMain::ShowRun(const std::string& bid) {
+    SetText(Control("lblBid"), bid);
+    if (bid.empty()) {
+        m_browser.Clear();
+        SetText(Control("lblRestore"), "");
+        SetProgressValue(Control("XP_PB2"), 0);
+    } else {
+        m_browser.cmbBackups_Click(bid);
+        // The root is shown open: it shows its own files too.
+        if (m_browser.Root() != CBackupBrowser::kNone) m_browser.PopulateNode(m_browser.Root());
+    }
+    // Another run is searched anew.
+    KillTimer(m_window, kSearchTimer);
+    SetTextQuietly("txtSearch", "");
+    SetText(Control("lblFound"), "");
+    EnableRunCommands(m_browser.Root() != CBackupBrowser::kNone);
+}
+
+void frmMain::EnableRunCommands(bool runShown) {
+    for (const char* name : {"cmdRestore", "cmdRestoreTo", "txtSearch"})
+        Enable(name, runShown);
+}
+
+void frmMain::SearchRun() {
+    if (m_busy || m_browser.Root() == CBackupBrowser::kNone) return;
+    SetCursor(LoadCursorW(nullptr, IDC_WAIT));
+    m_browser.Search(WindowText(Control("txtSearch")));
+    SetCursor(LoadCursorW(nullptr, IDC_ARROW));
+    SetText(Control("lblFound"), m_browser.SearchText());
+}
+
+void frmMain::cmdSelBackup_Click() {
+    if (!BackupPathChosen()) return;
+    const std::string bid = frmSelBackup::Choose(m_window, m_dpi);
+    if (!bid.empty()) ShowRun(bid);
+}
+
+void frmMain::cmdRestore_Click() {
+    BusyScope busy(*this, MainTab::kRestore);
+    m_browser.cmdRestore_Click(Checked("chkRestore"));
+}
+
+void frmMain::cmdRestoreTo_Click() {
+    BusyScope busy(*this, MainTab::kRestore);
+    m_browser.cmdRestoreTo_Click(Checked("chkRestore"));
 }
 
 void frmMain::CloseIfAsked() {
@@ -707,16 +790,22 @@ void frmMain::CloseIfAsked() {
 
 void frmMain::cmdManage_Click() {
     if (!BackupPathChosen()) return;
-    BusyScope busy(*this, MainTab::kConfiguration);
-    DeleteRemovedSources(ListedSources(), [this](int32_t row) {
-        SendMessageW(Control("lstSources"), LB_SETCURSEL, static_cast<WPARAM>(row), 0);
-    });
+    {
+        BusyScope busy(*this, MainTab::kConfiguration);
+        DeleteRemovedSources(ListedSources(), [this](int32_t row) {
+            SendMessageW(Control("lstSources"), LB_SETCURSEL, static_cast<WPARAM>(row), 0);
+        });
+    }
+    if (!RunExists(m_browser.Bid())) ShowRun({});
 }
 
 void frmMain::cmdPurge_Click() {
     if (!BackupPathChosen()) return;
-    BusyScope busy(*this, MainTab::kConfiguration);
-    PurgeBackups();
+    {
+        BusyScope busy(*this, MainTab::kConfiguration);
+        PurgeBackups();
+    }
+    if (!RunExists(m_browser.Bid())) ShowRun({});
 }
 
 void frmMain::cmdCompact_Click() {

@@ -8,16 +8,19 @@
 // the design's geometry at the window's dots per inch, kept proportional on WM_SIZE in whole
 // per cent, as the Qt window's resizer does.
 
+#include "app/CBackupBrowser.h"
 #include "app/CRunControl.h"
 #include "app/modMainWindow.h"
 #include "app/modSchedule.h"
 #include "platform/modWin32.h"
 
 #include <list>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+class CWinRunTree;
 class frmReport;
 
 class frmMain : public IMainWindowView {
@@ -41,6 +44,9 @@ public:
     void ShowTab(MainTab tab);
     bool TabEnabled(MainTab tab) const { return m_tabEnabled[static_cast<int>(tab)]; }
     const CRunControl& Run() const { return m_run; }
+    // The restore tab's tree, and the tree view that shows it.
+    const CBackupBrowser& Browser() const { return m_browser; }
+    const CWinRunTree& Tree() const { return *m_tree; }
     // The report window of the last run, while it is open.
     frmReport* Report() const { return m_report; }
 
@@ -49,6 +55,9 @@ public:
     void cmdAddSrc_Click();
     void cmdRemove_Click();
     void cmdSelBackupPath_Click();
+    void cmdSelBackup_Click();
+    void cmdRestore_Click();
+    void cmdRestoreTo_Click();
     void cmdManage_Click();
     void cmdPurge_Click();
     void cmdCompact_Click();
@@ -68,7 +77,7 @@ private:
     // cent and to its dots per inch.
     void Layout();
     void Command(int id, int code);
-    void Notify(const NMHDR& header);
+    LRESULT Notify(const NMHDR& header);
     HBRUSH Colours(HWND control, HDC dc);
     // A click, key or change of the named control.
     void Clicked(const std::string& name, int code);
@@ -90,6 +99,11 @@ private:
     void SetBusy(MainTab tab, bool busy);
     class BusyScope;
     bool BackupPathChosen();
+    // The run chosen (or none, when `bid` is empty): its bid in lblBid and its tree in tvDirs.
+    void ShowRun(const std::string& bid);
+    // What needs a run shown: restoring it and searching it.
+    void EnableRunCommands(bool runShown);
+    void SearchRun();
     void CloseIfAsked();
 
     // Sets a control's text without its change reaching the handlers (as Qt's textEdited).
@@ -120,6 +134,8 @@ private:
     bool m_pathMissing = false;         // txtBackupPath shows yellow
     bool m_lastBackupWarning = false;
     CRunControl m_run;
+    CBackupBrowser m_browser;
+    std::unique_ptr<CWinRunTree> m_tree;
     RunView m_shown;
     frmReport* m_report = nullptr;
     int m_quiet = 0; // texts set by the program, not typed

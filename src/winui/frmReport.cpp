@@ -21,10 +21,10 @@ std::string Joined(const std::vector<std::string>& lines) {
 }
 
 HWND Edit(HWND parent, const char* name, DWORD style) {
-    HWND edit = CreateWindowExW(WS_EX_CLIENTEDGE, L"EDIT", L"",
-                                WS_CHILD | WS_VISIBLE | WS_TABSTOP | ES_MULTILINE | ES_READONLY |
-                                    WS_VSCROLL | style,
-                                0, 0, 0, 0, parent, nullptr, GetModuleHandleW(nullptr), nullptr);
+    HWND edit =
+        CreateWindowExW(WS_EX_CLIENTEDGE, L"EDIT", L"",
+                        WS_CHILD | WS_VISIBLE | WS_TABSTOP | ES_MULTILINE | ES_READONLY | style, 0,
+                        0, 0, 0, parent, nullptr, GetModuleHandleW(nullptr), nullptr);
     NameControl(edit, name);
     return edit;
 }
@@ -46,8 +46,8 @@ frmReport::frmReport(HWND owner, int dpi) : m_dpi(dpi) {
                                WS_OVERLAPPEDWINDOW, CW_USEDEFAULT, CW_USEDEFAULT, Scaled(720, dpi),
                                Scaled(480, dpi), owner, nullptr, GetModuleHandleW(nullptr), this);
     NameControl(m_window, "frmReport");
-    m_summary = Edit(m_window, "txtSummary", 0);
-    m_report = Edit(m_window, "txtReport", WS_HSCROLL | ES_AUTOHSCROLL);
+    m_summary = Edit(m_window, "txtSummary", ES_AUTOVSCROLL);
+    m_report = Edit(m_window, "txtReport", WS_VSCROLL | WS_HSCROLL | ES_AUTOHSCROLL);
     m_ok =
         CreateWindowExW(0, L"BUTTON", L"OK", WS_CHILD | WS_VISIBLE | WS_TABSTOP | BS_DEFPUSHBUTTON,
                         0, 0, 0, 0, m_window, reinterpret_cast<HMENU>(static_cast<INT_PTR>(kOkId)),
@@ -92,16 +92,29 @@ void frmReport::Load(const std::string& logFile, const std::vector<std::string>&
     m_summaryLines = static_cast<int>(std::min<size_t>(summary.size(), 8));
     ShowWindow(m_summary, summary.empty() ? SW_HIDE : SW_SHOW);
     SetText(m_report, text);
-    // The run just made is at the end.
+    Layout();
+    ScrollToEnd();
+}
+
+// The run just made is at the end: the box shows its last lines, once it has its size and is
+// shown (a hidden box scrolls by a size it does not have yet).
+void frmReport::ScrollToEnd() {
     const auto length = static_cast<WPARAM>(GetWindowTextLengthW(m_report));
     SendMessageW(m_report, EM_SETSEL, length, static_cast<LPARAM>(length));
     SendMessageW(m_report, EM_SCROLLCARET, 0, 0);
-    Layout();
+    SendMessageW(m_report, EM_LINESCROLL, 0, SendMessageW(m_report, EM_GETLINECOUNT, 0, 0));
 }
 
 void frmReport::Show() {
     ShowWindow(m_window, SW_SHOW);
+    ScrollToEnd();
     SetForegroundWindow(m_window);
+    SetFocus(m_ok); // Enter or Esc closes it
+}
+
+bool frmReport::Filter(MSG& message) {
+    if (message.hwnd != m_window && !IsChild(m_window, message.hwnd)) return false;
+    return IsDialogMessageW(m_window, &message) != 0;
 }
 
 bool frmReport::Visible() const {
@@ -146,7 +159,7 @@ LRESULT CALLBACK frmReport::WindowProc(HWND window, UINT message, WPARAM wParam,
             if (self->m_ok) self->Layout();
             return 0;
         case WM_COMMAND:
-            if (LOWORD(wParam) == kOkId) ShowWindow(window, SW_HIDE);
+            if (LOWORD(wParam) == kOkId || LOWORD(wParam) == IDCANCEL) ShowWindow(window, SW_HIDE);
             return 0;
         case WM_CLOSE:
             ShowWindow(window, SW_HIDE);

@@ -21,6 +21,9 @@ public:
     // report stays empty) and shows `summary` above it.
     void Load(const std::string& logFile, const std::vector<std::string>& summary);
     void Show();
+    // Keyboard navigation for a message of this window (Enter and Esc close it); true when
+    // taken.
+    bool Filter(MSG& message);
     HWND Handle() const { return m_window; }
     bool Visible() const;
     std::string SummaryText() const;
@@ -29,6 +32,7 @@ public:
 private:
     static LRESULT CALLBACK WindowProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
     void Layout();
+    void ScrollToEnd();
 
     HWND m_window = nullptr;
     HWND m_summary = nullptr;

@@ -21,6 +21,7 @@
 #include <commctrl.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -144,6 +145,111 @@ protected:
     BackupFixture f;
     std::unique_ptr<frmMain> window;
 };
+
+// The next window of this thread named `name` (a modal one, which runs its own message loop),
+// handed to `act` once it shows.
+struct ModalScript {
+    std::string name;
+    std::function<void(HWND)> act;
+};
+ModalScript& Modal() {
+    static ModalScript script;
+    return script;
+}
+void CALLBACK LookForModal(HWND, UINT, UINT_PTR timer, DWORD) {
+    HWND found = nullptr;
+    EnumThreadWindows(
+        GetCurrentThreadId(),
+        [](HWND window, LPARAM result) -> BOOL {
+            if (ControlName(window) != Modal().name || !IsWindowVisible(window)) return TRUE;
+            *reinterpret_cast<HWND*>(result) = window;
+            return FALSE;
+        },
+        reinterpret_cast<LPARAM>(&found));
+    if (!found) return;
+    KillTimer(nullptr, timer);
+    auto act = std::move(Modal().act);
+    act(found);
+}
+void WhenModal(const std::string& name, std::function<void(HWND)> act) {
+    Modal() = {name, std::move(act)};
+    SetTimer(nullptr, 0, 50, LookForModal);
+}
+
+// The item below `parent` (the tree's top for nullptr) whose text is `text`; nullptr for none.
+HTREEITEM ItemNamed(HWND tree, HTREEITEM parent, const std::string& text) {
+    auto item = reinterpret_cast<HTREEITEM>(SendMessageW(
+        tree, TVM_GETNEXTITEM, parent ? TVGN_CHILD : TVGN_ROOT, reinterpret_cast<LPARAM>(parent)));
+    for (; item; item = reinterpret_cast<HTREEITEM>(SendMessageW(tree, TVM_GETNEXTITEM, TVGN_NEXT,
+                                                                 reinterpret_cast<LPARAM>(item)))) {
+        wchar_t buffer[512] = L"";
+        TVITEMW data{};
+        data.mask = TVIF_TEXT | TVIF_HANDLE;
+        data.hItem = item;
+        data.pszText = buffer;
+        data.cchTextMax = 512;
+        SendMessageW(tree, TVM_GETITEMW, 0, reinterpret_cast<LPARAM>(&data));
+        if (Narrow(buffer) == text) return item;
+    }
+    return nullptr;
+}
+std::vector<std::string> ItemTexts(HWND tree, HTREEITEM parent) {
+    std::vector<std::string> texts;
+    auto item = reinterpret_cast<HTREEITEM>(
+        SendMessageW(tree, TVM_GETNEXTITEM, TVGN_CHILD, reinterpret_cast<LPARAM>(parent)));
+    for (; item; item = reinterpret_cast<HTREEITEM>(SendMessageW(tree, TVM_GETNEXTITEM, TVGN_NEXT,
+                                                                 reinterpret_cast<LPARAM>(item)))) {
+        wchar_t buffer[512] = L"";
+        TVITEMW data{};
+        data.mask = TVIF_TEXT | TVIF_HANDLE;
+        data.hItem = item;
+        data.pszText = buffer;
+        data.cchTextMax = 512;
+        SendMessageW(tree, TVM_GETITEMW, 0, reinterpret_cast<LPARAM>(&data));
+        texts.push_back(Narrow(buffer));
+    }
+    return texts;
+}
+// The check box's picture of an item: 1 unticked, 2 ticked, 3 partly.
+int StateImageOf(HWND tree, HTREEITEM item) {
+    const auto state =
+        SendMessageW(tree, TVM_GETITEMSTATE, reinterpret_cast<WPARAM>(item), TVIS_STATEIMAGEMASK);
+    return static_cast<int>((state & TVIS_STATEIMAGEMASK) >> 12);
+}
+// A click with the mouse on an item's name.
+void ClickName(HWND tree, HTREEITEM item) {
+    RECT text{};
+    *reinterpret_cast<HTREEITEM*>(&text) = item;
+    if (!SendMessageW(tree, TVM_GETITEMRECT, TRUE, reinterpret_cast<LPARAM>(&text))) {
+        ADD_FAILURE() << "the item is not shown";
+        return;
+    }
+    const LPARAM at = MAKELPARAM((text.left + text.right) / 2, (text.top + text.bottom) / 2);
+    PostMessageW(tree, WM_LBUTTONUP, 0, at);
+    SendMessageW(tree, WM_LBUTTONDOWN, MK_LBUTTON, at);
+    PumpMessages();
+}
+// A click with the mouse on an item's check box.
+void ClickCheckBox(HWND tree, HTREEITEM item) {
+    RECT text{};
+    *reinterpret_cast<HTREEITEM*>(&text) = item;
+    if (!SendMessageW(tree, TVM_GETITEMRECT, TRUE, reinterpret_cast<LPARAM>(&text))) {
+        ADD_FAILURE() << "the item is not shown";
+        return;
+    }
+    const int y = (text.top + text.bottom) / 2;
+    for (int x = text.left - 1; x >= 0; --x) {
+        TVHITTESTINFO hit{};
+        hit.pt = {x, y};
+        SendMessageW(tree, TVM_HITTEST, 0, reinterpret_cast<LPARAM>(&hit));
+        if (hit.hItem != item || !(hit.flags & TVHT_ONITEMSTATEICON)) continue;
+        PostMessageW(tree, WM_LBUTTONUP, 0, MAKELPARAM(x, y));
+        SendMessageW(tree, WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(x, y));
+        PumpMessages();
+        return;
+    }
+    ADD_FAILURE() << "no check box found";
+}
 
 CScriptedMessageBox::Call Box(const std::string& text, int style) {
     return {text, style, "QRV - Stashwell"};
@@ -292,6 +398,18 @@ TEST_F(WinWindowTest, FirstStartThroughToAFinishedBackup) {
                   ": 2 files, 2 new (9 bytes), 0 already stored.\r\n" + two +
                   ": 1 file, 1 new (5 bytes), 0 already stored.");
     EXPECT_NE(window->Report()->ReportText().find("Backup started\r\n"), std::string::npos);
+    // The run just made, at the log's end, is in sight.
+    HWND log = FindControl(window->Report()->Handle(), "txtReport");
+    const auto length = static_cast<WPARAM>(GetWindowTextLengthW(log));
+    const LRESULT at = SendMessageW(log, EM_POSFROMCHAR, length - 3, 0); // before the last CR LF
+    RECT inside;
+    GetClientRect(log, &inside);
+    EXPECT_NE(at, -1);
+    EXPECT_LT(static_cast<short>(HIWORD(at)), inside.bottom);
+    // Esc closes it, as Enter does.
+    PostMessageW(GetFocus(), WM_KEYDOWN, VK_ESCAPE, 0);
+    PumpMessages();
+    EXPECT_FALSE(window->Report()->Visible());
     EXPECT_EQ(f.env.box.calls, (Calls{Box("Please define the backup path to proceed", 64)}));
 }
 
@@ -412,6 +530,119 @@ TEST_F(WinWindowTest, TheWindowFollowsItsSizeInWholePerCent) {
     GetWindowRect(Get("cmdBackup"), &again);
     EXPECT_EQ(again.right - again.left, before.right - before.left);
     EXPECT_EQ(again.bottom - again.top, before.bottom - before.top);
+}
+
+TEST_F(WinWindowTest, AChosenRunShowsItsTreeAndTickedFilesAreRestoredElsewhere) {
+    const std::string source = f.env.Path("src");
+    CreateTree(source, Dir({{"a.txt", File("alpha")},
+                            {"sub", Dir({{"b.txt", File("beta")}, {"c.txt", File("gamma")}})}}));
+    f.AddSource(source);
+    Open();
+    Load();
+    Click("cmdBackup");
+    ClickTab(MainTab::kRestore);
+    EXPECT_FALSE(IsWindowEnabled(Get("cmdRestoreTo")));
+
+    // The run, chosen in the chooser as a person does: its date under its source, then OK.
+    std::vector<std::string> runs;
+    WhenModal("frmSelBackup", [&runs](HWND chooser) {
+        HWND tree = FindControl(chooser, "tvBackups");
+        auto top = reinterpret_cast<HTREEITEM>(SendMessageW(tree, TVM_GETNEXTITEM, TVGN_ROOT, 0));
+        runs = ItemTexts(tree, top);
+        auto run = reinterpret_cast<HTREEITEM>(
+            SendMessageW(tree, TVM_GETNEXTITEM, TVGN_CHILD, reinterpret_cast<LPARAM>(top)));
+        SendMessageW(tree, TVM_SELECTITEM, TVGN_CARET, reinterpret_cast<LPARAM>(run));
+        SendMessageW(FindControl(chooser, "OKButton"), BM_CLICK, 0, 0);
+    });
+    Click("cmdSelBackup");
+    ASSERT_EQ(runs.size(), 1u);
+    EXPECT_EQ(runs[0], f.RowTexts("SELECT datebk FROM Backups WHERE bid = 1").front());
+    EXPECT_EQ(Text("lblBid"), "1");
+    EXPECT_EQ(Text("lblRestore"), "Ready");
+    EXPECT_TRUE(IsWindowEnabled(Get("cmdRestoreTo")));
+    EXPECT_TRUE(IsWindowEnabled(Get("txtSearch")));
+
+    HWND tree = Get("tvDirs");
+    HTREEITEM root = ItemNamed(tree, nullptr, source + "\\");
+    ASSERT_NE(root, nullptr);
+    // Folders first, then files; the root open, showing its own file.
+    EXPECT_EQ(ItemTexts(tree, root), (std::vector<std::string>{"sub", "a.txt"}));
+    HTREEITEM sub = ItemNamed(tree, root, "sub");
+    EXPECT_EQ(StateImageOf(tree, sub), 1);
+
+    // A folder never opened, ticked: its files come in, all ticked, and the root shows partly.
+    ClickCheckBox(tree, sub);
+    EXPECT_EQ(ItemTexts(tree, sub), (std::vector<std::string>{"b.txt", "c.txt"}));
+    EXPECT_EQ(StateImageOf(tree, sub), 2);
+    EXPECT_EQ(StateImageOf(tree, ItemNamed(tree, sub, "b.txt")), 2);
+    EXPECT_EQ(StateImageOf(tree, ItemNamed(tree, sub, "c.txt")), 2);
+    EXPECT_EQ(StateImageOf(tree, ItemNamed(tree, root, "a.txt")), 1);
+    EXPECT_EQ(StateImageOf(tree, root), 3);
+    EXPECT_EQ(Text("lblSelected"), "2 files, 9 bytes selected");
+    // Unticking a file changes no other tick of its own; the folder is opened first, with a
+    // click on its name.
+    ClickName(tree, sub);
+    EXPECT_NE(SendMessageW(tree, TVM_GETITEMSTATE, reinterpret_cast<WPARAM>(sub), TVIS_EXPANDED) &
+                  TVIS_EXPANDED,
+              0);
+    ClickCheckBox(tree, ItemNamed(tree, sub, "c.txt"));
+    EXPECT_EQ(StateImageOf(tree, ItemNamed(tree, sub, "c.txt")), 1);
+    EXPECT_EQ(StateImageOf(tree, ItemNamed(tree, sub, "b.txt")), 2);
+    EXPECT_EQ(Text("lblSelected"), "1 file, 4 bytes selected");
+
+    const std::string elsewhere = f.env.Path("Elsewhere");
+    CreateTree(elsewhere, Dir());
+    f.env.picker.Answer(elsewhere);
+    Click("cmdRestoreTo");
+    EXPECT_EQ(f.env.picker.prompts,
+              (std::vector<std::string>{"Select alternate folder to restore to"}));
+    EXPECT_EQ(Text("lblRestore"), "Restore complete");
+    EXPECT_EQ(ProgressValue(Get("XP_PB2")), 100);
+    EXPECT_EQ(ReadFile(elsewhere + "\\sub\\b.txt"), "beta");
+    EXPECT_FALSE(Exists(elsewhere + "\\sub\\c.txt"));
+    EXPECT_FALSE(Exists(elsewhere + "\\a.txt"));
+    EXPECT_TRUE(f.env.box.calls.empty());
+
+    // To its place, over a changed file, after the overwrite question.
+    WriteFile(source + "\\sub\\b.txt", "changed");
+    f.env.box.Answer(mb::kOK);
+    Click("cmdRestore");
+    EXPECT_EQ(ReadFile(source + "\\sub\\b.txt"), "beta");
+    EXPECT_EQ(
+        f.env.box.calls,
+        (Calls{Box("QRV will overwrite any existing files with the same name. Is this OK?", 33)}));
+}
+
+TEST_F(WinWindowTest, ASearchShowsTheMatchesAndTheirCount) {
+    const std::string source = f.env.Path("src");
+    CreateTree(source, Dir({{"a.txt", File("alpha")},
+                            {"sub", Dir({{"b.jpg", File("beta")}, {"c.txt", File("gamma")}})}}));
+    f.AddSource(source);
+    Open();
+    Load();
+    Click("cmdBackup");
+    ClickTab(MainTab::kRestore);
+    WhenModal("frmSelBackup", [](HWND chooser) {
+        HWND tree = FindControl(chooser, "tvBackups");
+        auto top = reinterpret_cast<HTREEITEM>(SendMessageW(tree, TVM_GETNEXTITEM, TVGN_ROOT, 0));
+        auto run = reinterpret_cast<HTREEITEM>(
+            SendMessageW(tree, TVM_GETNEXTITEM, TVGN_CHILD, reinterpret_cast<LPARAM>(top)));
+        SendMessageW(tree, TVM_SELECTITEM, TVGN_CARET, reinterpret_cast<LPARAM>(run));
+        SendMessageW(FindControl(chooser, "OKButton"), BM_CLICK, 0, 0);
+    });
+    Click("cmdSelBackup");
+    Type("txtSearch", "*.jpg");
+    // The search waits for the typing to pause.
+    for (int i = 0; i < 100 && Text("lblFound").empty(); ++i) {
+        Sleep(20);
+        PumpMessages();
+    }
+    EXPECT_EQ(Text("lblFound"), "1 file matches");
+    HWND tree = Get("tvDirs");
+    HTREEITEM root = ItemNamed(tree, nullptr, source + "\\");
+    ASSERT_NE(root, nullptr);
+    EXPECT_EQ(ItemTexts(tree, root), (std::vector<std::string>{"sub"}));
+    EXPECT_EQ(ItemTexts(tree, ItemNamed(tree, root, "sub")), (std::vector<std::string>{"b.jpg"}));
 }
 
 } // namespace
