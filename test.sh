@@ -56,13 +56,18 @@ skipped_summary() {
 }
 trap skipped_summary EXIT
 
+# Each stage says when it begins, so a log shows where the time goes.
+stage() { echo "== test.sh: $1, at ${SECONDS} s"; }
+
 jobs=$(nproc)
 rm -f "$junit"
+stage "the Release build and its tests"
 # The same Release build that ./run.sh starts.
 cmake -S . -B build-release -G Ninja -DCMAKE_BUILD_TYPE=Release
 cmake --build build-release -j "$jobs"
 ctest --test-dir build-release --output-on-failure -j "$jobs" --output-junit "$junit"
 
+stage "the core under AddressSanitizer and UndefinedBehaviorSanitizer"
 # The sanitizer builds compile the libraries as a few unity sources each (CMAKE_UNITY_BUILD),
 # which takes them a third less time; the Release build above keeps one object per source.
 cmake -S . -B build-sanitize -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_UNITY_BUILD=ON \
@@ -71,6 +76,7 @@ cmake --build build-sanitize -j "$jobs"
 UBSAN_OPTIONS=print_stacktrace=1 \
     ctest --test-dir build-sanitize --output-on-failure -j "$jobs" -L core
 
+stage "the threaded tests under ThreadSanitizer"
 cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DSTASHWELL_CORE_ONLY=ON \
     -DCMAKE_UNITY_BUILD=ON -DSTASHWELL_SANITIZE_THREADS=ON
 threaded=(support_CServiceContext support_CBufferPool engine_CSignatureAhead engine_CStore engine_CBackup
@@ -82,10 +88,13 @@ done
 
 # The Debian package of the Release build: built with CPack, installed with apt-get, its
 # programs run from /usr/bin on a private home, then purged (tests/package/run.sh).
+stage "the Debian package"
 windows_prepared
 tests/package/run.sh build-release
 
 # The Windows build (scripts/build-windows.sh, docs/windows.md): the programs and the zip, with
 # the manual of the Release build, and the tests of tests/windows-tests.txt under Wine, counted
 # as "Windows tests: N passed, M skipped, K failed"; a failed one fails this script.
+stage "the Windows build and its tests under Wine"
 scripts/build-windows.sh --test --manual-from build-release
+stage "done"
