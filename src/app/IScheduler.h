@@ -2,7 +2,7 @@
 
 // One way of having the program's backup ("<program> backup") run every day at a chosen time:
 // the systemd user instance's timer (CSystemdScheduler), a line of the user's crontab
-// (CCronScheduler), and on Windows, later, a Task Scheduler task. modSchedule tries them in
+// (CCronScheduler), and on Windows a Task Scheduler task (CTaskScheduler). modSchedule tries them in
 // that order and uses the first that answers.
 
 #include <string>

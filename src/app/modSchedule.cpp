@@ -2,6 +2,7 @@
 
 #include "app/CCronScheduler.h"
 #include "app/CSystemdScheduler.h"
+#include "app/CTaskScheduler.h"
 #include "app/modMainWindow.h"
 #include "app/modOwedRun.h"
 #include "app/modRetention.h"
@@ -129,7 +130,9 @@ std::string ScheduledProgram() {
 
 std::vector<std::unique_ptr<IScheduler>> SystemSchedulers(const std::string& program) {
     std::vector<std::unique_ptr<IScheduler>> schedulers;
-    if (!kWindowsBuild) {
+    if (kWindowsBuild) {
+        schedulers.push_back(std::make_unique<CTaskScheduler>(program));
+    } else {
         schedulers.push_back(std::make_unique<CSystemdScheduler>(program));
         schedulers.push_back(std::make_unique<CCronScheduler>(program));
     }

@@ -45,6 +45,12 @@ void FakeSchedulerPrograms::Crontab() {
                          "fi\n");
 }
 
+void FakeSchedulerPrograms::Schtasks(const std::string& failure) {
+    Write("schtasks",
+          "echo \"schtasks $*\" >> '" + calls + "'\n" +
+              (failure.empty() ? std::string("exit 0\n") : "echo '" + failure + "' >&2\nexit 1\n"));
+}
+
 std::vector<std::string> FakeSchedulerPrograms::Calls() const {
     std::vector<std::string> lines;
     const std::string text = std::filesystem::exists(calls) ? ReadFile(calls) : std::string();

@@ -1,8 +1,8 @@
 #pragma once
 
-// Stand-ins for systemctl and crontab: a folder of small shell scripts that is the only folder on
-// PATH while the object lives (for this process and the programs it starts), so that no test
-// reaches the machine's own systemd or crontab. Each records its arguments as one line.
+// Stand-ins for systemctl, crontab and schtasks: a folder of small shell scripts that is the only
+// folder on PATH while the object lives (for this process and the programs it starts), so that no
+// test reaches the machine's own systemd or crontab. Each records its arguments as one line.
 
 #ifndef _WIN32
 
@@ -25,6 +25,8 @@ public:
     void Systemctl(bool answers = true, const std::string& failing = {});
     // A crontab keeping the user's table in `crontab` (none while the file is not there).
     void Crontab();
+    // A schtasks that records its calls and answers 0, or with `failure` on stderr and status 1.
+    void Schtasks(const std::string& failure = {});
     // The calls recorded, one a line: "systemctl --user ...", "crontab -l".
     std::vector<std::string> Calls() const;
     void ForgetCalls();
