@@ -12,6 +12,13 @@
 
 namespace {
 
+// schtasks' switches.
+constexpr const char* kCreateSwitch = "/Create"; // not a path separator
+constexpr const char* kDeleteSwitch = "/Delete"; // not a path separator
+constexpr const char* kForceSwitch = "/F";       // not a path separator
+constexpr const char* kNameSwitch = "/TN";       // not a path separator
+constexpr const char* kXmlSwitch = "/XML";       // not a path separator
+
 // `text` as XML character data.
 std::string Escaped(const std::string& text) {
     std::string escaped;
@@ -173,7 +180,8 @@ std::string CTaskScheduler::Create(const std::string& name, const std::string& f
         return problem;
     return AnswerProblem(
         m_tool + " /Create",
-        RunAndWait(m_tool, {"/Create", "/F", "/TN", name, "/XML", path}, {}, kProgramAnswerMs),
+        RunAndWait(m_tool, {kCreateSwitch, kForceSwitch, kNameSwitch, name, kXmlSwitch, path}, {},
+                   kProgramAnswerMs),
         kProgramAnswerMs);
 }
 
@@ -182,8 +190,9 @@ std::string CTaskScheduler::Delete(const std::string& name, const std::string& f
     std::string kept;
     if (!FSReadWhole(path, kept)) return {}; // none was made
     const std::string problem = AnswerProblem(
-        m_tool + " /Delete",
-        RunAndWait(m_tool, {"/Delete", "/F", "/TN", name}, {}, kProgramAnswerMs), kProgramAnswerMs);
+        m_tool + " " + kDeleteSwitch,
+        RunAndWait(m_tool, {kDeleteSwitch, kForceSwitch, kNameSwitch, name}, {}, kProgramAnswerMs),
+        kProgramAnswerMs);
     if (problem.empty()) FSDeleteFile(path);
     return problem;
 }
