@@ -30,13 +30,6 @@ bool EndsWith(const std::string& text, const std::string& end) {
            text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
 
-// The next moment after now at hour:minute, local time.
-std::time_t NextAt(int hour, int minute) {
-    const std::time_t now = std::time(nullptr);
-    const std::time_t today = TimeOfDay(now, 0, hour, minute);
-    return today > now ? today : TimeOfDay(now, 1, hour, minute);
-}
-
 } // namespace
 
 CCronScheduler::CCronScheduler(std::string program) : m_program(std::move(program)) {}
@@ -142,7 +135,7 @@ std::string CCronScheduler::NextRun() {
         int hour = -1;
         if (std::sscanf(line.c_str(), "%d %d", &minute, &hour) == 2 && minute >= 0 &&
             minute <= 59 && hour >= 0 && hour <= 23)
-            return DateTimeText(NextAt(hour, minute));
+            return DateTimeText(NextTimeOfDay(hour, minute));
     }
     return {};
 }

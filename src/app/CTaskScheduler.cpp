@@ -120,13 +120,6 @@ std::string Clock(int hour, int minute) {
     return text;
 }
 
-// The next moment after now at hour:minute, local time.
-std::time_t NextAt(int hour, int minute) {
-    const std::time_t now = std::time(nullptr);
-    const std::time_t today = TimeOfDay(now, 0, hour, minute);
-    return today > now ? today : TimeOfDay(now, 1, hour, minute);
-}
-
 } // namespace
 
 CTaskScheduler::CTaskScheduler(std::string program, std::string tool)
@@ -221,7 +214,7 @@ std::string CTaskScheduler::NextRun() {
         std::sscanf(text.c_str() + end - 5, "%2d:%2d", &hour, &minute) != 2 || hour < 0 ||
         hour > 23 || minute < 0 || minute > 59)
         return {};
-    return DateTimeText(NextAt(hour, minute));
+    return DateTimeText(NextTimeOfDay(hour, minute));
 }
 
 std::string CTaskScheduler::StartRetry() {

@@ -87,3 +87,9 @@ std::string IsoDateText(const std::string& dateText) {
                   day, hour, minute, second, offset < 0 ? '-' : '+', size / 60, size % 60);
     return text;
 }
+
+std::time_t NextTimeOfDay(int hour, int minute) {
+    const std::time_t now = std::time(nullptr);
+    const std::time_t today = TimeOfDay(now, 0, hour, minute);
+    return today > now ? today : TimeOfDay(now, 1, hour, minute);
+}

@@ -1,5 +1,7 @@
 #include "winui/CWinProgressBar.h"
 
+#include "winui/modWinControls.h"
+
 #include <algorithm>
 #include <string>
 
@@ -134,15 +136,7 @@ LRESULT CALLBACK BarProc(HWND bar, UINT message, WPARAM wParam, LPARAM lParam) {
 } // namespace
 
 void RegisterProgressBarClass() {
-    WNDCLASSEXW kind{};
-    kind.cbSize = sizeof kind;
-    if (GetClassInfoExW(GetModuleHandleW(nullptr), kProgressBarClass, &kind)) return;
-    kind.lpfnWndProc = BarProc;
-    kind.cbWndExtra = sizeof(LONG_PTR); // the font
-    kind.hInstance = GetModuleHandleW(nullptr);
-    kind.hCursor = LoadCursorW(nullptr, IDC_ARROW);
-    kind.lpszClassName = kProgressBarClass;
-    RegisterClassExW(&kind);
+    RegisterWindowClass(kProgressBarClass, BarProc, sizeof(LONG_PTR)); // the font
 }
 
 int32_t ProgressValue(HWND bar) {

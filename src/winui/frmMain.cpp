@@ -50,19 +50,6 @@ int IndexOfId(int id) {
     return index;
 }
 
-void Register(const wchar_t* name, WNDPROC procedure) {
-    WNDCLASSEXW kind{};
-    kind.cbSize = sizeof kind;
-    if (GetClassInfoExW(GetModuleHandleW(nullptr), name, &kind)) return;
-    kind.lpfnWndProc = procedure;
-    kind.hInstance = GetModuleHandleW(nullptr);
-    kind.hCursor = LoadCursorW(nullptr, IDC_ARROW);
-    kind.hbrBackground = GetSysColorBrush(COLOR_BTNFACE);
-    kind.hIcon = LoadIconW(nullptr, IDI_APPLICATION);
-    kind.lpszClassName = name;
-    RegisterClassExW(&kind);
-}
-
 // The option keys of the check boxes that store their value as they are clicked.
 const char* OptionKeyOf(const std::string& name) {
     static const std::pair<const char*, const char*> keys[] = {
@@ -111,8 +98,8 @@ private:
 frmMain::frmMain(std::string commandLine)
     : m_commandLine(std::move(commandLine)), m_run({}, BackupOptions{}) {
     RegisterProgressBarClass();
-    Register(kMainClass, WindowProc);
-    Register(kPageClass, PageProc);
+    RegisterWindowClass(kMainClass, WindowProc);
+    RegisterWindowClass(kPageClass, PageProc);
     HDC screen = GetDC(nullptr);
     m_dpi = GetDeviceCaps(screen, LOGPIXELSX);
     ReleaseDC(nullptr, screen);
@@ -200,16 +187,10 @@ void frmMain::Build() {
 }
 
 void frmMain::MakeFonts() {
-    NONCLIENTMETRICSW metrics{};
-    metrics.cbSize = sizeof metrics;
-    SystemParametersInfoW(SPI_GETNONCLIENTMETRICS, sizeof metrics, &metrics, 0);
-    LOGFONTW font = metrics.lfMessageFont;
-    font.lfHeight = -MulDiv(9, m_dpi, 72);
     if (m_font) DeleteObject(m_font);
     if (m_bold) DeleteObject(m_bold);
-    m_font = CreateFontIndirectW(&font);
-    font.lfWeight = FW_BOLD;
-    m_bold = CreateFontIndirectW(&font);
+    m_font = MessageFont(m_dpi);
+    m_bold = MessageFont(m_dpi, true);
 }
 
 void frmMain::BuildMenus() {

@@ -32,16 +32,7 @@ HWND Edit(HWND parent, const char* name, DWORD style) {
 } // namespace
 
 frmReport::frmReport(HWND owner, int dpi) : m_dpi(dpi) {
-    WNDCLASSEXW kind{};
-    kind.cbSize = sizeof kind;
-    if (!GetClassInfoExW(GetModuleHandleW(nullptr), kReportClass, &kind)) {
-        kind.lpfnWndProc = WindowProc;
-        kind.hInstance = GetModuleHandleW(nullptr);
-        kind.hCursor = LoadCursorW(nullptr, IDC_ARROW);
-        kind.hbrBackground = GetSysColorBrush(COLOR_BTNFACE);
-        kind.lpszClassName = kReportClass;
-        RegisterClassExW(&kind);
-    }
+    RegisterWindowClass(kReportClass, WindowProc);
     m_window = CreateWindowExW(WS_EX_CONTROLPARENT, kReportClass, L"Backup report",
                                WS_OVERLAPPEDWINDOW, CW_USEDEFAULT, CW_USEDEFAULT, Scaled(720, dpi),
                                Scaled(480, dpi), owner, nullptr, GetModuleHandleW(nullptr), this);
@@ -53,12 +44,7 @@ frmReport::frmReport(HWND owner, int dpi) : m_dpi(dpi) {
                         0, 0, 0, 0, m_window, reinterpret_cast<HMENU>(static_cast<INT_PTR>(kOkId)),
                         GetModuleHandleW(nullptr), nullptr);
     NameControl(m_ok, "OKButton");
-    NONCLIENTMETRICSW metrics{};
-    metrics.cbSize = sizeof metrics;
-    SystemParametersInfoW(SPI_GETNONCLIENTMETRICS, sizeof metrics, &metrics, 0);
-    LOGFONTW font = metrics.lfMessageFont;
-    font.lfHeight = -MulDiv(9, dpi, 72);
-    m_font = CreateFontIndirectW(&font);
+    m_font = MessageFont(dpi);
     LOGFONTW fixed{};
     fixed.lfHeight = -MulDiv(9, dpi, 72);
     fixed.lfPitchAndFamily = FIXED_PITCH | FF_MODERN;

@@ -89,23 +89,9 @@ HWND Child(Chooser& chooser, const wchar_t* kind, const wchar_t* text, DWORD sty
 } // namespace
 
 std::string frmSelBackup::Choose(HWND owner, int dpi) {
-    WNDCLASSEXW kind{};
-    kind.cbSize = sizeof kind;
-    if (!GetClassInfoExW(GetModuleHandleW(nullptr), kChooserClass, &kind)) {
-        kind.lpfnWndProc = ChooserProc;
-        kind.hInstance = GetModuleHandleW(nullptr);
-        kind.hCursor = LoadCursorW(nullptr, IDC_ARROW);
-        kind.hbrBackground = GetSysColorBrush(COLOR_BTNFACE);
-        kind.lpszClassName = kChooserClass;
-        RegisterClassExW(&kind);
-    }
+    RegisterWindowClass(kChooserClass, ChooserProc);
     Chooser chooser;
-    NONCLIENTMETRICSW metrics{};
-    metrics.cbSize = sizeof metrics;
-    SystemParametersInfoW(SPI_GETNONCLIENTMETRICS, sizeof metrics, &metrics, 0);
-    LOGFONTW font = metrics.lfMessageFont;
-    font.lfHeight = -MulDiv(9, dpi, 72);
-    chooser.font = CreateFontIndirectW(&font);
+    chooser.font = MessageFont(dpi);
     RECT outer{0, 0, Scaled(460, dpi), Scaled(360, dpi)};
     const DWORD style = WS_POPUP | WS_CAPTION | WS_SYSMENU | WS_DLGFRAME;
     AdjustWindowRectEx(&outer, style, FALSE, WS_EX_DLGMODALFRAME | WS_EX_CONTROLPARENT);

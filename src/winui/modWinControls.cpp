@@ -158,6 +158,30 @@ void SetText(HWND window, const std::string& text) {
     SetWindowTextW(window, Wide(text).c_str());
 }
 
+void RegisterWindowClass(const wchar_t* name, WNDPROC procedure, int extraBytes) {
+    WNDCLASSEXW kind{};
+    kind.cbSize = sizeof kind;
+    if (GetClassInfoExW(GetModuleHandleW(nullptr), name, &kind)) return;
+    kind.lpfnWndProc = procedure;
+    kind.cbWndExtra = extraBytes;
+    kind.hInstance = GetModuleHandleW(nullptr);
+    kind.hCursor = LoadCursorW(nullptr, IDC_ARROW);
+    kind.hbrBackground = GetSysColorBrush(COLOR_BTNFACE);
+    kind.hIcon = LoadIconW(nullptr, IDI_APPLICATION);
+    kind.lpszClassName = name;
+    RegisterClassExW(&kind);
+}
+
+HFONT MessageFont(int dpi, bool bold) {
+    NONCLIENTMETRICSW metrics{};
+    metrics.cbSize = sizeof metrics;
+    SystemParametersInfoW(SPI_GETNONCLIENTMETRICS, sizeof metrics, &metrics, 0);
+    LOGFONTW font = metrics.lfMessageFont;
+    font.lfHeight = -MulDiv(9, dpi, 72);
+    if (bold) font.lfWeight = FW_BOLD;
+    return CreateFontIndirectW(&font);
+}
+
 int Scaled(int pixels, int dpi) {
     return MulDiv(pixels, dpi, 96);
 }

@@ -29,6 +29,12 @@ std::wstring CaptionWithKey(const std::string& caption, char key);
 // A window's text, UTF-16 to UTF-8, and back.
 std::string WindowText(HWND window);
 void SetText(HWND window, const std::string& text);
+// Registers the window class `name` of this program once (later calls do nothing): `procedure`,
+// `extraBytes` kept with each window, the arrow pointer, the dialog colour behind, the
+// program's icon.
+void RegisterWindowClass(const wchar_t* name, WNDPROC procedure, int extraBytes = 0);
+// The system's message font at 9 points for `dpi`, bold when asked; the caller deletes it.
+HFONT MessageFont(int dpi, bool bold = false);
 // `pixels` device-independent pixels at `dpi` dots per inch.
 int Scaled(int pixels, int dpi);
 RECT ScaledRect(const DesignRect& rect, int dpi);

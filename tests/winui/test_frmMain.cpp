@@ -176,20 +176,25 @@ void WhenModal(const std::string& name, std::function<void(HWND)> act) {
     SetTimer(nullptr, 0, 50, LookForModal);
 }
 
+// An item's text.
+std::string ItemText(HWND tree, HTREEITEM item) {
+    wchar_t buffer[512] = L"";
+    TVITEMW data{};
+    data.mask = TVIF_TEXT | TVIF_HANDLE;
+    data.hItem = item;
+    data.pszText = buffer;
+    data.cchTextMax = 512;
+    SendMessageW(tree, TVM_GETITEMW, 0, reinterpret_cast<LPARAM>(&data));
+    return Narrow(buffer);
+}
+
 // The item below `parent` (the tree's top for nullptr) whose text is `text`; nullptr for none.
 HTREEITEM ItemNamed(HWND tree, HTREEITEM parent, const std::string& text) {
     auto item = reinterpret_cast<HTREEITEM>(SendMessageW(
         tree, TVM_GETNEXTITEM, parent ? TVGN_CHILD : TVGN_ROOT, reinterpret_cast<LPARAM>(parent)));
     for (; item; item = reinterpret_cast<HTREEITEM>(SendMessageW(tree, TVM_GETNEXTITEM, TVGN_NEXT,
                                                                  reinterpret_cast<LPARAM>(item)))) {
-        wchar_t buffer[512] = L"";
-        TVITEMW data{};
-        data.mask = TVIF_TEXT | TVIF_HANDLE;
-        data.hItem = item;
-        data.pszText = buffer;
-        data.cchTextMax = 512;
-        SendMessageW(tree, TVM_GETITEMW, 0, reinterpret_cast<LPARAM>(&data));
-        if (Narrow(buffer) == text) return item;
+        if (ItemText(tree, item) == text) return item;
     }
     return nullptr;
 }
@@ -199,14 +204,7 @@ std::vector<std::string> ItemTexts(HWND tree, HTREEITEM parent) {
         SendMessageW(tree, TVM_GETNEXTITEM, TVGN_CHILD, reinterpret_cast<LPARAM>(parent)));
     for (; item; item = reinterpret_cast<HTREEITEM>(SendMessageW(tree, TVM_GETNEXTITEM, TVGN_NEXT,
                                                                  reinterpret_cast<LPARAM>(item)))) {
-        wchar_t buffer[512] = L"";
-        TVITEMW data{};
-        data.mask = TVIF_TEXT | TVIF_HANDLE;
-        data.hItem = item;
-        data.pszText = buffer;
-        data.cchTextMax = 512;
-        SendMessageW(tree, TVM_GETITEMW, 0, reinterpret_cast<LPARAM>(&data));
-        texts.push_back(Narrow(buffer));
+        texts.push_back(ItemText(tree, item));
     }
     return texts;
 }
