@@ -7,6 +7,7 @@
 #include "engine/modFolderIdentity.h"
 #include "platform/modClock.h"
 #include "platform/modFileStatus.h"
+#include "platform/modFileSystem.h"
 #include "support/CProcTrap.h"
 #include "support/modFSCommon.h"
 #include "support/modMsgBox.h"
@@ -289,6 +290,12 @@ std::optional<CSignatureAhead::StagingPlan> CBackup::StagingPlan() {
     plan.stage = [this](const std::string& source, const std::atomic<bool>* stop,
                         std::atomic<uint64_t>* read) {
         return m_store.StageAhead(source, stop, read);
+    };
+    plan.hasRoomFor = [this](uint64_t size) {
+        // Asked from the workers: the platform's own call, outside the error traps.
+        uint64_t free = 0;
+        bool known = true;
+        return FreeSpace(m_backupDrive, free, known) != 0 || !known || free > size;
     };
     return plan;
 }

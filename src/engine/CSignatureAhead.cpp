@@ -60,7 +60,9 @@ CSignatureAhead::Ahead CSignatureAhead::PrepareAhead(const std::string& path) {
                              std::memory_order_relaxed);
             return {kept, nullptr, {}, std::nullopt, now};
         }
-    if (m_staging && now.size > 0 && !m_staging->storedSizes.count(static_cast<uint64_t>(now.size)))
+    const auto size = static_cast<uint64_t>(std::max<int64_t>(now.size, 0));
+    if (m_staging && size > 0 && !m_staging->storedSizes.count(size) &&
+        (!m_staging->hasRoomFor || m_staging->hasRoomFor(size)))
         return Stage(path, now);
     Ahead ahead;
     ahead.content = ComputeSignature(path, &m_stop, StampOf(ahead), &m_read);

@@ -41,6 +41,10 @@ public:
         std::function<CStore::AheadCopy(const std::string& source, const std::atomic<bool>* stop,
                                         std::atomic<uint64_t>* read)>
             stage;
+        // Whether the backup drive has room for content of this size now; a file that would
+        // not fit is only signed, so that its copy does not fill the drive under another
+        // file's copy (the run then says that it lacks the space).
+        std::function<bool(uint64_t size)> hasRoomFor;
     };
     // A staging copy that failed, as the run reports it.
     struct FailedCopy {

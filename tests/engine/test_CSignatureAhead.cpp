@@ -8,6 +8,7 @@
 #include "support/modFileCopy.h"
 #include "support/modServices.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <mutex>
 #include <unordered_set>
@@ -151,6 +152,33 @@ TEST_P(Staging, FilesOfAStoredSizeAreOnlySigned) {
         EXPECT_EQ(prepared.staged, nullptr) << i;
         EXPECT_TRUE(prepared.copyLines.empty());
     }
+}
+
+TEST_P(Staging, AFileTheDriveHasNoRoomForIsOnlySigned) {
+    // Its copy would fill the drive under the copies of the files beside it.
+    Make(4); // the first is empty: nothing to stage, nothing to ask
+    CSignatureAhead::StagingPlan plan = Plan();
+    std::vector<uint64_t> asked;
+    std::mutex askedLock;
+    plan.hasRoomFor = [&](uint64_t size) {
+        std::lock_guard lock(askedLock);
+        asked.push_back(size);
+        return size != 6002;
+    };
+    {
+        CSignatureAhead ahead(files, 8, plan);
+        for (size_t i = 0; i < 4; ++i) {
+            CSignatureAhead::Prepared prepared = ahead.Prepare(i);
+            EXPECT_EQ(prepared.content, Signed(i));
+            EXPECT_EQ(prepared.staged != nullptr, i == 1 || i == 3) << i;
+            EXPECT_FALSE(prepared.failedCopy) << i;
+            if (prepared.staged) {
+                EXPECT_EQ(Placed(*prepared.staged), ReadFile(files[i]));
+            }
+        }
+    }
+    std::sort(asked.begin(), asked.end());
+    EXPECT_EQ(asked, (std::vector<uint64_t>{3001, 6002, 9003}));
 }
 
 TEST_P(Staging, AStagingCopyThatFailsReachesTheRunWithItsLinesAndTheFileSigned) {
