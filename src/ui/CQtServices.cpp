@@ -1,9 +1,9 @@
 #include "ui/CQtServices.h"
 
 #include "support/modYield.h"
+#include "ui/modFileNames.h"
 
 #include <QApplication>
-#include <QFile>
 #include <QFileDialog>
 #include <QMessageBox>
 #include <QPushButton>
@@ -75,7 +75,7 @@ void CQtMessageBox::Beep() {
 std::string CQtFolderPicker::Pick(const std::string& title) {
     const QString folder = QFileDialog::getExistingDirectory(QApplication::activeWindow(),
                                                              QString::fromStdString(title));
-    return folder.isEmpty() ? std::string() : QFile::encodeName(folder).toStdString();
+    return folder.isEmpty() ? std::string() : NameBytes(folder);
 }
 
 void InstallWindowServices() {

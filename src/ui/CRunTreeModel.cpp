@@ -2,8 +2,7 @@
 
 #include "support/CProcTrap.h"
 #include "ui/modFileIcons.h"
-
-#include <QFile>
+#include "ui/modFileNames.h"
 
 namespace {
 
@@ -104,9 +103,9 @@ QVariant CRunTreeModel::data(const QModelIndex& index, int role) const {
     }
     switch (role) {
     case Qt::DisplayRole:
-        return QFile::decodeName(QByteArray::fromStdString(node.text));
+        return ShownName(node.text);
     case Qt::ToolTipRole:
-        return QFile::decodeName(QByteArray::fromStdString(node.key));
+        return ShownName(node.key);
     case Qt::DecorationRole:
         return m_icons[static_cast<size_t>(node.image >= 1 && node.image <= 16 ? node.image : 3)];
     case Qt::CheckStateRole:

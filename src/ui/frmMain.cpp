@@ -28,13 +28,13 @@
 #include "ui/frmSelBackup.h"
 #include "ui/frmVersions.h"
 #include "ui/modDesign.h"
+#include "ui/modFileNames.h"
 #include "ui/modHandler.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QCheckBox>
 #include <QCloseEvent>
-#include <QFile>
 #include <QFontMetrics>
 #include <QHeaderView>
 #include <QLineEdit>
@@ -59,10 +59,6 @@ constexpr QSize kDesignSize{kMainWindowDesign.width, kMainWindowDesign.height};
 constexpr auto kProgressInterval = std::chrono::milliseconds(50);
 // Text that warns (a backup overdue): dark red, readable on the light window background.
 const QString kWarningColour = QStringLiteral("#b00020");
-
-QString Shown(const std::string& bytes) {
-    return QFile::decodeName(QByteArray::fromStdString(bytes));
-}
 
 std::string Bytes(const QString& text) {
     return text.toStdString();
@@ -333,7 +329,7 @@ std::optional<int> frmMain::Load() {
 }
 
 void frmMain::ShowBackupPath(const std::string& path) {
-    m_config->txtBackupPath->setText(Shown(path));
+    m_config->txtBackupPath->setText(ShownName(path));
 }
 
 void frmMain::GotoConfigure() {
@@ -353,9 +349,9 @@ void frmMain::ShowOptions(const BackupOptions& options) {
     m_config->chkRestore->setChecked(options.restore != 0);
     m_config->chkExclRecycler->setChecked(options.exclRecycler != 0);
     m_config->chkQuickCheck->setChecked(options.quickCheck != 0);
-    m_config->txtExclude->setText(Shown(options.exclude));
-    m_config->txtExDirs->setText(Shown(options.exDirs));
-    m_config->txtMaxBackups->setText(Shown(options.maxBackups));
+    m_config->txtExclude->setText(ShownName(options.exclude));
+    m_config->txtExDirs->setText(ShownName(options.exDirs));
+    m_config->txtMaxBackups->setText(ShownName(options.maxBackups));
 }
 
 BackupOptions frmMain::OptionsShown() const {
@@ -379,7 +375,7 @@ BackupOptions frmMain::OptionsShown() const {
 void frmMain::ShowSources(const std::vector<std::string>& sources) {
     m_backup->lstSources->clear();
     for (const std::string& source : sources) {
-        auto* row = new QListWidgetItem(Shown(source), m_backup->lstSources);
+        auto* row = new QListWidgetItem(ShownName(source), m_backup->lstSources);
         row->setData(Qt::UserRole, QByteArray::fromStdString(source));
     }
 }
@@ -422,7 +418,7 @@ void frmMain::Render(const RunView& view) {
     m_lastWasProgress = onlyProgress;
     if (onlyProgress) m_progressShown = now;
     const auto text = [](QLabel* label, const std::string& now, const std::string& before) {
-        if (now != before) label->setText(Shown(now));
+        if (now != before) label->setText(ShownName(now));
     };
     text(m_backup->lblSource, view.lblSource, shown.lblSource);
     text(m_backup->lblProcessing, view.lblProcessing, shown.lblProcessing);
@@ -484,7 +480,7 @@ void frmMain::cmdRemove_Click() {
 void frmMain::cmdSelBackupPath_Click() {
     const std::string path = SelectBackupPath();
     if (path.empty()) return;
-    m_config->txtBackupPath->setText(Shown(path));
+    m_config->txtBackupPath->setText(ShownName(path));
     m_config->txtBackupPath->setStyleSheet({});
     // Each backup path has its own catalogue, and so its own options and sources.
     ShowOptions(LoadOptions());
@@ -495,7 +491,7 @@ void frmMain::cmdSelBackupPath_Click() {
 // An overdue backup is told in words and, besides, in the warning colour and bold.
 void frmMain::ShowLastBackup(const RunView& view) {
     QLabel* label = m_backup->lblLastBackup;
-    label->setText(Shown(view.lblLastBackup));
+    label->setText(ShownName(view.lblLastBackup));
     label->setStyleSheet(view.lastBackupWarning
                              ? QStringLiteral("color: %1; font-weight: bold;").arg(kWarningColour)
                              : QString());
@@ -600,7 +596,7 @@ void frmMain::EnableRunCommands(bool runShown) {
 void frmMain::SearchRun() {
     if (m_busy || m_browser.Root() == CBackupBrowser::kNone) return;
     QApplication::setOverrideCursor(Qt::WaitCursor);
-    m_browser.Search(QFile::encodeName(m_restore->txtSearch->text()).toStdString());
+    m_browser.Search(NameBytes(m_restore->txtSearch->text()));
     QApplication::restoreOverrideCursor();
     m_restore->lblFound->setText(QString::fromStdString(m_browser.SearchText()));
 }
@@ -619,7 +615,7 @@ void frmMain::cmdRestore_Click() {
 // Every version of the file chosen in the tree, or of the names searched for.
 void frmMain::cmdFindVersions_Click() {
     if (!BackupPathChosen()) return;
-    std::string search = QFile::encodeName(m_restore->txtSearch->text()).toStdString();
+    std::string search = NameBytes(m_restore->txtSearch->text());
     const QModelIndex current = m_restore->tvDirs->currentIndex();
     if (current.isValid()) {
         const BrowserNode& node = m_browser.Node(m_tree->NodeOf(current));

@@ -2,8 +2,8 @@
 
 #include "app/modReport.h"
 #include "support/CProcTrap.h"
+#include "ui/modFileNames.h"
 
-#include <QFile>
 #include <QFontDatabase>
 #include <QFontMetrics>
 #include <QPlainTextEdit>
@@ -59,7 +59,7 @@ void frmReport::Reload(const QString& logFile) {
     CProcTrap trap("frmReport Form_Load");
     try {
         trap.Check();
-        m_text = ReportText(QFile::encodeName(logFile).toStdString());
+        m_text = ReportText(NameBytes(logFile));
     } catch (...) {
         trap.Handle();
     }

@@ -1,13 +1,13 @@
 #include "ui/frmRunDiff.h"
 
 #include "ui/modDesign.h"
+#include "ui/modFileNames.h"
 
 #include "app/modRunHistory.h"
 #include "controls/modAccessible.h"
 #include "support/CByteProgress.h"
 #include "ui/modHandler.h"
 
-#include <QFile>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
@@ -18,11 +18,7 @@
 
 namespace {
 
-enum Column { kChange, kFile, kBefore, kAfter, kColumns };
-
-QString Shown(const std::string& bytes) {
-    return QFile::decodeName(QByteArray::fromStdString(bytes));
-}
+enum DiffColumn { kDiffChange, kDiffFile, kDiffBefore, kDiffAfter, kDiffColumns };
 
 void SetSize(QTreeWidgetItem* item, int column, uint64_t size) {
     item->setText(column, QString::fromStdString(ByteSizeText(size)));
@@ -40,7 +36,7 @@ frmRunDiff::frmRunDiff(const std::string& bid, QWidget* parent) : QDialog(parent
     lvwChanges = new QTreeWidget(this);
     lvwChanges->setObjectName(QStringLiteral("lvwChanges"));
     lvwChanges->setAccessibleName(tr("Changes"));
-    lvwChanges->setColumnCount(kColumns);
+    lvwChanges->setColumnCount(kDiffColumns);
     lvwChanges->setHeaderLabels({tr("Change"), tr("File"), tr("Size before"), tr("Size after")});
     lvwChanges->setRootIsDecorated(false);
     lvwChanges->setUniformRowHeights(true);
@@ -74,20 +70,21 @@ void frmRunDiff::Compare() {
     const bool read =
         CompareWithPreviousRun(catalogue.Query(), m_bid, comparison, [&](const RunChange& change) {
             auto* item = new QTreeWidgetItem(lvwChanges);
-            item->setText(kChange, QString::fromLatin1(ChangeWord(change.kind)));
-            item->setText(kFile, Shown(change.path));
-            if (change.kind != RunChange::Kind::kAdded) SetSize(item, kBefore, change.before);
-            if (change.kind != RunChange::Kind::kRemoved) SetSize(item, kAfter, change.after);
+            item->setText(kDiffChange, QString::fromLatin1(ChangeWord(change.kind)));
+            item->setText(kDiffFile, ShownName(change.path));
+            if (change.kind != RunChange::Kind::kAdded) SetSize(item, kDiffBefore, change.before);
+            if (change.kind != RunChange::Kind::kRemoved) SetSize(item, kDiffAfter, change.after);
         });
-    for (int column = 0; column < kColumns; ++column)
+    for (int column = 0; column < kDiffColumns; ++column)
         lvwChanges->resizeColumnToContents(column);
     if (!read) {
-        lblCompare->setText(catalogue.Problem().empty()
-                                ? tr("The catalogue holds no run %1.").arg(Shown(m_bid))
-                                : Shown("The catalogue could not be read: " + catalogue.Problem()));
+        lblCompare->setText(
+            catalogue.Problem().empty()
+                ? tr("The catalogue holds no run %1.").arg(ShownName(m_bid))
+                : ShownName("The catalogue could not be read: " + catalogue.Problem()));
         lblChanges->clear();
         return;
     }
-    lblCompare->setText(Shown(ComparisonCaption(comparison)));
+    lblCompare->setText(ShownName(ComparisonCaption(comparison)));
     lblChanges->setText(QString::fromStdString(ChangeTotals(comparison)));
 }

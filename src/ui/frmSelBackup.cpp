@@ -2,10 +2,10 @@
 
 #include "app/modBackupRuns.h"
 #include "ui/modFileIcons.h"
+#include "ui/modFileNames.h"
 #include "ui/modHandler.h"
 
 #include <QDialogButtonBox>
-#include <QFile>
 #include <QHeaderView>
 #include <QLabel>
 #include <QPushButton>
@@ -43,7 +43,7 @@ frmSelBackup::frmSelBackup(QWidget* parent) : QDialog(parent) {
     const QIcon folder = FileKindIcon(1);
     for (const SourceRuns& source : ListBackupRuns()) {
         auto* top = new QTreeWidgetItem(tvBackups);
-        top->setText(0, QFile::decodeName(QByteArray::fromStdString(source.source)));
+        top->setText(0, ShownName(source.source));
         top->setData(0, kKeyRole, QByteArray::fromStdString(source.source));
         top->setIcon(0, folder);
         for (const BackupRunEntry& run : source.runs) {

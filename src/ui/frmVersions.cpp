@@ -1,13 +1,13 @@
 #include "ui/frmVersions.h"
 
 #include "ui/modDesign.h"
+#include "ui/modFileNames.h"
 
 #include "app/modRunHistory.h"
 #include "controls/modAccessible.h"
 #include "support/CByteProgress.h"
 #include "ui/modHandler.h"
 
-#include <QFile>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QKeySequence>
@@ -20,15 +20,11 @@
 
 namespace {
 
-enum Column { kRun, kSource, kFile, kSize, kSignature, kColumns };
+enum VersionColumn { kRun, kSource, kFile, kSize, kSignature, kColumns };
 
 // A run row knows its version and its run by their places in what was found.
 constexpr int kVersionRole = Qt::UserRole;
 constexpr int kRunRole = Qt::UserRole + 1;
-
-QString Shown(const std::string& bytes) {
-    return QFile::decodeName(QByteArray::fromStdString(bytes));
-}
 
 QString RunsText(size_t runs) {
     return runs == 1 ? QStringLiteral("1 run") : QStringLiteral("%1 runs").arg(runs);
@@ -74,7 +70,7 @@ void frmVersions::MakeControls(const std::string& search) {
     auto* lblFind = new QLabel(tr("Find files named:"), this);
     lblFind->setObjectName(QStringLiteral("lblFind"));
     lblFind->setAccessibleName(tr("Find files named"));
-    txtFind = new QLineEdit(Shown(search), this);
+    txtFind = new QLineEdit(ShownName(search), this);
     txtFind->setObjectName(QStringLiteral("txtFind"));
     txtFind->setAccessibleName(tr("Name to find"));
     txtFind->setPlaceholderText(tr("a part of the name, or a pattern such as *.doc"));
@@ -143,7 +139,7 @@ void frmVersions::ConnectControls() {
 }
 
 void frmVersions::cmdFind_Click() {
-    const std::string search = QFile::encodeName(txtFind->text()).toStdString();
+    const std::string search = NameBytes(txtFind->text());
     if (m_busy || search.empty()) return;
     CCatalogueRows catalogue;
     VersionsFound found;
@@ -158,7 +154,7 @@ void frmVersions::cmdFind_Click() {
     m_found = std::move(found);
     ShowVersions();
     if (!read)
-        lblVersions->setText(Shown("The catalogue could not be read: " + catalogue.Problem()));
+        lblVersions->setText(ShownName("The catalogue could not be read: " + catalogue.Problem()));
     EnableButtons();
 }
 
@@ -168,7 +164,7 @@ void frmVersions::ShowVersions() {
         const FileVersion& version = m_found.versions[v];
         auto* top = new QTreeWidgetItem(lvwVersions);
         top->setText(kRun, RunsText(version.runs.size()));
-        top->setText(kFile, Shown(version.path));
+        top->setText(kFile, ShownName(version.path));
         top->setText(kSize, QString::fromStdString(ByteSizeText(version.size)));
         top->setToolTip(kSize, tr("%1 bytes").arg(version.size));
         top->setTextAlignment(kSize, Qt::AlignRight | Qt::AlignVCenter);
@@ -176,7 +172,7 @@ void frmVersions::ShowVersions() {
         for (size_t r = 0; r < version.runs.size(); ++r) {
             auto* run = new QTreeWidgetItem(top);
             run->setText(kRun, QString::fromStdString(version.runs[r].datebk));
-            run->setText(kSource, Shown(version.runs[r].source));
+            run->setText(kSource, ShownName(version.runs[r].source));
             run->setData(kRun, kVersionRole, static_cast<qulonglong>(v));
             run->setData(kRun, kRunRole, static_cast<qulonglong>(r));
         }
@@ -208,7 +204,7 @@ void frmVersions::cmdRestoreVersion_Click(bool elsewhere) {
         outcome = elsewhere ? ::cmdRestoreVersionTo_Click(run, m_verify)
                             : ::cmdRestoreVersion_Click(run, m_verify);
     }
-    if (outcome) lblRestoreVersion->setText(Shown(VersionRestoreText(*outcome)));
+    if (outcome) lblRestoreVersion->setText(ShownName(VersionRestoreText(*outcome)));
     EnableButtons();
 }
 
