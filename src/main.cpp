@@ -11,6 +11,7 @@
 #include "ui/modWindow.h"
 #endif
 #ifdef STASHWELL_WITH_WIN32_WINDOW
+#include "winui/CWinTrayNotifier.h"
 #include "winui/CWinWindowRunner.h"
 #endif
 
@@ -25,6 +26,9 @@ int main(int argc, char** argv) {
         return Main(argc, argv, &window);
 #elif defined(STASHWELL_WITH_WIN32_WINDOW)
         CWinWindowRunner window;
+        // An unattended run that went wrong says so in the notification area.
+        static CWinTrayNotifier notifier;
+        SetNotifierService(&notifier);
         return Main(argc, argv, &window);
 #else
         return Main(argc, argv);

@@ -2,6 +2,11 @@
 
 #include "platform/modWin32Text.h"
 
+#include <shellapi.h>
+
+#include <cwctype>
+#include <tuple>
+
 namespace {
 
 constexpr UINT_PTR kSubclassId = 1;
@@ -15,6 +20,15 @@ bool IsFolder(const BrowserNode& node) {
 CWinRunTree::CWinRunTree(HWND tree, CBackupBrowser& browser) : m_tree(tree), m_browser(browser) {
     // A partly ticked folder shows the check box's third picture.
     SendMessageW(m_tree, TVM_SETEXTENDEDSTYLE, TVS_EX_PARTIALCHECKBOXES, TVS_EX_PARTIALCHECKBOXES);
+    // The shell's own list of small icons, which the tree view only borrows.
+    SHFILEINFOW info{};
+    const auto icons = reinterpret_cast<HIMAGELIST>(
+        SHGetFileInfoW(L"folder", FILE_ATTRIBUTE_DIRECTORY, &info, sizeof info,
+                       SHGFI_USEFILEATTRIBUTES | SHGFI_SYSICONINDEX | SHGFI_SMALLICON));
+    if (icons) {
+        SendMessageW(m_tree, TVM_SETIMAGELIST, TVSIL_NORMAL, reinterpret_cast<LPARAM>(icons));
+        m_folderIcons = {ShellIcon(L"folder", true), ShellIcon(L"folder", true, true)};
+    }
     m_browser.OnAboutToReset = [] {};
     m_browser.OnReset = [this] { Rebuild(); };
     m_browser.OnAboutToInsert = [](int32_t, int32_t, int32_t) {};
@@ -65,6 +79,28 @@ CWinRunTree::~CWinRunTree() {
     m_browser.OnAboutToInsert = {};
     m_browser.OnInserted = {};
     m_browser.OnChanged = {};
+}
+
+int CWinRunTree::ShellIcon(const std::wstring& name, bool folder, bool open) {
+    SHFILEINFOW info{};
+    UINT flags = SHGFI_USEFILEATTRIBUTES | SHGFI_SYSICONINDEX | SHGFI_SMALLICON;
+    if (open) flags |= SHGFI_OPENICON;
+    if (!SHGetFileInfoW(name.c_str(), folder ? FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_NORMAL,
+                        &info, sizeof info, flags))
+        return 0;
+    return info.iIcon;
+}
+
+std::pair<int, int> CWinRunTree::IconsOf(const BrowserNode& node) {
+    if (IsFolder(node)) return m_folderIcons;
+    const std::wstring name = Wide(node.text);
+    const size_t dot = name.rfind(L'.');
+    std::wstring extension = dot == std::wstring::npos ? L"" : name.substr(dot);
+    for (wchar_t& c : extension)
+        c = static_cast<wchar_t>(std::towlower(c));
+    auto [known, added] = m_iconOfExtension.try_emplace(extension, 0);
+    if (added) known->second = ShellIcon(L"file" + extension, false);
+    return {known->second, known->second};
 }
 
 int CWinRunTree::StateImage(TickState state) {
@@ -147,8 +183,9 @@ HTREEITEM CWinRunTree::InsertItem(int32_t node, HTREEITEM after) {
     TVINSERTSTRUCTW insert{};
     insert.hParent = shown.parent >= 0 ? ItemOf(shown.parent) : TVI_ROOT;
     insert.hInsertAfter = after;
-    insert.item.mask = TVIF_TEXT | TVIF_PARAM | TVIF_CHILDREN;
+    insert.item.mask = TVIF_TEXT | TVIF_PARAM | TVIF_CHILDREN | TVIF_IMAGE | TVIF_SELECTEDIMAGE;
     insert.item.pszText = text.data();
+    std::tie(insert.item.iImage, insert.item.iSelectedImage) = IconsOf(shown);
     insert.item.lParam = node;
     // A folder shows its arrow before its files are loaded.
     insert.item.cChildren = IsFolder(shown) ? 1 : 0;

@@ -5,13 +5,16 @@
 // node's tick or opening changed), and hands the person's clicks back to it. A click on a check
 // box ticks or unticks through the browser (a partly ticked folder is ticked whole), a click on a
 // name opens or closes the folder as the browser does, and a folder's arrow loads its files the
-// same way. The browser decides; the tree view only shows.
+// same way. The browser decides; the tree view only shows. Each item shows the shell's own small
+// icon of its kind: a folder's (open while it is selected) or that of a file of its extension.
 
 #include "app/CBackupBrowser.h"
 #include "platform/modWin32.h"
 
 #include <commctrl.h>
 
+#include <map>
+#include <string>
 #include <vector>
 
 class CWinRunTree {
@@ -31,6 +34,9 @@ public:
 
     // The check-box picture of a tick state: 1 unticked, 2 ticked, 3 partly.
     static int StateImage(TickState state);
+    // The place in the shell's list of small icons of the icon of a file named `name` (by its
+    // extension), or of a folder, closed or open; 0 when the shell has none.
+    static int ShellIcon(const std::wstring& name, bool folder, bool open = false);
 
 private:
     void Rebuild();
@@ -41,8 +47,13 @@ private:
     // unticks it.
     void ToggleTick(int32_t node);
 
+    // The icon of `node`'s kind, and of it selected.
+    std::pair<int, int> IconsOf(const BrowserNode& node);
+
     HWND m_tree;
     CBackupBrowser& m_browser;
+    std::map<std::wstring, int> m_iconOfExtension; // asked of the shell once per extension
+    std::pair<int, int> m_folderIcons{0, 0};
     std::vector<HTREEITEM> m_items; // by node
     int m_syncing = 0;              // the view is being set from the browser
     // The node the tree view is opening or closing itself (its arrow): left to it.

@@ -18,7 +18,9 @@
 #include "winui/CWinProgressBar.h"
 #include "winui/CWinRunTree.h"
 #include "winui/frmReport.h"
+#include "winui/frmRunDiff.h"
 #include "winui/frmSelBackup.h"
+#include "winui/frmVersions.h"
 #include "winui/modWinControls.h"
 
 #include <commctrl.h>
@@ -173,8 +175,6 @@ void frmMain::Build() {
         SetProgressValue(Control("XP_PB2"), percent);
     };
     m_browser.OnSelection = [this] { SetText(Control("lblSelected"), m_browser.SelectionText()); };
-    // Finding every version of a file and comparing runs have no window on Windows yet.
-    Enable("cmdFindVersions", false);
     BuildMenus();
     BuildTips();
     SendMessageW(m_tabs, WM_SETFONT, reinterpret_cast<WPARAM>(m_font), FALSE);
@@ -449,6 +449,8 @@ void frmMain::Clicked(const std::string& name, int code) {
         if (name == "cmdSelBackupPath") trapped([this] { cmdSelBackupPath_Click(); });
         if (name == "cmdManage") trapped([this] { cmdManage_Click(); });
         if (name == "cmdSelBackup") trapped([this] { cmdSelBackup_Click(); });
+        if (name == "cmdFindVersions") trapped([this] { cmdFindVersions_Click(); });
+        if (name == "cmdCompare") trapped([this] { cmdCompare_Click(); });
         if (name == "cmdRestore") trapped([this] { cmdRestore_Click(); });
         if (name == "cmdRestoreTo") trapped([this] { cmdRestoreTo_Click(); });
         if (name == "cmdPurge") trapped([this] { cmdPurge_Click(); });
@@ -712,8 +714,8 @@ void frmMain::SetBusy(MainTab tab, bool busy) {
     m_busy = busy;
     for (int other = 0; other < kMainTabCount; ++other)
         if (other != static_cast<int>(tab)) SetTabEnabled(static_cast<MainTab>(other), !busy);
-    for (const char* name :
-         {"cmdSelBackup", "tvDirs", "cmdSelBackupPath", "cmdManage", "cmdPurge", "cmdCompact"})
+    for (const char* name : {"cmdSelBackup", "tvDirs", "cmdFindVersions", "cmdSelBackupPath",
+                             "cmdManage", "cmdPurge", "cmdCompact"})
         Enable(name, !busy);
     EnableRunCommands(!busy && m_browser.Root() != CBackupBrowser::kNone);
 }
@@ -736,8 +738,9 @@ void frmMain::ShowRun(const std::string& bid) {
     EnableRunCommands(m_browser.Root() != CBackupBrowser::kNone);
 }
 
+// What needs a run shown: restoring it, searching it, comparing it.
 void frmMain::EnableRunCommands(bool runShown) {
-    for (const char* name : {"cmdRestore", "cmdRestoreTo", "txtSearch"})
+    for (const char* name : {"cmdRestore", "cmdRestoreTo", "txtSearch", "cmdCompare"})
         Enable(name, runShown);
 }
 
@@ -753,6 +756,23 @@ void frmMain::cmdSelBackup_Click() {
     if (!BackupPathChosen()) return;
     const std::string bid = frmSelBackup::Choose(m_window, m_dpi);
     if (!bid.empty()) ShowRun(bid);
+}
+
+// Every version of the file chosen in the tree, or of the names searched for.
+void frmMain::cmdFindVersions_Click() {
+    if (!BackupPathChosen()) return;
+    std::string search = WindowText(Control("txtSearch"));
+    const int32_t node = m_tree->Selected();
+    if (node != CBackupBrowser::kNone) {
+        const BrowserNode& chosen = m_browser.Node(node);
+        if (chosen.image != 1 && chosen.image != 2) search = chosen.text;
+    }
+    frmVersions::Show(m_window, m_dpi, search, Checked("chkRestore"));
+}
+
+void frmMain::cmdCompare_Click() {
+    if (m_browser.Bid().empty()) return;
+    frmRunDiff::Show(m_window, m_dpi, m_browser.Bid());
 }
 
 void frmMain::cmdRestore_Click() {

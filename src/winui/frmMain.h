@@ -56,6 +56,8 @@ public:
     void cmdRemove_Click();
     void cmdSelBackupPath_Click();
     void cmdSelBackup_Click();
+    void cmdFindVersions_Click();
+    void cmdCompare_Click();
     void cmdRestore_Click();
     void cmdRestoreTo_Click();
     void cmdManage_Click();

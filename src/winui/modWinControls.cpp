@@ -5,6 +5,7 @@
 
 #include <commctrl.h>
 
+#include <algorithm>
 #include <cctype>
 
 namespace {
@@ -189,4 +190,34 @@ int Scaled(int pixels, int dpi) {
 RECT ScaledRect(const DesignRect& rect, int dpi) {
     return {Scaled(rect.x, dpi), Scaled(rect.y, dpi), Scaled(rect.x + rect.width, dpi),
             Scaled(rect.y + rect.height, dpi)};
+}
+
+void MakeReportColumns(HWND list, const std::vector<const wchar_t*>& headers,
+                       const std::vector<int>& right) {
+    SendMessageW(list, LVM_SETEXTENDEDLISTVIEWSTYLE, LVS_EX_FULLROWSELECT, LVS_EX_FULLROWSELECT);
+    for (size_t column = 0; column < headers.size(); ++column) {
+        LVCOLUMNW data{};
+        data.mask = LVCF_TEXT | LVCF_FMT;
+        const bool toTheRight =
+            std::find(right.begin(), right.end(), static_cast<int>(column)) != right.end();
+        data.fmt = toTheRight ? LVCFMT_RIGHT : LVCFMT_LEFT;
+        data.pszText = const_cast<wchar_t*>(headers[column]);
+        SendMessageW(list, LVM_INSERTCOLUMNW, column, reinterpret_cast<LPARAM>(&data));
+    }
+}
+
+void SetListCell(HWND list, int row, int column, const std::string& text) {
+    std::wstring wide = Wide(text);
+    LVITEMW item{};
+    item.iSubItem = column;
+    item.pszText = wide.data();
+    SendMessageW(list, LVM_SETITEMTEXTW, static_cast<WPARAM>(row), reinterpret_cast<LPARAM>(&item));
+}
+
+void FitListColumns(HWND list) {
+    HWND header = reinterpret_cast<HWND>(SendMessageW(list, LVM_GETHEADER, 0, 0));
+    const auto columns = static_cast<int>(SendMessageW(header, HDM_GETITEMCOUNT, 0, 0));
+    for (int column = 0; column < columns; ++column)
+        SendMessageW(list, LVM_SETCOLUMNWIDTH, static_cast<WPARAM>(column),
+                     LVSCW_AUTOSIZE_USEHEADER);
 }

@@ -10,6 +10,7 @@
 #include "platform/modWin32.h"
 
 #include <string>
+#include <vector>
 
 // The window property that holds a control's design name.
 inline constexpr const wchar_t* kControlNameProperty = L"Stashwell.Name";
@@ -29,6 +30,13 @@ std::wstring CaptionWithKey(const std::string& caption, char key);
 // A window's text, UTF-16 to UTF-8, and back.
 std::string WindowText(HWND window);
 void SetText(HWND window, const std::string& text);
+// A list view in report mode (a whole row chosen at once) with `headers` as its columns, those
+// listed in `right` aligned to the right (sizes); a row's cell set; the columns sized to their
+// contents and headers.
+void MakeReportColumns(HWND list, const std::vector<const wchar_t*>& headers,
+                       const std::vector<int>& right);
+void SetListCell(HWND list, int row, int column, const std::string& text);
+void FitListColumns(HWND list);
 // Registers the window class `name` of this program once (later calls do nothing): `procedure`,
 // `extraBytes` kept with each window, the arrow pointer, the dialog colour behind, the
 // program's icon.

@@ -9,10 +9,12 @@
 #include "app/modPaths.h"
 #include "app/modSetup.h"
 #include "app/modWindowDesign.h"
+#include "catalogue/CDatabase.h"
 #include "platform/modWin32Text.h"
 #include "support/Version.h"
 #include "support/modYield.h"
 #include "winui/CWinProgressBar.h"
+#include "winui/CWinRunTree.h"
 #include "winui/CWinServices.h"
 #include "winui/frmMain.h"
 #include "winui/frmReport.h"
@@ -21,6 +23,7 @@
 #include <commctrl.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <string>
@@ -147,10 +150,12 @@ protected:
 };
 
 // The next window of this thread named `name` (a modal one, which runs its own message loop),
-// handed to `act` once it shows.
+// handed to `act` once it shows and, when `ready` is given, once `ready` says it is done with
+// what it does on opening.
 struct ModalScript {
     std::string name;
     std::function<void(HWND)> act;
+    std::function<bool(HWND)> ready;
 };
 ModalScript& Modal() {
     static ModalScript script;
@@ -166,13 +171,14 @@ void CALLBACK LookForModal(HWND, UINT, UINT_PTR timer, DWORD) {
             return FALSE;
         },
         reinterpret_cast<LPARAM>(&found));
-    if (!found) return;
+    if (!found || (Modal().ready && !Modal().ready(found))) return;
     KillTimer(nullptr, timer);
     auto act = std::move(Modal().act);
     act(found);
 }
-void WhenModal(const std::string& name, std::function<void(HWND)> act) {
-    Modal() = {name, std::move(act)};
+void WhenModal(const std::string& name, std::function<void(HWND)> act,
+               std::function<bool(HWND)> ready = {}) {
+    Modal() = {name, std::move(act), std::move(ready)};
     SetTimer(nullptr, 0, 50, LookForModal);
 }
 
@@ -207,6 +213,19 @@ std::vector<std::string> ItemTexts(HWND tree, HTREEITEM parent) {
         texts.push_back(ItemText(tree, item));
     }
     return texts;
+}
+// The next run chooser is answered as a person does: the first source's newest run, its date
+// under the source, then OK; `runs` receives the dates listed under that source.
+void WhenChooserChooseNewestRun(std::vector<std::string>* runs = nullptr) {
+    WhenModal("frmSelBackup", [runs](HWND chooser) {
+        HWND tree = FindControl(chooser, "tvBackups");
+        auto top = reinterpret_cast<HTREEITEM>(SendMessageW(tree, TVM_GETNEXTITEM, TVGN_ROOT, 0));
+        if (runs) *runs = ItemTexts(tree, top);
+        auto run = reinterpret_cast<HTREEITEM>(
+            SendMessageW(tree, TVM_GETNEXTITEM, TVGN_CHILD, reinterpret_cast<LPARAM>(top)));
+        SendMessageW(tree, TVM_SELECTITEM, TVGN_CARET, reinterpret_cast<LPARAM>(run));
+        SendMessageW(FindControl(chooser, "OKButton"), BM_CLICK, 0, 0);
+    });
 }
 // The check box's picture of an item: 1 unticked, 2 ticked, 3 partly.
 int StateImageOf(HWND tree, HTREEITEM item) {
@@ -543,15 +562,7 @@ TEST_F(WinWindowTest, AChosenRunShowsItsTreeAndTickedFilesAreRestoredElsewhere) 
 
     // The run, chosen in the chooser as a person does: its date under its source, then OK.
     std::vector<std::string> runs;
-    WhenModal("frmSelBackup", [&runs](HWND chooser) {
-        HWND tree = FindControl(chooser, "tvBackups");
-        auto top = reinterpret_cast<HTREEITEM>(SendMessageW(tree, TVM_GETNEXTITEM, TVGN_ROOT, 0));
-        runs = ItemTexts(tree, top);
-        auto run = reinterpret_cast<HTREEITEM>(
-            SendMessageW(tree, TVM_GETNEXTITEM, TVGN_CHILD, reinterpret_cast<LPARAM>(top)));
-        SendMessageW(tree, TVM_SELECTITEM, TVGN_CARET, reinterpret_cast<LPARAM>(run));
-        SendMessageW(FindControl(chooser, "OKButton"), BM_CLICK, 0, 0);
-    });
+    WhenChooserChooseNewestRun(&runs);
     Click("cmdSelBackup");
     ASSERT_EQ(runs.size(), 1u);
     EXPECT_EQ(runs[0], f.RowTexts("SELECT datebk FROM Backups WHERE bid = 1").front());
@@ -620,14 +631,7 @@ TEST_F(WinWindowTest, ASearchShowsTheMatchesAndTheirCount) {
     Load();
     Click("cmdBackup");
     ClickTab(MainTab::kRestore);
-    WhenModal("frmSelBackup", [](HWND chooser) {
-        HWND tree = FindControl(chooser, "tvBackups");
-        auto top = reinterpret_cast<HTREEITEM>(SendMessageW(tree, TVM_GETNEXTITEM, TVGN_ROOT, 0));
-        auto run = reinterpret_cast<HTREEITEM>(
-            SendMessageW(tree, TVM_GETNEXTITEM, TVGN_CHILD, reinterpret_cast<LPARAM>(top)));
-        SendMessageW(tree, TVM_SELECTITEM, TVGN_CARET, reinterpret_cast<LPARAM>(run));
-        SendMessageW(FindControl(chooser, "OKButton"), BM_CLICK, 0, 0);
-    });
+    WhenChooserChooseNewestRun();
     Click("cmdSelBackup");
     Type("txtSearch", "*.jpg");
     // The search waits for the typing to pause.
@@ -641,6 +645,400 @@ TEST_F(WinWindowTest, ASearchShowsTheMatchesAndTheirCount) {
     ASSERT_NE(root, nullptr);
     EXPECT_EQ(ItemTexts(tree, root), (std::vector<std::string>{"sub"}));
     EXPECT_EQ(ItemTexts(tree, ItemNamed(tree, root, "sub")), (std::vector<std::string>{"b.jpg"}));
+}
+
+// The picture of an item.
+int ImageOf(HWND tree, HTREEITEM item, bool selected = false) {
+    TVITEMW data{};
+    data.mask = TVIF_IMAGE | TVIF_SELECTEDIMAGE | TVIF_HANDLE;
+    data.hItem = item;
+    SendMessageW(tree, TVM_GETITEMW, 0, reinterpret_cast<LPARAM>(&data));
+    return selected ? data.iSelectedImage : data.iImage;
+}
+
+TEST_F(WinWindowTest, EachItemOfTheRestoreTreeShowsTheShellsIconOfItsKind) {
+    const std::string source = f.env.Path("src");
+    CreateTree(source, Dir({{"a.TXT", File("alpha")},
+                            {"b.jpg", File("beta")},
+                            {"noextension", File("gamma")},
+                            {"sub", Dir({{"c.txt", File("delta")}})}}));
+    f.AddSource(source);
+    Open();
+    Load();
+    Click("cmdBackup");
+    ClickTab(MainTab::kRestore);
+    WhenChooserChooseNewestRun();
+    Click("cmdSelBackup");
+    HWND tree = Get("tvDirs");
+    EXPECT_NE(SendMessageW(tree, TVM_GETIMAGELIST, TVSIL_NORMAL, 0), 0);
+    HTREEITEM root = ItemNamed(tree, nullptr, source + "\\");
+    ASSERT_NE(root, nullptr);
+    const int folder = CWinRunTree::ShellIcon(L"folder", true);
+    const int text = CWinRunTree::ShellIcon(L"file.txt", false);
+    EXPECT_NE(folder, text);
+    EXPECT_EQ(ImageOf(tree, root), folder);
+    EXPECT_EQ(ImageOf(tree, root, true), CWinRunTree::ShellIcon(L"folder", true, true));
+    EXPECT_EQ(ImageOf(tree, ItemNamed(tree, root, "sub")), folder);
+    // An extension in capitals is the same kind.
+    EXPECT_EQ(ImageOf(tree, ItemNamed(tree, root, "a.TXT")), text);
+    EXPECT_EQ(ImageOf(tree, ItemNamed(tree, root, "b.jpg")),
+              CWinRunTree::ShellIcon(L"file.jpg", false));
+    EXPECT_EQ(ImageOf(tree, ItemNamed(tree, root, "noextension")),
+              CWinRunTree::ShellIcon(L"file", false));
+}
+
+// The rows of a list view, each as its cells joined by " | ".
+std::vector<std::string> ListViewRows(HWND list) {
+    std::vector<std::string> rows;
+    HWND header = reinterpret_cast<HWND>(SendMessageW(list, LVM_GETHEADER, 0, 0));
+    const auto columns = static_cast<int>(SendMessageW(header, HDM_GETITEMCOUNT, 0, 0));
+    const auto count = static_cast<int>(SendMessageW(list, LVM_GETITEMCOUNT, 0, 0));
+    for (int row = 0; row < count; ++row) {
+        std::string text;
+        for (int column = 0; column < columns; ++column) {
+            wchar_t cell[512] = L"";
+            LVITEMW item{};
+            item.iSubItem = column;
+            item.pszText = cell;
+            item.cchTextMax = 512;
+            SendMessageW(list, LVM_GETITEMTEXTW, static_cast<WPARAM>(row),
+                         reinterpret_cast<LPARAM>(&item));
+            text += (column ? " | " : "") + Narrow(cell);
+        }
+        rows.push_back(text);
+    }
+    return rows;
+}
+std::vector<std::string> ListViewHeaders(HWND list) {
+    std::vector<std::string> headers;
+    HWND header = reinterpret_cast<HWND>(SendMessageW(list, LVM_GETHEADER, 0, 0));
+    const auto columns = static_cast<int>(SendMessageW(header, HDM_GETITEMCOUNT, 0, 0));
+    for (int column = 0; column < columns; ++column) {
+        wchar_t text[128] = L"";
+        HDITEMW item{};
+        item.mask = HDI_TEXT;
+        item.pszText = text;
+        item.cchTextMax = 128;
+        SendMessageW(header, HDM_GETITEMW, static_cast<WPARAM>(column),
+                     reinterpret_cast<LPARAM>(&item));
+        headers.push_back(Narrow(text));
+    }
+    return headers;
+}
+// A click on a list view's row: it becomes the one chosen.
+void ChooseListRow(HWND list, int row) {
+    LVITEMW state{};
+    state.stateMask = LVIS_SELECTED | LVIS_FOCUSED;
+    state.state = LVIS_SELECTED | LVIS_FOCUSED;
+    SendMessageW(list, LVM_SETITEMSTATE, static_cast<WPARAM>(row),
+                 reinterpret_cast<LPARAM>(&state));
+    PumpMessages();
+}
+
+// Two runs of one source: a.txt changed between them, gone.txt went and new.txt came.
+class TwoRunsTest : public WinWindowTest {
+protected:
+    void SetUp() override {
+        CreateTree(source, Dir({{"a.txt", File("alpha")}, {"gone.txt", File("gone")}}));
+        f.AddSource(source);
+        Open();
+        Load();
+        Click("cmdBackup");
+        WriteFile(source + "\\a.txt", "alpha, changed");
+        WriteFile(source + "\\new.txt", "new");
+        ::DeleteFileW(Wide(source + "\\gone.txt").c_str());
+        Click("cmdBackup");
+        ClickTab(MainTab::kRestore);
+    }
+    std::string Date(const std::string& bid) {
+        return f.RowTexts("SELECT datebk FROM Backups WHERE bid = " + bid).at(0);
+    }
+    void ChooseNewestRun() {
+        WhenChooserChooseNewestRun();
+        Click("cmdSelBackup");
+    }
+    std::string source = f.env.Path("src");
+};
+
+TEST_F(TwoRunsTest, CompareWithThePreviousRunListsWhatChanged) {
+    EXPECT_FALSE(IsWindowEnabled(Get("cmdCompare"))); // no run shown yet
+    ChooseNewestRun();
+    ASSERT_TRUE(IsWindowEnabled(Get("cmdCompare")));
+    std::vector<std::string> seen, rows, headers;
+    WhenModal("frmRunDiff", [&](HWND dialog) {
+        seen = {WindowText(dialog), WindowText(FindControl(dialog, "lblCompare")),
+                WindowText(FindControl(dialog, "lblChanges"))};
+        rows = ListViewRows(FindControl(dialog, "lvwChanges"));
+        headers = ListViewHeaders(FindControl(dialog, "lvwChanges"));
+        SendMessageW(FindControl(dialog, "cmdClose"), BM_CLICK, 0, 0);
+    });
+    Click("cmdCompare");
+    EXPECT_EQ(seen, (std::vector<std::string>{"Compare with previous run",
+                                              "Changes from the run of " + Date("1") +
+                                                  " to the run of " + Date("2") + ".",
+                                              "1 added, 1 changed, 1 removed"}));
+    EXPECT_EQ(headers, (std::vector<std::string>{"Change", "File", "Size before", "Size after"}));
+    EXPECT_EQ(rows,
+              (std::vector<std::string>{"changed | " + source + "\\a.txt | 5 bytes | 14 bytes",
+                                        "removed | " + source + "\\gone.txt | 4 bytes | ",
+                                        "added | " + source + "\\new.txt |  | 3 bytes"}));
+    // Closed, the window answers again.
+    EXPECT_TRUE(IsWindowEnabled(window->Handle()));
+    EXPECT_TRUE(f.env.box.calls.empty());
+}
+
+TEST_F(TwoRunsTest, FindInAllRunsListsEachVersionAndRestoresTheOneChosen) {
+    std::vector<std::string> seen, rows, headers;
+    WhenModal("frmVersions", [&](HWND dialog) {
+        HWND find = FindControl(dialog, "txtFind");
+        HWND list = FindControl(dialog, "lvwVersions");
+        seen.push_back(WindowText(dialog));
+        seen.push_back(std::to_string(IsWindowEnabled(FindControl(dialog, "cmdFind")) != FALSE));
+        SetFocus(find);
+        for (wchar_t key : std::wstring(L"a.txt")) {
+            SendMessageW(find, WM_CHAR, key, 1);
+            PumpMessages();
+        }
+        SendMessageW(FindControl(dialog, "cmdFind"), BM_CLICK, 0, 0);
+        rows = ListViewRows(list);
+        headers = ListViewHeaders(list);
+        seen.push_back(WindowText(FindControl(dialog, "lblVersions")));
+        seen.push_back(
+            std::to_string(IsWindowEnabled(FindControl(dialog, "cmdRestoreVersion")) != FALSE));
+        // The older content's run, put back in its place after the question.
+        ChooseListRow(list, 3);
+        seen.push_back(
+            std::to_string(IsWindowEnabled(FindControl(dialog, "cmdRestoreVersion")) != FALSE));
+        f.env.box.Answer(mb::kOK);
+        SendMessageW(FindControl(dialog, "cmdRestoreVersion"), BM_CLICK, 0, 0);
+        seen.push_back(WindowText(FindControl(dialog, "lblRestoreVersion")));
+        PostMessageW(find, WM_KEYDOWN, VK_ESCAPE, 0); // Esc closes it
+    });
+    Click("cmdFindVersions");
+    EXPECT_EQ(headers, (std::vector<std::string>{"Run", "Source", "File", "Size", "Signature"}));
+    EXPECT_EQ(rows, (std::vector<std::string>{"1 run |  | " + source + "\\a.txt | 14 bytes | " +
+                                                  TestSignature("alpha, changed"),
+                                              Date("2") + " | " + source + " |  |  | ",
+                                              "1 run |  | " + source + "\\a.txt | 5 bytes | " +
+                                                  TestSignature("alpha"),
+                                              Date("1") + " | " + source + " |  |  | "}));
+    EXPECT_EQ(seen,
+              (std::vector<std::string>{"Find in all runs", "0", "2 versions of 1 file in 2 runs",
+                                        "0", "1", "Restored " + source + "\\a.txt"}));
+    EXPECT_EQ(ReadFile(source + "\\a.txt"), "alpha");
+    EXPECT_EQ(
+        f.env.box.calls,
+        (Calls{Box("QRV will overwrite any existing files with the same name. Is this OK?", 33)}));
+    EXPECT_TRUE(IsWindowEnabled(window->Handle()));
+}
+
+TEST_F(TwoRunsTest, FindInAllRunsLooksForTheFileChosenInTheTreeAtOnce) {
+    ChooseNewestRun();
+    HWND tree = Get("tvDirs");
+    HTREEITEM root = ItemNamed(tree, nullptr, source + "\\");
+    ASSERT_NE(root, nullptr);
+    SendMessageW(tree, TVM_SELECTITEM, TVGN_CARET,
+                 reinterpret_cast<LPARAM>(ItemNamed(tree, root, "new.txt")));
+    std::vector<std::string> seen;
+    WhenModal(
+        "frmVersions",
+        [&](HWND dialog) {
+            seen = {WindowText(FindControl(dialog, "txtFind")),
+                    WindowText(FindControl(dialog, "lblVersions"))};
+            SendMessageW(FindControl(dialog, "cmdClose"), BM_CLICK, 0, 0);
+        },
+        // The name is looked for as the dialog opens.
+        [](HWND dialog) {
+            const std::string found = WindowText(FindControl(dialog, "lblVersions"));
+            return !found.empty() && found != "Looking in every run ...";
+        });
+    Click("cmdFindVersions");
+    EXPECT_EQ(seen, (std::vector<std::string>{"new.txt", "1 version of 1 file in 1 run"}));
+}
+
+// ---- Maintenance and a cancelled run, through the window's buttons ----
+
+const CScriptedMessageBox::Call kDeleteQuestion =
+    Box("This will permanently delete the backups of removed Sources. Ok to proceed?", 17);
+const CScriptedMessageBox::Call kDeleteDone =
+    Box("Delete complete. You should now run Compact", 64);
+const CScriptedMessageBox::Call kCompactQuestion =
+    Box("This may take an extended amount of time. Ok to continue?", 65);
+const CScriptedMessageBox::Call kCompactDone = Box("Compact process complete", 64);
+
+// `count` runs of `source` in the catalogue, without files.
+void AddRuns(const BackupFixture& f, const std::string& source, int count) {
+    CDatabase db;
+    db.Connect(f.db);
+    for (int i = 0; i < count; ++i)
+        db.BackupRun(source);
+}
+
+// The store's files, without its folders.
+std::vector<std::string> StoreFiles(const BackupFixture& f) {
+    std::vector<std::string> files;
+    for (const std::string& path : ListTree(f.backup + "\\Files"))
+        if (path.back() != '/') files.push_back(path);
+    return files;
+}
+
+TEST_F(WinWindowTest, DeleteOfARemovedSourceThenCompactFreesOnlyItsOwnContent) {
+    const std::string gone = f.env.Path("gone"), kept = f.env.Path("kept");
+    CreateTree(gone, Dir({{"only.txt", File("only in the removed source")},
+                          {"shared.txt", File("in both sources")}}));
+    CreateTree(kept, Dir({{"mine.txt", File("only in the kept source")},
+                          {"also.txt", File("in both sources")}}));
+    f.AddSource(gone);
+    f.AddSource(kept);
+    Open();
+    Load();
+    Click("cmdBackup");
+    Click("cmdBackup");
+    ASSERT_EQ(StoreFiles(f).size(), 3u);
+    const auto keptRuns = SqlRows(f.db, "SELECT * FROM Backups WHERE bid IN (2, 4)");
+    const auto keptFiles = SqlRows(f.db, "SELECT * FROM Files WHERE bid IN (2, 4)");
+
+    // The source leaves the list, then Delete drops its runs.
+    SendMessageW(Get("lstSources"), LB_SETCURSEL, 0, 0);
+    f.env.box.Answer(mb::kYes);
+    Click("cmdRemove");
+    f.env.box.calls.clear();
+    ClickTab(MainTab::kConfiguration);
+    Click("cmdManage");
+    EXPECT_EQ(f.env.box.calls, (Calls{kDeleteQuestion, kDeleteDone}));
+    EXPECT_EQ(f.RowTexts("SELECT bid FROM Backups"), (std::vector<std::string>{"2", "4"}));
+    EXPECT_EQ(StoreFiles(f).size(), 3u); // the store waits for Compact
+
+    f.env.box.calls.clear();
+    Click("cmdCompact");
+    EXPECT_EQ(f.env.box.calls, (Calls{kCompactQuestion, kCompactDone}));
+    std::vector<std::string> expected;
+    for (const char* content : {"in both sources", "only in the kept source"})
+        expected.push_back(StoreFile(f.backup, content).substr(f.backup.size() + 7));
+    std::sort(expected.begin(), expected.end());
+    for (std::string& path : expected)
+        std::replace(path.begin(), path.end(), '\\', '/');
+    EXPECT_EQ(StoreFiles(f), expected);
+    EXPECT_EQ(SqlRows(f.db, "SELECT * FROM Backups"), keptRuns);
+    EXPECT_EQ(SqlRows(f.db, "SELECT * FROM Files"), keptFiles);
+    EXPECT_EQ(f.RowTexts("PRAGMA integrity_check"), (std::vector<std::string>{"ok"}));
+    EXPECT_EQ(ProgressValue(Get("XP_PB3")), 100);
+    EXPECT_EQ(Text("XP_PB3"), "100 %");
+    EXPECT_EQ(Text("lblStatus"), "Del. unused files");
+    // The window is no longer busy: every tab and button answers again.
+    EXPECT_TRUE(window->TabEnabled(MainTab::kBackup));
+    EXPECT_TRUE(window->TabEnabled(MainTab::kRestore));
+    EXPECT_TRUE(IsWindowEnabled(Get("cmdCompact")));
+}
+
+TEST_F(WinWindowTest, DecliningDeleteKeepsEveryRun) {
+    AddRuns(f, f.env.Path("data"), 1);
+    Open();
+    Load();
+    ClickTab(MainTab::kConfiguration);
+    f.env.box.Answer(mb::kCancel);
+    Click("cmdManage");
+    EXPECT_EQ(f.RowTexts("SELECT count(*) FROM Backups"), (std::vector<std::string>{"1"}));
+    EXPECT_EQ(f.env.box.calls, (Calls{kDeleteQuestion}));
+}
+
+TEST_F(WinWindowTest, ManualPurgeAppliesTheLimitAndAsksForACompact) {
+    const std::string data = f.env.Path("data");
+    f.AddSource(data);
+    AddRuns(f, data, 4);
+    f.SetOption("MaxBackups", "2");
+    Open();
+    Load();
+    ClickTab(MainTab::kConfiguration);
+    Click("cmdPurge");
+    EXPECT_EQ(f.RowTexts("SELECT bid FROM Backups"), (std::vector<std::string>{"3", "4"}));
+    EXPECT_EQ(f.env.box.calls, (Calls{Box("Purge Complete. You should run Compact", 64)}));
+}
+
+TEST_F(WinWindowTest, CancelOnTheCompactQuestionChangesNothing) {
+    const std::string source = f.env.Path("s");
+    CreateTree(source, Dir({{"a.txt", File("alpha")}}));
+    f.AddSource(source);
+    Open();
+    Load();
+    Click("cmdBackup");
+    f.Exec("DELETE FROM Backups");
+    const auto files = StoreFiles(f);
+    ClickTab(MainTab::kConfiguration);
+    f.env.box.calls.clear();
+    f.env.box.Answer(mb::kCancel);
+    Click("cmdCompact");
+    EXPECT_EQ(f.env.box.calls, (Calls{kCompactQuestion}));
+    EXPECT_EQ(ProgressValue(Get("XP_PB3")), 0);
+    EXPECT_EQ(Text("lblStatus"), "");
+    EXPECT_EQ(StoreFiles(f), files);
+    EXPECT_EQ(f.RowTexts("SELECT count(*) FROM Files"), (std::vector<std::string>{"1"}));
+}
+
+TEST_F(WinWindowTest, DuringTheRunTheButtonCancelsAndTheOtherTabsAndSourceButtonsWait) {
+    const std::string source = f.env.Path("s");
+    CreateTree(source, Dir({{"a.txt", File("a")}, {"b.txt", File("b")}}));
+    f.AddSource(source);
+    Open();
+    Load();
+    std::vector<std::string> seen;
+    SetYieldHook([&] {
+        if (seen.empty() && Text("cmdBackup") != "&Backup")
+            seen = {Text("cmdBackup"),
+                    ToolTip("cmdBackup"),
+                    std::to_string(window->TabEnabled(MainTab::kBackup)),
+                    std::to_string(window->TabEnabled(MainTab::kRestore)),
+                    std::to_string(window->TabEnabled(MainTab::kConfiguration)),
+                    std::to_string(IsWindowEnabled(Get("cmdAddSrc")) != FALSE),
+                    std::to_string(IsWindowEnabled(Get("cmdRemove")) != FALSE)};
+        PumpMessages();
+    });
+    Click("cmdBackup");
+    EXPECT_EQ(seen, (std::vector<std::string>{"Cancel", "Cancel backup in progress", "1", "0", "0",
+                                              "0", "0"}));
+    EXPECT_TRUE(window->TabEnabled(MainTab::kRestore));
+    EXPECT_TRUE(IsWindowEnabled(Get("cmdAddSrc")));
+}
+
+TEST_F(WinWindowTest, CancelDuringTheSecondOfThreeSources) {
+    std::vector<std::string> sources;
+    {
+        CDatabase db;
+        db.Connect(f.db);
+        for (const char* name : {"one", "two", "three"}) {
+            sources.push_back(f.env.Path(name));
+            CreateTree(sources.back(), Dir({{"a.txt", File(std::string(name) + " a")},
+                                            {"b.txt", File(std::string(name) + " b")}}));
+            f.AddSource(sources.back());
+            db.BackupRun(sources.back()); // earlier runs: a limit of 1 would drop them
+            db.BackupRun(sources.back());
+        }
+    }
+    f.SetOption("MaxBackups", "1");
+    Open();
+    Load();
+    bool clicked = false;
+    // The second click, made while the second source's first file is shown as done.
+    SetYieldHook([&] {
+        if (!clicked && Text("lblProcessing") == sources[1] && Text("lblDone") == "1") {
+            clicked = true;
+            Click("cmdBackup");
+        }
+        PumpMessages();
+    });
+    Click("cmdBackup");
+    ASSERT_TRUE(clicked);
+    EXPECT_EQ(Text("lblSource"), "Backup cancelled");
+    EXPECT_EQ(Text("cmdBackup"), "&Backup");
+    // Source one ran and was pruned to one run; two was rolled back and not pruned; three
+    // never started.
+    EXPECT_EQ(f.RowTexts("SELECT bid || '|' || source FROM Backups ORDER BY bid"),
+              (std::vector<std::string>{"3|" + sources[1], "4|" + sources[1], "5|" + sources[2],
+                                        "6|" + sources[2], "7|" + sources[0]}));
+    ASSERT_NE(window->Report(), nullptr);
+    const std::string report = window->Report()->ReportText();
+    EXPECT_NE(report.find("Cancel requested. Stopping...\r\n"), std::string::npos);
+    EXPECT_EQ(report.find("Source: " + sources[2] + "\r\n"), std::string::npos);
 }
 
 } // namespace
