@@ -19,6 +19,7 @@
 #include <QTreeWidget>
 #include <QtTest>
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -126,14 +127,18 @@ inline void Tick(QAbstractButton* button) {
 
 // ---- the restore tab ----
 
-// Runs `answer` on the modal dialog named `name` as soon as it shows (checked every 10 ms,
-// for at most 10 s), while the caller's next step opens it.
-template <class Answer> void WhenModal(const char* name, Answer answer) {
+// Runs `answer` on the modal dialog named `name` as soon as it shows and, when `ready` is
+// given, `ready` says it is done with what it does on opening (checked every 10 ms, for at most
+// 10 s), while the caller's next step opens it.
+template <class Answer>
+void WhenModal(const char* name, Answer answer,
+               std::function<bool(QWidget*)> ready = std::function<bool(QWidget*)>()) {
     auto* poll = new QTimer;
     auto tries = std::make_shared<int>(0);
-    QObject::connect(poll, &QTimer::timeout, [poll, tries, name, answer] {
+    QObject::connect(poll, &QTimer::timeout, [poll, tries, name, answer, ready] {
         QWidget* dialog = QApplication::activeModalWidget();
-        if (dialog && dialog->objectName() == name && dialog->isVisible()) {
+        if (dialog && dialog->objectName() == name && dialog->isVisible() &&
+            (!ready || ready(dialog))) {
             poll->stop();
             poll->deleteLater();
             answer(dialog);

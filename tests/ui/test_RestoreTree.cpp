@@ -173,28 +173,36 @@ private slots:
         ClickNode(w, NodeIndex(w, src + "/file2.txt"));
         QString searched, versions;
         bool looked = false;
-        WhenModal("frmVersions", [&](QWidget* dialog) {
-            searched = dialog->findChild<QLineEdit*>("txtFind")->text();
-            // The window looks once it shows.
-            auto* label = dialog->findChild<QLabel*>("lblVersions");
-            looked =
-                QTest::qWaitFor([label] { return !label->text().startsWith("Looking"); }, 10000);
-            versions = label->text();
-            QTest::mouseClick(dialog->findChild<QPushButton*>("cmdClose"), Qt::LeftButton);
-        });
+        // The window looks once it shows; it is answered once it has looked (waiting inside
+        // its look, which lets events run, would hold the look up).
+        WhenModal(
+            "frmVersions",
+            [&](QWidget* dialog) {
+                looked = true;
+                searched = dialog->findChild<QLineEdit*>("txtFind")->text();
+                versions = dialog->findChild<QLabel*>("lblVersions")->text();
+                QTest::mouseClick(dialog->findChild<QPushButton*>("cmdClose"), Qt::LeftButton);
+            },
+            [](QWidget* dialog) {
+                const QString text = dialog->findChild<QLabel*>("lblVersions")->text();
+                return !text.isEmpty() && !text.startsWith("Looking");
+            });
         w.Click("cmdFindVersions");
         QVERIFY(looked);
         QCOMPARE(searched, QStringLiteral("file2.txt"));
         QVERIFY2(versions.startsWith(QStringLiteral("2 versions")), qPrintable(versions));
         QString compared, totals;
-        WhenModal("frmRunDiff", [&](QWidget* dialog) {
-            auto* label = dialog->findChild<QLabel*>("lblCompare");
-            looked =
-                QTest::qWaitFor([label] { return !label->text().startsWith("Comparing"); }, 10000);
-            compared = label->text();
-            totals = dialog->findChild<QLabel*>("lblChanges")->text();
-            QTest::mouseClick(dialog->findChild<QPushButton*>("cmdClose"), Qt::LeftButton);
-        });
+        WhenModal(
+            "frmRunDiff",
+            [&](QWidget* dialog) {
+                looked = true;
+                compared = dialog->findChild<QLabel*>("lblCompare")->text();
+                totals = dialog->findChild<QLabel*>("lblChanges")->text();
+                QTest::mouseClick(dialog->findChild<QPushButton*>("cmdClose"), Qt::LeftButton);
+            },
+            [](QWidget* dialog) {
+                return !dialog->findChild<QLabel*>("lblCompare")->text().startsWith("Comparing");
+            });
         looked = false;
         w.Click("cmdCompare");
         QVERIFY(looked);
