@@ -1,8 +1,8 @@
 #include "ui/frmAbout.h"
 
+#include "app/modAbout.h"
 #include "app/modMainWindow.h"
 #include "app/modSysInfo.h"
-#include "support/Version.h"
 #include "ui/modHandler.h"
 
 #include <QGridLayout>
@@ -23,27 +23,19 @@ QLabel* Label(QWidget* parent, const char* name, const QString& text) {
 
 frmAbout::frmAbout(QWidget* parent) : QDialog(parent) {
     setObjectName(QStringLiteral("frmAbout"));
-    setWindowTitle(tr("About ") + QString::fromLatin1(version::kTitle));
+    const AboutTexts about = About();
+    setWindowTitle(QString::fromStdString(about.windowTitle));
     auto* picIcon = new QLabel(this);
     picIcon->setObjectName(QStringLiteral("picIcon"));
     picIcon->setPixmap(style()->standardIcon(QStyle::SP_DriveHDIcon).pixmap(48, 48));
-    auto* lblTitle = Label(this, "lblTitle", QStringLiteral("Korvex Stashwell"));
+    auto* lblTitle = Label(this, "lblTitle", QString::fromStdString(about.title));
     QFont title = lblTitle->font();
     title.setPointSizeF(title.pointSizeF() * 1.5);
     title.setBold(true);
     lblTitle->setFont(title);
-    auto* lblVersion =
-        Label(this, "lblVersion",
-              tr("Version ") + QString::number(version::kMajor) + "." +
-                  QString::number(version::kMinor) + "." + QString::number(version::kRevision));
-    auto* lblDescription =
-        Label(this, "lblDescription",
-              tr("Backs up the folders you choose into a backup folder, storing each content "
-                 "once, and restores any earlier run, whole or in part."));
-    auto* lblDisclaimer =
-        Label(this, "lblDisclaimer",
-              tr("Keep your backup drive apart from the computer it protects, and try a restore "
-                 "now and then."));
+    auto* lblVersion = Label(this, "lblVersion", QString::fromStdString(about.version));
+    auto* lblDescription = Label(this, "lblDescription", QString::fromStdString(about.description));
+    auto* lblDisclaimer = Label(this, "lblDisclaimer", QString::fromStdString(about.disclaimer));
     auto* cmdOK = new QPushButton(tr("OK"), this);
     cmdOK->setObjectName(QStringLiteral("cmdOK"));
     cmdOK->setDefault(true);

@@ -220,7 +220,45 @@ void CWinRunTree::ToggleTick(int32_t node) {
     m_browser.NodeCheck(node, m_browser.Ticks(node) != TickState::kTicked);
 }
 
+std::pair<std::string, std::string> CWinRunTree::ColumnTexts(int32_t node) const {
+    return {m_browser.ColumnText(node, 1), m_browser.ColumnText(node, 2)};
+}
+
+LRESULT CWinRunTree::DrawColumns(NMTVCUSTOMDRAW& draw) {
+    NMCUSTOMDRAW& paint = draw.nmcd;
+    if (paint.dwDrawStage == CDDS_PREPAINT) return CDRF_NOTIFYITEMDRAW;
+    if (paint.dwDrawStage == CDDS_ITEMPREPAINT) return CDRF_NOTIFYPOSTPAINT;
+    if (paint.dwDrawStage != CDDS_ITEMPOSTPAINT) return CDRF_DODEFAULT;
+    const int32_t node = NodeOf(reinterpret_cast<HTREEITEM>(paint.dwItemSpec));
+    if (node == CBackupBrowser::kNone) return CDRF_DODEFAULT;
+    const auto [size, modified] = ColumnTexts(node);
+    RECT client{};
+    GetClientRect(m_tree, &client);
+    // The columns are as wide as their widest text can be, with a gap before each.
+    SIZE dateWidth{}, sizeWidth{}, gap{};
+    GetTextExtentPoint32W(paint.hdc, L"0000-00-00 00:00:00", 19, &dateWidth);
+    GetTextExtentPoint32W(paint.hdc, L"000.0 bytes", 11, &sizeWidth);
+    GetTextExtentPoint32W(paint.hdc, L"00", 2, &gap);
+    RECT dateRect{client.right - dateWidth.cx - gap.cx / 2, paint.rc.top, client.right,
+                  paint.rc.bottom};
+    RECT sizeRect{dateRect.left - gap.cx - sizeWidth.cx, paint.rc.top, dateRect.left - gap.cx,
+                  paint.rc.bottom};
+    RECT cleared{sizeRect.left - gap.cx / 2, paint.rc.top, client.right, paint.rc.bottom};
+    FillRect(paint.hdc, &cleared, GetSysColorBrush(COLOR_WINDOW));
+    SetBkMode(paint.hdc, TRANSPARENT);
+    SetTextColor(paint.hdc, GetSysColor(COLOR_GRAYTEXT));
+    std::wstring text = Wide(size);
+    DrawTextW(paint.hdc, text.c_str(), static_cast<int>(text.size()), &sizeRect,
+              DT_RIGHT | DT_VCENTER | DT_SINGLELINE | DT_NOPREFIX);
+    text = Wide(modified);
+    DrawTextW(paint.hdc, text.c_str(), static_cast<int>(text.size()), &dateRect,
+              DT_LEFT | DT_VCENTER | DT_SINGLELINE | DT_NOPREFIX | DT_END_ELLIPSIS);
+    return CDRF_DODEFAULT;
+}
+
 LRESULT CWinRunTree::Notify(const NMHDR& header) {
+    if (header.hwndFrom == m_tree && header.code == NM_CUSTOMDRAW)
+        return DrawColumns(*reinterpret_cast<NMTVCUSTOMDRAW*>(const_cast<NMHDR*>(&header)));
     if (header.hwndFrom != m_tree || header.code != TVN_ITEMEXPANDINGW || m_syncing > 0) return 0;
     const auto& change = reinterpret_cast<const NMTREEVIEWW&>(header);
     const int32_t node = static_cast<int32_t>(change.itemNew.lParam);

@@ -7,6 +7,8 @@
 // name opens or closes the folder as the browser does, and a folder's arrow loads its files the
 // same way. The browser decides; the tree view only shows. Each item shows the shell's own small
 // icon of its kind: a folder's (open while it is selected) or that of a file of its extension.
+// The Size and Modified columns of the Qt tree are drawn at the right of each row (custom
+// draw), in grey, over whatever of a long name reaches them.
 
 #include "app/CBackupBrowser.h"
 #include "platform/modWin32.h"
@@ -31,6 +33,8 @@ public:
     HTREEITEM ItemOf(int32_t node) const;
     // The node selected, or kNone.
     int32_t Selected() const;
+    // What the Size and Modified columns show for `node`.
+    std::pair<std::string, std::string> ColumnTexts(int32_t node) const;
 
     // The check-box picture of a tick state: 1 unticked, 2 ticked, 3 partly.
     static int StateImage(TickState state);
@@ -47,6 +51,8 @@ private:
     // unticks it.
     void ToggleTick(int32_t node);
 
+    // Draws the Size and Modified columns of an item (NM_CUSTOMDRAW); the answer.
+    LRESULT DrawColumns(NMTVCUSTOMDRAW& draw);
     // The icon of `node`'s kind, and of it selected.
     std::pair<int, int> IconsOf(const BrowserNode& node);
 

@@ -12,11 +12,10 @@
 #include "platform/modWin32Text.h"
 #include "support/CProcTrap.h"
 #include "support/CRuntimeError.h"
-#include "support/Version.h"
-#include "support/modMsgBox.h"
 #include "support/modServices.h"
 #include "winui/CWinProgressBar.h"
 #include "winui/CWinRunTree.h"
+#include "winui/frmAbout.h"
 #include "winui/frmReport.h"
 #include "winui/frmRunDiff.h"
 #include "winui/frmSelBackup.h"
@@ -178,6 +177,7 @@ void frmMain::Build() {
     BuildMenus();
     BuildTips();
     SendMessageW(m_tabs, WM_SETFONT, reinterpret_cast<WPARAM>(m_font), FALSE);
+    PadTabs();
     SendMessageW(m_logo, WM_SETFONT, reinterpret_cast<WPARAM>(m_bold), FALSE);
     for (size_t i = 0; i < controls.size(); ++i)
         SendMessageW(m_controls[i], WM_SETFONT,
@@ -191,6 +191,12 @@ void frmMain::MakeFonts() {
     if (m_bold) DeleteObject(m_bold);
     m_font = MessageFont(m_dpi);
     m_bold = MessageFont(m_dpi, true);
+}
+
+// The room around a tab's caption, at the window's dots per inch (the tab control keeps the
+// system's otherwise).
+void frmMain::PadTabs() {
+    SendMessageW(m_tabs, TCM_SETPADDING, 0, MAKELPARAM(Scaled(8, m_dpi), Scaled(4, m_dpi)));
 }
 
 void frmMain::BuildMenus() {
@@ -254,10 +260,13 @@ void frmMain::Layout() {
     // Whole per cent, so the layout moves in 1 % steps and comes back exactly at its size.
     const int across = std::max(1L, client.right * 100 / std::max(1L, design.right));
     const int down = std::max(1L, client.bottom * 100 / std::max(1L, design.bottom));
+    const auto scaled = [&](RECT rect) {
+        return RECT{MulDiv(rect.left, across, 100), MulDiv(rect.top, down, 100),
+                    MulDiv(rect.right, across, 100), MulDiv(rect.bottom, down, 100)};
+    };
     const auto place = [&](HWND window, RECT rect) {
-        MoveWindow(window, MulDiv(rect.left, across, 100), MulDiv(rect.top, down, 100),
-                   MulDiv(rect.right - rect.left, across, 100),
-                   MulDiv(rect.bottom - rect.top, down, 100), TRUE);
+        const RECT at = scaled(rect);
+        MoveWindow(window, at.left, at.top, at.right - at.left, at.bottom - at.top, TRUE);
     };
     place(m_tabs, ScaledRect(kTabStripDesign, m_dpi));
     place(m_logo, ScaledRect(kLogoDesign, m_dpi));
@@ -270,10 +279,18 @@ void frmMain::Layout() {
                      pageRect.bottom - pageRect.top, SWP_NOACTIVATE);
     const auto controls = MainWindowControls();
     for (size_t i = 0; i < controls.size(); ++i) {
-        place(m_controls[i], ScaledRect(PlaceInPage(controls[i]), m_dpi));
-        if (controls[i].kind == ControlKind::kSpinBox)
-            SendMessageW(GetDlgItem(GetParent(m_controls[i]), IdOf(i) + 1), UDM_SETBUDDY,
-                         reinterpret_cast<WPARAM>(m_controls[i]), 0);
+        if (controls[i].kind != ControlKind::kSpinBox) {
+            place(m_controls[i], ScaledRect(PlaceInPage(controls[i]), m_dpi));
+            continue;
+        }
+        // A spin box's arrows take the right of its place, as wide as a scroll bar at the
+        // window's dots per inch (the up-down control keeps the system's width otherwise).
+        const RECT at = scaled(ScaledRect(PlaceInPage(controls[i]), m_dpi));
+        const int arrows = std::min<int>(Scaled(17, m_dpi), (at.right - at.left) / 2);
+        MoveWindow(m_controls[i], at.left, at.top, at.right - at.left - arrows, at.bottom - at.top,
+                   TRUE);
+        MoveWindow(GetDlgItem(GetParent(m_controls[i]), IdOf(i) + 1), at.right - arrows, at.top,
+                   arrows, at.bottom - at.top, TRUE);
     }
 }
 
@@ -377,6 +394,7 @@ LRESULT frmMain::Message(UINT message, WPARAM wParam, LPARAM lParam) {
                 reinterpret_cast<WPARAM>(controls[i].flags & design::kBold ? m_bold : m_font),
                 TRUE);
         SendMessageW(m_tabs, WM_SETFONT, reinterpret_cast<WPARAM>(m_font), TRUE);
+        PadTabs();
         SendMessageW(m_logo, WM_SETFONT, reinterpret_cast<WPARAM>(m_bold), TRUE);
         const RECT* suggested = reinterpret_cast<const RECT*>(lParam);
         SetWindowPos(m_window, nullptr, suggested->left, suggested->top,
@@ -824,11 +842,7 @@ void frmMain::mnuManual_Click() {
 }
 
 void frmMain::mnuAbout_Click() {
-    MsgBox(std::string("Korvex Stashwell\nVersion ") + std::to_string(version::kMajor) + "." +
-               std::to_string(version::kMinor) + "." + std::to_string(version::kRevision) +
-               "\n\nBacks up the folders you choose into a backup folder, storing each content "
-               "once, and restores any earlier run, whole or in part.",
-           mb::kInformation, std::string("About ") + version::kTitle);
+    frmAbout::Show(m_window, m_dpi);
 }
 
 void frmMain::SetTextQuietly(const std::string& name, const std::string& text) {

@@ -49,6 +49,7 @@ public:
     const CWinRunTree& Tree() const { return *m_tree; }
     // The report window of the last run, while it is open.
     frmReport* Report() const { return m_report; }
+    const CWinRunTree& RunTree() const { return *m_tree; }
 
     void GotoConfigure() override;
     void cmdBackup_Click();
@@ -75,6 +76,7 @@ private:
     void BuildMenus();
     void BuildTips();
     void MakeFonts();
+    void PadTabs();
     // Places every control at its design geometry, scaled to the window's size in whole per
     // cent and to its dots per inch.
     void Layout();

@@ -90,12 +90,11 @@ HWND MakeControl(HWND page, const ControlDesign& design, RECT place, int id) {
                          reinterpret_cast<LPARAM>(Wide(design.hint).c_str()));
         break;
     case ControlKind::kSpinBox: {
-        HWND arrows =
-            CreateWindowExW(0, UPDOWN_CLASSW, L"",
-                            WS_CHILD | WS_VISIBLE | UDS_SETBUDDYINT | UDS_ALIGNRIGHT |
-                                UDS_ARROWKEYS | UDS_NOTHOUSANDS,
-                            0, 0, 0, 0, page, reinterpret_cast<HMENU>(static_cast<INT_PTR>(id + 1)),
-                            GetModuleHandleW(nullptr), nullptr);
+        HWND arrows = CreateWindowExW(
+            0, UPDOWN_CLASSW, L"",
+            WS_CHILD | WS_VISIBLE | UDS_SETBUDDYINT | UDS_ARROWKEYS | UDS_NOTHOUSANDS, 0, 0, 0, 0,
+            page, reinterpret_cast<HMENU>(static_cast<INT_PTR>(id + 1)), GetModuleHandleW(nullptr),
+            nullptr);
         SendMessageW(arrows, UDM_SETBUDDY, reinterpret_cast<WPARAM>(control), 0);
         SendMessageW(arrows, UDM_SETRANGE32, static_cast<WPARAM>(design.low),
                      static_cast<LPARAM>(design.high));

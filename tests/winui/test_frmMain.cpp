@@ -5,13 +5,16 @@
 // backup leaves (the catalogue's rows, the store's files) are checked exactly.
 
 #include "BackupFixture.h"
+#include "app/CTaskScheduler.h"
 #include "app/modMain.h"
 #include "app/modPaths.h"
+#include "app/modSchedule.h"
 #include "app/modSetup.h"
 #include "app/modWindowDesign.h"
 #include "catalogue/CDatabase.h"
 #include "platform/modWin32Text.h"
 #include "support/Version.h"
+#include "support/modDateText.h"
 #include "support/modYield.h"
 #include "winui/CWinProgressBar.h"
 #include "winui/CWinRunTree.h"
@@ -24,6 +27,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
+#include <ctime>
 #include <functional>
 #include <memory>
 #include <string>
@@ -685,6 +690,111 @@ TEST_F(WinWindowTest, EachItemOfTheRestoreTreeShowsTheShellsIconOfItsKind) {
               CWinRunTree::ShellIcon(L"file.jpg", false));
     EXPECT_EQ(ImageOf(tree, ItemNamed(tree, root, "noextension")),
               CWinRunTree::ShellIcon(L"file", false));
+    // Beside each name, its size and when it was written; a folder, the run's date.
+    const auto nodeOf = [&](HTREEITEM item) { return window->RunTree().NodeOf(item); };
+    const auto [size, written] =
+        window->RunTree().ColumnTexts(nodeOf(ItemNamed(tree, root, "a.TXT")));
+    EXPECT_EQ(size, "5 bytes");
+    EXPECT_EQ(written.size(), 19u) << written;
+    EXPECT_EQ(
+        window->RunTree().ColumnTexts(nodeOf(root)),
+        (std::pair<std::string, std::string>{"", f.RowTexts("SELECT datebk FROM Backups").at(0)}));
+}
+
+// A menu item of the window chosen, as a click on it does.
+void ChooseMenuItem(HWND window, const std::string& name) {
+    std::wstring caption;
+    for (const MenuDesign& design : MainWindowMenus())
+        if (design.name == name) caption = Wide(design.caption);
+    HMENU bar = GetMenu(window);
+    for (int top = 0; top < GetMenuItemCount(bar); ++top) {
+        HMENU menu = GetSubMenu(bar, top);
+        for (int item = 0; item < GetMenuItemCount(menu); ++item) {
+            wchar_t text[128] = L"";
+            GetMenuStringW(menu, static_cast<UINT>(item), text, 128, MF_BYPOSITION);
+            if (text != caption) continue;
+            SendMessageW(window, WM_COMMAND, MAKEWPARAM(GetMenuItemID(menu, item), 0), 0);
+            PumpMessages();
+            return;
+        }
+    }
+    ADD_FAILURE() << "no menu item " << name;
+}
+
+TEST_F(WinWindowTest, HelpAboutShowsTheProgramsNameVersionAndDescription) {
+    Open();
+    Load();
+    std::vector<std::string> seen;
+    WhenModal("frmAbout", [&](HWND about) {
+        seen.push_back(WindowText(about));
+        for (const char* name :
+             {"lblTitle", "lblVersion", "lblDescription", "lblDisclaimer", "cmdSysInfo", "cmdOK"})
+            seen.push_back(WindowText(FindControl(about, name)));
+        seen.push_back(std::to_string(IsWindowEnabled(window->Handle()) != FALSE));
+        // Enter on OK closes it.
+        PostMessageW(FindControl(about, "cmdOK"), WM_KEYDOWN, VK_RETURN, 0);
+    });
+    ChooseMenuItem(window->Handle(), "mnuAbout");
+    EXPECT_EQ(seen,
+              (std::vector<std::string>{
+                  "About Stashwell", "Korvex Stashwell",
+                  "Version " + std::to_string(version::kMajor) + "." +
+                      std::to_string(version::kMinor) + "." + std::to_string(version::kRevision),
+                  "Backs up the folders you choose into a backup folder, storing each content "
+                  "once, and restores any earlier run, whole or in part.",
+                  "Keep your backup drive apart from the computer it protects, and try a restore "
+                  "now and then.",
+                  "&System Info...", "OK", "0"}));
+    EXPECT_TRUE(IsWindowEnabled(window->Handle()));
+    EXPECT_TRUE(f.env.box.calls.empty());
+}
+
+// When the daily task next runs: today at hour:minute, or tomorrow once that has passed.
+std::string NextRunAt(int hour, int minute) {
+    const std::time_t now = std::time(nullptr);
+    const std::time_t today = TimeOfDay(now, 0, hour, minute);
+    return DateTimeText(today > now ? today : TimeOfDay(now, 1, hour, minute));
+}
+
+TEST_F(WinWindowTest, TheDailyScheduleIsATaskSchedulerTaskMadeChangedAndDeletedFromTheWindow) {
+    // Where Wine's Task Scheduler keeps a registered task.
+    const char* root = std::getenv("SystemRoot");
+    const std::string task = std::string(root ? root : "C:\\windows") + "\\system32\\tasks\\" +
+                             CTaskScheduler::kTaskName;
+    const auto stored = [this](const std::string& key) {
+        return f.RowTexts("SELECT value FROM Setup WHERE key = '" + key + "'");
+    };
+    // Wine's own Task Scheduler, in the test's Wine prefix.
+    SetSchedulerSource([] {
+        std::vector<std::unique_ptr<IScheduler>> schedulers;
+        schedulers.push_back(
+            std::make_unique<CTaskScheduler>("C:\\Program Files\\Stashwell\\stashwell.exe"));
+        return schedulers;
+    });
+    Open();
+    Load();
+    ClickTab(MainTab::kConfiguration);
+    EXPECT_EQ(Text("lblNextBackup"), "");
+    Click("chkSchedule");
+    EXPECT_TRUE(Checked("chkSchedule"));
+    EXPECT_EQ(stored("SchedEnabled"), (std::vector<std::string>{"1"}));
+    EXPECT_TRUE(Exists(task));
+    EXPECT_EQ(Text("lblNextBackup"), "Next backup: " + NextRunAt(21, 0));
+
+    // A typed hour is set once the box is left.
+    Type("spnHour", "6");
+    SetFocus(Get("txtExclude"));
+    PumpMessages();
+    EXPECT_EQ(stored("Hour"), (std::vector<std::string>{"6"}));
+    EXPECT_TRUE(Exists(task));
+    EXPECT_EQ(Text("lblNextBackup"), "Next backup: " + NextRunAt(6, 0));
+
+    Click("chkSchedule");
+    EXPECT_FALSE(Checked("chkSchedule"));
+    EXPECT_EQ(stored("SchedEnabled"), (std::vector<std::string>{"0"}));
+    EXPECT_FALSE(Exists(task));
+    EXPECT_EQ(Text("lblNextBackup"), "");
+    EXPECT_TRUE(f.env.box.calls.empty()) << f.env.box.calls.front().text;
 }
 
 // The rows of a list view, each as its cells joined by " | ".
