@@ -7,9 +7,12 @@
 #   cmake/wine.sh PREFIX stop                         # after it: that server ended
 #
 # With STASHWELL_WINE_DISPLAY=xvfb (the window's tests), a program runs on an X server (Xvfb),
-# since Wine draws no window without one: the one that start began for the whole run (Wine's
-# desktop process, shared by every program of the prefix, stays on the display it first met),
-# or one of its own for a program run without start.
+# since Wine draws no window without one: the one that start began for the whole run, or one of
+# its own for a program run without start. Such programs have a prefix of their own,
+# PREFIX-window: Wine's desktop process, shared by every program of a prefix, stays on the
+# display it first met, and in the shared prefix a program without a display (a test of the
+# program run headless) could start it first, or again after it ended, and leave every window
+# test after it without a window.
 #
 # Making a prefix takes Wine several seconds; two programs that start on a prefix not made yet
 # would both make it and the second can hang, so the making is done once, under a lock, before
@@ -19,6 +22,10 @@ set -euo pipefail
 prefix=${1:?usage: wine.sh PREFIX run|start|stop [PROGRAM ARGS...]}
 mode=${2:?usage: wine.sh PREFIX run|start|stop [PROGRAM ARGS...]}
 shift 2
+base=$prefix
+if [ "$mode" = run ] && [ "${STASHWELL_WINE_DISPLAY:-}" = xvfb ]; then
+    prefix="$base-window"
+fi
 
 export WINEPREFIX=$prefix
 export WINEARCH=win64
@@ -54,7 +61,7 @@ make_prefix() {
     ) 9>"$prefix.lock"
 }
 
-display_file="$prefix.display"
+display_file="$base.display"
 # new_display FILE: a new Xvfb on a free display number; its number, then its process number,
 # written to FILE.
 new_display() {
@@ -126,12 +133,24 @@ start)
     # to whatever output they were started with; a program whose output CTest reads would then
     # never seem to end. They get a log instead.
     # One that is already running for the prefix (a run before that was not stopped) will do.
-    wineserver -p </dev/null >>"$prefix.log" 2>&1 || true
-    make_prefix
-    wine cmd /c exit </dev/null >>"$prefix.log" 2>&1
+    start_prefix() {
+        wineserver -p </dev/null >>"$prefix.log" 2>&1 || true
+        make_prefix
+        wine cmd /c exit </dev/null >>"$prefix.log" 2>&1
+    }
+    start_prefix
+    # The window tests' own prefix, on the display.
+    if [ -n "${DISPLAY:-}" ]; then
+        prefix="$base-window"
+        made="$prefix/.stashwell-prefix-made"
+        export WINEPREFIX=$prefix
+        start_prefix
+    fi
     ;;
 stop)
-    [ -d "$prefix" ] && wineserver -k 2>/dev/null || true
+    for each in "$base" "$base-window"; do
+        [ -d "$each" ] && WINEPREFIX=$each wineserver -k 2>/dev/null || true
+    done
     if [ -s "$display_file" ]; then
         kill "$(sed -n 2p "$display_file")" 2>/dev/null || true
         rm -f "$display_file"

@@ -92,6 +92,10 @@ bool FindFileVersions(const CatalogueQuery& query, const std::string& search,
     return true;
 }
 
+std::string VersionRunsText(const FileVersion& version) {
+    return Counted(version.runs.size(), "run", "runs");
+}
+
 std::string VersionsSummary(const VersionsFound& found) {
     if (found.versions.empty()) return "No file in any run matches";
     return Counted(found.versions.size(), "version", "versions") + " of " +

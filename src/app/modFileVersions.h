@@ -56,6 +56,8 @@ bool FindFileVersions(const CatalogueQuery& query, const std::string& search, Ve
 // What was found, in words: "3 versions of 2 files in 5 runs", "1 version of 1 file in 1 run",
 // or "No file in any run matches".
 std::string VersionsSummary(const VersionsFound& found);
+// What a version's row says of the runs that hold it: "1 run", "3 runs".
+std::string VersionRunsText(const FileVersion& version);
 
 // Restores the row `run` into `destination` ("" for its own place), verified when `verify`,
 // holding the backup folder's lock. Nothing when the lock cannot be had (that was shown).

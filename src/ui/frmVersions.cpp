@@ -26,10 +26,6 @@ enum VersionColumn { kRun, kSource, kFile, kSize, kSignature, kColumns };
 constexpr int kVersionRole = Qt::UserRole;
 constexpr int kRunRole = Qt::UserRole + 1;
 
-QString RunsText(size_t runs) {
-    return runs == 1 ? QStringLiteral("1 run") : QStringLiteral("%1 runs").arg(runs);
-}
-
 // Sets a flag for the life of the scope.
 class CBusy {
 public:
@@ -163,7 +159,7 @@ void frmVersions::ShowVersions() {
     for (size_t v = 0; v < m_found.versions.size(); ++v) {
         const FileVersion& version = m_found.versions[v];
         auto* top = new QTreeWidgetItem(lvwVersions);
-        top->setText(kRun, RunsText(version.runs.size()));
+        top->setText(kRun, QString::fromStdString(VersionRunsText(version)));
         top->setText(kFile, ShownName(version.path));
         top->setText(kSize, QString::fromStdString(ByteSizeText(version.size)));
         top->setToolTip(kSize, tr("%1 bytes").arg(version.size));

@@ -23,10 +23,6 @@ struct RowOf {
     std::optional<size_t> run;
 };
 
-std::string RunsText(size_t runs) {
-    return runs == 1 ? "1 run" : std::to_string(runs) + " runs";
-}
-
 class Versions : public CWinDialog {
 public:
     Versions(HWND owner, int dpi, const std::string& search, bool verify)
@@ -105,7 +101,7 @@ private:
         m_rows.clear();
         for (size_t v = 0; v < m_versions.versions.size(); ++v) {
             const FileVersion& version = m_versions.versions[v];
-            const int top = AddRow({v, std::nullopt}, RunsText(version.runs.size()), 0);
+            const int top = AddRow({v, std::nullopt}, VersionRunsText(version), 0);
             SetCell(top, kFile, version.path);
             SetCell(top, kSize, ByteSizeText(version.size));
             SetCell(top, kSignature, version.md5);

@@ -104,6 +104,8 @@ TEST_F(FileVersions, ASearchListsEachContentOfEachMatchingFileWithTheRunsThatHol
     EXPECT_EQ(found.files, 2u);
     EXPECT_EQ(found.runs, 3u);
     EXPECT_EQ(VersionsSummary(found), "3 versions of 2 files in 3 runs");
+    EXPECT_EQ(VersionRunsText(found.versions[0]), "2 runs");
+    EXPECT_EQ(VersionRunsText(found.versions[1]), "1 run");
 }
 
 TEST_F(FileVersions, AFileAddedOrRemovedIsHeldOnlyByTheRunsThatHadIt) {

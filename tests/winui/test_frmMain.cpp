@@ -875,13 +875,19 @@ TEST_F(TwoRunsTest, CompareWithThePreviousRunListsWhatChanged) {
     ChooseNewestRun();
     ASSERT_TRUE(IsWindowEnabled(Get("cmdCompare")));
     std::vector<std::string> seen, rows, headers;
-    WhenModal("frmRunDiff", [&](HWND dialog) {
-        seen = {WindowText(dialog), WindowText(FindControl(dialog, "lblCompare")),
-                WindowText(FindControl(dialog, "lblChanges"))};
-        rows = ListViewRows(FindControl(dialog, "lvwChanges"));
-        headers = ListViewHeaders(FindControl(dialog, "lvwChanges"));
-        SendMessageW(FindControl(dialog, "cmdClose"), BM_CLICK, 0, 0);
-    });
+    WhenModal(
+        "frmRunDiff",
+        [&](HWND dialog) {
+            seen = {WindowText(dialog), WindowText(FindControl(dialog, "lblCompare")),
+                    WindowText(FindControl(dialog, "lblChanges"))};
+            rows = ListViewRows(FindControl(dialog, "lvwChanges"));
+            headers = ListViewHeaders(FindControl(dialog, "lvwChanges"));
+            SendMessageW(FindControl(dialog, "cmdClose"), BM_CLICK, 0, 0);
+        },
+        // The runs are compared as the dialog opens.
+        [](HWND dialog) {
+            return !WindowText(FindControl(dialog, "lblCompare")).starts_with("Comparing");
+        });
     Click("cmdCompare");
     EXPECT_EQ(seen, (std::vector<std::string>{"Compare with previous run",
                                               "Changes from the run of " + Date("1") +
