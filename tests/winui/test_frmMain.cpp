@@ -12,6 +12,7 @@
 #include "app/modSetup.h"
 #include "app/modWindowDesign.h"
 #include "catalogue/CDatabase.h"
+#include "platform/modPlatformPaths.h"
 #include "platform/modWin32Text.h"
 #include "support/Version.h"
 #include "support/modDateText.h"
@@ -746,6 +747,17 @@ TEST_F(WinWindowTest, HelpAboutShowsTheProgramsNameVersionAndDescription) {
                   "now and then.",
                   "&System Info...", "OK", "0"}));
     EXPECT_TRUE(IsWindowEnabled(window->Handle()));
+    EXPECT_TRUE(f.env.box.calls.empty());
+}
+
+TEST_F(WinWindowTest, HelpManualAndF1OpenTheManualFromTheProgramsFolderWithTheShell) {
+    Open();
+    Load();
+    ChooseMenuItem(window->Handle(), "mnuManual");
+    PostMessageW(Get("cmdBackup"), WM_KEYDOWN, VK_F1, 0);
+    PumpMessages();
+    const std::string manual = ProgramFolder() + "\\QRV Manual.pdf";
+    EXPECT_EQ(f.env.desktop.opened, (std::vector<std::string>{manual, manual}));
     EXPECT_TRUE(f.env.box.calls.empty());
 }
 
