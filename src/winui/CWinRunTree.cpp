@@ -226,7 +226,16 @@ std::pair<std::string, std::string> CWinRunTree::ColumnTexts(int32_t node) const
 
 LRESULT CWinRunTree::DrawColumns(NMTVCUSTOMDRAW& draw) {
     NMCUSTOMDRAW& paint = draw.nmcd;
-    if (paint.dwDrawStage == CDDS_PREPAINT) return CDRF_NOTIFYITEMDRAW;
+    if (paint.dwDrawStage == CDDS_PREPAINT) {
+        // The columns are as wide as their widest text can be, with a gap before each: measured
+        // once for each paint, in the font it paints with.
+        SIZE date{}, size{}, gap{};
+        GetTextExtentPoint32W(paint.hdc, L"0000-00-00 00:00:00", 19, &date);
+        GetTextExtentPoint32W(paint.hdc, L"000.0 bytes", 11, &size);
+        GetTextExtentPoint32W(paint.hdc, L"00", 2, &gap);
+        m_columnWidths = {date.cx, size.cx, gap.cx};
+        return CDRF_NOTIFYITEMDRAW;
+    }
     if (paint.dwDrawStage == CDDS_ITEMPREPAINT) return CDRF_NOTIFYPOSTPAINT;
     if (paint.dwDrawStage != CDDS_ITEMPOSTPAINT) return CDRF_DODEFAULT;
     const int32_t node = NodeOf(reinterpret_cast<HTREEITEM>(paint.dwItemSpec));
@@ -234,16 +243,11 @@ LRESULT CWinRunTree::DrawColumns(NMTVCUSTOMDRAW& draw) {
     const auto [size, modified] = ColumnTexts(node);
     RECT client{};
     GetClientRect(m_tree, &client);
-    // The columns are as wide as their widest text can be, with a gap before each.
-    SIZE dateWidth{}, sizeWidth{}, gap{};
-    GetTextExtentPoint32W(paint.hdc, L"0000-00-00 00:00:00", 19, &dateWidth);
-    GetTextExtentPoint32W(paint.hdc, L"000.0 bytes", 11, &sizeWidth);
-    GetTextExtentPoint32W(paint.hdc, L"00", 2, &gap);
-    RECT dateRect{client.right - dateWidth.cx - gap.cx / 2, paint.rc.top, client.right,
+    const auto [dateWidth, sizeWidth, gap] = m_columnWidths;
+    RECT dateRect{client.right - dateWidth - gap / 2, paint.rc.top, client.right, paint.rc.bottom};
+    RECT sizeRect{dateRect.left - gap - sizeWidth, paint.rc.top, dateRect.left - gap,
                   paint.rc.bottom};
-    RECT sizeRect{dateRect.left - gap.cx - sizeWidth.cx, paint.rc.top, dateRect.left - gap.cx,
-                  paint.rc.bottom};
-    RECT cleared{sizeRect.left - gap.cx / 2, paint.rc.top, client.right, paint.rc.bottom};
+    RECT cleared{sizeRect.left - gap / 2, paint.rc.top, client.right, paint.rc.bottom};
     FillRect(paint.hdc, &cleared, GetSysColorBrush(COLOR_WINDOW));
     SetBkMode(paint.hdc, TRANSPARENT);
     SetTextColor(paint.hdc, GetSysColor(COLOR_GRAYTEXT));

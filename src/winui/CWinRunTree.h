@@ -17,6 +17,7 @@
 
 #include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
 class CWinRunTree {
@@ -60,6 +61,9 @@ private:
     CBackupBrowser& m_browser;
     std::map<std::wstring, int> m_iconOfExtension; // asked of the shell once per extension
     std::pair<int, int> m_folderIcons{0, 0};
+    // The widths of the Modified and Size columns and of the gap before each, measured as a
+    // paint begins.
+    std::tuple<LONG, LONG, LONG> m_columnWidths{0, 0, 0};
     std::vector<HTREEITEM> m_items; // by node
     int m_syncing = 0;              // the view is being set from the browser
     // The node the tree view is opening or closing itself (its arrow): left to it.
