@@ -3,7 +3,7 @@
 # packages, default settings, no encryption) on the same data, in the same invocation, each
 # repetition running every tool in turn, and prints medians, ratios and the goals they meet.
 #
-#   bench/run.sh [large|small|all|cancel|restore|qrv|tree|instructions]   (default all)
+#   bench/run.sh [large|small|all|cancel|restore|qrv|tree|instructions|scale]   (default all)
 #
 # Each repetition of a data set times: md5sum of every file; cp -a + sync -f; Stashwell's first
 # and second headless backup (`stashwell backup`) with the quick check off, and in a backup
@@ -511,6 +511,100 @@ bench_qrv() {
     }' "$work/qrv.medians"
 }
 
+# scale_steps NAME HOME DATA: Stashwell's steps on a big tree, each timed with its peak memory
+# into NAME.<step>: the first and the quick second backup (the quick check on; nothing changed),
+# a third with one run kept (retention deletes two), compact, the window's restore tree on the
+# run (chosen, its top folder opened, a search), qrv ls, find, restore and check.
+scale_steps() {
+    local name="$1" home="$2" data="$3" r="$4"
+    local xdg=(env XDG_CONFIG_HOME="$home/config" XDG_STATE_HOME="$home/state")
+    prepare_backup "$home" "$data"
+    set_setup "$home" QuickCheck 1
+    timed "$work/$name.first" "${xdg[@]}" "$bin" backup
+    timed "$work/$name.quick" "${xdg[@]}" "$bin" backup
+    set_setup "$home" MaxBackups 1
+    timed "$work/$name.retain" "${xdg[@]}" "$bin" backup
+    timed "$work/$name.compact" "${xdg[@]}" "$bin" compact
+    local bid folder
+    bid=$(sqlite3 "$home/backup/db/Backup.db" "SELECT MAX(bid) FROM Backups;")
+    folder=$(sqlite3 "$home/backup/db/Backup.db" "SELECT path FROM Paths WHERE bid = $bid ORDER BY pid DESC LIMIT 1;")
+    timed "$work/$name.tree" "${xdg[@]}" QT_QPA_PLATFORM=offscreen "$window_run" --tree '*7.dat'
+    timed "$work/$name.ls" "${xdg[@]}" "$qrv" ls "$bid" "$folder"
+    timed "$work/$name.find" "${xdg[@]}" "$qrv" find '*7.dat'
+    timed "$work/$name.restore" bash -c "${xdg[*]} '$qrv' restore $bid --to '$work/$name-to$r' && sync -f '$work/$name-to$r'"
+    timed "$work/$name.check" "${xdg[@]}" "$qrv" check
+}
+
+# Scale: SCALE_FILES tiny files (500,000) in SCALE_FOLDERS folders (1,000), and a tree of
+# SCALE_BASE_FILES (100,000) laid out the same way for how memory grows with the tree. Per
+# repetition, on the big tree: find -printf '%s %T@' (the floor: one look at every file), the
+# Stashwell steps of scale_steps, borg create first and second, restic backup first and second;
+# on the base tree the Stashwell steps alone. Every step's wall time and peak resident memory
+# (/usr/bin/time -v's "Maximum resident set size"). Goals: quick second / floor <= 3, quick
+# second / borg second <= 0.25, every Stashwell step's peak <= 100 MiB on the big tree, and its
+# growth from the base tree <= 10 MiB per 100,000 files.
+bench_scale() {
+    local files="${SCALE_FILES:-500000}" folders="${SCALE_FOLDERS:-1000}"
+    local base_files="${SCALE_BASE_FILES:-100000}"
+    local data="$work/scale-data" base_data="$work/scale-base-data"
+    echo "== scale: making $files and $base_files tiny files"
+    "$here/build-release/make_data" "$data" tiny "$files" "$folders"
+    "$here/build-release/make_data" "$base_data" tiny "$base_files" $(( folders * base_files / files ))
+    sync -f "$data"
+    local nonempty base_nonempty
+    nonempty=$(find "$data" -type f -size +0 | wc -l)
+    base_nonempty=$(find "$base_data" -type f -size +0 | wc -l)
+    local steps=(first quick retain compact tree ls find restore check)
+    local keys=(floor borg1 borg2 restic1 restic2) f
+    for f in "${steps[@]}"; do keys+=("$f" "base_$f"); done
+    for f in "${keys[@]}"; do : >"$work/scale.$f"; done
+    for r in $(seq 1 "$repeat"); do
+        timed "$work/scale.floor" find "$data" -printf '%s %T@\n'
+        scale_steps scale "$work/scale-home$r" "$data" "$r"
+        check "stashwell quick second run (scale-home$r, bid 2)" "$(run_files "$work/scale-home$r" 2)" "$nonempty"
+        check "qrv restore $work/scale-to$r" "$(find "$work/scale-to$r" -type f | wc -l)" "$files"
+        scale_steps scale.base "$work/scale-base-home$r" "$base_data" "$r"
+        for f in "${steps[@]}"; do tail -1 "$work/scale.base.$f" >>"$work/scale.base_$f"; done
+        check "stashwell quick second run (scale-base-home$r, bid 2)" \
+            "$(run_files "$work/scale-base-home$r" 2)" "$base_nonempty"
+        local borg_repo="$work/scale-borg$r" restic_repo="$work/scale-restic$r"
+        borg init --encryption=none "$borg_repo" >/dev/null
+        timed "$work/scale.borg1" bash -c "borg create '$borg_repo::first' '$data' && sync -f '$borg_repo'"
+        timed "$work/scale.borg2" bash -c "borg create '$borg_repo::second' '$data' && sync -f '$borg_repo'"
+        restic init -q --repo "$restic_repo"
+        timed "$work/scale.restic1" bash -c "restic backup -q --repo '$restic_repo' '$data' && sync -f '$restic_repo'"
+        timed "$work/scale.restic2" bash -c "restic backup -q --repo '$restic_repo' '$data' && sync -f '$restic_repo'"
+    done
+    write_medians scale "${keys[@]}"
+    awk -v f="$files" -v bf="$base_files" -v r="$repeat" '
+    { w[$1] = $2; m[$1] = $3 / 1024 }
+    function goal(label, v, limit) {
+        printf "   %-44s = %-7.2f goal <= %.2f  %s\n", label, v, limit, v <= limit ? "met" : "NOT met"
+    }
+    END {
+        printf "-- scale: %d tiny files (and %d for growth), medians of %d runs\n", f, bf, r
+        printf "   %-30s %8s %10s %12s %14s\n", "", "wall s", "peak MiB", "base peak", "MiB/100k more"
+        n = split("floor borg1 borg2 restic1 restic2", others, " ")
+        split("find -printf (floor)|borg create first|borg create second|restic backup first|restic backup second", olabels, "|")
+        for (i = 1; i <= n; ++i)
+            printf "   %-30s %8.2f %10.1f\n", olabels[i], w[others[i]], m[others[i]]
+        n = split("first quick retain compact tree ls find restore check", steps, " ")
+        split("stashwell first|stashwell quick second|stashwell third, 1 run kept|stashwell compact|window restore tree|qrv ls|qrv find|qrv restore + sync -f|qrv check", labels, "|")
+        worst = 0; growth = 0
+        for (i = 1; i <= n; ++i) {
+            s = steps[i]; g = (m[s] - m["base_" s]) / ((f - bf) / 100000)
+            printf "   %-30s %8.2f %10.1f %12.1f %14.1f\n", labels[i], w[s], m[s], m["base_" s], g
+            if (m[s] > worst) { worst = m[s]; worstLabel = labels[i] }
+            if (g > growth) { growth = g; growthLabel = labels[i] }
+        }
+        goal("quick second / floor", w["quick"] / w["floor"], 3.00)
+        goal("quick second / borg second", w["quick"] / w["borg2"], 0.25)
+        goal("most peak MiB (" worstLabel ")", worst, 100)
+        goal("most MiB per 100k more (" growthLabel ")", growth, 10)
+        printf "   %-44s = %.1f / %.1f MiB\n", "borg / restic first peak", m["borg1"], m["restic1"]
+    }' "$work/scale.medians"
+}
+
 # bench_instructions: the instructions of this build's and the baseline's first and second runs.
 bench_instructions() {
     if [ -z "$baseline" ]; then
@@ -557,7 +651,8 @@ case "$which" in
     qrv) bench_qrv ;;
     tree) bench_tree ;;
     instructions) bench_instructions ;;
-    *) echo "usage: bench/run.sh [large|small|all|cancel|restore|qrv|tree|instructions]" >&2; exit 2 ;;
+    scale) bench_scale ;;
+    *) echo "usage: bench/run.sh [large|small|all|cancel|restore|qrv|tree|instructions|scale]" >&2; exit 2 ;;
 esac
 echo "(data and copies left in $work; remove it when done)"
 if [ "$failures" -gt 0 ]; then

@@ -7,10 +7,18 @@
 #include "catalogue/ADOSQLite.h"
 
 #include <cstdint>
+#include <memory>
 #include <string>
+
+class CSqliteStatement;
 
 class CDatabase {
 public:
+    CDatabase();
+    ~CDatabase();
+    CDatabase(const CDatabase&) = delete;
+    CDatabase& operator=(const CDatabase&) = delete;
+
     void Connect(const std::string& db);
     void Begin() { m_db.Begin(); }
     void Commit() { m_db.Commit(); }
@@ -19,7 +27,9 @@ public:
     void AddPath(int32_t bid, const std::string& path);
     // The new bid; -1 after a SQL error (shown), 0 when not connected.
     int32_t BackupRun(const std::string& source);
-    // INSERT INTO Files (md5, file, backup, path, bid, size) ...; a SQL error is dropped.
+    // INSERT INTO Files (md5, file, backup, path, bid, size) ...; a SQL error is dropped. A
+    // size that is a plain whole number goes in through one prepared statement (the run's
+    // rows are most of its catalogue work); any other text goes in bare, as SQL.
     void AddBackupRecord(int32_t run, const std::string& sig, const std::string& source,
                          const std::string& target, const std::string& size);
     // The stored (encoded) file of some row with that signature, or "".
@@ -38,5 +48,10 @@ private:
     int32_t m_failedWrites = 0;
     std::string m_lastWriteError;
 
+    std::unique_ptr<CSqliteStatement> m_addFile; // prepared on the first row of a connection
+
     void NoteWrite();
+    // The row through the prepared statement; false when it could not be written that way.
+    bool AddPrepared(int32_t run, const std::string& sig, const std::string& source,
+                     const std::string& target, int64_t size);
 };

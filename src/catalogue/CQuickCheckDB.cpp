@@ -4,58 +4,111 @@
 #include "catalogue/CSqliteStatement.h"
 #include "platform/CFile.h"
 #include "platform/modFileStatus.h"
+#include "platform/modFileSystem.h"
 #include "support/modFSCommon.h"
 
 namespace {
 
 constexpr const char* kQuickCheckSchema =
     "CREATE TABLE IF NOT EXISTS Runs (source BLOB PRIMARY KEY, bid INTEGER, datebk TEXT);"
-    "CREATE TABLE IF NOT EXISTS Stamps (source BLOB, path BLOB, device INTEGER, inode INTEGER,"
-    " size INTEGER, mtime INTEGER, ctime INTEGER, md5 TEXT, length INTEGER,"
-    " PRIMARY KEY (source, path)) WITHOUT ROWID;";
+    "CREATE TABLE IF NOT EXISTS Stamps (source BLOB, folder BLOB, name BLOB, device INTEGER,"
+    " inode INTEGER, size INTEGER, mtime INTEGER, ctime INTEGER, md5 TEXT, length INTEGER,"
+    " PRIMARY KEY (source, folder, name)) WITHOUT ROWID;";
+
+enum class Keep { kNothing, kUnchanged };
+
+using Reached = std::function<bool(const std::string& folder)>;
+
+// Takes away the rows of every folder of the source that `reached` answers false for, visiting
+// each folder once (one seek per folder, not one read per row).
+bool ForgetFolders(CSqliteConnection& db, const std::string& source, const Reached& reached) {
+    CSqliteStatement next(db.Handle(), "SELECT folder FROM Stamps WHERE source = ?1 AND"
+                                       " folder > ?2 ORDER BY folder LIMIT 1");
+    CSqliteStatement forget(db.Handle(), "DELETE FROM Stamps WHERE source = ?1 AND folder = ?2");
+    if (!next || !forget) return false;
+    next.Bind(1, source);
+    forget.Bind(1, source);
+    std::string folder;
+    for (;;) {
+        next.Bind(2, folder);
+        const int rc = sqlite3_step(next.Get());
+        if (rc == SQLITE_ROW) folder = next.Bytes(0);
+        sqlite3_reset(next.Get());
+        if (rc != SQLITE_ROW) return rc == SQLITE_DONE;
+        if (reached(folder)) continue;
+        forget.Bind(2, folder);
+        if (!forget.StepDone()) return false;
+    }
+}
 
 bool SaveInto(const std::string& file, const std::string& source, const QuickCheckRun& run,
-              const std::vector<QuickCheckRow>& rows) {
+              Keep keep, const Reached& reached, const CQuickCheckDB::Rows& gone,
+              const CQuickCheckDB::Rows& rows) {
     MakePrivateFile(file); // it holds paths of the user's files: private before the engine opens it
     CSqliteConnection db(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW);
-    if (!db || !db.Run(kQuickCheckSchema) || !db.Run("BEGIN IMMEDIATE")) return false;
-    CSqliteStatement forget(db.Handle(), "DELETE FROM Stamps WHERE source = ?1");
+    // The rows of a run wait in a bounded cache, not all in memory, until the commit.
+    if (!db || !db.Run("PRAGMA cache_size = -8192") || !db.Run(kQuickCheckSchema) ||
+        !db.Run("BEGIN IMMEDIATE"))
+        return false;
+    CSqliteStatement forgetAll(db.Handle(), "DELETE FROM Stamps WHERE source = ?1");
+    CSqliteStatement forget(db.Handle(),
+                            "DELETE FROM Stamps WHERE source = ?1 AND folder = ?2 AND name = ?3");
     CSqliteStatement keepRun(
         db.Handle(), "INSERT OR REPLACE INTO Runs (source, bid, datebk) VALUES (?1, ?2, ?3)");
-    CSqliteStatement keep(db.Handle(),
-                          "INSERT OR REPLACE INTO Stamps (source, path, device, inode, size,"
-                          " mtime, ctime, md5, length) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7,"
-                          " ?8, ?9)");
-    bool ok = forget && keepRun && keep;
+    CSqliteStatement add(db.Handle(),
+                         "INSERT OR REPLACE INTO Stamps (source, folder, name, device, inode, size,"
+                         " mtime, ctime, md5, length) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9,"
+                         " ?10)");
+    bool ok = forgetAll && forget && keepRun && add;
     if (ok) {
+        forgetAll.Bind(1, source);
         forget.Bind(1, source);
         keepRun.Bind(1, source);
         keepRun.Bind(2, int64_t{run.bid});
         keepRun.BindText(3, run.datebk);
-        ok = forget.StepDone() && keepRun.StepDone();
+        add.Bind(1, source);
+        ok = (keep == Keep::kUnchanged || forgetAll.StepDone()) && keepRun.StepDone();
     }
-    for (size_t i = 0; ok && i < rows.size(); ++i) {
-        const QuickCheckRow& row = rows[i];
-        keep.Bind(1, source);
-        keep.Bind(2, row.path);
-        keep.Bind(3, static_cast<int64_t>(row.stamp.device));
-        keep.Bind(4, static_cast<int64_t>(row.stamp.inode));
-        keep.Bind(5, row.stamp.size);
-        keep.Bind(6, row.stamp.mtimeNs);
-        keep.Bind(7, row.stamp.ctimeNs);
-        keep.BindText(8, row.signature);
-        keep.Bind(9, row.length);
-        ok = keep.StepDone();
-    }
+    const auto bindPath = [](CSqliteStatement& statement, const std::string& path) {
+        const size_t name = CQuickCheckDB::NameStart(path);
+        statement.Bind(2, path.substr(0, name));
+        statement.Bind(3, path.substr(name));
+    };
+    ok = ok && (keep == Keep::kNothing || ForgetFolders(db, source, reached));
+    ok = ok && gone([&](const QuickCheckRow& row) {
+             bindPath(forget, row.path);
+             return forget.StepDone();
+         });
+    ok = ok && rows([&](const QuickCheckRow& row) {
+             bindPath(add, row.path);
+             add.Bind(4, static_cast<int64_t>(row.stamp.device));
+             add.Bind(5, static_cast<int64_t>(row.stamp.inode));
+             add.Bind(6, row.stamp.size);
+             add.Bind(7, row.stamp.mtimeNs);
+             add.Bind(8, row.stamp.ctimeNs);
+             add.BindText(9, row.signature);
+             add.Bind(10, row.length);
+             return add.StepDone();
+         });
     if (ok && db.Run("COMMIT")) return true;
     db.Run("ROLLBACK");
     return false;
+}
+
+bool NoRows(const std::function<bool(const QuickCheckRow&)>&) {
+    return true;
 }
 
 } // namespace
 
 std::string CQuickCheckDB::PathBeside(const std::string& cataloguePath) {
     return FSGetPathPart(cataloguePath) + "QuickCheck.db";
+}
+
+size_t CQuickCheckDB::NameStart(const std::string& path) {
+    for (size_t i = path.size(); i > 0; --i)
+        if (IsPathSeparator(path[i - 1])) return i;
+    return 0;
 }
 
 bool CQuickCheckDB::Load(const std::string& file, const std::string& source,
@@ -70,18 +123,18 @@ bool CQuickCheckDB::Load(const std::string& file, const std::string& source,
     if (sqlite3_step(which.Get()) != SQLITE_ROW) return false;
     const QuickCheckRun kept{static_cast<int32_t>(which.Number(0)), which.Bytes(1)};
     if (kept != run) return false; // the rows of another run: the source's last run differs
-    CSqliteStatement read(db.Handle(), "SELECT path, device, inode, size, mtime, ctime, md5, length"
-                                       " FROM Stamps WHERE source = ?1");
+    CSqliteStatement read(db.Handle(), "SELECT folder, name, device, inode, size, mtime, ctime,"
+                                       " md5, length FROM Stamps WHERE source = ?1");
     if (!read) return false;
     read.Bind(1, source);
     int rc;
     while ((rc = sqlite3_step(read.Get())) == SQLITE_ROW) {
         QuickCheckRow& row = rows.emplace_back();
-        row.path = read.Bytes(0);
-        row.stamp = {static_cast<uint64_t>(read.Number(1)), static_cast<uint64_t>(read.Number(2)),
-                     read.Number(3), read.Number(4), read.Number(5)};
-        row.signature = read.Bytes(6);
-        row.length = read.Number(7);
+        row.path = read.Bytes(0) + read.Bytes(1);
+        row.stamp = {static_cast<uint64_t>(read.Number(2)), static_cast<uint64_t>(read.Number(3)),
+                     read.Number(4), read.Number(5), read.Number(6)};
+        row.signature = read.Bytes(7);
+        row.length = read.Number(8);
     }
     if (rc == SQLITE_DONE) return true;
     rows.clear(); // a damaged file: nothing of it is trusted
@@ -90,8 +143,24 @@ bool CQuickCheckDB::Load(const std::string& file, const std::string& source,
 
 bool CQuickCheckDB::Save(const std::string& file, const std::string& source,
                          const QuickCheckRun& run, const std::vector<QuickCheckRow>& rows) {
-    if (SaveInto(file, source, run, rows)) return true;
+    return Save(file, source, run, [&rows](const auto& each) {
+        for (const QuickCheckRow& row : rows)
+            if (!each(row)) return false;
+        return true;
+    });
+}
+
+bool CQuickCheckDB::Save(const std::string& file, const std::string& source,
+                         const QuickCheckRun& run, const Rows& rows) {
+    if (SaveInto(file, source, run, Keep::kNothing, {}, NoRows, rows)) return true;
     // A damaged or foreign file: it is only a cache, so it starts again empty.
     CSqliteConnection::RemoveFiles(file);
-    return SaveInto(file, source, run, rows);
+    return SaveInto(file, source, run, Keep::kNothing, {}, NoRows, rows);
+}
+
+bool CQuickCheckDB::Update(const std::string& file, const std::string& source,
+                           const QuickCheckRun& run,
+                           const std::function<bool(const std::string& folder)>& reached,
+                           const Rows& gone, const Rows& rows) {
+    return SaveInto(file, source, run, Keep::kUnchanged, reached, gone, rows);
 }

@@ -2,9 +2,11 @@
 
 #include "catalogue/ADOSQLite.h"
 #include "catalogue/modBulkQuery.h"
+#include "platform/modFileStatus.h"
 
 #include <array>
 #include <sqlite3.h>
+#include <vector>
 
 namespace {
 // The columns of each table that the program reads and writes.
@@ -17,7 +19,7 @@ constexpr std::array<const char*, 5> kReads = {
 };
 } // namespace
 
-std::string CatalogueProblem(const std::string& path) {
+std::string CatalogueProblem(const std::string& path, uint64_t wholeCheckBytes) {
     sqlite3* db = nullptr;
     if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr) != SQLITE_OK) {
         const std::string error = db ? sqlite3_errmsg(db) : "out of memory";
@@ -26,10 +28,18 @@ std::string CatalogueProblem(const std::string& path) {
     }
     sqlite3_busy_timeout(db, ADOSQLite::kBusyTimeoutMs);
     std::string verdict, error;
-    const bool checked = ForEachRow(
-        db, "PRAGMA quick_check(1)",
-        [&](const std::vector<std::string_view>& row) { verdict = row.at(0); }, error);
-    if (checked && verdict != "ok") error = "it is damaged (" + verdict + ")";
+    const PathStatus status = StatusOf(path);
+    const bool whole = !status.Exists() || status.size <= wholeCheckBytes;
+    for (const char* check : whole ? std::vector<const char*>{"PRAGMA quick_check(1)"}
+                                   : std::vector<const char*>{"PRAGMA quick_check(Setup)",
+                                                              "PRAGMA quick_check(Backups)",
+                                                              "PRAGMA quick_check(Sources)"}) {
+        const bool checked = ForEachRow(
+            db, check, [&](const std::vector<std::string_view>& row) { verdict = row.at(0); },
+            error);
+        if (checked && verdict != "ok") error = "it is damaged (" + verdict + ")";
+        if (!error.empty()) break;
+    }
     for (const char* sql : kReads)
         if (error.empty())
             ForEachRow(

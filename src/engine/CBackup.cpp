@@ -1,5 +1,6 @@
 #include "engine/CBackup.h"
 
+#include "catalogue/CCatalogueReader.h"
 #include "catalogue/modBulkQuery.h"
 #include "catalogue/modSQLQuote.h"
 #include "engine/CDriveMap.h"
@@ -275,18 +276,19 @@ void CBackup::NoteUnreadable(const std::string& path) {
 
 std::optional<CSignatureAhead::StagingPlan> CBackup::StagingPlan() {
     CSignatureAhead::StagingPlan plan;
-    std::string error;
-    const bool read = ForEachRow(
-        m_db.Connection(), "SELECT DISTINCT size FROM Files",
-        [&](const auto& row) {
-            uint64_t size = 0;
-            const auto [end, fault] =
-                std::from_chars(row[0].data(), row[0].data() + row[0].size(), size);
-            if (fault == std::errc() && end == row[0].data() + row[0].size())
-                plan.storedSizes.insert(size);
-        },
-        error);
-    if (!read) return std::nullopt; // every file is then only signed ahead
+    // The sizes of the content stored by committed runs, read beside the run's own connection
+    // (a read of every Files row: only when a file may be new).
+    plan.loadSizes = [db = m_dbPath](std::unordered_set<uint64_t>& sizes) {
+        CCatalogueReader catalogue;
+        return catalogue.Open(db) &&
+               catalogue.Rows("SELECT DISTINCT size FROM Files", [&](const auto& row) {
+                   uint64_t size = 0;
+                   const auto [end, fault] =
+                       std::from_chars(row[0].data(), row[0].data() + row[0].size(), size);
+                   if (fault == std::errc() && end == row[0].data() + row[0].size())
+                       sizes.insert(size);
+               });
+    };
     plan.stage = [this](const std::string& source, const std::atomic<bool>* stop,
                         std::atomic<uint64_t>* read) {
         return m_store.StageAhead(source, stop, read);
@@ -318,8 +320,12 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
     const double size =
         prepared.stamp.Known() ? static_cast<double>(prepared.stamp.size) : FSGetFileSize(path);
     m_bytes += size;
-    Log(2, "FIL: " + path);
-    Log(2, "SIZ: " + NumText(size));
+    // The per-file lines are made only for a log that keeps them (most runs log at level 1).
+    const bool fileLines = Logger().LogLevel() >= 2;
+    if (fileLines) {
+        Log(2, "FIL: " + path);
+        Log(2, "SIZ: " + NumText(size));
+    }
 
     Operation("Calculate MD5 signature");
     SignedContent content = prepared.SignedAhead() ? prepared.content : SignFile(path);
@@ -328,7 +334,7 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
         NoteUnreadable(path);
         return;
     }
-    Log(2, "MD5: " + content.signature);
+    if (fileLines) Log(2, "MD5: " + content.signature);
     DoEvents();
 
     Operation("Backup file");
@@ -358,7 +364,8 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
         stored = true;
         if (++m_duplicates > kMaxListEntries) Raise(err::kSubscript);
         m_duplicateBytes += size;
-        m_duplicateList.push_back("Duplicate: " + path);
+        // Only a log that keeps level 2 lines writes the list at the run's end.
+        if (fileLines) m_duplicateList.push_back("Duplicate: " + path);
     } else {
         Operation("Enough disk space?");
         // Staged content is on the backup drive already.
@@ -388,7 +395,7 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
                              NumTextSigned(static_cast<double>(content.length)));
         // The stamp vouches only for the content that the worker signed.
         if (m_quick && prepared.SignedAhead() && content == prepared.content)
-            m_quick->Note(path, prepared.stamp, content);
+            m_quick->Note(path, prepared.stamp, content, prepared.kept);
         DoEvents();
     }
 }

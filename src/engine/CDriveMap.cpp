@@ -40,7 +40,7 @@ void CDriveMap::Reset() {
     m_limitExceeded = false;
     m_skip = {};
     // The lists keep their content, as the fixed arrays they stand in for; the counts govern.
-    m_files.resize(0);
+    m_files.clear();
     m_folders.resize(0);
     m_unreadableFolders.clear();
 }
@@ -138,10 +138,11 @@ void CDriveMap::TestEntry(const CFileFind& finder) {
     }
     ++m_fileCount;
     if (m_fileCount <= kMaxListEntries) {
-        m_files.push_back(finder.GetFilePath());
+        const std::string path = finder.GetFilePath();
+        m_files.push_back(path);
         const PathStatus& listed = finder.Listed();
         m_totalBytes += listed.size;
-        Note(m_files.back(), listed, false);
+        Note(path, listed, false);
     } else {
         m_limitExceeded = true;
     }
@@ -186,9 +187,9 @@ bool CDriveMap::Eof() {
     return false;
 }
 
-const std::string& CDriveMap::FilePath() const {
+std::string CDriveMap::FilePath() const {
     if (m_cursor < 1 || m_cursor > kMaxListEntries ||
         m_cursor > static_cast<int32_t>(m_files.size()))
         Raise(err::kSubscript);
-    return m_files[static_cast<size_t>(m_cursor - 1)];
+    return std::string(m_files[static_cast<size_t>(m_cursor - 1)]);
 }

@@ -12,6 +12,7 @@
 // catalogue and logs into themselves.
 
 #include "engine/CFileFind.h"
+#include "engine/CFileList.h"
 
 #include <cstdint>
 #include <string>
@@ -59,11 +60,11 @@ public:
     void MoveNext();
     bool Eof();
     // The file at the cursor; a cursor of 0 or past 512000 raises error 9.
-    const std::string& FilePath() const;
+    std::string FilePath() const;
     bool LimitExceeded() const { return m_limitExceeded; }
 
     // The files listed, in discovery order (at most 512000).
-    const std::vector<std::string>& Files() const { return m_files; }
+    const CFileList& Files() const { return m_files; }
     // The folders of the last walk that could not be read, as "<folder>: <cause>".
     const std::vector<std::string>& UnreadableFolders() const { return m_unreadableFolders; }
     // The folders found, in discovery order (the walk's queue).
@@ -78,7 +79,7 @@ private:
     bool ExcludedFolder(const std::string& name) const;
     bool ExcludedFile(const std::string& name) const;
 
-    std::vector<std::string> m_files;
+    CFileList m_files;
     int32_t m_fileCount = 0;
     uint64_t m_totalBytes = 0;
     int64_t m_hiddenFiles = 0;

@@ -11,40 +11,82 @@
 // start that a later change cannot leave them as they were (file-system clocks tick coarsely).
 
 #include "catalogue/CQuickCheckDB.h"
+#include "catalogue/CQuickCheckLookup.h"
+#include "catalogue/CQuickCheckPending.h"
 #include "engine/kvCryptDriver.h"
 
+#include <atomic>
 #include <cstdint>
+#include <deque>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <unordered_map>
-#include <vector>
+#include <unordered_set>
 
+// Neither the kept stamps nor those noted are all held in memory. A run lists a folder's files
+// together, so the kept rows are read a folder at a time as the run reaches it, and the folders
+// it has left are let go (only the folders' names stay); the rows noted wait in a temporary file
+// until Save. Save keeps the rows of the files found unchanged as they are, writes those of the
+// others, and takes away the rows of the files and folders the run no longer has: a run that
+// changed nothing writes no row.
 class CQuickCheck {
 public:
     // How long before the run's start a file's times must lie for its stamp to be kept.
     static constexpr int64_t kSettledNs = 2'000'000'000;
+    // The rows of a folder read at once; past them a folder's files are looked up one by one.
+    static constexpr size_t kFolderRows = 16384;
 
-    // Loads the stamps kept for `source` when they belong to `last`, its last committed run;
-    // `startNs` is the run's start on the wall clock, in nanoseconds since the epoch.
+    // Uses the stamps kept for `source` when they belong to `last`, its last committed run;
+    // `startNs` is the run's start on the wall clock, in nanoseconds since the epoch;
+    // `folderRows`: the rows of a folder read at once.
     CQuickCheck(const std::string& file, const std::string& source, const QuickCheckRun& last,
-                int64_t startNs);
+                int64_t startNs, size_t folderRows = kFolderRows);
+    ~CQuickCheck();
 
     // The content kept for `path` when `now` equals the stamp it had; safe to call from any
-    // thread while nothing is noted.
+    // thread until Save.
     std::optional<SignedContent> Find(const std::string& path, const FileStamp& now) const;
-    // Notes a file that the run records: its stamp as it was read, and the content recorded.
-    void Note(const std::string& path, const FileStamp& stamp, const SignedContent& content);
+    // Notes a file that the run records: its stamp as it was read, and the content recorded;
+    // `kept`: the content is what Find gave for that stamp.
+    void Note(const std::string& path, const FileStamp& stamp, const SignedContent& content,
+              bool kept = false);
     // Keeps what was noted as the stamps of `run`, the run just committed; false when the data
-    // file could not be written (the next run then reads every file).
-    bool Save(const QuickCheckRun& run) const;
+    // file could not be written (the next run then reads every file). Find finds nothing after.
+    bool Save(const QuickCheckRun& run);
 
-    // How many kept stamps the run could use.
-    size_t KeptCount() const { return m_kept.size(); }
+    // Whether the data file holds the stamps of the source's last committed run.
+    bool HasKept() const { return m_kept.load(); }
 
 private:
+    struct KeptRow {
+        FileStamp stamp;
+        std::string signature;
+        int64_t length = 0;
+        bool asked = false; // a file of the run has this path
+    };
+    struct KeptFolder {
+        std::string folder;
+        std::unordered_map<std::string, KeptRow> rows; // by name
+        bool whole = false;                            // every row of the folder is here
+    };
+
+    // The cached rows of `folder`, read when they are not cached; the folders cached longest
+    // go once there are too many. Called with m_mutex held.
+    KeptFolder& FolderOf(const std::string& folder) const;
+    // Notes the rows of `folder` that no file of the run asked for as gone.
+    void LetGo(const KeptFolder& folder) const;
+
     std::string m_file;
     std::string m_source;
     int64_t m_settledBeforeNs;
-    std::unordered_map<std::string, QuickCheckRow> m_kept;
-    std::vector<QuickCheckRow> m_noted;
+    size_t m_folderRows;
+    std::atomic<bool> m_kept = false;
+    mutable std::mutex m_mutex;
+    mutable CQuickCheckLookup m_lookup;
+    mutable std::deque<KeptFolder> m_folders;
+    mutable size_t m_cachedRows = 0;
+    mutable std::unordered_set<std::string> m_reached; // the folders whose rows were read
+    mutable CQuickCheckPending m_gone;
+    CQuickCheckPending m_noted; // the run's thread's alone
 };

@@ -15,7 +15,7 @@ unsigned WorkersFor(unsigned asked) {
 
 } // namespace
 
-CSignatureAhead::CSignatureAhead(const std::vector<std::string>& files, size_t window,
+CSignatureAhead::CSignatureAhead(const CFileList& files, size_t window,
                                  std::optional<StagingPlan> staging, unsigned workers,
                                  const CQuickCheck* quick)
     : m_files(files), m_window(window), m_staging(std::move(staging)), m_quick(quick) {
@@ -45,7 +45,7 @@ void CSignatureAhead::Work() {
         if (m_stop) return;
         const size_t index = m_next++;
         lock.unlock();
-        Ahead ahead = PrepareAhead(m_files[index]);
+        Ahead ahead = PrepareAhead(std::string(m_files[index]));
         lock.lock();
         m_ready.emplace(index, std::move(ahead));
         if (m_runWaits) m_oneReady.notify_one();
@@ -58,10 +58,13 @@ CSignatureAhead::Ahead CSignatureAhead::PrepareAhead(const std::string& path) {
         if (std::optional<SignedContent> kept = m_quick->Find(path, now)) {
             m_read.fetch_add(static_cast<uint64_t>(std::max<int64_t>(now.size, 0)),
                              std::memory_order_relaxed);
-            return {kept, nullptr, {}, std::nullopt, now};
+            return {kept, nullptr, {}, std::nullopt, now, true};
         }
     const auto size = static_cast<uint64_t>(std::max<int64_t>(now.size, 0));
-    if (m_staging && size > 0 && !m_staging->storedSizes.count(size) &&
+    if (m_staging && size > 0 && m_staging->loadSizes)
+        std::call_once(m_sizesOnce,
+                       [this] { m_sizesKnown = m_staging->loadSizes(m_staging->storedSizes); });
+    if (m_staging && m_sizesKnown && size > 0 && !m_staging->storedSizes.count(size) &&
         (!m_staging->hasRoomFor || m_staging->hasRoomFor(size)))
         return Stage(path, now);
     Ahead ahead;
@@ -131,10 +134,11 @@ CSignatureAhead::Prepared CSignatureAhead::Prepare(size_t index,
     prepared.copyLines = std::move(ahead.copyLines);
     prepared.failedCopy = std::move(ahead.failedCopy);
     prepared.stamp = ahead.stamp;
+    prepared.kept = ahead.kept;
     return prepared;
 }
 
 SignedContent CSignatureAhead::Signature(size_t index) {
     Prepared prepared = Prepare(index);
-    return prepared.SignedAhead() ? prepared.content : SignFile(m_files[index]);
+    return prepared.SignedAhead() ? prepared.content : SignFile(std::string(m_files[index]));
 }

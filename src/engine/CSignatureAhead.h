@@ -16,6 +16,7 @@
 // that fails is handed to the run as it failed, with the file signed all the same, so the run
 // reports it as its own copy would (unless the content turns out to be stored already).
 
+#include "engine/CFileList.h"
 #include "engine/CQuickCheck.h"
 #include "engine/CStore.h"
 #include "engine/kvCryptDriver.h"
@@ -38,6 +39,10 @@ public:
     // How the workers may stage new content; `stage` is called from worker threads.
     struct StagingPlan {
         std::unordered_set<uint64_t> storedSizes;
+        // When set, fills storedSizes when a worker first meets a file that it may stage (a
+        // file the quick check vouched for never needs them, so a run that changed nothing
+        // never reads them); called on a worker thread, once. False: nothing is staged.
+        std::function<bool(std::unordered_set<uint64_t>& sizes)> loadSizes;
         std::function<CStore::AheadCopy(const std::string& source, const std::atomic<bool>* stop,
                                         std::atomic<uint64_t>* read)>
             stage;
@@ -60,13 +65,14 @@ public:
         CopyLines copyLines;                  // the lines of the copy that staged it
         std::optional<FailedCopy> failedCopy; // a copy that was tried and failed
         FileStamp stamp;        // as the file was read; unknown when it changed meanwhile
+        bool kept = false;      // the content is the quick check's, for that stamp
         bool cancelled = false; // the run was cancelled while it waited for the file
         bool SignedAhead() const { return !content.signature.empty(); }
     };
 
     // `files` must stay unchanged while this object lives, and `quick` (when given) unchanged
     // while it is used here. `workers` 0 means one per core.
-    explicit CSignatureAhead(const std::vector<std::string>& files, size_t window = 8,
+    explicit CSignatureAhead(const CFileList& files, size_t window = 8,
                              std::optional<StagingPlan> staging = std::nullopt,
                              unsigned workers = 0, const CQuickCheck* quick = nullptr);
     ~CSignatureAhead();
@@ -92,6 +98,7 @@ private:
         CopyLines copyLines;
         std::optional<FailedCopy> failedCopy;
         FileStamp stamp;
+        bool kept = false;
     };
 
     void Work();
@@ -101,9 +108,11 @@ private:
     // Where a worker notes the stamp of a file it reads: only the quick check needs it.
     FileStamp* StampOf(Ahead& ahead) const { return m_quick ? &ahead.stamp : nullptr; }
 
-    const std::vector<std::string>& m_files;
+    const CFileList& m_files;
     const size_t m_window;
-    const std::optional<StagingPlan> m_staging;
+    std::optional<StagingPlan> m_staging; // its sizes are loaded once, under m_sizesOnce
+    std::once_flag m_sizesOnce;
+    bool m_sizesKnown = true;
     const CQuickCheck* const m_quick;
     std::mutex m_mutex;
     // Each side is woken only when it waits: a wake-up per file costs more than a small file.

@@ -316,7 +316,9 @@ void CStore::RemoveTemporaries() {
     finder.SourcePath(m_root);
     finder.Exec();
     int32_t removed = 0;
-    for (const std::string& path : finder.Files()) {
+    const CFileList& files = finder.Files();
+    for (size_t i = 0; i < files.size(); ++i) {
+        const std::string path(files[i]);
         if (!IsTemporaryName(FSGetNamePart(path))) continue;
         FSDeleteFile(path);
         ++removed;

@@ -104,7 +104,7 @@ TEST_F(CQuickCheckDBTest, SavedRowsLoadBackByteForByte) {
 }
 
 TEST_F(CQuickCheckDBTest, RunWithoutRowsLoadsAsFoundAndEmpty) {
-    ASSERT_TRUE(CQuickCheckDB::Save(file, kSourceA, run1, {}));
+    ASSERT_TRUE(CQuickCheckDB::Save(file, kSourceA, run1, Rows{}));
     EXPECT_EQ(Loaded(kSourceA, run1), std::make_pair(true, Rows{}));
 }
 
@@ -117,6 +117,54 @@ TEST_F(CQuickCheckDBTest, AnotherRunOfTheSourceLoadsNothing) {
     // A source that was never saved, and one that differs only by a trailing slash.
     EXPECT_EQ(Loaded(kSourceB, run1), std::make_pair(false, Rows{}));
     EXPECT_EQ(Loaded(kSourceA + "/", run1), std::make_pair(false, Rows{}));
+    EXPECT_EQ(Loaded(kSourceA, run1), std::make_pair(true, Sorted(rowsA)));
+}
+
+// Rows handed over one at a time, as a run streams them.
+CQuickCheckDB::Rows Streamed(const Rows& rows) {
+    return [rows](const auto& each) {
+        for (const QuickCheckRow& row : rows)
+            if (!each(row)) return false;
+        return true;
+    };
+}
+
+TEST_F(CQuickCheckDBTest, UpdateKeepsUnchangedRowsAndWritesOnlyWhatChanged) {
+    Rows rows = rowsA;
+    rows.push_back(Row("/home/me/Bob's \xff\xfe src/old dir/x", 14, 3, std::string(32, 'c')));
+    rows.push_back(Row("/home/me/Bob's \xff\xfe src/kept dir/y", 15, 4, std::string(32, 'd')));
+    ASSERT_TRUE(CQuickCheckDB::Save(file, kSourceA, run1, rows));
+    ASSERT_TRUE(CQuickCheckDB::Save(file, kSourceB, run1, rowsB));
+
+    // The run reached the source's own folder and "kept dir/", not "old dir/"; one file of the
+    // source's folder is gone, one changed and one is new.
+    QuickCheckRow changed = rowsA[1];
+    changed.stamp.ctimeNs += 5;
+    changed.signature = std::string(32, 'e');
+    const QuickCheckRow added =
+        Row("/home/me/Bob's \xff\xfe src/new.txt", 16, 2, std::string(32, '1'));
+    std::vector<std::string> asked;
+    const auto reached = [&](const std::string& folder) {
+        asked.push_back(folder);
+        return folder != "/home/me/Bob's \xff\xfe src/old dir/";
+    };
+    ASSERT_TRUE(CQuickCheckDB::Update(file, kSourceA, run2, reached, Streamed({rowsA[0]}),
+                                      Streamed({changed, added})));
+
+    EXPECT_EQ(asked, (std::vector<std::string>{"/home/me/Bob's \xff\xfe src/",
+                                               "/home/me/Bob's \xff\xfe src/kept dir/",
+                                               "/home/me/Bob's \xff\xfe src/old dir/"}));
+    EXPECT_EQ(Loaded(kSourceA, run2),
+              std::make_pair(true, Sorted({changed, rowsA[2], rows[4], added})));
+    EXPECT_EQ(Loaded(kSourceA, run1), std::make_pair(false, Rows{}));
+    EXPECT_EQ(Loaded(kSourceB, run1), std::make_pair(true, rowsB));
+}
+
+TEST_F(CQuickCheckDBTest, UpdateThatCannotWriteChangesNothing) {
+    ASSERT_TRUE(CQuickCheckDB::Save(file, kSourceA, run1, rowsA));
+    const auto failing = [](const auto& each) { return each(Row("/x", 1, 1, "")) && false; };
+    EXPECT_FALSE(CQuickCheckDB::Update(
+        file, kSourceA, run2, [](const std::string&) { return false; }, Streamed({}), failing));
     EXPECT_EQ(Loaded(kSourceA, run1), std::make_pair(true, Sorted(rowsA)));
 }
 

@@ -61,4 +61,39 @@ TEST(CatalogueCheck, DamagedPagesAreFoundByTheQuickCheckOnOneLine) {
     EXPECT_EQ(problem.find('\n'), std::string::npos);
 }
 
+// A catalogue whose last pages are zeroed after `rows` were written into an empty one.
+std::string DamagedCatalogue(ScopedTestEnv& env, const std::string& rows) {
+    const std::string path = env.Path("Backup.db");
+    MakeCatalogue(path, "BEGIN;" + rows + "COMMIT;");
+    std::string content = ReadFile(path);
+    content.replace(content.size() - 8192, 4096, std::string(4096, '\0'));
+    WriteFile(path, content);
+    return path;
+}
+
+TEST(CatalogueCheck, BigCatalogueHasItsSmallTablesCheckedPageByPage) {
+    ScopedTestEnv env;
+    std::string rows;
+    for (int i = 0; i < 2000; ++i)
+        rows += "INSERT INTO Backups (source, datebk) VALUES ('/source/number/" +
+                std::to_string(i) + "', '01/02/2026 10:11:12');";
+    const std::string path = DamagedCatalogue(env, rows);
+    // Bigger than the size read whole: the Backups table is still read page by page, and its
+    // damaged page stops the check with SQLite's own words.
+    EXPECT_EQ(CatalogueProblem(path, 0), "database disk image is malformed");
+}
+
+TEST(CatalogueCheck, BigCatalogueLeavesItsFilesPagesToTheRunThatReadsThem) {
+    ScopedTestEnv env;
+    std::string rows;
+    for (int i = 0; i < 2000; ++i)
+        rows += "INSERT INTO Files (bid, md5, path, file) VALUES (1, 'x', '/p/', '/p/file" +
+                std::to_string(i) + "');";
+    const std::string path = DamagedCatalogue(env, rows);
+    EXPECT_EQ(CatalogueProblem(path, 0), "");
+    // At or below the size read whole, every page is read and the damage found.
+    const std::string problem = CatalogueProblem(path, ReadFile(path).size());
+    EXPECT_EQ(problem.rfind("it is damaged (", 0), 0u) << problem;
+}
+
 } // namespace

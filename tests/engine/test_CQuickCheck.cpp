@@ -491,8 +491,91 @@ TEST_P(CQuickCheckTest, TwoSourcesEachKeepTheirOwnStamps) {
     ExpectStoreHolds({a, b, c, x});
 }
 
+// ---- What the data file keeps ----
+
+TEST_P(CQuickCheckTest, RunThatChangedNothingLeavesEveryStampAsItWasAndNamesItselfTheirRun) {
+    MakeTree();
+    LetFilesSettle();
+    Run(true);
+    const std::string stamps =
+        "SELECT hex(folder), hex(name), device, inode, size, mtime, ctime, md5, length"
+        " FROM Stamps ORDER BY folder, name";
+    const Rows before = SqlRows(quickFile, stamps);
+    ASSERT_EQ(before.size(), 4u);
+
+    ExpectOpens(true, Strings{});
+
+    EXPECT_EQ(SqlRows(quickFile, stamps), before);
+    EXPECT_EQ(SqlRows(quickFile, "SELECT bid FROM Runs"), Rows{{"2"}});
+    ExpectOpens(true, Strings{});
+    EXPECT_EQ(RunRows(3), ExpectedRows(Contents()));
+}
+
+TEST_P(CQuickCheckTest, FileRemovedLosesItsStampAndTheOthersKeepTheirs) {
+    MakeTree();
+    LetFilesSettle();
+    Run(true);
+    ASSERT_EQ(RemoveFile(source + Native("/sub/b.bin")), 0);
+
+    ExpectOpens(true, Strings{});
+
+    EXPECT_EQ(SqlRows(quickFile, "SELECT CAST(folder || name AS TEXT) FROM Stamps ORDER BY 1"),
+              (Rows{{source + Native("/a.txt")},
+                    {source + Native("/sub/deep/c.dat")},
+                    {source + Native("/sub/deep/copy.dat")}}));
+    std::map<std::string, std::string> contents = Contents();
+    contents.erase(source + Native("/sub/b.bin"));
+    EXPECT_EQ(RunRows(2), ExpectedRows(contents));
+}
+
 } // namespace
 
 namespace {
 STAGING_WAYS_INSTANTIATE(CQuickCheckTest);
+} // namespace
+
+namespace {
+
+// The kept rows of a folder with more files than are read at once: the rest are looked up file
+// by file, found all the same, and none of them is taken for gone.
+TEST(CQuickCheckFolders, FolderOfMoreRowsThanAreReadAtOnceIsLookedUpFileByFile) {
+    ScopedTestEnv env;
+    const std::string file = env.Path("QuickCheck.db");
+    const std::string source = Native("/home/me/src");
+    const QuickCheckRun first{1, "01/02/2026 10:11:12"};
+    std::vector<QuickCheckRow> rows;
+    for (int i = 0; i < 5; ++i) {
+        const std::string name = "f" + std::to_string(i);
+        rows.push_back({source + Native("/big/") + name,
+                        {7, 100u + i, 5, 1000 + i, 2000 + i},
+                        std::string(32, static_cast<char>('a' + i)),
+                        5});
+    }
+    rows.push_back(
+        {source + Native("/other/gone.txt"), {7, 200, 5, 1, 2}, std::string(32, 'f'), 5});
+    ASSERT_TRUE(CQuickCheckDB::Save(file, source, first, rows));
+
+    CQuickCheck quick(file, source, first, 10'000'000'000, 2);
+    ASSERT_TRUE(quick.HasKept());
+    for (const QuickCheckRow& row : std::vector<QuickCheckRow>(rows.begin(), rows.end() - 1)) {
+        const std::optional<SignedContent> found = quick.Find(row.path, row.stamp);
+        ASSERT_TRUE(found) << row.path;
+        EXPECT_EQ(found->signature, row.signature);
+        EXPECT_EQ(found->length, 5u);
+    }
+    FileStamp touched = rows[3].stamp;
+    touched.ctimeNs += 1;
+    EXPECT_FALSE(quick.Find(rows[3].path, touched));
+    EXPECT_FALSE(quick.Find(source + Native("/big/f9"), rows[0].stamp));
+
+    // The folder no file was asked of loses its rows; the big folder keeps all of its own.
+    const QuickCheckRun second{2, "02/02/2026 10:11:12"};
+    ASSERT_TRUE(quick.Save(second));
+    std::vector<QuickCheckRow> kept;
+    ASSERT_TRUE(CQuickCheckDB::Load(file, source, second, kept));
+    std::sort(kept.begin(), kept.end(),
+              [](const QuickCheckRow& x, const QuickCheckRow& y) { return x.path < y.path; });
+    EXPECT_EQ(kept, std::vector<QuickCheckRow>(rows.begin(), rows.end() - 1));
+}
+
 } // namespace

@@ -38,14 +38,16 @@ struct SignatureAhead : ::testing::Test, AheadFiles {};
 
 TEST_F(SignatureAhead, EveryFileInOrderGetsItsOwnSignature) {
     Make(40);
-    CSignatureAhead ahead(files, 4);
+    const CFileList aheadFiles(files);
+    CSignatureAhead ahead(aheadFiles, 4);
     for (size_t i = 0; i < files.size(); ++i)
         EXPECT_EQ(ahead.Signature(i), Signed(i)) << i;
 }
 
 TEST_F(SignatureAhead, SkippedFilesAndJumpsAheadGiveTheRightSignatures) {
     Make(30);
-    CSignatureAhead ahead(files, 3);
+    const CFileList aheadFiles(files);
+    CSignatureAhead ahead(aheadFiles, 3);
     for (size_t i : {0, 2, 3, 17, 18, 29})
         EXPECT_EQ(ahead.Signature(i), Signed(i)) << i;
 }
@@ -54,7 +56,8 @@ TEST_F(SignatureAhead, FileThatCannotBeHashedIsReportedOnTheRunsThread) {
     Make(3);
     files[1] = env.Path("missing");
     ErrHandler().DisplayMsgOnError(false);
-    CSignatureAhead ahead(files, 8);
+    const CFileList aheadFiles(files);
+    CSignatureAhead ahead(aheadFiles, 8);
     EXPECT_EQ(ahead.Signature(0), Signed(0));
     EXPECT_EQ(ahead.Signature(1), SignedContent{});
     EXPECT_EQ(ErrHandler().ErrNumber(), 53);
@@ -65,11 +68,13 @@ TEST_F(SignatureAhead, FileThatCannotBeHashedIsReportedOnTheRunsThread) {
 TEST_F(SignatureAhead, StoppingEarlyEndsTheWorker) {
     Make(50);
     {
-        CSignatureAhead ahead(files, 8);
+        const CFileList aheadFiles(files);
+        CSignatureAhead ahead(aheadFiles, 8);
         EXPECT_EQ(ahead.Signature(0), Signed(0));
     } // destruction joins the worker while it still has files ahead
     // A second read-ahead over the same files starts from scratch and agrees.
-    CSignatureAhead again(files, 8);
+    const CFileList againFiles(files);
+    CSignatureAhead again(againFiles, 8);
     EXPECT_EQ(again.Signature(49), Signed(49));
 }
 
@@ -125,7 +130,8 @@ TEST_P(Staging, FilesOfNewSizesAreStagedWithExactlyTheBytesTheirSignatureSigns) 
     WriteFile(files[0], PatternContent(5000));
     WriteFile(files[1], PatternContent(3 << 20));
     WriteFile(files[2], "");
-    CSignatureAhead ahead(files, 8, Plan());
+    const CFileList aheadFiles(files);
+    CSignatureAhead ahead(aheadFiles, 8, Plan());
     for (size_t i = 0; i < 2; ++i) {
         CSignatureAhead::Prepared prepared = ahead.Prepare(i);
         const std::string content = ReadFile(files[i]);
@@ -145,7 +151,8 @@ TEST_P(Staging, FilesOfNewSizesAreStagedWithExactlyTheBytesTheirSignatureSigns) 
 
 TEST_P(Staging, FilesOfAStoredSizeAreOnlySigned) {
     Make(3);
-    CSignatureAhead ahead(files, 8, Plan({0, 3001, 6002}));
+    const CFileList aheadFiles(files);
+    CSignatureAhead ahead(aheadFiles, 8, Plan({0, 3001, 6002}));
     for (size_t i = 0; i < 3; ++i) {
         CSignatureAhead::Prepared prepared = ahead.Prepare(i);
         EXPECT_EQ(prepared.content, Signed(i));
@@ -166,7 +173,8 @@ TEST_P(Staging, AFileTheDriveHasNoRoomForIsOnlySigned) {
         return size != 6002;
     };
     {
-        CSignatureAhead ahead(files, 8, plan);
+        const CFileList aheadFiles(files);
+        CSignatureAhead ahead(aheadFiles, 8, plan);
         for (size_t i = 0; i < 4; ++i) {
             CSignatureAhead::Prepared prepared = ahead.Prepare(i);
             EXPECT_EQ(prepared.content, Signed(i));
@@ -186,7 +194,8 @@ TEST_P(Staging, AStagingCopyThatFailsReachesTheRunWithItsLinesAndTheFileSigned) 
         [](const std::string&, const std::string&, ICopyObserver*) { return false; };
     Make(2);
     {
-        CSignatureAhead ahead(files, 8, Plan());
+        const CFileList aheadFiles(files);
+        CSignatureAhead ahead(aheadFiles, 8, Plan());
         CSignatureAhead::Prepared prepared = ahead.Prepare(1);
         EXPECT_EQ(prepared.content, Signed(1));
         EXPECT_EQ(prepared.staged, nullptr);
@@ -202,7 +211,8 @@ TEST_P(Staging, AStagingCopyThatFailsReachesTheRunWithItsLinesAndTheFileSigned) 
 
 TEST_P(Staging, WithoutAPlanNothingIsStaged) {
     Make(4);
-    CSignatureAhead ahead(files, 8);
+    const CFileList aheadFiles(files);
+    CSignatureAhead ahead(aheadFiles, 8);
     for (size_t i = 0; i < 4; ++i)
         EXPECT_EQ(ahead.Prepare(i).staged, nullptr);
 }
@@ -210,7 +220,8 @@ TEST_P(Staging, WithoutAPlanNothingIsStaged) {
 TEST_P(Staging, StagedFilesOfSkippedAndUnaskedFilesVanish) {
     Make(6);
     {
-        CSignatureAhead ahead(files, 8, Plan());
+        const CFileList aheadFiles(files);
+        CSignatureAhead ahead(aheadFiles, 8, Plan());
         EXPECT_EQ(ahead.Prepare(4).content, Signed(4)); // the run skipped files 0 to 3
     }                                                   // and stopped before files 5
     store.Close();

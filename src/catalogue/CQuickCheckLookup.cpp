@@ -1,0 +1,91 @@
+#include "catalogue/CQuickCheckLookup.h"
+
+#include "catalogue/CSqliteConnection.h"
+#include "catalogue/CSqliteStatement.h"
+#include "platform/modFileStatus.h"
+
+namespace {
+
+constexpr const char* kColumns = "name, device, inode, size, mtime, ctime, md5, length";
+
+QuickCheckRow RowOf(const CSqliteStatement& read, const std::string& folder) {
+    QuickCheckRow row;
+    row.path = folder + read.Bytes(0);
+    row.stamp = {static_cast<uint64_t>(read.Number(1)), static_cast<uint64_t>(read.Number(2)),
+                 read.Number(3), read.Number(4), read.Number(5)};
+    row.signature = read.Bytes(6);
+    row.length = read.Number(7);
+    return row;
+}
+
+} // namespace
+
+CQuickCheckLookup::CQuickCheckLookup() = default;
+
+CQuickCheckLookup::~CQuickCheckLookup() {
+    Close();
+}
+
+void CQuickCheckLookup::Close() {
+    // The statements go before the connection they belong to.
+    m_find.reset();
+    m_folder.reset();
+    m_db.reset();
+}
+
+bool CQuickCheckLookup::Open(const std::string& file, const std::string& source,
+                             const QuickCheckRun& run) {
+    Close();
+    if (!StatusOf(file).Exists()) return false; // never created by a read
+    auto db =
+        std::make_unique<CSqliteConnection>(file, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOFOLLOW);
+    // Every read sees the same state of the file, under one lock taken once.
+    if (!*db || !db->Run("BEGIN")) return false;
+    {
+        CSqliteStatement which(db->Handle(), "SELECT bid, datebk FROM Runs WHERE source = ?1");
+        if (!which) return false;
+        which.Bind(1, source);
+        if (sqlite3_step(which.Get()) != SQLITE_ROW) return false;
+        const QuickCheckRun kept{static_cast<int32_t>(which.Number(0)), which.Bytes(1)};
+        if (kept != run) return false; // the rows of another run: the source's last run differs
+    }
+    const std::string from = std::string("SELECT ") + kColumns + " FROM Stamps WHERE source = ?1";
+    auto find = std::make_unique<CSqliteStatement>(
+        db->Handle(), (from + " AND folder = ?2 AND name = ?3").c_str());
+    auto folder = std::make_unique<CSqliteStatement>(db->Handle(),
+                                                     (from + " AND folder = ?2 LIMIT ?3").c_str());
+    if (!*find || !*folder) return false;
+    find->Bind(1, source); // bindings outlive each reset
+    folder->Bind(1, source);
+    m_db = std::move(db);
+    m_find = std::move(find);
+    m_folder = std::move(folder);
+    return true;
+}
+
+bool CQuickCheckLookup::Folder(const std::string& folder, size_t most,
+                               const std::function<void(QuickCheckRow&& row)>& each) {
+    if (!m_folder) return false;
+    CSqliteStatement& read = *m_folder;
+    read.Bind(2, folder);
+    read.Bind(3, static_cast<int64_t>(most) + 1); // one more tells that there are more
+    size_t count = 0;
+    int rc;
+    while ((rc = sqlite3_step(read.Get())) == SQLITE_ROW && ++count <= most)
+        each(RowOf(read, folder));
+    sqlite3_reset(read.Get());
+    return rc == SQLITE_DONE;
+}
+
+std::optional<QuickCheckRow> CQuickCheckLookup::Find(const std::string& path) {
+    if (!m_find) return std::nullopt;
+    CSqliteStatement& find = *m_find;
+    const size_t name = CQuickCheckDB::NameStart(path);
+    const std::string folder = path.substr(0, name);
+    find.Bind(2, folder);
+    find.Bind(3, path.substr(name));
+    std::optional<QuickCheckRow> row;
+    if (sqlite3_step(find.Get()) == SQLITE_ROW) row = RowOf(find, folder);
+    sqlite3_reset(find.Get());
+    return row;
+}
