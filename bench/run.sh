@@ -511,17 +511,19 @@ bench_qrv() {
     }' "$work/qrv.medians"
 }
 
-# scale_steps NAME HOME DATA: Stashwell's steps on a big tree, each timed with its peak memory
-# into NAME.<step>: the first and the quick second backup (the quick check on; nothing changed),
+# scale_steps NAME HOME DATA REPETITION NONEMPTY: Stashwell's steps on a big tree, each timed
+# with its peak memory into NAME.<step>: the first and the quick second backup (the quick check
+# on; nothing changed, every file recorded),
 # a third with one run kept (retention deletes two), compact, the window's restore tree on the
 # run (chosen, its top folder opened, a search), qrv ls, find, restore and check.
 scale_steps() {
-    local name="$1" home="$2" data="$3" r="$4"
+    local name="$1" home="$2" data="$3" r="$4" nonempty="$5"
     local xdg=(env XDG_CONFIG_HOME="$home/config" XDG_STATE_HOME="$home/state")
     prepare_backup "$home" "$data"
     set_setup "$home" QuickCheck 1
     timed "$work/$name.first" "${xdg[@]}" "$bin" backup
     timed "$work/$name.quick" "${xdg[@]}" "$bin" backup
+    check "stashwell quick second run ($home, bid 2)" "$(run_files "$home" 2)" "$nonempty"
     set_setup "$home" MaxBackups 1
     timed "$work/$name.retain" "${xdg[@]}" "$bin" backup
     timed "$work/$name.compact" "${xdg[@]}" "$bin" compact
@@ -560,13 +562,13 @@ bench_scale() {
     for f in "${keys[@]}"; do : >"$work/scale.$f"; done
     for r in $(seq 1 "$repeat"); do
         timed "$work/scale.floor" find "$data" -printf '%s %T@\n'
-        scale_steps scale "$work/scale-home$r" "$data" "$r"
-        check "stashwell quick second run (scale-home$r, bid 2)" "$(run_files "$work/scale-home$r" 2)" "$nonempty"
+        scale_steps scale "$work/scale-home$r" "$data" "$r" "$nonempty"
+        check "stashwell third run (scale-home$r, bid 3)" "$(run_files "$work/scale-home$r" 3)" "$nonempty"
         check "qrv restore $work/scale-to$r" "$(find "$work/scale-to$r" -type f | wc -l)" "$files"
-        scale_steps scale.base "$work/scale-base-home$r" "$base_data" "$r"
+        scale_steps scale.base "$work/scale-base-home$r" "$base_data" "$r" "$base_nonempty"
         for f in "${steps[@]}"; do tail -1 "$work/scale.base.$f" >>"$work/scale.base_$f"; done
-        check "stashwell quick second run (scale-base-home$r, bid 2)" \
-            "$(run_files "$work/scale-base-home$r" 2)" "$base_nonempty"
+        check "stashwell third run (scale-base-home$r, bid 3)" \
+            "$(run_files "$work/scale-base-home$r" 3)" "$base_nonempty"
         local borg_repo="$work/scale-borg$r" restic_repo="$work/scale-restic$r"
         borg init --encryption=none "$borg_repo" >/dev/null
         timed "$work/scale.borg1" bash -c "borg create '$borg_repo::first' '$data' && sync -f '$borg_repo'"

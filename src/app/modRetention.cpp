@@ -22,8 +22,12 @@
 #include "support/modYield.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
 #include <fstream>
 #include <map>
+#include <optional>
+#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -75,19 +79,55 @@ size_t LikeCharBytes(const std::string& text, size_t count) {
 
 // The signatures that keep a store file, read once: every md5 value that any row holds. (The
 // lookup of one row per file, as first written, let a file go when the first of its rows had an
-// empty `file`; a store file that any row names is never deleted.)
+// empty `file`; a store file that any row names is never deleted.) A signature of 32 hex digits
+// is kept as its 16 bytes in one sorted list (a few MB for a million contents); any other value
+// is kept as it is.
 class SignaturesInUse {
 public:
     bool Load(const ADOSQLite& db, std::string& error) {
-        return ForEachRow(
+        const bool read = ForEachRow(
             db, "SELECT DISTINCT md5 FROM Files WHERE md5 IS NOT NULL",
-            [&](const auto& row) { m_used.emplace(row[0]); }, error);
+            [&](const auto& row) {
+                if (const std::optional<Digest> digest = DigestOf(row[0]))
+                    m_digests.push_back(*digest);
+                else
+                    m_others.emplace(row[0]);
+            },
+            error);
+        std::sort(m_digests.begin(), m_digests.end());
+        return read;
     }
 
-    bool Keeps(const std::string& signature) const { return m_used.count(signature) > 0; }
+    bool Keeps(const std::string& signature) const {
+        if (const std::optional<Digest> digest = DigestOf(signature))
+            return std::binary_search(m_digests.begin(), m_digests.end(), *digest);
+        return m_others.count(signature) > 0;
+    }
 
 private:
-    std::unordered_set<std::string> m_used;
+    using Digest = std::array<uint8_t, 16>;
+
+    // The bytes that 32 lower-case hex digits spell; nothing for any other text (so that a value
+    // in capitals, say, is still compared as the text it is).
+    static std::optional<Digest> DigestOf(std::string_view text) {
+        if (text.size() != 32) return std::nullopt;
+        Digest digest{};
+        for (size_t i = 0; i < 32; ++i) {
+            const char c = text[i];
+            int value;
+            if (c >= '0' && c <= '9')
+                value = c - '0';
+            else if (c >= 'a' && c <= 'f')
+                value = c - 'a' + 10;
+            else
+                return std::nullopt;
+            digest[i / 2] = static_cast<uint8_t>(digest[i / 2] << 4 | value);
+        }
+        return digest;
+    }
+
+    std::vector<Digest> m_digests;
+    std::unordered_set<std::string> m_others;
 };
 
 // Answers IsBackupFolderUnused, "no backup value is LIKE 'folder/%'", from one read of the
@@ -101,12 +141,22 @@ private:
 class FolderReferences {
 public:
     bool Load(const ADOSQLite& db, std::string& error) {
+        std::unordered_set<std::string> folders;
         std::string statement = "SELECT DISTINCT backup FROM Files WHERE typeof(backup) = 'text'";
         if (SqlLikeMatchesBlobs()) statement += " OR typeof(backup) = 'blob'";
         return ForEachRow(
             db, statement,
-            // LIKE reads a value as C text, up to its first NUL.
-            [&](const auto& row) { m_values.emplace_back(row[0].substr(0, row[0].find('\0'))); },
+            // LIKE reads a value as C text, up to its first NUL. A folder's pattern ends in a
+            // separator, so a value matches it exactly when the value's own folder does: only
+            // the values' distinct folders are kept (a few thousand, not a row per content).
+            [&](const auto& row) {
+                const std::string_view value = row[0].substr(0, row[0].find('\0'));
+                size_t end = value.size();
+                while (end > 0 && !IsPathSeparator(value[end - 1]))
+                    --end;
+                if (end > 0 && folders.emplace(value.substr(0, end)).second)
+                    m_values.emplace_back(value.substr(0, end));
+            },
             error);
     }
 

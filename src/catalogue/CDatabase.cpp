@@ -10,7 +10,11 @@
 #include "support/modMsgBox.h"
 
 #include <charconv>
+#include <condition_variable>
+#include <mutex>
 #include <optional>
+#include <thread>
+#include <vector>
 
 namespace {
 
@@ -29,10 +33,116 @@ std::optional<int64_t> PlainWholeNumber(const std::string& text) {
 
 } // namespace
 
+// The thread that writes a run's Files rows aside: the run hands rows over in batches and goes
+// on; it waits only when the thread is a few batches behind, so memory stays bounded.
+struct CDatabase::RowWriter {
+    struct Row {
+        int32_t run;
+        std::string sig, source, target;
+        int64_t size;
+    };
+
+    explicit RowWriter(CDatabase& owner) : db(owner), writing([this] { Write(); }) {}
+    ~RowWriter() { Finish(); }
+
+    void Add(Row row) {
+        std::unique_lock lock(mutex);
+        drained.wait(lock, [this] { return waiting.size() < kMostWaiting; });
+        waiting.push_back(std::move(row));
+        if (waiting.size() >= kBatch) ready.notify_one();
+    }
+
+    // Returns once every row handed over is written and the thread waits for more.
+    void Drain() {
+        std::unique_lock lock(mutex);
+        draining = true;
+        ready.notify_one();
+        drained.wait(lock, [this] { return waiting.empty() && !busy; });
+        draining = false;
+    }
+
+    void Finish() {
+        if (!writing.joinable()) return;
+        {
+            std::lock_guard lock(mutex);
+            finishing = true;
+        }
+        ready.notify_one();
+        writing.join();
+    }
+
+    void Write() {
+        std::vector<Row> batch;
+        for (;;) {
+            {
+                std::unique_lock lock(mutex);
+                busy = false;
+                drained.notify_all();
+                ready.wait(lock, [this] {
+                    return waiting.size() >= kBatch || finishing || (draining && !waiting.empty());
+                });
+                if (waiting.empty() && finishing) return;
+                batch.swap(waiting);
+                busy = true;
+            }
+            drained.notify_all();
+            for (const Row& row : batch)
+                if (!db.AddPrepared(row.run, row.sig, row.source, row.target, row.size)) {
+                    ++failed;
+                    lastError = sqlite3_errmsg(db.m_db.Handle());
+                }
+            batch.clear();
+        }
+    }
+
+    static constexpr size_t kBatch = 256;
+    static constexpr size_t kMostWaiting = 16 * kBatch;
+
+    CDatabase& db;
+    std::mutex mutex;
+    std::condition_variable ready;   // a batch waits, or the rows are drained or finished
+    std::condition_variable drained; // the thread took the waiting rows, or is idle
+    std::vector<Row> waiting;
+    bool busy = false; // the thread is writing a batch
+    bool draining = false;
+    bool finishing = false;
+    int32_t failed = 0; // the thread's own until it is joined
+    std::string lastError;
+    std::thread writing; // last: started once the rest is ready
+};
+
 CDatabase::CDatabase() = default;
-CDatabase::~CDatabase() = default;
+
+CDatabase::~CDatabase() {
+    FinishRows();
+}
+
+void CDatabase::WriteRowsAside() {
+    if (m_connected && !m_writer) m_writer = std::make_unique<RowWriter>(*this);
+}
+
+void CDatabase::FinishRows() {
+    if (!m_writer) return;
+    m_writer->Finish();
+    if (m_writer->failed > 0) {
+        m_failedWrites += m_writer->failed;
+        m_lastWriteError = m_writer->lastError;
+    }
+    m_writer.reset();
+}
+
+void CDatabase::Commit() {
+    FinishRows();
+    m_db.Commit();
+}
+
+void CDatabase::Rollback() {
+    FinishRows();
+    m_db.Rollback();
+}
 
 void CDatabase::Connect(const std::string& db) {
+    FinishRows();
     m_addFile.reset();
     m_db.Connect(db);
     m_connected = !m_db.Err();
@@ -78,10 +188,17 @@ int32_t CDatabase::BackupRun(const std::string& source) {
 void CDatabase::AddBackupRecord(int32_t run, const std::string& sig, const std::string& source,
                                 const std::string& target, const std::string& size) {
     if (!m_connected) return;
+    const std::optional<int64_t> bytes = PlainWholeNumber(size);
+    if (m_writer) {
+        if (bytes) {
+            m_writer->Add({run, sig, source, target, *bytes});
+            return;
+        }
+        m_writer->Drain(); // the connection is this thread's until the next row goes aside
+    }
     m_db.Reset();
     // A row the prepared statement could not write is written again below, which reports it.
-    if (const std::optional<int64_t> bytes = PlainWholeNumber(size))
-        if (AddPrepared(run, sig, source, target, *bytes)) return;
+    if (bytes && AddPrepared(run, sig, source, target, *bytes)) return;
     m_db.Table("Files");
     m_db.Action(sqlaction::kInsert);
     m_db.Field("md5", SQLLiteral(sig));

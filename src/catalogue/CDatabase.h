@@ -21,8 +21,16 @@ public:
 
     void Connect(const std::string& db);
     void Begin() { m_db.Begin(); }
-    void Commit() { m_db.Commit(); }
-    void Rollback() { m_db.Rollback(); }
+    // Both let the rows written aside finish first (FinishRows).
+    void Commit();
+    void Rollback();
+    // From here on AddBackupRecord hands its rows to a thread of their own, which writes them in
+    // order on this connection while the run goes on with its next file. Nothing else may use
+    // the connection until FinishRows.
+    void WriteRowsAside();
+    // Every row handed over is written, or counted among FailedWrites; the connection is the
+    // caller's again.
+    void FinishRows();
     // INSERT INTO Paths (bid, path) SELECT 12, '<encoded path>'; a SQL error shows "Error: ".
     void AddPath(int32_t bid, const std::string& path);
     // The new bid; -1 after a SQL error (shown), 0 when not connected.
@@ -49,6 +57,8 @@ private:
     std::string m_lastWriteError;
 
     std::unique_ptr<CSqliteStatement> m_addFile; // prepared on the first row of a connection
+    struct RowWriter;
+    std::unique_ptr<RowWriter> m_writer; // while rows are written aside
 
     void NoteWrite();
     // The row through the prepared statement; false when it could not be written that way.

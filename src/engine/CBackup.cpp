@@ -124,6 +124,8 @@ CBackup::Result CBackup::Exec() {
         bool stored = false;
         m_backupDrive = FSDriveFromPath(m_backupPath);
         CSignatureAhead ahead(map.Files(), 32, StagingPlan(), 0, m_quick.get());
+        // The Files rows are written beside the run, which goes on with its next file.
+        m_db.WriteRowsAside();
         while (!map.Eof()) {
             BackupOneFile(map.FilePath(), ahead, static_cast<size_t>(map.Idx() - 1), stored);
             const float rate = Rate();
@@ -193,6 +195,7 @@ CBackup::Result CBackup::AfterCommitFailed(CProcTrap& trap) {
 
 void CBackup::CommitRun() {
     Operation("Commit");
+    m_db.FinishRows();
     if (m_bid <= 0 || m_db.FailedWrites() > 0) {
         const std::string why =
             m_db.FailedWrites() > 0 ? m_db.LastWriteError() : m_db.Connection().ErrMsg();

@@ -64,7 +64,7 @@ CSignatureAhead::Ahead CSignatureAhead::PrepareAhead(const std::string& path) {
     if (m_staging && size > 0 && m_staging->loadSizes)
         std::call_once(m_sizesOnce,
                        [this] { m_sizesKnown = m_staging->loadSizes(m_staging->storedSizes); });
-    if (m_staging && m_sizesKnown && size > 0 && !m_staging->storedSizes.count(size) &&
+    if (m_staging && size > 0 && m_sizesKnown && !m_staging->storedSizes.count(size) &&
         (!m_staging->hasRoomFor || m_staging->hasRoomFor(size)))
         return Stage(path, now);
     Ahead ahead;

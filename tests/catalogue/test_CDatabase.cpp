@@ -291,6 +291,66 @@ TEST(CDatabase, AddBackupRecordKeepsABackupPathWithApostrophesAsItIs) {
               (Rows{{Encoded(Native("/home/bob's/a")), Encoded(Native("/home/bob's/")), target}}));
 }
 
+// Rows written aside come out as rows written in place would, in the order given; a row the
+// catalogue refuses is counted with its error and the others are kept; a size that is no plain
+// number still goes in bare, after the rows before it.
+TEST(CDatabase, RowsWrittenAsideAreTheRowsWrittenInPlaceInTheirOrder) {
+    ScopedTestEnv env;
+    const std::string aside = MakeCatalogue(env);
+    const std::string inPlace = aside + "-in-place.db";
+    WriteFile(inPlace, ReadFile(aside));
+    for (const std::string& path : {aside, inPlace}) {
+        ADOSQLite db;
+        db.Connect(path);
+        db.Action(sqlaction::kAsIs);
+        std::string text = "CREATE TRIGGER refuse BEFORE INSERT ON Files WHEN NEW.md5 = 'bad'"
+                           " BEGIN SELECT RAISE(ABORT, 'refused by the test'); END;";
+        db.Exec(text);
+        ASSERT_FALSE(db.Err()) << db.ErrMsg();
+    }
+    const auto write = [](CDatabase& db) {
+        for (int i = 0; i < 1500; ++i) {
+            const std::string name =
+                Native("/home/bob/d" + std::to_string(i % 7) + "/f'") + std::to_string(i);
+            db.AddBackupRecord(3, i == 700 ? "bad" : kSig, name, kTarget,
+                               i == 1000 ? "1024 * 2" : " " + std::to_string(i));
+        }
+    };
+    CDatabase first;
+    first.Connect(aside);
+    first.Begin();
+    first.WriteRowsAside();
+    write(first);
+    first.Commit();
+    CDatabase second;
+    second.Connect(inPlace);
+    second.Begin();
+    write(second);
+    second.Commit();
+
+    EXPECT_EQ(FileRows(aside), FileRows(inPlace));
+    EXPECT_EQ(FileRows(aside).size(), 1499u);
+    EXPECT_EQ(SqlRows(aside, "SELECT size FROM Files WHERE file LIKE '%f_1000'"), Rows{{"2048"}});
+    EXPECT_EQ(first.FailedWrites(), 1);
+    EXPECT_EQ(first.LastWriteError(), "refused by the test");
+    EXPECT_EQ(second.FailedWrites(), 1);
+    EXPECT_TRUE(env.box.calls.empty());
+}
+
+TEST(CDatabase, RollbackAfterRowsWrittenAsideKeepsNoneOfThem) {
+    ScopedTestEnv env;
+    const std::string path = MakeCatalogue(env);
+    CDatabase db;
+    db.Connect(path);
+    db.Begin();
+    db.WriteRowsAside();
+    for (int i = 0; i < 700; ++i)
+        db.AddBackupRecord(1, kSig, "/a/f" + std::to_string(i), kTarget, " 1");
+    db.Rollback();
+    EXPECT_TRUE(FileRows(path).empty());
+    EXPECT_EQ(db.FailedWrites(), 0);
+}
+
 TEST(CDatabase, OddBytesSurviveFilesRowRoundTrip) {
     ScopedTestEnv env;
     const std::string path = MakeCatalogue(env);
