@@ -26,8 +26,11 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <ostream>
+#include <unordered_map>
 #include <unordered_set>
+#include <utility>
 
 namespace {
 
@@ -75,27 +78,84 @@ bool OpenRecord(const QrvRun& run, bool use, CMetadataReader& record) {
                        static_cast<int32_t>(std::strtol(run.bid.c_str(), nullptr, 10)), run.datebk);
 }
 
-// The files of `run` that the stored paths `chosen` choose (all when none is named), in the
-// order the run met them; false with `problem` when a named path is neither a file nor a
-// folder of it, nor an entry of the run's `record` (an empty file or a link).
-bool ChosenFiles(CQrvCatalogue& db, const QrvRun& run, const std::vector<std::string>& chosen,
-                 CMetadataReader* record, std::vector<StoredFile>& files, std::string& problem) {
-    std::vector<bool> met(chosen.size(), false);
+// The files of `run` that the stored paths `chosen` choose (all when none is named), in the order
+// the run met them, handed to `file` one by one with their fid; false with `problem` when the
+// catalogue cannot be read.
+bool ForEachChosenFile(CQrvCatalogue& db, const QrvRun& run, const std::vector<std::string>& chosen,
+                       const std::function<void(uint64_t fid, StoredFile&& file)>& file,
+                       std::vector<bool>* met, std::string& problem) {
     const auto choose = [&](const std::string& path) {
         bool any = chosen.empty();
         for (size_t k = 0; k < chosen.size(); ++k)
-            if (IsAtOrBelow(path, chosen[k])) any = met[k] = true;
+            if (IsAtOrBelow(path, chosen[k])) {
+                any = true;
+                if (met) (*met)[k] = true;
+            }
         return any;
     };
-    if (!db.Rows("SELECT file, backup, size FROM Files WHERE bid = " + run.bid + " ORDER BY fid",
-                 [&](const Row& r) {
-                     if (choose(std::string(r[0])))
-                         files.push_back({std::string(r[0]), std::string(r[1]),
-                                          std::strtoull(std::string(r[2]).c_str(), nullptr, 10)});
-                 }) ||
-        !db.Rows("SELECT path FROM Paths WHERE bid = " + run.bid,
-                 [&](const Row& r) { choose(std::string(r[0])); })) {
-        problem = db.Problem();
+    if (db.Rows("SELECT fid, file, backup, size FROM Files WHERE bid = " + run.bid +
+                    " ORDER BY fid",
+                [&](const Row& r) {
+                    std::string path(r[1]);
+                    if (choose(path))
+                        file(std::strtoull(std::string(r[0]).c_str(), nullptr, 10),
+                             {std::move(path), std::string(r[2]),
+                              std::strtoull(std::string(r[3]).c_str(), nullptr, 10)});
+                }))
+        return true;
+    problem = db.Problem();
+    return false;
+}
+
+// Where each chosen file goes, decided before any is restored, without keeping a row per file:
+// the first file of the run's order that aims at a place keeps it, and the others are known by
+// their fid. Places are compared by a hash of the target and, when two hashes meet, by the
+// targets themselves (the earlier file's row is read again).
+struct Places {
+    uint64_t files = 0; // chosen
+    uint64_t kept = 0;  // that keep their place
+    uint64_t keptBytes = 0;
+    std::unordered_set<uint64_t> others; // the fids of the files that do not
+};
+
+bool PlaceFiles(CQrvCatalogue& db, const QrvRun& run, const std::vector<std::string>& chosen,
+                CMetadataReader* record, const std::string& destination, Places& places,
+                std::string& problem) {
+    std::unordered_multimap<uint64_t, uint64_t> firstByHash; // target hash -> fid
+    const auto targetOf = [&](uint64_t fid, std::string& target) {
+        return db.Rows("SELECT file FROM Files WHERE fid = " + std::to_string(fid),
+                       [&](const Row& r) {
+                           target = RestoreTarget(std::string(r[0]), run.source, destination);
+                       });
+    };
+    std::vector<bool> met(chosen.size(), false);
+    bool read = true;
+    if (!ForEachChosenFile(
+            db, run, chosen,
+            [&](uint64_t fid, StoredFile&& file) {
+                ++places.files;
+                const std::string target = RestoreTarget(file.file, run.source, destination);
+                const uint64_t hash = std::hash<std::string>{}(target);
+                const auto [first, last] = firstByHash.equal_range(hash);
+                for (auto earlier = first; earlier != last; ++earlier) {
+                    std::string other;
+                    read = read && targetOf(earlier->second, other);
+                    if (other == target) {
+                        places.others.insert(fid);
+                        return;
+                    }
+                }
+                firstByHash.emplace(hash, fid);
+                ++places.kept;
+                places.keptBytes += file.size;
+            },
+            &met, problem) ||
+        !read || !db.Rows("SELECT path FROM Paths WHERE bid = " + run.bid, [&](const Row& r) {
+            const std::string path(r[0]);
+            for (size_t k = 0; k < chosen.size(); ++k)
+                if (IsAtOrBelow(path, chosen[k])) met[k] = true;
+        })) {
+        if (problem.empty()) problem = db.Problem();
         return false;
     }
     for (size_t k = 0; k < chosen.size(); ++k)
@@ -154,61 +214,71 @@ std::string Files(uint64_t count) {
     return std::to_string(count) + (count == 1 ? " file" : " files");
 }
 
-// Where each file goes, and which files go there: the first file of the run's order that aims
-// at a place keeps it. Decided before the files are dealt out, so that no worker writes over
-// the file of another.
-struct Places {
-    std::vector<std::string> targets; // of every file
-    std::vector<size_t> kept;         // the files that keep their place, in the run's order
+// How many files are dealt out to the workers at once: the restore keeps only these in memory.
+constexpr size_t kChunk = 8192;
+
+// What the files restored so far came to.
+struct Tally {
+    uint64_t restored = 0, failed = 0, wrong = 0, bytes = 0;
 };
 
-Places PlaceFiles(const std::vector<StoredFile>& files, const std::string& source,
-                  const std::string& destination) {
-    Places places;
-    std::unordered_set<std::string> taken;
-    for (size_t i = 0; i < files.size(); ++i) {
-        places.targets.push_back(RestoreTarget(files[i].file, source, destination));
-        if (taken.insert(places.targets.back()).second) places.kept.push_back(i);
-    }
-    return places;
-}
-
-// Restores the files that keep their place side by side, each worker with its copy of
-// `restorer`, after a look at each store file; every other file is not restored. Answers the
-// outcomes in the run's order.
-std::vector<RestoreOutcome> RestorePlaced(const std::vector<StoredFile>& files,
-                                          const Places& places, CFileRestorer& restorer,
-                                          bool verify) {
+// Restores one chunk of files side by side, each worker with its copy of `restorer`, after a
+// look at each store file; a file whose place another file keeps is not restored. Names the
+// files that were not restored, in the run's order, and counts them all.
+void RestoreChunk(const std::vector<std::pair<uint64_t, StoredFile>>& files, const Places& places,
+                  const QrvRun& run, const std::string& destination, CFileRestorer& restorer,
+                  bool verify, CProgressLine& progress, CByteProgress& bytes, uint64_t& done,
+                  uint64_t& doneBytes, Tally& tally, std::ostream& err) {
     const std::string store = GetFilesPath();
-    CProgressLine progress(CProgressLine::StderrIsTerminal());
-    CByteProgress bytes;
-    uint64_t total = 0, done = 0;
-    for (const size_t i : places.kept)
-        total += files[i].size;
-    bytes.Start(total);
     std::vector<RestoreOutcome> outcomes;
-    for (const std::string& target : places.targets)
-        outcomes.push_back({false, false, target, kSamePlaceProblem});
-    const std::vector<RestoreOutcome> kept = CRestoreWorkers(kWorkers).Run(
-        places.kept.size(),
+    std::vector<size_t> kept;
+    for (size_t i = 0; i < files.size(); ++i) {
+        outcomes.push_back({false, false,
+                            RestoreTarget(files[i].second.file, run.source, destination),
+                            kSamePlaceProblem});
+        if (!places.others.count(files[i].first)) kept.push_back(i);
+    }
+    const std::vector<RestoreOutcome> restored = CRestoreWorkers(kWorkers).Run(
+        kept.size(),
         [&](size_t k) {
-            const size_t i = places.kept[k];
-            const StoredFile& file = files[i];
+            const StoredFile& file = files[kept[k]].second;
             const std::string problem = StoreFileProblem(
                 CStore::StorePath(store, FSGetNamePart(file.backup)), file.size, verify);
-            if (!problem.empty()) return RestoreOutcome{false, false, places.targets[i], problem};
+            if (!problem.empty())
+                return RestoreOutcome{false, false, outcomes[kept[k]].target, problem};
             return restorer.RestoreRow(file.file, file.backup);
         },
-        [&](size_t count, size_t k) {
-            done += files[places.kept[k]].size;
-            bytes.Update(done);
-            progress.Show("Restoring " + std::to_string(count) + " of " +
-                          Files(places.kept.size()) + ", " + bytes.Text());
+        [&](size_t, size_t k) {
+            doneBytes += files[kept[k]].second.size;
+            bytes.Update(doneBytes);
+            progress.Show("Restoring " + std::to_string(++done) + " of " + Files(places.kept) +
+                          ", " + bytes.Text());
         });
-    for (size_t k = 0; k < kept.size(); ++k)
-        outcomes[places.kept[k]] = kept[k];
-    progress.Clear();
-    return outcomes;
+    for (size_t k = 0; k < restored.size(); ++k) {
+        std::string target = std::move(outcomes[kept[k]].target);
+        outcomes[kept[k]] = restored[k];
+        if (outcomes[kept[k]].target.empty()) outcomes[kept[k]].target = std::move(target);
+    }
+    bool cleared = false;
+    for (size_t i = 0; i < files.size(); ++i) {
+        const RestoreOutcome& outcome = outcomes[i];
+        if (outcome.restored && outcome.verified) {
+            ++tally.restored;
+            tally.bytes += files[i].second.size;
+            continue;
+        }
+        if (!cleared) progress.Clear(); // the lines stand on their own; the next file redraws it
+        cleared = true;
+        if (!outcome.restored) {
+            err << "qrv: not restored: " << LineText(outcome.target) << ": " << outcome.problem
+                << "\n";
+            ++tally.failed;
+        } else {
+            err << "qrv: restored with the wrong content: " << LineText(outcome.target) << ": "
+                << outcome.problem << "\n";
+            ++tally.wrong;
+        }
+    }
 }
 
 } // namespace
@@ -221,7 +291,6 @@ int QrvRestore(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
     }
     CQrvCatalogue db;
     QrvRun run;
-    std::vector<StoredFile> files;
     if (!db.Open() || !db.Run(args.Arguments()[0], run)) {
         err << "qrv: " << db.Problem() << "\n";
         return db.Status();
@@ -231,7 +300,8 @@ int QrvRestore(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
         chosen.push_back(StoredRunPath(run.source, *path, run.storedBeforeEscape));
     CMetadataReader record;
     const bool recorded = OpenRecord(run, !args.NoMetadata(), record);
-    if (!ChosenFiles(db, run, chosen, recorded ? &record : nullptr, files, problem)) {
+    Places places;
+    if (!PlaceFiles(db, run, chosen, recorded ? &record : nullptr, destination, places, problem)) {
         err << "qrv: " << problem << "\n";
         return db.Problem().empty() ? kQrvCannotOpen : db.Status();
     }
@@ -247,9 +317,32 @@ int QrvRestore(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
     restorer.UseRecord(!args.NoMetadata());
     out.flush();
     err.flush();
-    const Places places = PlaceFiles(files, run.source, destination);
-    const std::vector<RestoreOutcome> outcomes =
-        RestorePlaced(files, places, restorer, args.Verify());
+    // The rows are read again, now that no run can change them, a chunk at a time.
+    CProgressLine progress(CProgressLine::StderrIsTerminal());
+    CByteProgress bytes;
+    bytes.Start(places.keptBytes);
+    uint64_t done = 0, doneBytes = 0;
+    Tally tally;
+    std::vector<std::pair<uint64_t, StoredFile>> chunk;
+    const auto restoreChunk = [&] {
+        RestoreChunk(chunk, places, run, destination, restorer, args.Verify(), progress, bytes,
+                     done, doneBytes, tally, err);
+        chunk.clear();
+    };
+    if (!db.Open() || !ForEachChosenFile(
+                          db, run, chosen,
+                          [&](uint64_t fid, StoredFile&& file) {
+                              chunk.emplace_back(fid, std::move(file));
+                              if (chunk.size() == kChunk) restoreChunk();
+                          },
+                          nullptr, problem)) {
+        progress.Clear();
+        err << "qrv: " << (problem.empty() ? db.Problem() : problem) << "\n";
+        return db.Status();
+    }
+    if (!chunk.empty()) restoreChunk();
+    db.Close();
+    progress.Clear();
     // Then the empty files, links and folders of what was chosen.
     const std::vector<RestoreOutcome> entries =
         restorer.RestoreEntries([&](const EntryMetadata& entry) {
@@ -258,23 +351,7 @@ int QrvRestore(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
                        return IsAtOrBelow(path, folder);
                    });
         });
-    uint64_t restored = 0, failed = 0, wrong = 0, bytes = 0, others = 0;
-    for (size_t i = 0; i < files.size(); ++i) {
-        const RestoreOutcome& outcome = outcomes[i];
-        if (!outcome.restored) {
-            err << "qrv: not restored: "
-                << LineText(outcome.target.empty() ? places.targets[i] : outcome.target) << ": "
-                << outcome.problem << "\n";
-            ++failed;
-        } else if (!outcome.verified) {
-            err << "qrv: restored with the wrong content: " << LineText(outcome.target) << ": "
-                << outcome.problem << "\n";
-            ++wrong;
-        } else {
-            ++restored;
-            bytes += files[i].size;
-        }
-    }
+    uint64_t others = 0;
     for (const RestoreOutcome& outcome : entries)
         if (!outcome.restored) {
             err << "qrv: not restored: " << LineText(outcome.target) << ": " << outcome.problem
@@ -283,17 +360,18 @@ int QrvRestore(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
         }
     const std::string where =
         destination.empty() ? "to their places" : "into " + LineText(destination);
-    if (failed == 0 && wrong == 0) {
-        out << (args.Verify() ? "Restored and verified " : "Restored ") << Files(restored) << " ("
-            << std::to_string(bytes) << " bytes) of run " << run.bid << " " << where << ".\n";
+    if (tally.failed == 0 && tally.wrong == 0) {
+        out << (args.Verify() ? "Restored and verified " : "Restored ") << Files(tally.restored)
+            << " (" << std::to_string(tally.bytes) << " bytes) of run " << run.bid << " " << where
+            << ".\n";
     } else {
-        out << "Restored " << std::to_string(restored) << " of " << Files(files.size())
-            << " of run " << run.bid << " " << where << ": " << std::to_string(failed)
-            << " not restored, " << std::to_string(wrong) << " with the wrong content.\n";
+        out << "Restored " << std::to_string(tally.restored) << " of " << Files(places.files)
+            << " of run " << run.bid << " " << where << ": " << std::to_string(tally.failed)
+            << " not restored, " << std::to_string(tally.wrong) << " with the wrong content.\n";
     }
     if (others > 0)
         out << std::to_string(others)
             << (others == 1 ? " empty file, link or folder" : " empty files, links or folders")
             << " not restored.\n";
-    return failed == 0 && wrong == 0 && others == 0 ? kQrvDone : kQrvProblems;
+    return tally.failed == 0 && tally.wrong == 0 && others == 0 ? kQrvDone : kQrvProblems;
 }

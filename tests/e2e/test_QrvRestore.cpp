@@ -238,6 +238,33 @@ TEST_F(QrvRestoreTest, ManyFilesRestoredSideBySideComeBackWholeAndFailuresInTheR
         << Names(OddNamesBackup::Tree(to)).substr(0, 2000);
 }
 
+// More files than the restore reads at once (8,192): the rows are read a chunk at a time, and
+// a failure in each chunk is named in the run's order.
+TEST_F(QrvRestoreTest, RunOfMoreFilesThanOneChunkComesBackWholeWithFailuresInTheRunsOrder) {
+    MakeRandomFiles(src + "/many", 8300, 12);
+    f.Backup();
+    const auto rows = f.Rows("SELECT file, backup FROM Files WHERE bid = 2 AND file LIKE '%.dat' "
+                             "ORDER BY fid");
+    ASSERT_EQ(rows.size(), 2u * 8300);
+    const std::string early = rows.at(2 * 10), late = rows.at(2 * 8250);
+    ASSERT_EQ(::unlink(rows.at(2 * 10 + 1).c_str()), 0);
+    ASSERT_EQ(::unlink(rows.at(2 * 8250 + 1).c_str()), 0);
+    const ProgramRun run = RunQrv({"restore", "2", "many", "--to", to});
+    EXPECT_EQ(run.exitCode, 1);
+    const auto there = [&](const std::string& file) { return to + file.substr(src.size()); };
+    EXPECT_EQ(run.err, "qrv: not restored: " + there(early) + ": its store file " +
+                           rows.at(2 * 10 + 1) + " is missing\n" +
+                           "qrv: not restored: " + there(late) + ": its store file " +
+                           rows.at(2 * 8250 + 1) + " is missing\n");
+    EXPECT_EQ(run.out, "Restored 8298 of 8300 files of run 2 into " + to +
+                           ": 2 not restored, 0 with the wrong content.\n");
+    const Tree many = OddNamesBackup::Tree(src + "/many");
+    Tree expected;
+    for (const auto& [path, content] : many)
+        if (path != early && path != late) expected[there(path)] = content;
+    EXPECT_TRUE(OddNamesBackup::Tree(to) == expected);
+}
+
 // A source whose names differ only by an apostrophe and a backslash, backed up by the real
 // program.
 struct QrvQuoteNamesTest : ::testing::Test {
