@@ -17,11 +17,18 @@
 #include "support/CByteProgress.h"
 #include "support/modFSCommon.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
+#include <functional>
 #include <map>
+#include <optional>
 #include <ostream>
+#include <string_view>
 #include <unordered_map>
+#include <vector>
 
 namespace {
 
@@ -48,11 +55,73 @@ std::string NameOf(std::string_view backup) {
     return FSGetNamePart(std::string(backup));
 }
 
+// The store files the runs refer to, each with the size its first row records. A name of the
+// store's own form (32 hex digits and ".QRV") is kept as its 16 bytes, so that a catalogue of
+// millions of rows is checked in a few tens of MB; any other name is kept as it is.
+class RecordedStoreFiles {
+public:
+    void Add(const std::string& name, uint64_t size) {
+        if (std::optional<Digest> digest = DigestOf(name))
+            m_digests.push_back({*digest, size});
+        else
+            m_others.emplace(name, size); // the first row's size stays
+    }
+    // Once every row was added: one entry per store file.
+    void Finish() {
+        std::stable_sort(m_digests.begin(), m_digests.end(),
+                         [](const Entry& a, const Entry& b) { return a.digest < b.digest; });
+        m_digests.erase(
+            std::unique(m_digests.begin(), m_digests.end(),
+                        [](const Entry& a, const Entry& b) { return a.digest == b.digest; }),
+            m_digests.end());
+    }
+    size_t size() const { return m_digests.size() + m_others.size(); }
+    void ForEach(const std::function<void(const std::string& name, uint64_t size)>& each) const {
+        static constexpr char kHex[] = "0123456789abcdef";
+        std::string name = std::string(32, '0') + std::string(kExtension);
+        for (const Entry& entry : m_digests) {
+            for (size_t i = 0; i < 16; ++i) {
+                name[2 * i] = kHex[entry.digest[i] >> 4];
+                name[2 * i + 1] = kHex[entry.digest[i] & 15];
+            }
+            each(name, entry.size);
+        }
+        for (const auto& [other, size] : m_others)
+            each(other, size);
+    }
+
+private:
+    using Digest = std::array<uint8_t, 16>;
+    struct Entry {
+        Digest digest;
+        uint64_t size;
+    };
+    static constexpr std::string_view kExtension = ".QRV";
+
+    static std::optional<Digest> DigestOf(std::string_view name) {
+        if (name.size() != 32 + kExtension.size() || name.substr(32) != kExtension)
+            return std::nullopt;
+        Digest digest{};
+        for (size_t i = 0; i < 32; ++i) {
+            const char c = name[i];
+            const int value = c >= '0' && c <= '9'   ? c - '0'
+                              : c >= 'a' && c <= 'f' ? c - 'a' + 10
+                                                     : -1;
+            if (value < 0) return std::nullopt;
+            digest[i / 2] = static_cast<uint8_t>(digest[i / 2] << 4 | value);
+        }
+        return digest;
+    }
+
+    std::vector<Entry> m_digests;
+    std::unordered_map<std::string, uint64_t> m_others;
+};
+
 // Each store file that the runs refer to is there, a regular file of the recorded size; one of
 // the earlier flat layout counts where the two-level one has none.
-void CheckReferenced(const std::unordered_map<std::string, uint64_t>& recorded,
-                     const std::string& store, CheckResult& result) {
-    for (const auto& [name, size] : recorded) {
+void CheckReferenced(const RecordedStoreFiles& recorded, const std::string& store,
+                     CheckResult& result) {
+    recorded.ForEach([&](const std::string& name, uint64_t size) {
         std::string path = CStore::StorePath(store, name);
         StoreEntry entry = InspectStoreFile(path, size);
         if (entry.fault == StoreEntry::kMissing) {
@@ -81,7 +150,7 @@ void CheckReferenced(const std::unordered_map<std::string, uint64_t>& recorded,
             wanting("wrong size", "it " + entry.SizeMismatch(size));
             break;
         }
-    }
+    });
 }
 
 // Every store file's content has the signature of its name.
@@ -195,14 +264,15 @@ int QrvCheck(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
                  [&](const Row& r) { result.catalogue.emplace_back(r[0]); }))
         return failed();
     const bool catalogueSound = result.catalogue == std::vector<std::string>{"ok"};
-    std::unordered_map<std::string, uint64_t> recorded;
+    RecordedStoreFiles recorded;
     if (!db.Rows("SELECT count(*) FROM Backups",
                  [&](const Row& r) { result.runs = std::stoull(std::string(r[0])); }) ||
         !db.Rows(std::string("SELECT f.backup, f.size ") + kRunFiles, [&](const Row& r) {
             ++result.files;
-            recorded.emplace(NameOf(r[0]), std::strtoull(std::string(r[1]).c_str(), nullptr, 10));
+            recorded.Add(NameOf(r[0]), std::strtoull(std::string(r[1]).c_str(), nullptr, 10));
         }))
         return failed();
+    recorded.Finish();
     result.storeFiles = recorded.size();
     const std::string store = GetFilesPath();
     CheckReferenced(recorded, store, result);

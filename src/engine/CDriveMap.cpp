@@ -191,5 +191,5 @@ std::string CDriveMap::FilePath() const {
     if (m_cursor < 1 || m_cursor > kMaxListEntries ||
         m_cursor > static_cast<int32_t>(m_files.size()))
         Raise(err::kSubscript);
-    return std::string(m_files[static_cast<size_t>(m_cursor - 1)]);
+    return m_files[static_cast<size_t>(m_cursor - 1)];
 }

@@ -45,7 +45,7 @@ void CSignatureAhead::Work() {
         if (m_stop) return;
         const size_t index = m_next++;
         lock.unlock();
-        Ahead ahead = PrepareAhead(std::string(m_files[index]));
+        Ahead ahead = PrepareAhead(m_files[index]);
         lock.lock();
         m_ready.emplace(index, std::move(ahead));
         if (m_runWaits) m_oneReady.notify_one();
@@ -140,5 +140,5 @@ CSignatureAhead::Prepared CSignatureAhead::Prepare(size_t index,
 
 SignedContent CSignatureAhead::Signature(size_t index) {
     Prepared prepared = Prepare(index);
-    return prepared.SignedAhead() ? prepared.content : SignFile(std::string(m_files[index]));
+    return prepared.SignedAhead() ? prepared.content : SignFile(m_files[index]);
 }

@@ -318,7 +318,7 @@ void CStore::RemoveTemporaries() {
     int32_t removed = 0;
     const CFileList& files = finder.Files();
     for (size_t i = 0; i < files.size(); ++i) {
-        const std::string path(files[i]);
+        const std::string path = files[i];
         if (!IsTemporaryName(FSGetNamePart(path))) continue;
         FSDeleteFile(path);
         ++removed;

@@ -63,6 +63,23 @@ TEST_F(QrvCheckTest, AMissingStoreFileIsNamedWithTheFilesThatNeedIt) {
                            "Checked 2 runs, 14 files and 7 store files: 1 problem.\n");
 }
 
+// Rows naming store files that are not of the store's own form: each is looked for by its
+// name, in the folders its first characters name, beside the usual ones.
+TEST_F(QrvCheckTest, StoreFilesOfOtherNamesAreEachLookedForByTheirNames) {
+    const std::string odd = f.backup + "/Files/AB/CD/ABCDEF0123456789ABCDEF0123456789.QRV";
+    const std::string other = f.backup + "/Files/no/t /not a signature.qrv";
+    f.Exec("INSERT INTO Files (bid, md5, path, file, backup, size) VALUES (2, 'x', '" + src +
+           "/', '" + src + "/odd', '" + odd + "', 5), (2, 'y', '" + src + "/', '" + src +
+           "/other1', '" + other + "', 3), (2, 'y', '" + src + "/', '" + src + "/other2', '" +
+           other + "', 4)");
+    const ProgramRun run = RunQrv({"check"});
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.out, "missing: " + odd + "\n  held by run 2: " + src + "/odd\n" +
+                           "missing: " + other + "\n  held by run 2: " + src +
+                           "/other1\n  held by run 2: " + src + "/other2\n" +
+                           "Checked 2 runs, 17 files and 9 store files: 2 problems.\n");
+}
+
 TEST_F(QrvCheckTest, AStoreFileCutShortIsNamedWithItsSize) {
     WriteFile(Store("newline"), "new");
     const ProgramRun run = RunQrv({"check"});

@@ -1,5 +1,6 @@
 // The list of a run's files: every path comes back byte for byte at its index, in the order
-// added, whatever its length or bytes, across the blocks the list keeps them in.
+// added, whatever its length or bytes, across the blocks the list keeps the names in, and
+// whether or not the files of a folder come together.
 
 #include "engine/CFileList.h"
 
@@ -32,6 +33,12 @@ TEST(CFileList, ManyPathsAndOneLongerThanABlockSpanBlocksAndStayIntact) {
     ASSERT_EQ(list.size(), paths.size());
     for (size_t i = 0; i < paths.size(); ++i)
         ASSERT_EQ(list[i], paths[i]) << i;
+}
+
+TEST(CFileList, FoldersMetAgainAfterOthersAndPathsWithoutAFolderComeBackAsGiven) {
+    const std::vector<std::string> paths{"/a/x", "/b/y", "/a/z",     "name only",
+                                         "/",    "/a/",  "/a/b/c/d", "/a/x"};
+    EXPECT_EQ(CFileList(paths).Strings(), paths);
 }
 
 TEST(CFileList, ClearLeavesAnEmptyListThatTakesPathsAgain) {
