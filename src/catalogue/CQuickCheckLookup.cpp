@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr const char* kColumns = "name, device, inode, size, mtime, ctime, md5, length";
+constexpr const char* kStampColumns = "name, device, inode, size, mtime, ctime, md5, length";
 
 QuickCheckRow RowOf(const CSqliteStatement& read, const std::string& folder) {
     QuickCheckRow row;
@@ -49,7 +49,8 @@ bool CQuickCheckLookup::Open(const std::string& file, const std::string& source,
         const QuickCheckRun kept{static_cast<int32_t>(which.Number(0)), which.Bytes(1)};
         if (kept != run) return false; // the rows of another run: the source's last run differs
     }
-    const std::string from = std::string("SELECT ") + kColumns + " FROM Stamps WHERE source = ?1";
+    const std::string from =
+        std::string("SELECT ") + kStampColumns + " FROM Stamps WHERE source = ?1";
     auto find = std::make_unique<CSqliteStatement>(
         db->Handle(), (from + " AND folder = ?2 AND name = ?3").c_str());
     auto folder = std::make_unique<CSqliteStatement>(db->Handle(),
