@@ -81,7 +81,7 @@ stage "the threaded tests under ThreadSanitizer"
 cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DSTASHWELL_CORE_ONLY=ON \
     -DCMAKE_UNITY_BUILD=ON -DSTASHWELL_SANITIZE_THREADS=ON
 threaded=(support_CServiceContext support_CBufferPool engine_CSignatureAhead engine_CStore engine_CBackup
-    catalogue_CMetadataDB)
+    catalogue_CMetadataDB catalogue_CDatabase engine_CQuickCheck)
 cmake --build build-tsan -j "$jobs" --target "${threaded[@]}"
 for t in "${threaded[@]}"; do
     TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" "build-tsan/tests/$t"
