@@ -293,6 +293,9 @@ std::optional<CSignatureAhead::StagingPlan> CBackup::StagingPlan() {
                        sizes.insert(size);
                });
     };
+    plan.storedSize = [root = m_backupPath](const std::string& signature) {
+        return StoredSize(CStore::StorePath(root, signature + ".QRV"));
+    };
     plan.stage = [this](const std::string& source, const std::atomic<bool>* stop,
                         std::atomic<uint64_t>* read) {
         return m_store.StageAhead(source, stop, read);
@@ -354,8 +357,11 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
     }
 
     Operation("Already backed up?");
-    // One look at the store file tells whether it exists and its size.
-    if (const double targetSize = StoredSize(target); targetSize >= 0) {
+    // One look at the store file tells whether it exists and its size; a worker that found it
+    // there looked already (one that did not may have looked before an earlier file stored it).
+    const double targetSize =
+        prepared.SignedAhead() && prepared.storedSize ? *prepared.storedSize : StoredSize(target);
+    if (targetSize >= 0) {
         Operation("Check if 2 files have same MD5");
         if (Logger().LogLevel() >= 3) {
             Log(3, "File size: " + NumText(FSGetFileSize(path)));

@@ -53,12 +53,24 @@ void CSignatureAhead::Work() {
 }
 
 CSignatureAhead::Ahead CSignatureAhead::PrepareAhead(const std::string& path) {
+    Ahead ahead = SignAhead(path);
+    if (!ahead.staged) LookInStore(ahead);
+    return ahead;
+}
+
+void CSignatureAhead::LookInStore(Ahead& ahead) const {
+    if (!m_staging || !m_staging->storedSize || !ahead.content || m_stop) return;
+    if (const double size = m_staging->storedSize(ahead.content->signature); size >= 0)
+        ahead.storedSize = size;
+}
+
+CSignatureAhead::Ahead CSignatureAhead::SignAhead(const std::string& path) {
     const FileStamp now = m_quick || m_staging ? FSStampOf(path) : FileStamp{};
     if (m_quick)
         if (std::optional<SignedContent> kept = m_quick->Find(path, now)) {
             m_read.fetch_add(static_cast<uint64_t>(std::max<int64_t>(now.size, 0)),
                              std::memory_order_relaxed);
-            return {kept, nullptr, {}, std::nullopt, now, true};
+            return {kept, nullptr, {}, std::nullopt, now, true, std::nullopt};
         }
     const auto size = static_cast<uint64_t>(std::max<int64_t>(now.size, 0));
     if (m_staging && size > 0 && m_staging->loadSizes)
@@ -135,6 +147,7 @@ CSignatureAhead::Prepared CSignatureAhead::Prepare(size_t index,
     prepared.failedCopy = std::move(ahead.failedCopy);
     prepared.stamp = ahead.stamp;
     prepared.kept = ahead.kept;
+    prepared.storedSize = ahead.storedSize;
     return prepared;
 }
 

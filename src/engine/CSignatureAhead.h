@@ -50,6 +50,10 @@ public:
         // not fit is only signed, so that its copy does not fill the drive under another
         // file's copy (the run then says that it lacks the space).
         std::function<bool(uint64_t size)> hasRoomFor;
+        // The size of the store file that holds content of `signature`, -1 when there is none:
+        // asked by the workers for each file they sign and do not stage, so that the run need
+        // not look at the store itself when the content is stored already.
+        std::function<double(const std::string& signature)> storedSize;
     };
     // A staging copy that failed, as the run reports it.
     struct FailedCopy {
@@ -64,8 +68,10 @@ public:
         std::unique_ptr<CStagedContent> staged;
         CopyLines copyLines;                  // the lines of the copy that staged it
         std::optional<FailedCopy> failedCopy; // a copy that was tried and failed
-        FileStamp stamp;        // as the file was read; unknown when it changed meanwhile
-        bool kept = false;      // the content is the quick check's, for that stamp
+        FileStamp stamp;   // as the file was read; unknown when it changed meanwhile
+        bool kept = false; // the content is the quick check's, for that stamp
+        // The size of the store file of the content signed, when a worker found it there.
+        std::optional<double> storedSize;
         bool cancelled = false; // the run was cancelled while it waited for the file
         bool SignedAhead() const { return !content.signature.empty(); }
     };
@@ -99,10 +105,14 @@ private:
         std::optional<FailedCopy> failedCopy;
         FileStamp stamp;
         bool kept = false;
+        std::optional<double> storedSize;
     };
 
     void Work();
     Ahead PrepareAhead(const std::string& path);
+    Ahead SignAhead(const std::string& path);
+    // Notes where the store holds the content signed, if it does.
+    void LookInStore(Ahead& ahead) const;
     // Copies new content into the store while it is signed; `before` is its stamp beforehand.
     Ahead Stage(const std::string& path, const FileStamp& before);
     // Where a worker notes the stamp of a file it reads: only the quick check needs it.

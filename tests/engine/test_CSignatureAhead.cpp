@@ -149,6 +149,37 @@ TEST_P(Staging, FilesOfNewSizesAreStagedWithExactlyTheBytesTheirSignatureSigns) 
     EXPECT_EQ(empty.staged, nullptr);
 }
 
+// The workers look in the store for the content of each file they only sign: a file whose
+// content is stored comes with the store file's size, one whose content is not comes without,
+// and a staged file is never looked for (its content is new).
+TEST_P(Staging, ContentFoundStoredComesWithItsStoreFilesSize) {
+    Make(3);
+    files.push_back(env.Path("new"));
+    WriteFile(files.back(), PatternContent(7777));
+    CSignatureAhead::StagingPlan plan = Plan({0, 3001, 6002});
+    std::mutex asked;
+    std::vector<std::string> signatures;
+    plan.storedSize = [&](const std::string& signature) {
+        std::lock_guard lock(asked);
+        signatures.push_back(signature);
+        return signature == Signed(1).signature ? 3001.0 : -1.0;
+    };
+    const CFileList aheadFiles(files);
+    CSignatureAhead ahead(aheadFiles, 8, plan);
+    EXPECT_EQ(ahead.Prepare(0).storedSize, std::nullopt);
+    EXPECT_EQ(ahead.Prepare(1).storedSize, std::optional<double>(3001.0));
+    EXPECT_EQ(ahead.Prepare(2).storedSize, std::nullopt);
+    const CSignatureAhead::Prepared staged = ahead.Prepare(3);
+    ASSERT_NE(staged.staged, nullptr);
+    EXPECT_EQ(staged.storedSize, std::nullopt);
+    std::lock_guard lock(asked);
+    std::sort(signatures.begin(), signatures.end());
+    std::vector<std::string> expected{Signed(0).signature, Signed(1).signature,
+                                      Signed(2).signature};
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(signatures, expected);
+}
+
 TEST_P(Staging, FilesOfAStoredSizeAreOnlySigned) {
     Make(3);
     const CFileList aheadFiles(files);
