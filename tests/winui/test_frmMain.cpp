@@ -12,6 +12,7 @@
 #include "app/modSetup.h"
 #include "app/modWindowDesign.h"
 #include "catalogue/CDatabase.h"
+#include "platform/modFileStatus.h"
 #include "platform/modPlatformPaths.h"
 #include "platform/modWin32Text.h"
 #include "support/Version.h"
@@ -691,15 +692,17 @@ TEST_F(WinWindowTest, EachItemOfTheRestoreTreeShowsTheShellsIconOfItsKind) {
               CWinRunTree::ShellIcon(L"file.jpg", false));
     EXPECT_EQ(ImageOf(tree, ItemNamed(tree, root, "noextension")),
               CWinRunTree::ShellIcon(L"file", false));
-    // Beside each name, its size and when it was written; a folder, the run's date.
+    // Beside each name, its size and when it was written; the source folder, the time it was
+    // written as the run recorded it (which may lie a second before the run's own date).
     const auto nodeOf = [&](HTREEITEM item) { return window->RunTree().NodeOf(item); };
     const auto [size, written] =
         window->RunTree().ColumnTexts(nodeOf(ItemNamed(tree, root, "a.TXT")));
     EXPECT_EQ(size, "5 bytes");
     EXPECT_EQ(written.size(), 19u) << written;
-    EXPECT_EQ(
-        window->RunTree().ColumnTexts(nodeOf(root)),
-        (std::pair<std::string, std::string>{"", f.RowTexts("SELECT datebk FROM Backups").at(0)}));
+    const int64_t sourceWrittenNs = StatusOf(source).writeNs;
+    EXPECT_EQ(window->RunTree().ColumnTexts(nodeOf(root)),
+              (std::pair<std::string, std::string>{
+                  "", DateTimeText(static_cast<std::time_t>(sourceWrittenNs / 1'000'000'000))}));
 }
 
 // A menu item of the window chosen, as a click on it does.
