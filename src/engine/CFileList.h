@@ -2,7 +2,7 @@
 
 // The paths a run lists, in the order found, kept as their folder and their name: a folder's
 // files are found together, so each folder is kept once and each file costs only its name, a
-// NUL and a small entry (a list of half a million files takes a tenth of the memory it took as
+// NUL and a small entry (a list of half a million files takes a third of the memory it took as
 // strings). Paths never hold a NUL.
 
 #include <cstddef>
