@@ -2,6 +2,7 @@
 
 #include "catalogue/CSqliteConnection.h"
 #include "catalogue/CSqliteStatement.h"
+#include "catalogue/modQuickCheckColumns.h"
 #include "platform/CFile.h"
 #include "platform/modFileStatus.h"
 #include "platform/modFileSystem.h"
@@ -81,13 +82,7 @@ bool SaveInto(const std::string& file, const std::string& source, const QuickChe
          });
     ok = ok && rows([&](const QuickCheckRow& row) {
              bindPath(add, row.path);
-             add.Bind(4, static_cast<int64_t>(row.stamp.device));
-             add.Bind(5, static_cast<int64_t>(row.stamp.inode));
-             add.Bind(6, row.stamp.size);
-             add.Bind(7, row.stamp.mtimeNs);
-             add.Bind(8, row.stamp.ctimeNs);
-             add.BindText(9, row.signature);
-             add.Bind(10, row.length);
+             BindStampColumns(add, 4, row);
              return add.StepDone();
          });
     if (ok && db.Run("COMMIT")) return true;
@@ -131,10 +126,7 @@ bool CQuickCheckDB::Load(const std::string& file, const std::string& source,
     while ((rc = sqlite3_step(read.Get())) == SQLITE_ROW) {
         QuickCheckRow& row = rows.emplace_back();
         row.path = read.Bytes(0) + read.Bytes(1);
-        row.stamp = {static_cast<uint64_t>(read.Number(2)), static_cast<uint64_t>(read.Number(3)),
-                     read.Number(4), read.Number(5), read.Number(6)};
-        row.signature = read.Bytes(7);
-        row.length = read.Number(8);
+        ReadStampColumns(read, 2, row);
     }
     if (rc == SQLITE_DONE) return true;
     rows.clear(); // a damaged file: nothing of it is trusted

@@ -2,6 +2,7 @@
 
 #include "catalogue/CSqliteConnection.h"
 #include "catalogue/CSqliteStatement.h"
+#include "catalogue/modQuickCheckColumns.h"
 #include "platform/modFileStatus.h"
 
 namespace {
@@ -11,10 +12,7 @@ constexpr const char* kStampColumns = "name, device, inode, size, mtime, ctime, 
 QuickCheckRow RowOf(const CSqliteStatement& read, const std::string& folder) {
     QuickCheckRow row;
     row.path = folder + read.Bytes(0);
-    row.stamp = {static_cast<uint64_t>(read.Number(1)), static_cast<uint64_t>(read.Number(2)),
-                 read.Number(3), read.Number(4), read.Number(5)};
-    row.signature = read.Bytes(6);
-    row.length = read.Number(7);
+    ReadStampColumns(read, 1, row);
     return row;
 }
 

@@ -2,6 +2,7 @@
 
 #include "catalogue/CSqliteConnection.h"
 #include "catalogue/CSqliteStatement.h"
+#include "catalogue/modQuickCheckColumns.h"
 
 CQuickCheckPending::CQuickCheckPending() {
     // An empty name is SQLite's private temporary file, deleted when the connection closes.
@@ -27,13 +28,7 @@ bool CQuickCheckPending::Add(const QuickCheckRow& row) {
     if (m_failed) return false;
     CSqliteStatement& add = *m_add;
     add.Bind(1, row.path);
-    add.Bind(2, static_cast<int64_t>(row.stamp.device));
-    add.Bind(3, static_cast<int64_t>(row.stamp.inode));
-    add.Bind(4, row.stamp.size);
-    add.Bind(5, row.stamp.mtimeNs);
-    add.Bind(6, row.stamp.ctimeNs);
-    add.BindText(7, row.signature);
-    add.Bind(8, row.length);
+    BindStampColumns(add, 2, row);
     m_failed = !add.StepDone();
     return !m_failed;
 }
@@ -47,10 +42,7 @@ bool CQuickCheckPending::ForEach(const std::function<bool(const QuickCheckRow&)>
     int rc;
     while ((rc = sqlite3_step(read.Get())) == SQLITE_ROW) {
         row.path = read.Bytes(0);
-        row.stamp = {static_cast<uint64_t>(read.Number(1)), static_cast<uint64_t>(read.Number(2)),
-                     read.Number(3), read.Number(4), read.Number(5)};
-        row.signature = read.Bytes(6);
-        row.length = read.Number(7);
+        ReadStampColumns(read, 1, row);
         if (!each(row)) return false;
     }
     return rc == SQLITE_DONE;
