@@ -3,7 +3,7 @@
 # packages, default settings, no encryption) on the same data, in the same invocation, each
 # repetition running every tool in turn, and prints medians, ratios and the goals they meet.
 #
-#   bench/run.sh [large|small|all|cancel|restore|qrv|tree|instructions|scale]   (default all)
+#   bench/run.sh [large|small|all|cancel|restore|qrv|tree|instructions|scale|year]   (default all)
 #
 # Each repetition of a data set times: md5sum of every file; cp -a + sync -f; Stashwell's first
 # and second headless backup (`stashwell backup`) with the quick check off, and in a backup
@@ -35,6 +35,10 @@
 # new folder and compares it with cp -a.
 # "scale" makes SCALE_FILES tiny files (500,000) and SCALE_BASE_FILES (100,000) and times every
 # step of Stashwell on them with its peak memory, beside borg and restic: see bench_scale.
+# "year" backs up YEAR_FILES tiny files (100,000) once, makes its catalogue hold 10 runs of them
+# and, in a second backup folder, YEAR_RUNS (365) daily runs, and times on each the steps whose
+# cost should not grow with the runs kept: see bench_year. Goal: each at most twice its cost
+# with 10 runs. The 365-run catalogue takes about 8 GiB of disk with its metadata record.
 # "qrv" backs up the small data set once, with Stashwell and with restic, then times per
 # repetition: cp -a + sync -f of the data; `qrv restore 1 --to` a new folder, + sync -f; restic
 # restore of the same tree into a new folder, + sync -f; and md5sum over every store file
@@ -425,13 +429,13 @@ bench_tree() {
             "$window_run" --tree '*7.dat' 2>/dev/null >"$work/tree.one"
         echo "$(cat "$work/tree.one") $(cat "$work/time.txt")" >>"$work/tree.times"
     done
-    # tree.times: open O search S clear C matches M wall_s peak_kib
+    # tree.times: open O search S clear C matches M choose L wall_s peak_kib
     local open search clear matches peak
     open=$(awk '{print $2}' "$work/tree.times" | median)
     search=$(awk '{print $4}' "$work/tree.times" | median)
     clear=$(awk '{print $6}' "$work/tree.times" | median)
     matches=$(awk '{print $8}' "$work/tree.times" | median)
-    peak=$(awk '{print $10}' "$work/tree.times" | median)
+    peak=$(awk '{print $12}' "$work/tree.times" | median)
     awk -v open="$open" -v search="$search" -v clear="$clear" -v matches="$matches" \
         -v peak="$peak" -v files="$files" -v r="$repeat" 'BEGIN {
         printf "-- tree: %d files in one folder, medians of %d runs through the window\n", files, r
@@ -616,6 +620,125 @@ bench_scale() {
     }' "$work/scale.medians"
 }
 
+# year_catalogue HOME RUNS: HOME's catalogue, which holds one real run (bid 1), made to hold
+# RUNS daily runs of the same files, the newest the real one's copy of yesterday; written
+# directly with sqlite3 (the two indexes of Files dropped and made again after, as SQLite makes
+# an index fastest), with the metadata record and the quick check's file to match.
+year_catalogue() {
+    local home="$1" runs="$2" db="$1/backup/db" bid day dates="$work/year-dates.sql"
+    : >"$dates"
+    for bid in $(seq 1 "$runs"); do
+        day=$(date -d "-$((runs - bid + 1)) days" '+%d/%m/%Y %H:%M:%S')
+        echo "($bid, '$day')" >>"$dates"
+    done
+    local values
+    values=$(paste -sd, "$dates")
+    sqlite3 "$db/Backup.db" <<SQL
+PRAGMA cache_size = -400000;
+PRAGMA temp_store = FILE;
+CREATE TEMP TABLE Days (bid INTEGER PRIMARY KEY, datebk TEXT);
+INSERT INTO Days VALUES $values;
+BEGIN;
+DROP INDEX IDX_Files_1;
+DROP INDEX IDX_Files_2;
+UPDATE Backups SET datebk = (SELECT datebk FROM Days WHERE Days.bid = 1) WHERE bid = 1;
+INSERT INTO Backups (bid, source, datebk)
+    SELECT Days.bid, Backups.source, Days.datebk FROM Days, Backups WHERE Days.bid > 1 AND Backups.bid = 1;
+INSERT INTO Files (bid, md5, path, file, backup, size, filedate)
+    SELECT Days.bid, md5, path, file, backup, size, filedate FROM Days, Files
+    WHERE Days.bid > 1 AND Files.bid = 1 ORDER BY Days.bid, Files.fid;
+INSERT INTO Paths (bid, path)
+    SELECT Days.bid, path FROM Days, Paths WHERE Days.bid > 1 AND Paths.bid = 1 ORDER BY Days.bid, Paths.pid;
+CREATE INDEX IDX_Files_1 ON Files (file);
+CREATE INDEX IDX_Files_2 ON Files (bid, path);
+COMMIT;
+SQL
+    sqlite3 "$db/Metadata.db" <<SQL
+PRAGMA cache_size = -200000;
+CREATE TEMP TABLE Days (bid INTEGER PRIMARY KEY, datebk TEXT);
+INSERT INTO Days VALUES $values;
+BEGIN;
+UPDATE Runs SET datebk = (SELECT datebk FROM Days WHERE Days.bid = 1) WHERE bid = 1;
+INSERT INTO Runs (bid, datebk) SELECT bid, datebk FROM Days WHERE bid > 1;
+INSERT INTO Entries SELECT Days.bid, path, seq, kind, mtime, mode, owner, grp, target
+    FROM Days, Entries WHERE Days.bid > 1 AND Entries.bid = 1 ORDER BY Days.bid, Entries.path;
+INSERT INTO Tallies SELECT Days.bid, seen, added, addedBytes, stored, empty, hidden, system,
+    excluded, unreadable, problems FROM Days, Tallies WHERE Days.bid > 1 AND Tallies.bid = 1;
+COMMIT;
+SQL
+    sqlite3 "$db/QuickCheck.db" \
+        "UPDATE Runs SET bid = $runs, datebk = '$(tail -1 "$dates" | cut -d"'" -f2)';"
+}
+
+# year_steps NAME HOME DATA RUNS: the steps whose cost should not grow with the runs kept, on
+# HOME's catalogue of RUNS runs, each timed into NAME.<step>: a quick run with nothing changed;
+# a run where one file in a hundred changed (the sizes of stored content read, new content
+# copied); the run chooser's list and the restore tree's top folder, through the window; qrv
+# ls of that folder and qrv find; a quick run that also drops the oldest run; Compact.
+year_steps() {
+    local name="$1" home="$2" data="$3" runs="$4"
+    local xdg=(env XDG_CONFIG_HOME="$home/config" XDG_STATE_HOME="$home/state")
+    set_setup "$home" MaxBackups 30000
+    timed "$work/$name.quick" "${xdg[@]}" "$bin" backup
+    find "$data" -type f -name '*00.dat' -exec sh -c 'for f; do echo changed >>"$f"; done' _ {} +
+    timed "$work/$name.changed" "${xdg[@]}" "$bin" backup
+    local bid folder
+    bid=$(sqlite3 "$home/backup/db/Backup.db" "SELECT MAX(bid) FROM Backups;")
+    folder=$(sqlite3 "$home/backup/db/Backup.db" "SELECT path FROM Paths WHERE bid = $bid ORDER BY pid DESC LIMIT 1;")
+    "${xdg[@]}" QT_QPA_PLATFORM=offscreen "$window_run" --tree '*7.dat' >"$work/$name.window" 2>/dev/null
+    awk '{print $10, 0}' "$work/$name.window" >>"$work/$name.choose"
+    awk '{print $2, 0}' "$work/$name.window" >>"$work/$name.open"
+    timed "$work/$name.ls" "${xdg[@]}" "$qrv" ls "$bid" "$folder"
+    timed "$work/$name.find" "${xdg[@]}" "$qrv" find '*7.dat'
+    set_setup "$home" MaxBackups "$((runs + 2))"
+    timed "$work/$name.retain" "${xdg[@]}" "$bin" backup
+    timed "$work/$name.compact" "${xdg[@]}" "$bin" compact
+}
+
+# A year of runs: YEAR_FILES tiny files (100,000) in YEAR_FOLDERS folders (200), backed up once
+# with the quick check on; that catalogue made to hold 10 runs and, in a copy, YEAR_RUNS (365),
+# and the steps of year_steps timed on each (medians of BENCH_REPEAT, each on a fresh copy).
+# Goal: every step on YEAR_RUNS runs costs at most twice what it costs on 10.
+bench_year() {
+    local files="${YEAR_FILES:-100000}" folders="${YEAR_FOLDERS:-200}" runs="${YEAR_RUNS:-365}"
+    local steps=(quick changed choose open ls find retain compact) f kept
+    for kept in 10 "$runs"; do
+        for f in "${steps[@]}"; do : >"$work/year$kept.$f"; done
+    done
+    for r in $(seq 1 "$repeat"); do
+        for kept in 10 "$runs"; do
+            local data="$work/year-data" home="$work/year-home"
+            rm -rf "$data" "$home"
+            echo "== year: $files tiny files backed up, the catalogue made to hold $kept runs"
+            "$here/build-release/make_data" "$data" tiny "$files" "$folders"
+            prepare_backup "$home" "$data"
+            set_setup "$home" QuickCheck 1
+            XDG_CONFIG_HOME="$home/config" XDG_STATE_HOME="$home/state" "$bin" backup
+            year_catalogue "$home" "$kept"
+            echo "   catalogue: $(du -m "$home/backup/db/Backup.db" | cut -f1) MiB," \
+                "metadata $(du -m "$home/backup/db/Metadata.db" | cut -f1) MiB"
+            year_steps "year$kept" "$home" "$data" "$kept"
+        done
+    done
+    for kept in 10 "$runs"; do write_medians "year$kept" "${steps[@]}"; done
+    awk -v few="$work/year10.medians" -v f="$files" -v n="$runs" -v r="$repeat" '
+    BEGIN {
+        while ((getline line < few) > 0) { split(line, a, " "); w10[a[1]] = a[2]; m10[a[1]] = a[3] }
+    }
+    { w[$1] = $2; m[$1] = $3 }
+    END {
+        printf "-- year: %d tiny files, %d runs kept against 10, medians of %d runs\n", f, n, r
+        printf "   %-40s %9s %9s %8s %9s %9s\n", "", "10 runs", n " runs", "ratio", "MiB 10", "MiB " n
+        k = split("quick changed choose open ls find retain compact", steps, " ")
+        split("quick run, nothing changed|run, 1 file in 100 changed|window: run chooser listed|window: top folder opened|qrv ls of the top folder|qrv find *7.dat (every run)|quick run dropping the oldest run|compact", labels, "|")
+        for (i = 1; i <= k; ++i) {
+            s = steps[i]; ratio = w10[s] > 0 ? w[s] / w10[s] : 0
+            printf "   %-40s %9.3f %9.3f %8.2f %9.1f %9.1f  %s\n", labels[i], w10[s], w[s], ratio,
+                m10[s] / 1024, m[s] / 1024, ratio <= 2 ? "met" : "NOT met"
+        }
+    }' "$work/year$runs.medians"
+}
+
 # bench_instructions: the instructions of this build's and the baseline's first and second runs.
 bench_instructions() {
     if [ -z "$baseline" ]; then
@@ -663,7 +786,8 @@ case "$which" in
     tree) bench_tree ;;
     instructions) bench_instructions ;;
     scale) bench_scale ;;
-    *) echo "usage: bench/run.sh [large|small|all|cancel|restore|qrv|tree|instructions|scale]" >&2; exit 2 ;;
+    year) bench_year ;;
+    *) echo "usage: bench/run.sh [large|small|all|cancel|restore|qrv|tree|instructions|scale|year]" >&2; exit 2 ;;
 esac
 echo "(data and copies left in $work; remove it when done)"
 if [ "$failures" -gt 0 ]; then

@@ -9,6 +9,10 @@
 //                                    its root and restores it all into DEST with Restore to;
 //                                    prints "fill F tick K restore R" in seconds: the dialog's
 //                                    OK to the folder tree shown, the tick, and the restore
+//   window_run --tree PATTERN        chooses the newest run, opens its top folder and searches
+//                                    for PATTERN; prints "open O search S clear C matches M
+//                                    choose L" in seconds: the run chooser's list shown (L),
+//                                    the top folder opened from OK, the search and its clearing
 //
 // XDG_CONFIG_HOME and XDG_STATE_HOME point at a prepared backup folder, as for the program.
 
@@ -52,12 +56,13 @@ private:
 };
 
 // Picks the first run listed (the newest of the first source) once the dialog shows, and
-// notes when OK was clicked.
-void AnswerSelectBackup(Clock::time_point& ok) {
+// notes when it showed, its runs listed, and when OK was clicked.
+void AnswerSelectBackup(Clock::time_point& ok, Clock::time_point* shown = nullptr) {
     auto* poll = new QTimer;
-    QObject::connect(poll, &QTimer::timeout, [poll, &ok] {
+    QObject::connect(poll, &QTimer::timeout, [poll, &ok, shown] {
         QWidget* dialog = QApplication::activeModalWidget();
         if (!dialog || dialog->objectName() != "frmSelBackup") return;
+        if (shown) *shown = Clock::now();
         poll->stop();
         poll->deleteLater();
         auto* runs = dialog->findChild<QTreeWidget*>("tvBackups");
@@ -88,8 +93,9 @@ int Restore(frmMain& window, const std::string& destination) {
 }
 
 int Tree(frmMain& window, const std::string& search) {
-    Clock::time_point ok{};
-    AnswerSelectBackup(ok);
+    Clock::time_point ok{}, listed{};
+    AnswerSelectBackup(ok, &listed);
+    const auto asked = Clock::now();
     window.cmdSelBackup_Click();
     auto* tree = window.findChild<QTreeView*>("tvDirs");
     if (ok == Clock::time_point{} || tree->model()->rowCount() != 1) return 1;
@@ -108,9 +114,10 @@ int Tree(frmMain& window, const std::string& search) {
     emit box->returnPressed();
     tree->repaint();
     const auto cleared = Clock::now();
-    std::printf("open %.3f search %.3f clear %.3f matches %s\n", Seconds(opened - ok),
+    std::printf("open %.3f search %.3f clear %.3f matches %s choose %.3f\n", Seconds(opened - ok),
                 Seconds(found - opened), Seconds(cleared - found),
-                matches.section(' ', 0, 0).remove(',').toUtf8().constData());
+                matches.section(' ', 0, 0).remove(',').toUtf8().constData(),
+                Seconds(listed - asked));
     return 0;
 }
 

@@ -6,6 +6,7 @@
 // engine's table call returned. The builder checks Table against the table list read at
 // Connect, so a table created through this connection is unknown until the next Connect.
 
+#include "catalogue/modStatementTrace.h"
 #include "platform/CFile.h"
 #include "platform/modFileStatus.h"
 #include "platform/modPlatformPaths.h"
@@ -177,6 +178,7 @@ bool ADOSQLite::Connect(const std::string& db, bool create) {
         return false;
     }
     m_db = handle;
+    TraceStatements(m_db);
     // Another program's short read or write on the catalogue is waited for, not taken for a
     // failure; one that lasts longer fails the statement, and the caller hears of it.
     sqlite3_busy_timeout(m_db, kBusyTimeoutMs);

@@ -2,6 +2,7 @@
 
 #include "catalogue/ADOSQLite.h"
 #include "catalogue/modBulkQuery.h"
+#include "catalogue/modStatementTrace.h"
 
 #include <sqlite3.h>
 
@@ -24,6 +25,7 @@ bool CCatalogueReader::Open(const std::string& path) {
         return false;
     }
     sqlite3_busy_timeout(m_db, ADOSQLite::kBusyTimeoutMs);
+    TraceStatements(m_db);
     return true;
 }
 

@@ -25,6 +25,9 @@ constexpr double kDisplayMegabyte = 1024000.0;
 // The problems of one kind that a run's tally names; the rest are counted.
 constexpr size_t kListedProblems = 50;
 constexpr const char* kSupportAddress = "support@korvex.invalid";
+// The sizes recorded by the newest committed run of each source (see StagingPlan).
+constexpr const char* kNewestRunsSizes =
+    "SELECT DISTINCT size FROM Files WHERE bid IN (SELECT MAX(bid) FROM Backups GROUP BY source)";
 
 // The size of the store file at `target`, -1 when there is none.
 double StoredSize(const std::string& target) {
@@ -280,18 +283,18 @@ void CBackup::NoteUnreadable(const std::string& path) {
 
 std::optional<CSignatureAhead::StagingPlan> CBackup::StagingPlan() {
     CSignatureAhead::StagingPlan plan;
-    // The sizes of the content stored by committed runs, read beside the run's own connection
-    // (a read of every Files row: only when a file may be new).
+    // The sizes of the content that the newest committed run of each source recorded, read
+    // beside the run's own connection, only when a file may be new. Older runs are left out, so
+    // that the read costs one run's rows however many runs are kept: a file of a size only they
+    // hold is staged, and the staged copy is dropped when its content turns out to be stored.
     plan.loadSizes = [db = m_dbPath](std::unordered_set<uint64_t>& sizes) {
         CCatalogueReader catalogue;
-        return catalogue.Open(db) &&
-               catalogue.Rows("SELECT DISTINCT size FROM Files", [&](const auto& row) {
-                   uint64_t size = 0;
-                   const auto [end, fault] =
-                       std::from_chars(row[0].data(), row[0].data() + row[0].size(), size);
-                   if (fault == std::errc() && end == row[0].data() + row[0].size())
-                       sizes.insert(size);
-               });
+        return catalogue.Open(db) && catalogue.Rows(kNewestRunsSizes, [&](const auto& row) {
+            uint64_t size = 0;
+            const auto [end, fault] =
+                std::from_chars(row[0].data(), row[0].data() + row[0].size(), size);
+            if (fault == std::errc() && end == row[0].data() + row[0].size()) sizes.insert(size);
+        });
     };
     plan.storedSize = [root = m_backupPath](const std::string& signature) {
         return StoredSize(CStore::StorePath(root, signature + ".QRV"));
