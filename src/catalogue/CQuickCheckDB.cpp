@@ -112,12 +112,7 @@ bool CQuickCheckDB::Load(const std::string& file, const std::string& source,
     if (!StatusOf(file).Exists()) return false; // never created by a read
     CSqliteConnection db(file, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOFOLLOW);
     if (!db) return false;
-    CSqliteStatement which(db.Handle(), "SELECT bid, datebk FROM Runs WHERE source = ?1");
-    if (!which) return false;
-    which.Bind(1, source);
-    if (sqlite3_step(which.Get()) != SQLITE_ROW) return false;
-    const QuickCheckRun kept{static_cast<int32_t>(which.Number(0)), which.Bytes(1)};
-    if (kept != run) return false; // the rows of another run: the source's last run differs
+    if (!HoldsStampsOf(db.Handle(), source, run)) return false;
     CSqliteStatement read(db.Handle(), "SELECT folder, name, device, inode, size, mtime, ctime,"
                                        " md5, length FROM Stamps WHERE source = ?1");
     if (!read) return false;

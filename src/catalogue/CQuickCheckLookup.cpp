@@ -38,15 +38,7 @@ bool CQuickCheckLookup::Open(const std::string& file, const std::string& source,
     auto db =
         std::make_unique<CSqliteConnection>(file, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOFOLLOW);
     // Every read sees the same state of the file, under one lock taken once.
-    if (!*db || !db->Run("BEGIN")) return false;
-    {
-        CSqliteStatement which(db->Handle(), "SELECT bid, datebk FROM Runs WHERE source = ?1");
-        if (!which) return false;
-        which.Bind(1, source);
-        if (sqlite3_step(which.Get()) != SQLITE_ROW) return false;
-        const QuickCheckRun kept{static_cast<int32_t>(which.Number(0)), which.Bytes(1)};
-        if (kept != run) return false; // the rows of another run: the source's last run differs
-    }
+    if (!*db || !db->Run("BEGIN") || !HoldsStampsOf(db->Handle(), source, run)) return false;
     const std::string from =
         std::string("SELECT ") + kStampColumns + " FROM Stamps WHERE source = ?1";
     auto find = std::make_unique<CSqliteStatement>(
