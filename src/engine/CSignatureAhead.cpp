@@ -81,6 +81,9 @@ CSignatureAhead::Ahead CSignatureAhead::SignAhead(const std::string& path) {
         return Stage(path, now);
     Ahead ahead;
     ahead.content = ComputeSignature(path, &m_stop, StampOf(ahead), &m_read);
+    // Without the quick check nothing asks whether the file changed while it was read: the run
+    // gets the stamp taken just before (for the file's size), and need not look again.
+    if (!m_quick) ahead.stamp = now;
     return ahead;
 }
 
@@ -92,13 +95,15 @@ CSignatureAhead::Ahead CSignatureAhead::Stage(const std::string& path, const Fil
         ahead.content = copy.staged->Content();
         ahead.staged = std::move(copy.staged);
         ahead.copyLines = std::move(copy.lines);
-        // The copy read the file by its name: the stamp holds only if nothing changed it.
-        if (m_quick && FSStampOf(path) == before) ahead.stamp = before;
+        // The copy read the file by its name: for the quick check the stamp holds only if
+        // nothing changed it; without it, it is the one taken before (see SignAhead).
+        if (!m_quick || FSStampOf(path) == before) ahead.stamp = before;
         return ahead;
     }
     // Signed all the same, so that the run sees whether the content is stored already.
     if (copy.tried) ahead.failedCopy = FailedCopy{copy.outcome, std::move(copy.lines)};
     ahead.content = ComputeSignature(path, &m_stop, StampOf(ahead));
+    if (!m_quick) ahead.stamp = before;
     return ahead;
 }
 

@@ -68,7 +68,9 @@ public:
         std::unique_ptr<CStagedContent> staged;
         CopyLines copyLines;                  // the lines of the copy that staged it
         std::optional<FailedCopy> failedCopy; // a copy that was tried and failed
-        FileStamp stamp;   // as the file was read; unknown when it changed meanwhile
+        // As the file was read, unknown when it changed meanwhile; without the quick check, as
+        // it was just before it was read (unknown when no staging plan asked for it).
+        FileStamp stamp;
         bool kept = false; // the content is the quick check's, for that stamp
         // The size of the store file of the content signed, when a worker found it there.
         std::optional<double> storedSize;
