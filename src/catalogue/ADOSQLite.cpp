@@ -6,6 +6,7 @@
 // engine's table call returned. The builder checks Table against the table list read at
 // Connect, so a table created through this connection is unknown until the next Connect.
 
+#include "catalogue/modSqliteLibrary.h"
 #include "catalogue/modStatementTrace.h"
 #include "platform/CFile.h"
 #include "platform/modFileStatus.h"
@@ -171,6 +172,7 @@ bool ADOSQLite::Connect(const std::string& db, bool create) {
     if (create && !PathExists(db)) MakePrivateFile(db);
     sqlite3* handle = nullptr;
     const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+    PrepareSqliteLibrary();
     if (sqlite3_open_v2(db.c_str(), &handle, flags, nullptr) != SQLITE_OK) {
         m_err = true;
         m_errMsg = handle ? sqlite3_errmsg(handle) : "Out of memory";

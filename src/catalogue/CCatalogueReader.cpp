@@ -2,6 +2,7 @@
 
 #include "catalogue/ADOSQLite.h"
 #include "catalogue/modBulkQuery.h"
+#include "catalogue/modSqliteLibrary.h"
 #include "catalogue/modStatementTrace.h"
 
 #include <sqlite3.h>
@@ -18,6 +19,7 @@ void CCatalogueReader::Close() {
 bool CCatalogueReader::Open(const std::string& path) {
     Close();
     m_failure = Failure::kNone;
+    PrepareSqliteLibrary();
     if (sqlite3_open_v2(path.c_str(), &m_db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
         m_error = m_db ? sqlite3_errmsg(m_db) : "out of memory";
         m_failure = Failure::kUnreadable;

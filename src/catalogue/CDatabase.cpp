@@ -222,13 +222,15 @@ bool CDatabase::AddPrepared(int32_t run, const std::string& sig, const std::stri
     if (!*m_addFile) return false;
     // The same values as the literals below would give: texts as text, numbers as numbers.
     CSqliteStatement& row = *m_addFile;
-    row.BindText(1, sig);
-    row.BindText(2, SQLQuoteEncode(source));
-    row.BindText(3, target);
-    row.BindText(4, SQLQuoteEncode(FSGetPathPart(source)));
+    const std::string file = SQLQuoteEncode(source);
+    const std::string folder = SQLQuoteEncode(FSGetPathPart(source));
+    row.BindTextBorrowed(1, sig);
+    row.BindTextBorrowed(2, file);
+    row.BindTextBorrowed(3, target);
+    row.BindTextBorrowed(4, folder);
     row.Bind(5, int64_t{run});
     row.Bind(6, size);
-    return row.StepDone();
+    return row.StepDoneAndUnbind();
 }
 
 std::string CDatabase::GetFileFromMD5(const std::string& md5) {

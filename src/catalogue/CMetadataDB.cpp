@@ -50,7 +50,9 @@ EntryMetadata EntryOf(const CSqliteStatement& row) {
 // (which has the run to itself until it ends) does not wait for SQLite: the walk hands entries
 // over in batches, and the connection is used by the writing thread alone until Finish.
 struct CMetadataDB::Writer {
-    Writer(const std::string& file, int32_t run) : db(file, SQLITE_OPEN_READWRITE), bid(run) {}
+    // The connection is used by one thread at a time (see above): it needs no lock of its own.
+    Writer(const std::string& file, int32_t run)
+        : db(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX), bid(run) {}
     ~Writer() { Finish(); }
 
     // The schema, the transaction, and the rows of an earlier record under the same number
@@ -136,14 +138,14 @@ struct CMetadataDB::Writer {
         CSqliteStatement& row = *add;
         row.Bind(1, int64_t{bid});
         row.Bind(2, ++seq);
-        row.Bind(3, entry.path);
+        row.BindBorrowed(3, entry.path);
         row.Bind(4, int64_t{static_cast<int>(entry.kind)});
         row.Bind(5, entry.writeNs);
         row.Bind(6, int64_t{entry.mode});
         row.Bind(7, int64_t{entry.owner});
         row.Bind(8, int64_t{entry.group});
-        row.Bind(9, entry.target);
-        return row.StepDone();
+        row.BindBorrowed(9, entry.target);
+        return row.StepDoneAndUnbind();
     }
 
     static constexpr size_t kBatch = 512;

@@ -35,8 +35,9 @@ bool CQuickCheckLookup::Open(const std::string& file, const std::string& source,
                              const QuickCheckRun& run) {
     Close();
     if (!StatusOf(file).Exists()) return false; // never created by a read
-    auto db =
-        std::make_unique<CSqliteConnection>(file, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOFOLLOW);
+    // Its users take turns under a lock of their own (CQuickCheck): the connection needs none.
+    auto db = std::make_unique<CSqliteConnection>(
+        file, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOFOLLOW | SQLITE_OPEN_NOMUTEX);
     // Every read sees the same state of the file, under one lock taken once.
     if (!*db || !db->Run("BEGIN") || !HoldsStampsOf(db->Handle(), source, run)) return false;
     const std::string from =

@@ -5,6 +5,7 @@
 // object. A file that cannot be opened leaves it false.
 
 #include "catalogue/ADOSQLite.h"
+#include "catalogue/modSqliteLibrary.h"
 #include "platform/CFile.h"
 
 #include <sqlite3.h>
@@ -14,6 +15,7 @@
 class CSqliteConnection {
 public:
     CSqliteConnection(const std::string& file, int flags) {
+        PrepareSqliteLibrary();
         if (sqlite3_open_v2(file.c_str(), &m_db, flags, nullptr) != SQLITE_OK) Close();
         if (m_db) sqlite3_busy_timeout(m_db, ADOSQLite::kBusyTimeoutMs);
     }

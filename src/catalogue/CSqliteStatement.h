@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 class CSqliteStatement {
 public:
@@ -28,6 +29,15 @@ public:
                           SQLITE_TRANSIENT);
     }
     void Bind(int index, int64_t value) { sqlite3_bind_int64(m_stmt, index, value); }
+    // The same without a copy, for a statement run once per row (a copy of a row's texts costs
+    // SQLite an allocation each): the bytes must stay until StepDoneAndUnbind.
+    void BindBorrowed(int index, std::string_view bytes) {
+        sqlite3_bind_blob(m_stmt, index, bytes.data(), static_cast<int>(bytes.size()),
+                          SQLITE_STATIC);
+    }
+    void BindTextBorrowed(int index, std::string_view text) {
+        sqlite3_bind_text(m_stmt, index, text.data(), static_cast<int>(text.size()), SQLITE_STATIC);
+    }
     std::string Bytes(int column) const {
         const auto* data = static_cast<const char*>(sqlite3_column_blob(m_stmt, column));
         return data ? std::string(data, static_cast<size_t>(sqlite3_column_bytes(m_stmt, column)))
@@ -38,6 +48,12 @@ public:
     bool StepDone() {
         const bool done = sqlite3_step(m_stmt) == SQLITE_DONE;
         sqlite3_reset(m_stmt);
+        return done;
+    }
+    // The same, and no value stays bound: the borrowed bytes may go.
+    bool StepDoneAndUnbind() {
+        const bool done = StepDone();
+        sqlite3_clear_bindings(m_stmt);
         return done;
     }
 

@@ -2,6 +2,7 @@
 
 #include "catalogue/ADOSQLite.h"
 #include "catalogue/modBulkQuery.h"
+#include "catalogue/modSqliteLibrary.h"
 #include "platform/modFileStatus.h"
 
 #include <array>
@@ -21,6 +22,7 @@ constexpr std::array<const char*, 5> kReads = {
 
 std::string CatalogueProblem(const std::string& path, uint64_t wholeCheckBytes) {
     sqlite3* db = nullptr;
+    PrepareSqliteLibrary();
     if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr) != SQLITE_OK) {
         const std::string error = db ? sqlite3_errmsg(db) : "out of memory";
         sqlite3_close_v2(db);

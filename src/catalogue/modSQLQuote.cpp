@@ -22,6 +22,11 @@ constexpr char kEscape = '\x01';
 constexpr char kEscapedBackslash = 'b';
 
 std::string EncodeAll(const std::string& text) {
+    // Most names hold none of the characters that change.
+    if (std::none_of(text.begin(), text.end(), [](char c) {
+            return c == kApostrophe || (kEscapes && (c == kStoredApostrophe || c == kEscape));
+        }))
+        return text;
     std::string stored;
     stored.reserve(text.size());
     for (const char c : text) {

@@ -100,6 +100,10 @@ int QrvRuns(const CQrvArgs& args, std::ostream& out, std::ostream& err) {
     const auto number = [](std::string_view text) {
         return text.empty() ? std::string("0") : std::string(text);
     };
+    // The three reads below see the catalogue as one moment left it: a run that commits while
+    // they go is in all of them or in none, never listed with its files uncounted. The read
+    // lock is let go when the catalogue closes.
+    if (!db.Rows("BEGIN", [](const Row&) {})) return Failed(db, err);
     if (!db.Rows("SELECT bid, count(*), sum(CAST(size AS INTEGER)) FROM Files GROUP BY bid",
                  [&](const Row& r) {
                      totals[std::string(r[0])] = {std::string(r[1]), number(r[2])};

@@ -350,7 +350,6 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
     Operation("Backup file");
     const std::string name = GetBackupFileName(content.signature);
     const std::string target = CStore::StorePath(m_backupPath, name);
-    const std::string legacy = FSBuildPath(m_backupPath, name);
 
     Operation("Is zero length?");
     if (size <= 0 || content.length == 0) {
@@ -388,7 +387,7 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
             (stored ? m_problems.recordedNotStored : m_problems.notStored)
                 .push_back(path + ": not enough free space on the backup drive");
         } else {
-            StoreNew(path, content, target, legacy, prepared, stored);
+            StoreNew(path, content, target, name, prepared, stored);
             if (!stored) return;
             if (content.length == 0) {
                 Log(2, "Skipping " + path + ". Zero length file");
@@ -414,10 +413,10 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
 }
 
 void CBackup::StoreNew(const std::string& path, SignedContent& content, const std::string& target,
-                       const std::string& legacy, CSignatureAhead::Prepared& prepared,
-                       bool& stored) {
+                       const std::string& name, CSignatureAhead::Prepared& prepared, bool& stored) {
     // The store makes the folders of the place where it puts the content.
     Operation("Make backup");
+    const std::string legacy = FSBuildPath(m_backupPath, name);
     Log(2, "COP: " + path);
     StoreFailure problem = CStore::CopyFailure({});
     if (m_store.HoldsLegacy(FSGetNamePart(legacy)) && FSFileExists(legacy)) {

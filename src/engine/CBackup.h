@@ -98,11 +98,12 @@ private:
     void BackupOneFile(const std::string& path, CSignatureAhead& ahead, size_t index, bool& stored);
     // How the read-ahead may stage new content: files of sizes no stored content has.
     std::optional<CSignatureAhead::StagingPlan> StagingPlan();
-    // Stores new content: moved from the legacy place, placed when a worker staged it (or
-    // reported when its copy failed there), copied otherwise; `content` becomes what was
-    // stored, and a file that could not be stored is a problem of the run with its cause.
+    // Stores new content: moved from the legacy place (the store file `name` right in the
+    // backup folder), placed when a worker staged it (or reported when its copy failed there),
+    // copied otherwise; `content` becomes what was stored, and a file that could not be stored
+    // is a problem of the run with its cause.
     void StoreNew(const std::string& path, SignedContent& content, const std::string& target,
-                  const std::string& legacy, CSignatureAhead::Prepared& prepared, bool& stored);
+                  const std::string& name, CSignatureAhead::Prepared& prepared, bool& stored);
     void ReportCollision(const std::string& path, const std::string& target);
     // The stamps of the source's last committed run, when the quick check is on.
     std::unique_ptr<CQuickCheck> LoadQuickCheck();

@@ -14,6 +14,7 @@
 #include "engine/CFileFind.h"
 
 #include <cerrno>
+#include <string_view>
 
 namespace {
 
@@ -111,9 +112,28 @@ void CStore::Close() {
 std::string CStore::StorePath(const std::string& root, const std::string& name) {
     // Without the error trap of FSBuildPath: the read-ahead's workers ask for store paths too,
     // and the error handler belongs to the run's thread.
-    const std::string first = name.substr(0, 2);
-    const std::string second = name.size() > 2 ? name.substr(2, 2) : std::string();
-    return FSJoinPath(FSJoinPath(FSJoinPath(root, first), second), name);
+    // FSJoinPath(FSJoinPath(FSJoinPath(root, first), second), name), made in one string: the
+    // run asks for a store path for every file it meets.
+    const std::string_view whole(name);
+    std::string path;
+    path.reserve(root.size() + 7 + name.size());
+    path = root;
+    const auto join = [&path](std::string_view part) {
+        if (path.empty()) {
+            path = part;
+            return;
+        }
+        while (!path.empty() && IsPathSeparator(path.back()))
+            path.pop_back();
+        while (!part.empty() && IsPathSeparator(part.front()))
+            part.remove_prefix(1);
+        path += kPathSeparator;
+        path += part;
+    };
+    join(whole.substr(0, 2));
+    join(name.size() > 2 ? whole.substr(2, 2) : std::string_view());
+    join(whole);
+    return path;
 }
 
 std::string CStore::SignatureOfName(const std::string& name) {

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 class CErrHandler {
@@ -42,7 +43,7 @@ public:
     const std::string& AppTitle() const { return m_appTitle; }
     void AppTitle(const std::string& title) { m_appTitle = title; }
     const std::string& CurrentOperation() const { return m_operation; }
-    void CurrentOperation(const std::string& text) { m_operation = text; }
+    void CurrentOperation(std::string_view text) { m_operation.assign(text); }
 
     int32_t ErrNumber() const { return m_errNumber; }
     int32_t ErrLine() const { return m_errLine; }

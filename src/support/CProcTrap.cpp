@@ -43,6 +43,6 @@ CRuntimeError CurrentRuntimeError() {
     }
 }
 
-void Operation(const std::string& text) {
+void Operation(std::string_view text) {
     ErrHandler().CurrentOperation(text);
 }

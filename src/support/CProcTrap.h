@@ -17,6 +17,7 @@
 #include <exception>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <type_traits>
 #include <utility>
@@ -44,8 +45,9 @@ CRuntimeError CurrentRuntimeError();
 // Hands the exception being handled to HandleError (inside a catch block).
 void HandleCurrentError();
 
-// Sets the error handler's current operation.
-void Operation(const std::string& text);
+// Sets the error handler's current operation (a run names several for every file it meets: a
+// literal is taken without making a string of it first).
+void Operation(std::string_view text);
 
 // Runs `body` under a trap named `procedure`; on an error reports it and returns `fallback`.
 template <class T, class Body> T Trapped(const std::string& procedure, T fallback, Body&& body) {

@@ -7,6 +7,7 @@
 #include "StagingWays.h"
 #include "engine/CStore.h"
 #include "support/CRuntimeError.h"
+#include "support/modFSCommon.h"
 #include "support/modFileCopy.h"
 #include "support/modServices.h"
 
@@ -56,6 +57,26 @@ TEST_P(StoreTest, ContentGoesTwoFolderLevelsDownByTheFirstFourCharactersOfItsNam
     store.Open(root);
     EXPECT_EQ(store.Target("89ab" + std::string(28, '0')),
               root + Native("/89/ab/89ab" + std::string(28, '0') + ".QRV"));
+}
+
+// The store path is made in one string; it joins its parts as FSJoinPath joins them, one
+// separator between each, whatever separators the root ends with or the name begins with.
+TEST(StorePath, JoinsAsFolderJoinsDo) {
+    const auto joined = [](const std::string& root, const std::string& name) {
+        const std::string first = name.substr(0, 2);
+        const std::string second = name.size() > 2 ? name.substr(2, 2) : std::string();
+        return FSJoinPath(FSJoinPath(FSJoinPath(root, first), second), name);
+    };
+    const std::string sep(1, kPathSeparator);
+    for (const std::string& root : {Native("/b/Files"), Native("/b/Files/"), Native("/b/Files//"),
+                                    sep, sep + sep, std::string(), std::string("Files")})
+        for (const std::string& name :
+             {std::string("0123abcd.QRV"), std::string("ab"), std::string("a"), std::string(),
+              std::string("abc"), sep + "12345.QRV", "1" + sep + "2345.QRV"})
+            EXPECT_EQ(CStore::StorePath(root, name), joined(root, name))
+                << "'" << root << "' '" << name << "'";
+    EXPECT_EQ(CStore::StorePath(Native("/b/Files/"), "0123abcd.QRV"),
+              Native("/b/Files/01/23/0123abcd.QRV"));
 }
 
 TEST_P(StoreTest, StoreFolderOfAMissingBackupFolderCannotBeOpenedAndNothingIsMade) {

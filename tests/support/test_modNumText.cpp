@@ -5,10 +5,14 @@
 #include "support/CRuntimeError.h"
 #include "support/modNumText.h"
 
+#include <charconv>
 #include <clocale>
+#include <cmath>
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <limits>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -39,6 +43,31 @@ TEST(NumText, KeepsFifteenSignificantDigits) {
     EXPECT_EQ(NumText(1.0 / 3.0), "0.333333333333333");
     EXPECT_EQ(NumText(2147483647), "2147483647");
     EXPECT_EQ(NumText(123456789012345.0), "123456789012345");
+}
+
+// Counts and rates rounded to hundredths are written from their hundredths; every other value
+// through the general form. Both must give what the general form with 15 digits gives.
+TEST(NumText, HundredthsAreWrittenAsTheGeneralFormWritesThem) {
+    const auto general = [](double value) {
+        char buf[64];
+        const auto end =
+            std::to_chars(buf, buf + sizeof buf, value, std::chars_format::general, 15);
+        return std::string(buf, end.ptr);
+    };
+    std::vector<double> values = {
+        0.01,    0.05,        0.1,       0.29,      0.3,   1.005,        2.675,           12.34,
+        99.99,   100.5,       -0.5,      -0.07,     -12.3, 123456789.12, 9999999999999.0, 1e12,
+        1e13,    1e13 - 0.01, 0.1 + 0.2, 1.0 / 3.0, 0.001, 0.015,        4503599627370.5, 1e-4,
+        65535.99};
+    for (int count = 0; count < 3000; ++count)
+        values.push_back(count * 0.01);
+    for (int rate = 1; rate < 20000; rate += 7)
+        values.push_back(std::nearbyint(rate / 1024000.0 * 1e8 / 7 * 100) / 100);
+    for (const double value : values)
+        EXPECT_EQ(NumText(value), general(value)) << value;
+    EXPECT_EQ(NumText(1234.5), "1234.5");
+    EXPECT_EQ(NumText(-0.07), "-0.07");
+    EXPECT_EQ(NumText(200000), "200000");
 }
 
 TEST(NumText, LargeNumbersUseExponentWithCapitalE) {
