@@ -28,13 +28,6 @@ constexpr const char* kSupportAddress = "support@korvex.invalid";
 // The sizes recorded by the newest committed run of each source (see StagingPlan).
 constexpr const char* kNewestRunsSizes =
     "SELECT DISTINCT size FROM Files WHERE bid IN (SELECT MAX(bid) FROM Backups GROUP BY source)";
-
-// The size of the store file at `target`, -1 when there is none.
-double StoredSize(const std::string& target) {
-    const PathStatus status = StatusOf(target);
-    if (!status.Exists() || status.kind == PathKind::kFolder) return -1;
-    return static_cast<double>(status.size);
-}
 } // namespace
 
 CBackup::CBackup() {
@@ -296,8 +289,8 @@ std::optional<CSignatureAhead::StagingPlan> CBackup::StagingPlan() {
             if (fault == std::errc() && end == row[0].data() + row[0].size()) sizes.insert(size);
         });
     };
-    plan.storedSize = [root = m_backupPath](const std::string& signature) {
-        return StoredSize(CStore::StorePath(root, signature + ".QRV"));
+    plan.storedSize = [this](const std::string& signature) {
+        return m_store.StoredSize(signature);
     };
     plan.stage = [this](const std::string& source, const std::atomic<bool>* stop,
                         std::atomic<uint64_t>* read) {
@@ -326,9 +319,12 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
         return;
     }
 
-    // The stamp a worker took moments ago holds the size already.
-    const double size =
-        prepared.stamp.Known() ? static_cast<double>(prepared.stamp.size) : FSGetFileSize(path);
+    // The stamp holds the size already, unless the content signed has another length: the
+    // file changed since the stamp was taken, and is asked again.
+    const bool stampSize = prepared.stamp.Known() &&
+                           (!prepared.SignedAhead() ||
+                            prepared.content.length == static_cast<uint64_t>(prepared.stamp.size));
+    const double size = stampSize ? static_cast<double>(prepared.stamp.size) : FSGetFileSize(path);
     m_bytes += size;
     // The per-file lines are made only for a log that keeps them (most runs log at level 1).
     const bool fileLines = Logger().LogLevel() >= 2;
@@ -361,8 +357,9 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
     Operation("Already backed up?");
     // One look at the store file tells whether it exists and its size; a worker that found it
     // there looked already (one that did not may have looked before an earlier file stored it).
-    const double targetSize =
-        prepared.SignedAhead() && prepared.storedSize ? *prepared.storedSize : StoredSize(target);
+    const double targetSize = prepared.SignedAhead() && prepared.storedSize
+                                  ? *prepared.storedSize
+                                  : m_store.StoredSize(content.signature);
     if (targetSize >= 0) {
         Operation("Check if 2 files have same MD5");
         if (Logger().LogLevel() >= 3) {
@@ -403,7 +400,11 @@ void CBackup::BackupOneFile(const std::string& path, CSignatureAhead& ahead, siz
         // The row describes what the store holds: the signature and length of the content
         // stored for the file (a file that changed during the run was stored as copied).
         Operation("AddBackupRecord");
-        m_db.AddBackupRecord(m_bid, content.signature, path, m_store.Target(content.signature),
+        // `target` is the place of the content signed, unless the copy stored other content.
+        const bool signedStored = name.size() == content.signature.size() + 4 &&
+                                  name.compare(0, content.signature.size(), content.signature) == 0;
+        m_db.AddBackupRecord(m_bid, content.signature, path,
+                             signedStored ? target : m_store.Target(content.signature),
                              NumTextSigned(static_cast<double>(content.length)));
         // The stamp vouches only for the content that the worker signed.
         if (m_quick && prepared.SignedAhead() && content == prepared.content)

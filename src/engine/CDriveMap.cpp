@@ -139,8 +139,11 @@ void CDriveMap::TestEntry(const CFileFind& finder) {
     ++m_fileCount;
     if (m_fileCount <= kMaxListEntries) {
         const std::string path = finder.GetFilePath();
-        m_files.push_back(path);
         const PathStatus& listed = finder.Listed();
+        // The stamp goes with the path when the listing told the file's identity (a Windows
+        // listing tells none): the read-ahead then takes it instead of looking again.
+        m_files.push_back(path, listed.identity == FileIdentity{} ? FileStamp{}
+                                                                  : FSStampOfStatus(listed));
         m_totalBytes += listed.size;
         Note(path, listed, false);
     } else {

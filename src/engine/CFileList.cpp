@@ -31,7 +31,7 @@ std::pair<uint32_t, uint32_t> CFileList::Keep(std::string_view bytes) {
     return kept;
 }
 
-void CFileList::push_back(std::string_view path) {
+void CFileList::push_back(std::string_view path, const FileStamp& stamp) {
     size_t nameStart = path.size();
     while (nameStart > 0 && !IsPathSeparator(path[nameStart - 1]))
         --nameStart;
@@ -39,7 +39,7 @@ void CFileList::push_back(std::string_view path) {
     // A folder's files come together: only a folder unlike the last one is kept anew.
     if (m_folders.empty() || m_folders.back() != folder) m_folders.emplace_back(folder);
     const auto [block, offset] = Keep(path.substr(nameStart));
-    m_entries.push_back({static_cast<uint32_t>(m_folders.size() - 1), block, offset});
+    m_entries.push_back({static_cast<uint32_t>(m_folders.size() - 1), block, offset, stamp});
 }
 
 void CFileList::clear() {

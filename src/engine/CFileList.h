@@ -3,7 +3,10 @@
 // The paths a run lists, in the order found, kept as their folder and their name: a folder's
 // files are found together, so each folder is kept once and each file costs only its name, a
 // NUL and a small entry (a list of half a million files takes a third of the memory it took as
-// strings). Paths never hold a NUL.
+// strings). Paths never hold a NUL. Each path keeps the stamp the walk saw with it, when given
+// one: the read-ahead then need not look at the file again.
+
+#include "support/modFSCommon.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -20,13 +23,15 @@ public:
     CFileList(std::initializer_list<std::string> paths);
     explicit CFileList(const std::vector<std::string>& paths);
 
-    void push_back(std::string_view path);
+    void push_back(std::string_view path, const FileStamp& stamp = {});
     void clear();
     size_t size() const { return m_entries.size(); }
     bool empty() const { return m_entries.empty(); }
     // The path at `index` (below size()).
     std::string operator[](size_t index) const;
     std::string back() const { return (*this)[size() - 1]; }
+    // The stamp kept with the path at `index`; unknown when none was given.
+    const FileStamp& Stamp(size_t index) const { return m_entries[index].stamp; }
     // Every path, as strings.
     std::vector<std::string> Strings() const;
 
@@ -36,6 +41,7 @@ private:
         uint32_t folder; // in m_folders
         uint32_t block;
         uint32_t offset; // of the name, NUL-terminated
+        FileStamp stamp;
     };
     // Keeps `bytes` and a NUL; answers the block and the offset.
     std::pair<uint32_t, uint32_t> Keep(std::string_view bytes);

@@ -45,15 +45,16 @@ void CSignatureAhead::Work() {
         if (m_stop) return;
         const size_t index = m_next++;
         lock.unlock();
-        Ahead ahead = PrepareAhead(m_files[index]);
+        Ahead ahead = PrepareAhead(m_files[index], m_files.Stamp(index));
         lock.lock();
         m_ready.emplace(index, std::move(ahead));
         if (m_runWaits) m_oneReady.notify_one();
     }
 }
 
-CSignatureAhead::Ahead CSignatureAhead::PrepareAhead(const std::string& path) {
-    Ahead ahead = SignAhead(path);
+CSignatureAhead::Ahead CSignatureAhead::PrepareAhead(const std::string& path,
+                                                     const FileStamp& listed) {
+    Ahead ahead = SignAhead(path, listed);
     if (!ahead.staged) LookInStore(ahead);
     return ahead;
 }
@@ -64,14 +65,22 @@ void CSignatureAhead::LookInStore(Ahead& ahead) const {
         ahead.storedSize = size;
 }
 
-CSignatureAhead::Ahead CSignatureAhead::SignAhead(const std::string& path) {
-    const FileStamp now = m_quick || m_staging ? FSStampOf(path) : FileStamp{};
-    if (m_quick)
+CSignatureAhead::Ahead CSignatureAhead::SignAhead(const std::string& path,
+                                                  const FileStamp& listed) {
+    FileStamp now;
+    if (m_quick) {
+        // The file as the walk found it (or as it is, when the walk kept no stamp): a file the
+        // quick check vouches for is looked at once in the whole run.
+        now = listed.Known() ? listed : FSStampOf(path);
         if (std::optional<SignedContent> kept = m_quick->Find(path, now)) {
             m_read.fetch_add(static_cast<uint64_t>(std::max<int64_t>(now.size, 0)),
                              std::memory_order_relaxed);
             return {kept, nullptr, {}, std::nullopt, now, true, std::nullopt};
         }
+    }
+    // A file to be read is looked at afresh: the walk may have found it long ago, and it may
+    // have changed or gone since.
+    if (m_quick ? listed.Known() : m_staging.has_value()) now = FSStampOf(path);
     const auto size = static_cast<uint64_t>(std::max<int64_t>(now.size, 0));
     if (m_staging && size > 0 && m_staging->loadSizes)
         std::call_once(m_sizesOnce,

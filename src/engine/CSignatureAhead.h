@@ -7,7 +7,10 @@
 // as usual. The workers touch no shared service (no log, no error handler, no window).
 //
 // With a quick check, a worker first compares the file's stamp with the one the source's last
-// run kept, and takes that run's signature without reading the file when they are equal.
+// run kept, and takes that run's signature without reading the file when they are equal. The
+// stamp compared is the one the walk kept with the file in the list (CFileList::Stamp), so that
+// a file the quick check vouches for is looked at once in the whole run; a file listed without
+// one, and every file to be read, is looked at by the worker.
 //
 // With a staging plan, the workers also copy content that is new for certain, a file whose
 // size (not 0) no stored content has, into a staged file of the store (CStore::StageAhead)
@@ -69,7 +72,8 @@ public:
         CopyLines copyLines;                  // the lines of the copy that staged it
         std::optional<FailedCopy> failedCopy; // a copy that was tried and failed
         // As the file was read, unknown when it changed meanwhile; without the quick check, as
-        // it was just before it was read (unknown when no staging plan asked for it).
+        // it was just before it was read (unknown when no staging plan asked for it). For a
+        // file the quick check vouched for, as the walk found it.
         FileStamp stamp;
         bool kept = false; // the content is the quick check's, for that stamp
         // The size of the store file of the content signed, when a worker found it there.
@@ -111,8 +115,9 @@ private:
     };
 
     void Work();
-    Ahead PrepareAhead(const std::string& path);
-    Ahead SignAhead(const std::string& path);
+    // `listed`: the stamp the walk kept with the file, if any.
+    Ahead PrepareAhead(const std::string& path, const FileStamp& listed);
+    Ahead SignAhead(const std::string& path, const FileStamp& listed);
     // Notes where the store holds the content signed, if it does.
     void LookInStore(Ahead& ahead) const;
     // Copies new content into the store while it is signed; `before` is its stamp beforehand.

@@ -144,6 +144,15 @@ std::string CStore::Target(const std::string& signature) const {
     return StorePath(m_root, signature + ".QRV");
 }
 
+double CStore::StoredSize(const std::string& signature) const {
+    const std::string name = signature + ".QRV";
+    // Below the folder opened: a look that walks two folders instead of the whole path.
+    const PathStatus status = m_rootFolder ? m_rootFolder->Status(StorePath({}, name))
+                                           : StatusOf(StorePath(m_root, name));
+    if (!status.Exists() || status.kind == PathKind::kFolder) return -1;
+    return static_cast<double>(status.size);
+}
+
 void CStore::CheckIdentity() const {
     const PathStatus status = StatusOf(m_root);
     if (status.kind != PathKind::kFolder || status.identity != m_identity)

@@ -105,6 +105,10 @@ public:
     static std::string SignatureOfName(const std::string& name);
     // The place of a signature's content in this store; safe to call from any thread.
     std::string Target(const std::string& signature) const;
+    // The size of the store file of a signature's content, -1 when there is none (or a folder
+    // stands there). Asked of the store folder opened; safe to call from any thread while the
+    // store is open.
+    double StoredSize(const std::string& signature) const;
     StagingWay Staging() const { return m_way; }
 
     // Error 68 unless the store folder is still the one that was opened.

@@ -33,6 +33,9 @@ public:
     int RenameNoReplace(const std::string& name, const std::string& destination) const;
     // Removes the file `name` of this folder: 0 or the error.
     int Remove(const std::string& name) const;
+    // What the path `name` below this folder names, links followed, as StatusOf tells it: one
+    // look that walks only the part below (a run asks the store for every file it meets).
+    PathStatus Status(const std::string& name) const;
 
     // Whether this folder's file system makes anonymous files.
     bool HasAnonymousFiles() const;

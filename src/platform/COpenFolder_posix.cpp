@@ -1,6 +1,7 @@
 #include "platform/COpenFolder.h"
 
 #include "platform/modPlatformPaths.h"
+#include "platform/modStatusOfStat_posix.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -56,6 +57,13 @@ int COpenFolder::RenameNoReplace(const std::string& name, const std::string& des
 
 int COpenFolder::Remove(const std::string& name) const {
     return ::unlinkat(static_cast<int>(m_handle), name.c_str(), 0) == 0 ? 0 : errno;
+}
+
+PathStatus COpenFolder::Status(const std::string& name) const {
+    struct stat st {};
+    if (::fstatat(static_cast<int>(m_handle), name.c_str(), &st, 0) != 0)
+        return PathStatus::Missing(errno);
+    return StatusOfStat(st);
 }
 
 bool COpenFolder::HasAnonymousFiles() const {

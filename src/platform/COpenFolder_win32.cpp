@@ -78,6 +78,10 @@ int COpenFolder::Remove(const std::string& name) const {
     return RemoveFile(JoinWin32(m_path, name));
 }
 
+PathStatus COpenFolder::Status(const std::string& name) const {
+    return StatusOf(JoinWin32(m_path, name));
+}
+
 bool COpenFolder::HasAnonymousFiles() const {
     return false;
 }
