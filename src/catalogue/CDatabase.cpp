@@ -9,6 +9,8 @@
 #include "support/modFSCommon.h"
 #include "support/modMsgBox.h"
 
+#include <algorithm>
+#include <array>
 #include <charconv>
 #include <condition_variable>
 #include <mutex>
@@ -36,11 +38,7 @@ std::optional<int64_t> PlainWholeNumber(const std::string& text) {
 // The thread that writes a run's Files rows aside: the run hands rows over in batches and goes
 // on; it waits only when the thread is a few batches behind, so memory stays bounded.
 struct CDatabase::RowWriter {
-    struct Row {
-        int32_t run;
-        std::string sig, source, target;
-        int64_t size;
-    };
+    using Row = FileRow;
 
     explicit RowWriter(CDatabase& owner) : db(owner), writing([this] { Write(); }) {}
     ~RowWriter() { Finish(); }
@@ -86,12 +84,36 @@ struct CDatabase::RowWriter {
                 busy = true;
             }
             drained.notify_all();
-            for (const Row& row : batch)
+            WriteBatch(batch);
+            batch.clear();
+        }
+    }
+
+    // The rows go in kRowsTogether at a time, for a statement costs SQLite about as much again
+    // as the row it writes. Rows that could not be written together are written one by one,
+    // so that each row that fails is counted, unless the failure ended the transaction (a
+    // full disk, say): then none of them is written.
+    void WriteBatch(const std::vector<Row>& rows) {
+        sqlite3* handle = db.m_db.Handle();
+        for (size_t at = 0; at < rows.size();) {
+            if (rows.size() - at >= kRowsTogether) {
+                if (db.AddPreparedTogether(&rows[at])) {
+                    at += kRowsTogether;
+                    continue;
+                }
+                if (sqlite3_get_autocommit(handle)) {
+                    failed += static_cast<int32_t>(rows.size() - at);
+                    lastError = sqlite3_errmsg(handle);
+                    return;
+                }
+            }
+            for (const size_t end = std::min(rows.size(), at + kRowsTogether); at < end; ++at) {
+                const Row& row = rows[at];
                 if (!db.AddPrepared(row.run, row.sig, row.source, row.target, row.size)) {
                     ++failed;
-                    lastError = sqlite3_errmsg(db.m_db.Handle());
+                    lastError = sqlite3_errmsg(handle);
                 }
-            batch.clear();
+            }
         }
     }
 
@@ -144,6 +166,7 @@ void CDatabase::Rollback() {
 void CDatabase::Connect(const std::string& db) {
     FinishRows();
     m_addFile.reset();
+    m_addFiles.reset();
     m_db.Connect(db);
     m_connected = !m_db.Err();
     m_failedWrites = 0;
@@ -231,6 +254,31 @@ bool CDatabase::AddPrepared(int32_t run, const std::string& sig, const std::stri
     row.Bind(5, int64_t{run});
     row.Bind(6, size);
     return row.StepDoneAndUnbind();
+}
+
+bool CDatabase::AddPreparedTogether(const FileRow* rows) {
+    if (!m_addFiles) {
+        std::string sql = "INSERT INTO Files (md5, file, backup, path, bid, size) VALUES ";
+        for (size_t i = 0; i < kRowsTogether; ++i)
+            sql += i == 0 ? "(?, ?, ?, ?, ?, ?)" : ", (?, ?, ?, ?, ?, ?)";
+        m_addFiles = std::make_unique<CSqliteStatement>(m_db.Handle(), sql.c_str());
+    }
+    if (!*m_addFiles) return false;
+    CSqliteStatement& together = *m_addFiles;
+    std::array<std::string, kRowsTogether> files, folders; // borrowed until the statement ran
+    for (size_t i = 0; i < kRowsTogether; ++i) {
+        const FileRow& row = rows[i];
+        const int first = static_cast<int>(i * 6);
+        files[i] = SQLQuoteEncode(row.source);
+        folders[i] = SQLQuoteEncode(FSGetPathPart(row.source));
+        together.BindTextBorrowed(first + 1, row.sig);
+        together.BindTextBorrowed(first + 2, files[i]);
+        together.BindTextBorrowed(first + 3, row.target);
+        together.BindTextBorrowed(first + 4, folders[i]);
+        together.Bind(first + 5, int64_t{row.run});
+        together.Bind(first + 6, row.size);
+    }
+    return together.StepDoneAndUnbind();
 }
 
 std::string CDatabase::GetFileFromMD5(const std::string& md5) {

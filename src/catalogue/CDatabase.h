@@ -56,7 +56,15 @@ private:
     int32_t m_failedWrites = 0;
     std::string m_lastWriteError;
 
-    std::unique_ptr<CSqliteStatement> m_addFile; // prepared on the first row of a connection
+    std::unique_ptr<CSqliteStatement> m_addFile;  // prepared on the first row of a connection
+    std::unique_ptr<CSqliteStatement> m_addFiles; // kRowsTogether rows at once, as m_addFile
+    // A Files row as the run hands it over.
+    struct FileRow {
+        int32_t run;
+        std::string sig, source, target;
+        int64_t size;
+    };
+    static constexpr size_t kRowsTogether = 16;
     struct RowWriter;
     std::unique_ptr<RowWriter> m_writer; // while rows are written aside
 
@@ -64,4 +72,7 @@ private:
     // The row through the prepared statement; false when it could not be written that way.
     bool AddPrepared(int32_t run, const std::string& sig, const std::string& source,
                      const std::string& target, int64_t size);
+    // kRowsTogether rows through one statement, in their order; false when it could not write
+    // them, and then none of them is written.
+    bool AddPreparedTogether(const FileRow* rows);
 };

@@ -101,6 +101,7 @@ CBackup::Result CBackup::Exec() {
         map.ExcludeDirs(m_exDirs);
         map.SkipFolder(m_backupFolder);
         map.Metadata(recording ? &m_record : nullptr);
+        map.KeepStamps(m_quick != nullptr);
         map.Exec();
         m_problems.unreadableFolders = map.UnreadableFolders();
         m_filesFound = map.FileCount();

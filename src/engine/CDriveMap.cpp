@@ -36,6 +36,7 @@ void CDriveMap::Reset() {
     m_system = false;
     m_patternsActive = false;
     m_foldersActive = false;
+    m_keepStamps = false;
     m_db = nullptr;
     m_limitExceeded = false;
     m_skip = {};
@@ -142,8 +143,8 @@ void CDriveMap::TestEntry(const CFileFind& finder) {
         const PathStatus& listed = finder.Listed();
         // The stamp goes with the path when the listing told the file's identity (a Windows
         // listing tells none): the read-ahead then takes it instead of looking again.
-        m_files.push_back(path, listed.identity == FileIdentity{} ? FileStamp{}
-                                                                  : FSStampOfStatus(listed));
+        const bool stamped = m_keepStamps && listed.identity != FileIdentity{};
+        m_files.push_back(path, stamped ? FSStampOfStatus(listed) : FileStamp{});
         m_totalBytes += listed.size;
         Note(path, listed, false);
     } else {

@@ -38,6 +38,9 @@ public:
     // symbolic link that the file rules would let through, with the text it holds (links are
     // never followed, and never become files of the run); none: nullptr.
     void Metadata(CMetadataDB* record) { m_record = record; }
+    // Whether each file goes into the list with the stamp the listing told of it, for the
+    // quick check (CFileList::Stamp); off after Reset.
+    void KeepStamps(bool keep) { m_keepStamps = keep; }
     int32_t FileCount() const { return m_fileCount; }
     // The sizes of the files listed, added up as the listing told them.
     uint64_t TotalBytes() const { return m_totalBytes; }
@@ -96,6 +99,7 @@ private:
     bool m_patternsActive = false;
     std::vector<std::string> m_exFolders; // lower-case excluded folder names
     bool m_foldersActive = false;
+    bool m_keepStamps = false;
     CDatabase* m_db = nullptr;
     CMetadataDB* m_record = nullptr;
     bool m_limitExceeded = false;

@@ -39,11 +39,21 @@ void CFileList::push_back(std::string_view path, const FileStamp& stamp) {
     // A folder's files come together: only a folder unlike the last one is kept anew.
     if (m_folders.empty() || m_folders.back() != folder) m_folders.emplace_back(folder);
     const auto [block, offset] = Keep(path.substr(nameStart));
-    m_entries.push_back({static_cast<uint32_t>(m_folders.size() - 1), block, offset, stamp});
+    m_entries.push_back({static_cast<uint32_t>(m_folders.size() - 1), block, offset});
+    if (stamp.Known()) {
+        m_stamps.resize(m_entries.size() - 1); // unknown for the paths listed without one
+        m_stamps.push_back(stamp);
+    }
+}
+
+const FileStamp& CFileList::Stamp(size_t index) const {
+    static const FileStamp unknown;
+    return index < m_stamps.size() ? m_stamps[index] : unknown;
 }
 
 void CFileList::clear() {
     m_entries.clear();
+    m_stamps.clear();
     m_folders.clear();
     m_blocks.clear();
     m_blockSize = m_blockUsed = 0;
