@@ -39,7 +39,8 @@ void CSignatureAhead::Work() {
     for (;;) {
         ++m_idleWorkers;
         m_workToDo.wait(lock, [&] {
-            return m_stop || (m_next < m_files.size() && m_next < m_consumer + m_window);
+            return m_stop || (m_next < m_files.size() && m_next < m_consumer + m_window &&
+                              m_stagedAhead < kMostStagedAhead);
         });
         --m_idleWorkers;
         if (m_stop) return;
@@ -47,8 +48,10 @@ void CSignatureAhead::Work() {
         lock.unlock();
         Ahead ahead = PrepareAhead(m_files[index], m_files.Stamp(index));
         lock.lock();
+        if (ahead.staged) ++m_stagedAhead;
         m_ready.emplace(index, std::move(ahead));
-        if (m_runWaits) m_oneReady.notify_one();
+        // Only the file the run waits for wakes it: the others would wake it for nothing.
+        if (m_runWaits && index == m_consumer) m_oneReady.notify_one();
     }
 }
 
@@ -122,7 +125,10 @@ CSignatureAhead::Prepared CSignatureAhead::Prepare(size_t index,
     {
         std::unique_lock lock(m_mutex);
         m_consumer = index;
-        m_ready.erase(m_ready.begin(), m_ready.lower_bound(index)); // files the run skipped
+        // Files the run skipped.
+        for (auto skipped = m_ready.begin(); skipped != m_ready.end() && skipped->first < index;
+             skipped = m_ready.erase(skipped))
+            if (skipped->second.staged) --m_stagedAhead;
         // Files between the workers' next one and this one were skipped by the run.
         if (index > m_next) m_next = index;
         // A file that no worker has taken yet wakes them; otherwise they are woken below.
@@ -149,9 +155,11 @@ CSignatureAhead::Prepared CSignatureAhead::Prepare(size_t index,
         ahead = std::move(found->second);
         m_ready.erase(found);
         m_consumer = index + 1;
+        const bool staged = ahead.staged != nullptr;
+        if (staged) --m_stagedAhead;
         // Idle workers are woken once half the window is free, and then fill it: one wake-up
-        // per several files.
-        if (m_idleWorkers > 0 && m_next + m_window / 2 <= m_consumer + m_window)
+        // per several files (or per staged copy taken, when they wait for the run to take one).
+        if (m_idleWorkers > 0 && (m_next + m_window / 2 <= m_consumer + m_window || staged))
             m_workToDo.notify_all();
     }
     Prepared prepared;

@@ -142,5 +142,10 @@ private:
     std::atomic<bool> m_stop = false; // also read by the workers while they hash
     std::atomic<uint64_t> m_read = 0;
     std::map<size_t, Ahead> m_ready;
+    // The files in m_ready that hold a staged copy: each holds a file open, and its bytes in the
+    // store until the run places them, so the workers stage no more than this many ahead,
+    // whatever the window.
+    static constexpr size_t kMostStagedAhead = 32;
+    size_t m_stagedAhead = 0;
     std::vector<std::thread> m_threads;
 };

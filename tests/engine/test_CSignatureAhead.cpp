@@ -9,8 +9,11 @@
 #include "support/modServices.h"
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <gtest/gtest.h>
 #include <mutex>
+#include <thread>
 #include <unordered_set>
 
 namespace {
@@ -257,6 +260,44 @@ TEST_P(Staging, StagedFilesOfSkippedAndUnaskedFilesVanish) {
     }                                                   // and stopped before files 5
     store.Close();
     EXPECT_EQ(ListTree(root), std::vector<std::string>{});
+}
+
+// However many files the workers may be ahead, no more than 32 of them wait staged for the run
+// (each holds a file open, and its bytes in the store): the workers stop there, and go on as the
+// run takes them.
+TEST_P(Staging, AtMostThirtyTwoStagedCopiesWaitForTheRunWhateverTheWindow) {
+    Make(61); // file 0 is empty, the others all of new sizes
+    CSignatureAhead::StagingPlan plan = Plan();
+    std::atomic<int> staged = 0;
+    plan.stage = [this, &staged](const std::string& source, const std::atomic<bool>* stop,
+                                 std::atomic<uint64_t>* read) {
+        ++staged;
+        return store.StageAhead(source, stop, read);
+    };
+    const auto settled = [&staged](int atLeast) {
+        for (int tries = 0; tries < 1000 && staged < atLeast; ++tries)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        std::this_thread::sleep_for(std::chrono::milliseconds(200)); // time to go too far
+        return staged.load();
+    };
+    const CFileList aheadFiles(files);
+    CSignatureAhead ahead(aheadFiles, 512, plan, 2);
+    EXPECT_EQ(ahead.Prepare(0).content, Signed(0));
+    // 32 waiting, and one more in the hands of each of the two workers at most.
+    const int first = settled(32);
+    EXPECT_GE(first, 32);
+    EXPECT_LE(first, 34);
+    for (size_t i = 1; i <= 15; ++i)
+        EXPECT_EQ(ahead.Prepare(i).content, Signed(i)) << i;
+    const int second = settled(15 + 32);
+    EXPECT_GE(second, 15 + 32);
+    EXPECT_LE(second, 15 + 34);
+    for (size_t i = 16; i < files.size(); ++i) {
+        CSignatureAhead::Prepared prepared = ahead.Prepare(i);
+        EXPECT_EQ(prepared.content, Signed(i)) << i;
+        EXPECT_NE(prepared.staged, nullptr) << i;
+    }
+    EXPECT_EQ(staged.load(), 60);
 }
 
 STAGING_WAYS_INSTANTIATE(Staging);
