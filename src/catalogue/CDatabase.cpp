@@ -91,28 +91,32 @@ struct CDatabase::RowWriter {
 
     // The rows go in kRowsTogether at a time, for a statement costs SQLite about as much again
     // as the row it writes. Rows that could not be written together are written one by one,
-    // so that each row that fails is counted, unless the failure ended the transaction (a
-    // full disk, say): then none of them is written.
+    // so that each row that fails is counted. A failure that ended the run's transaction (SQLite
+    // rolls it back on a full disk, say) ends the writing: no later row is written, where it
+    // would be committed on its own, and each is counted as failed.
     void WriteBatch(const std::vector<Row>& rows) {
         sqlite3* handle = db.m_db.Handle();
-        for (size_t at = 0; at < rows.size();) {
+        const auto failedAt = [&](size_t at) {
+            lastError = sqlite3_errmsg(handle);
+            if (!sqlite3_get_autocommit(handle)) return false;
+            transactionEnded = true;
+            failed += static_cast<int32_t>(rows.size() - at);
+            return true;
+        };
+        if (transactionEnded) failed += static_cast<int32_t>(rows.size());
+        for (size_t at = 0; at < rows.size() && !transactionEnded;) {
             if (rows.size() - at >= kRowsTogether) {
                 if (db.AddPreparedTogether(&rows[at])) {
                     at += kRowsTogether;
                     continue;
                 }
-                if (sqlite3_get_autocommit(handle)) {
-                    failed += static_cast<int32_t>(rows.size() - at);
-                    lastError = sqlite3_errmsg(handle);
-                    return;
-                }
+                if (failedAt(at)) return;
             }
             for (const size_t end = std::min(rows.size(), at + kRowsTogether); at < end; ++at) {
                 const Row& row = rows[at];
-                if (!db.AddPrepared(row.run, row.sig, row.source, row.target, row.size)) {
-                    ++failed;
-                    lastError = sqlite3_errmsg(handle);
-                }
+                if (db.AddPrepared(row.run, row.sig, row.source, row.target, row.size)) continue;
+                if (failedAt(at)) return;
+                ++failed;
             }
         }
     }
@@ -129,6 +133,7 @@ struct CDatabase::RowWriter {
     bool draining = false;
     bool finishing = false;
     int32_t failed = 0; // the thread's own until it is joined
+    bool transactionEnded = false;
     std::string lastError;
     std::thread writing; // last: started once the rest is ready
 };

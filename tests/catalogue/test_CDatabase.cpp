@@ -337,6 +337,36 @@ TEST(CDatabase, RowsWrittenAsideAreTheRowsWrittenInPlaceInTheirOrder) {
     EXPECT_TRUE(env.box.calls.empty());
 }
 
+// A refused row that ends the run's transaction (here a trigger that rolls it back; SQLite does
+// so itself on a full disk) ends the writing: no later row goes in, where it would be committed
+// on its own, and every row from the refused one on (from the first of the rows written together
+// with it) is counted as failed.
+TEST(CDatabase, RowThatEndsTheTransactionLeavesNoLaterRowWritten) {
+    ScopedTestEnv env;
+    const std::string path = MakeCatalogue(env);
+    {
+        ADOSQLite db;
+        db.Connect(path);
+        db.Action(sqlaction::kAsIs);
+        std::string text = "CREATE TRIGGER refuse BEFORE INSERT ON Files WHEN NEW.md5 = 'bad'"
+                           " BEGIN SELECT RAISE(ROLLBACK, 'rolled back by the test'); END;";
+        db.Exec(text);
+        ASSERT_FALSE(db.Err()) << db.ErrMsg();
+    }
+    CDatabase db;
+    db.Connect(path);
+    db.Begin();
+    db.WriteRowsAside();
+    for (int i = 0; i < 1000; ++i)
+        db.AddBackupRecord(2, i == 300 ? "bad" : kSig, "/a/f" + std::to_string(i), kTarget, " 1");
+    db.FinishRows();
+    EXPECT_GE(db.FailedWrites(), 700);
+    EXPECT_LE(db.FailedWrites(), 700 + 15);
+    EXPECT_EQ(db.LastWriteError(), "rolled back by the test");
+    db.Commit();
+    EXPECT_TRUE(FileRows(path).empty());
+}
+
 TEST(CDatabase, RollbackAfterRowsWrittenAsideKeepsNoneOfThem) {
     ScopedTestEnv env;
     const std::string path = MakeCatalogue(env);
