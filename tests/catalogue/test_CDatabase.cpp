@@ -48,6 +48,19 @@ void DropTable(const std::string& path, const std::string& table) {
     ASSERT_FALSE(db.Err()) << db.ErrMsg();
 }
 
+// A trigger on the catalogue at `path` that refuses a Files row of the signature "bad" with
+// RAISE(`how`, `why`).
+void RefuseBadRows(const std::string& path, const std::string& how, const std::string& why) {
+    ADOSQLite db;
+    db.Connect(path);
+    db.Action(sqlaction::kAsIs);
+    std::string text = "CREATE TRIGGER refuse BEFORE INSERT ON Files WHEN NEW.md5 = 'bad'"
+                       " BEGIN SELECT RAISE(" +
+                       how + ", '" + why + "'); END;";
+    db.Exec(text);
+    ASSERT_FALSE(db.Err()) << db.ErrMsg();
+}
+
 Rows FileRows(const std::string& path) {
     return SqlRows(path, "SELECT fid, bid, md5, path, file, backup, size, filedate, "
                          "typeof(filedate) FROM Files ORDER BY fid");
@@ -299,15 +312,8 @@ TEST(CDatabase, RowsWrittenAsideAreTheRowsWrittenInPlaceInTheirOrder) {
     const std::string aside = MakeCatalogue(env);
     const std::string inPlace = aside + "-in-place.db";
     WriteFile(inPlace, ReadFile(aside));
-    for (const std::string& path : {aside, inPlace}) {
-        ADOSQLite db;
-        db.Connect(path);
-        db.Action(sqlaction::kAsIs);
-        std::string text = "CREATE TRIGGER refuse BEFORE INSERT ON Files WHEN NEW.md5 = 'bad'"
-                           " BEGIN SELECT RAISE(ABORT, 'refused by the test'); END;";
-        db.Exec(text);
-        ASSERT_FALSE(db.Err()) << db.ErrMsg();
-    }
+    for (const std::string& path : {aside, inPlace})
+        RefuseBadRows(path, "ABORT", "refused by the test");
     const auto write = [](CDatabase& db) {
         for (int i = 0; i < 1500; ++i) {
             const std::string name =
@@ -344,15 +350,7 @@ TEST(CDatabase, RowsWrittenAsideAreTheRowsWrittenInPlaceInTheirOrder) {
 TEST(CDatabase, RowThatEndsTheTransactionLeavesNoLaterRowWritten) {
     ScopedTestEnv env;
     const std::string path = MakeCatalogue(env);
-    {
-        ADOSQLite db;
-        db.Connect(path);
-        db.Action(sqlaction::kAsIs);
-        std::string text = "CREATE TRIGGER refuse BEFORE INSERT ON Files WHEN NEW.md5 = 'bad'"
-                           " BEGIN SELECT RAISE(ROLLBACK, 'rolled back by the test'); END;";
-        db.Exec(text);
-        ASSERT_FALSE(db.Err()) << db.ErrMsg();
-    }
+    RefuseBadRows(path, "ROLLBACK", "rolled back by the test");
     CDatabase db;
     db.Connect(path);
     db.Begin();
