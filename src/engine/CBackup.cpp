@@ -122,8 +122,8 @@ CBackup::Result CBackup::Exec() {
         m_backupDrive = FSDriveFromPath(m_backupPath);
         // The workers may be 512 files ahead of the run (and hold at most 32 staged copies):
         // a run of small files that hands each to the next thread as it comes waits on those
-        // hand-overs more than on its work (a quick run of 200,000 files: 2.25 s with 256 files
-        // ahead, 2.76 s with 32).
+        // hand-overs more than on its work (a quick run of 200,000 tiny files: 2.15 s with 512
+        // files ahead, 2.96 s with 32).
         CSignatureAhead ahead(map.Files(), 512, StagingPlan(), 0, m_quick.get());
         // The Files rows are written beside the run, which goes on with its next file.
         m_db.WriteRowsAside();
