@@ -114,7 +114,7 @@ struct CDatabase::RowWriter {
             }
             for (const size_t end = std::min(rows.size(), at + kRowsTogether); at < end; ++at) {
                 const Row& row = rows[at];
-                if (db.AddPrepared(row.run, row.sig, row.source, row.target, row.size)) continue;
+                if (db.AddPrepared(row)) continue;
                 if (failedAt(at)) return;
                 ++failed;
             }
@@ -226,7 +226,7 @@ void CDatabase::AddBackupRecord(int32_t run, const std::string& sig, const std::
     }
     m_db.Reset();
     // A row the prepared statement could not write is written again below, which reports it.
-    if (bytes && AddPrepared(run, sig, source, target, *bytes)) return;
+    if (bytes && AddPrepared({run, sig, source, target, *bytes})) return;
     m_db.Table("Files");
     m_db.Action(sqlaction::kInsert);
     m_db.Field("md5", SQLLiteral(sig));
@@ -241,49 +241,48 @@ void CDatabase::AddBackupRecord(int32_t run, const std::string& sig, const std::
     NoteWrite();
 }
 
-bool CDatabase::AddPrepared(int32_t run, const std::string& sig, const std::string& source,
-                            const std::string& target, int64_t size) {
+namespace {
+
+constexpr const char* kInsertFiles =
+    "INSERT INTO Files (md5, file, backup, path, bid, size) VALUES ";
+constexpr const char* kFileRowValues = "(?, ?, ?, ?, ?, ?)";
+
+} // namespace
+
+void CDatabase::BindFileRow(CSqliteStatement& statement, int first, const FileRow& row,
+                            std::string& file, std::string& folder) {
+    file = SQLQuoteEncode(row.source);
+    folder = SQLQuoteEncode(FSGetPathPart(row.source));
+    statement.BindTextBorrowed(first, row.sig);
+    statement.BindTextBorrowed(first + 1, file);
+    statement.BindTextBorrowed(first + 2, row.target);
+    statement.BindTextBorrowed(first + 3, folder);
+    statement.Bind(first + 4, int64_t{row.run});
+    statement.Bind(first + 5, row.size);
+}
+
+bool CDatabase::AddPrepared(const FileRow& row) {
     if (!m_addFile)
         m_addFile = std::make_unique<CSqliteStatement>(
-            m_db.Handle(), "INSERT INTO Files (md5, file, backup, path, bid, size)"
-                           " VALUES (?1, ?2, ?3, ?4, ?5, ?6)");
+            m_db.Handle(), (std::string(kInsertFiles) + kFileRowValues).c_str());
     if (!*m_addFile) return false;
-    // The same values as the literals below would give: texts as text, numbers as numbers.
-    CSqliteStatement& row = *m_addFile;
-    const std::string file = SQLQuoteEncode(source);
-    const std::string folder = SQLQuoteEncode(FSGetPathPart(source));
-    row.BindTextBorrowed(1, sig);
-    row.BindTextBorrowed(2, file);
-    row.BindTextBorrowed(3, target);
-    row.BindTextBorrowed(4, folder);
-    row.Bind(5, int64_t{run});
-    row.Bind(6, size);
-    return row.StepDoneAndUnbind();
+    std::string file, folder;
+    BindFileRow(*m_addFile, 1, row, file, folder);
+    return m_addFile->StepDoneAndUnbind();
 }
 
 bool CDatabase::AddPreparedTogether(const FileRow* rows) {
     if (!m_addFiles) {
-        std::string sql = "INSERT INTO Files (md5, file, backup, path, bid, size) VALUES ";
+        std::string sql = kInsertFiles;
         for (size_t i = 0; i < kRowsTogether; ++i)
-            sql += i == 0 ? "(?, ?, ?, ?, ?, ?)" : ", (?, ?, ?, ?, ?, ?)";
+            sql += std::string(i == 0 ? "" : ", ") + kFileRowValues;
         m_addFiles = std::make_unique<CSqliteStatement>(m_db.Handle(), sql.c_str());
     }
     if (!*m_addFiles) return false;
-    CSqliteStatement& together = *m_addFiles;
     std::array<std::string, kRowsTogether> files, folders; // borrowed until the statement ran
-    for (size_t i = 0; i < kRowsTogether; ++i) {
-        const FileRow& row = rows[i];
-        const int first = static_cast<int>(i * 6);
-        files[i] = SQLQuoteEncode(row.source);
-        folders[i] = SQLQuoteEncode(FSGetPathPart(row.source));
-        together.BindTextBorrowed(first + 1, row.sig);
-        together.BindTextBorrowed(first + 2, files[i]);
-        together.BindTextBorrowed(first + 3, row.target);
-        together.BindTextBorrowed(first + 4, folders[i]);
-        together.Bind(first + 5, int64_t{row.run});
-        together.Bind(first + 6, row.size);
-    }
-    return together.StepDoneAndUnbind();
+    for (size_t i = 0; i < kRowsTogether; ++i)
+        BindFileRow(*m_addFiles, static_cast<int>(i * 6 + 1), rows[i], files[i], folders[i]);
+    return m_addFiles->StepDoneAndUnbind();
 }
 
 std::string CDatabase::GetFileFromMD5(const std::string& md5) {

@@ -70,8 +70,12 @@ private:
 
     void NoteWrite();
     // The row through the prepared statement; false when it could not be written that way.
-    bool AddPrepared(int32_t run, const std::string& sig, const std::string& source,
-                     const std::string& target, int64_t size);
+    bool AddPrepared(const FileRow& row);
+    // The values of one row from parameter `first` on, as the literals of the statement made
+    // by hand would give them: texts as text, numbers as numbers. The encoded names are kept in
+    // `file` and `folder`, which the statement borrows until it ran.
+    static void BindFileRow(CSqliteStatement& statement, int first, const FileRow& row,
+                            std::string& file, std::string& folder);
     // kRowsTogether rows through one statement, in their order; false when it could not write
     // them, and then none of them is written.
     bool AddPreparedTogether(const FileRow* rows);

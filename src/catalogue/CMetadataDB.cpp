@@ -71,10 +71,15 @@ struct CMetadataDB::Writer {
             statement.Bind(1, int64_t{bid});
             if (!statement.StepDone()) return false;
         }
-        add = std::make_unique<CSqliteStatement>(
-            db.Handle(), "INSERT OR REPLACE INTO Entries (bid, seq, path, kind, mtime, mode, owner,"
-                         " grp, target) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9)");
-        if (!*add) return false;
+        const std::string insert = "INSERT OR REPLACE INTO Entries (bid, seq, path, kind, mtime,"
+                                   " mode, owner, grp, target) VALUES ";
+        const std::string values = "(?, ?, ?, ?, ?, ?, ?, ?, ?)";
+        std::string together = insert + values;
+        for (size_t i = 1; i < kEntriesTogether; ++i)
+            together += ", " + values;
+        add = std::make_unique<CSqliteStatement>(db.Handle(), (insert + values).c_str());
+        addTogether = std::make_unique<CSqliteStatement>(db.Handle(), together.c_str());
+        if (!*add || !*addTogether) return false;
         writing = std::thread([this] { Write(); });
         return true;
     }
@@ -104,6 +109,7 @@ struct CMetadataDB::Writer {
             writing.join();
         }
         add.reset();
+        addTogether.reset();
         return !failed;
     }
 
@@ -120,9 +126,14 @@ struct CMetadataDB::Writer {
                 batch.swap(waiting);
             }
             drained.notify_all();
+            // The entries go in kEntriesTogether at a time, for a statement costs SQLite about as
+            // much again as the entry it writes; one that fails fails the whole record.
             bool ok = true;
-            for (const EntryMetadata& entry : batch)
-                if (!(ok = Insert(entry))) break;
+            size_t at = 0;
+            for (; ok && batch.size() - at >= kEntriesTogether; at += kEntriesTogether)
+                ok = Insert(*addTogether, &batch[at], kEntriesTogether);
+            for (; ok && at < batch.size(); ++at)
+                ok = Insert(*add, &batch[at], 1);
             batch.clear();
             if (!ok) {
                 std::lock_guard lock(mutex);
@@ -134,27 +145,33 @@ struct CMetadataDB::Writer {
         }
     }
 
-    bool Insert(const EntryMetadata& entry) {
-        CSqliteStatement& row = *add;
-        row.Bind(1, int64_t{bid});
-        row.Bind(2, ++seq);
-        row.BindBorrowed(3, entry.path);
-        row.Bind(4, int64_t{static_cast<int>(entry.kind)});
-        row.Bind(5, entry.writeNs);
-        row.Bind(6, int64_t{entry.mode});
-        row.Bind(7, int64_t{entry.owner});
-        row.Bind(8, int64_t{entry.group});
-        row.BindBorrowed(9, entry.target);
-        return row.StepDoneAndUnbind();
+    // `count` entries through `statement`, which has a row of values for each.
+    bool Insert(CSqliteStatement& statement, const EntryMetadata* entries, size_t count) {
+        for (size_t i = 0; i < count; ++i) {
+            const EntryMetadata& entry = entries[i];
+            const int first = static_cast<int>(i * 9 + 1);
+            statement.Bind(first, int64_t{bid});
+            statement.Bind(first + 1, ++seq);
+            statement.BindBorrowed(first + 2, entry.path);
+            statement.Bind(first + 3, int64_t{static_cast<int>(entry.kind)});
+            statement.Bind(first + 4, entry.writeNs);
+            statement.Bind(first + 5, int64_t{entry.mode});
+            statement.Bind(first + 6, int64_t{entry.owner});
+            statement.Bind(first + 7, int64_t{entry.group});
+            statement.BindBorrowed(first + 8, entry.target);
+        }
+        return statement.StepDoneAndUnbind();
     }
 
     static constexpr size_t kBatch = 512;
     static constexpr size_t kMostWaiting = 8 * kBatch;
+    static constexpr size_t kEntriesTogether = 16;
 
     CSqliteConnection db;
     int32_t bid;
     int64_t seq = 0; // the writing thread's count of entries written
     std::unique_ptr<CSqliteStatement> add;
+    std::unique_ptr<CSqliteStatement> addTogether; // kEntriesTogether entries at once
     std::thread writing;
     std::mutex mutex;
     std::condition_variable ready;   // a batch is waiting, or the record is finishing

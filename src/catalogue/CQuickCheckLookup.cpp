@@ -9,9 +9,14 @@ namespace {
 
 constexpr const char* kStampColumns = "name, device, inode, size, mtime, ctime, md5, length";
 
-QuickCheckRow RowOf(const CSqliteStatement& read, const std::string& folder) {
+// The row read, its path `folder` and the name kept.
+QuickCheckRow RowOf(const CSqliteStatement& read, std::string_view folder) {
     QuickCheckRow row;
-    row.path = folder + read.Bytes(0);
+    const auto* name = static_cast<const char*>(sqlite3_column_blob(read.Get(), 0));
+    const auto size = static_cast<size_t>(sqlite3_column_bytes(read.Get(), 0));
+    row.path.reserve(folder.size() + size);
+    row.path.append(folder);
+    if (name) row.path.append(name, size);
     ReadStampColumns(read, 1, row);
     return row;
 }
@@ -64,7 +69,7 @@ bool CQuickCheckLookup::Folder(const std::string& folder, size_t most,
     size_t count = 0;
     int rc;
     while ((rc = sqlite3_step(read.Get())) == SQLITE_ROW && ++count <= most)
-        each(RowOf(read, folder));
+        each(RowOf(read, {}));
     sqlite3_reset(read.Get());
     return rc == SQLITE_DONE;
 }

@@ -26,7 +26,8 @@ public:
     // nothing, when it is missing (it is never created here), unreadable, or holds another run.
     bool Open(const std::string& file, const std::string& source, const QuickCheckRun& run);
     // Hands `each` the rows kept directly in `folder` (a path up to its last separator), at most
-    // `most` of them; false when there were more, or when the file failed to answer.
+    // `most` of them, each with its name alone for path; false when there were more, or when
+    // the file failed to answer.
     bool Folder(const std::string& folder, size_t most,
                 const std::function<void(QuickCheckRow&& row)>& each);
     // The row kept for `path`, if any; nothing either when the file fails to answer.

@@ -19,7 +19,7 @@ CQuickCheck::CQuickCheck(const std::string& file, const std::string& source,
 
 CQuickCheck::~CQuickCheck() = default;
 
-CQuickCheck::KeptFolder& CQuickCheck::FolderOf(const std::string& folder) const {
+CQuickCheck::KeptFolder& CQuickCheck::FolderOf(std::string_view folder) const {
     for (auto cached = m_folders.rbegin(); cached != m_folders.rend(); ++cached)
         if (cached->folder == folder) return *cached;
     while (!m_folders.empty() && (m_folders.size() >= kCachedFolders ||
@@ -30,10 +30,9 @@ CQuickCheck::KeptFolder& CQuickCheck::FolderOf(const std::string& folder) const 
     }
     KeptFolder& read = m_folders.emplace_back();
     read.folder = folder;
-    m_reached.insert(folder);
-    const size_t nameStart = folder.size();
-    read.whole = m_lookup.Folder(folder, m_folderRows, [&](QuickCheckRow&& row) {
-        read.rows.emplace(row.path.substr(nameStart),
+    m_reached.insert(read.folder);
+    read.whole = m_lookup.Folder(read.folder, m_folderRows, [&](QuickCheckRow&& row) {
+        read.rows.emplace(std::move(row.path),
                           KeptRow{row.stamp, std::move(row.signature), row.length});
     });
     m_cachedRows += read.rows.size();
@@ -52,8 +51,9 @@ std::optional<SignedContent> CQuickCheck::Find(const std::string& path,
     KeptRow found;
     {
         std::lock_guard lock(m_mutex);
-        KeptFolder& folder = FolderOf(path.substr(0, nameStart));
-        const auto row = folder.rows.find(path.substr(nameStart));
+        const std::string_view whole(path);
+        KeptFolder& folder = FolderOf(whole.substr(0, nameStart));
+        const auto row = folder.rows.find(whole.substr(nameStart));
         if (row != folder.rows.end()) {
             row->second.asked = true;
             found = row->second;

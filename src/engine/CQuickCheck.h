@@ -21,6 +21,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -65,15 +66,22 @@ private:
         int64_t length = 0;
         bool asked = false; // a file of the run has this path
     };
+    // Names are looked up as they stand in a path, without a copy.
+    struct NameHash {
+        using is_transparent = void;
+        size_t operator()(std::string_view name) const {
+            return std::hash<std::string_view>{}(name);
+        }
+    };
     struct KeptFolder {
         std::string folder;
-        std::unordered_map<std::string, KeptRow> rows; // by name
-        bool whole = false;                            // every row of the folder is here
+        std::unordered_map<std::string, KeptRow, NameHash, std::equal_to<>> rows; // by name
+        bool whole = false; // every row of the folder is here
     };
 
     // The cached rows of `folder`, read when they are not cached; the folders cached longest
     // go once there are too many. Called with m_mutex held.
-    KeptFolder& FolderOf(const std::string& folder) const;
+    KeptFolder& FolderOf(std::string_view folder) const;
     // Notes the rows of `folder` that no file of the run asked for as gone.
     void LetGo(const KeptFolder& folder) const;
 
