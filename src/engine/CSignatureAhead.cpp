@@ -92,11 +92,16 @@ CSignatureAhead::Ahead CSignatureAhead::SignAhead(const std::string& path,
         (!m_staging->hasRoomFor || m_staging->hasRoomFor(size)))
         return Stage(path, now);
     Ahead ahead;
-    ahead.content = ComputeSignature(path, &m_stop, StampOf(ahead), &m_read);
+    SignByReading(ahead, path, now, &m_read);
+    return ahead;
+}
+
+void CSignatureAhead::SignByReading(Ahead& ahead, const std::string& path, const FileStamp& before,
+                                    std::atomic<uint64_t>* read) {
+    ahead.content = ComputeSignature(path, &m_stop, m_quick ? &ahead.stamp : nullptr, read);
     // Without the quick check nothing asks whether the file changed while it was read: the run
     // gets the stamp taken just before (for the file's size), and need not look again.
-    if (!m_quick) ahead.stamp = now;
-    return ahead;
+    if (!m_quick) ahead.stamp = before;
 }
 
 CSignatureAhead::Ahead CSignatureAhead::Stage(const std::string& path, const FileStamp& before) {
@@ -114,8 +119,7 @@ CSignatureAhead::Ahead CSignatureAhead::Stage(const std::string& path, const Fil
     }
     // Signed all the same, so that the run sees whether the content is stored already.
     if (copy.tried) ahead.failedCopy = FailedCopy{copy.outcome, std::move(copy.lines)};
-    ahead.content = ComputeSignature(path, &m_stop, StampOf(ahead));
-    if (!m_quick) ahead.stamp = before;
+    SignByReading(ahead, path, before, nullptr);
     return ahead;
 }
 

@@ -122,8 +122,11 @@ private:
     void LookInStore(Ahead& ahead) const;
     // Copies new content into the store while it is signed; `before` is its stamp beforehand.
     Ahead Stage(const std::string& path, const FileStamp& before);
-    // Where a worker notes the stamp of a file it reads: only the quick check needs it.
-    FileStamp* StampOf(Ahead& ahead) const { return m_quick ? &ahead.stamp : nullptr; }
+    // Signs the file by reading it, counting the bytes in `read` when given. The run gets the
+    // stamp taken as it was read with the quick check (unknown when the file changed
+    // meanwhile), and `before`, taken just before, without it.
+    void SignByReading(Ahead& ahead, const std::string& path, const FileStamp& before,
+                       std::atomic<uint64_t>* read);
 
     const CFileList& m_files;
     const size_t m_window;
