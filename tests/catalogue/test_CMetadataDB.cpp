@@ -78,6 +78,30 @@ TEST_F(CMetadataDBTest, AKeptRecordIsFoundByPathAndByKindInTheOrderMet) {
     EXPECT_EQ(reader.OfKind(Kind::kLink), Entries{kLink});
 }
 
+TEST_F(CMetadataDBTest, ARecordOfOverAThousandEntriesKeepsEachOneInTheOrderMet) {
+    // Entries go in many to a statement and the rest one by one: every entry keeps its own
+    // values and place whichever way it went in.
+    Entries all;
+    for (int i = 0; i < 1037; ++i) {
+        const Kind kind = i % 3 == 0 ? Kind::kFile : i % 3 == 1 ? Kind::kEmptyFile : Kind::kLink;
+        all.push_back({"/data/f" + std::to_string(1036 - i), kind, int64_t{i} * 1'000'000'007,
+                       static_cast<uint32_t>(i % 512), static_cast<uint32_t>(i),
+                       static_cast<uint32_t>(2 * i),
+                       kind == Kind::kLink ? "target " + std::to_string(i) : ""});
+    }
+    KeepRun(3, "27/11/2026 06:00:00", all);
+    CMetadataReader reader;
+    ASSERT_TRUE(reader.Open(file, 3, "27/11/2026 06:00:00"));
+    for (const Kind kind : {Kind::kFile, Kind::kEmptyFile, Kind::kLink}) {
+        Entries ofKind;
+        for (const EntryMetadata& entry : all)
+            if (entry.kind == kind) ofKind.push_back(entry);
+        EXPECT_EQ(reader.OfKind(kind), ofKind);
+    }
+    for (const size_t i : {size_t{0}, size_t{1}, size_t{15}, size_t{16}, size_t{17}, size_t{1036}})
+        EXPECT_EQ(reader.Find(all[i].path), all[i]) << i;
+}
+
 TEST_F(CMetadataDBTest, OnlyThatRunNumberAndDateOpenIt) {
     KeepRun(7, "25/11/2026 21:30:00", {kFile});
     CMetadataReader reader;
